@@ -1,0 +1,41 @@
+# bench/NAME.cpp is the program bench-NAME; bench/support/*.cpp, if any, is linked to each.
+#
+# Peers that are installed are linked and announced as QOREVPN_PEER_LMDB, QOREVPN_PEER_BOOST and
+# QOREVPN_PEER_REDIS; a program skips one that is missing and says so.
+
+find_package(benchmark REQUIRED)
+find_path(LMDB_INCLUDE lmdb.h)
+find_library(LMDB_LIBRARY lmdb)
+find_path(BOOST_INTERPROCESS_INCLUDE boost/interprocess/managed_mapped_file.hpp)
+find_path(HIREDIS_INCLUDE hiredis/hiredis.h)
+find_library(HIREDIS_LIBRARY hiredis)
+
+add_library(bench-peers INTERFACE)
+if(LMDB_INCLUDE AND LMDB_LIBRARY)
+  target_compile_definitions(bench-peers INTERFACE QOREVPN_PEER_LMDB=1)
+  target_link_libraries(bench-peers INTERFACE ${LMDB_LIBRARY})
+endif()
+if(BOOST_INTERPROCESS_INCLUDE)
+  target_compile_definitions(bench-peers INTERFACE QOREVPN_PEER_BOOST=1)
+endif()
+if(HIREDIS_INCLUDE AND HIREDIS_LIBRARY)
+  target_compile_definitions(bench-peers INTERFACE QOREVPN_PEER_REDIS=1)
+  target_link_libraries(bench-peers INTERFACE ${HIREDIS_LIBRARY})
+endif()
+
+file(GLOB benchSupport CONFIGURE_DEPENDS bench/support/*.cpp)
+if(benchSupport)
+  add_library(bench-support STATIC ${benchSupport})
+  target_include_directories(bench-support PUBLIC ${PROJECT_SOURCE_DIR}/bench)
+  target_link_libraries(bench-support PUBLIC qorevpn bench-peers benchmark::benchmark)
+endif()
+
+file(GLOB benches CONFIGURE_DEPENDS bench/*.cpp)
+foreach(source IN LISTS benches)
+  cmake_path(GET source STEM name)
+  add_executable(bench-${name} ${source})
+  set_target_properties(bench-${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bench)
+  target_include_directories(bench-${name} PRIVATE ${PROJECT_SOURCE_DIR}/bench)
+  target_link_libraries(bench-${name} PRIVATE
+    $<TARGET_NAME_IF_EXISTS:bench-support> qorevpn bench-peers benchmark::benchmark)
+endforeach()

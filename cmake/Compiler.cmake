@@ -1,0 +1,38 @@
+# What every target is compiled with: the language, warnings, sanitizers, run paths.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "Build type" FORCE)
+endif()
+
+add_compile_options(
+  -Wall -Wextra -Wpedantic
+  -Wshadow -Wconversion -Wsign-conversion -Wdouble-promotion
+  -Wnon-virtual-dtor -Woverloaded-virtual -Wsuggest-override
+  -Wold-style-cast -Wcast-qual -Wcast-align
+  -Wformat=2 -Wundef -Wunused -Wextra-semi -Wimplicit-fallthrough
+  -Wmissing-declarations -Wredundant-decls)
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+  add_compile_options(-Wduplicated-cond -Wlogical-op)
+endif()
+if(QOREVPN_WERROR)
+  add_compile_options(-Werror)
+endif()
+
+# Assertions and traces name files relative to the source tree, so no build path is in a binary.
+add_compile_options(-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+
+if(QOREVPN_SANITIZE)
+  add_compile_options(-fsanitize=${QOREVPN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${QOREVPN_SANITIZE})
+endif()
+
+# Programs find the libraries relative to themselves, in the build tree and in an install prefix wherever it is
+# moved. In the build tree their folders are laid out alike.
+set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
+file(RELATIVE_PATH libFromBin ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
+set(CMAKE_INSTALL_RPATH $ORIGIN/${libFromBin})
