@@ -31,8 +31,7 @@ if(QOREVPN_SANITIZE)
   add_link_options(-fsanitize=${QOREVPN_SANITIZE})
 endif()
 
-# Programs find the libraries relative to themselves, in the build tree and in an install prefix wherever it is
-# moved. In the build tree their folders are laid out alike.
+# The build tree lays out libraries and program as an install prefix does, so both use the same relative run paths
+# and a prefix may be moved.
 set(CMAKE_BUILD_RPATH_USE_ORIGIN ON)
 file(RELATIVE_PATH libFromBin ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
-set(CMAKE_INSTALL_RPATH $ORIGIN/${libFromBin})
