@@ -1,1 +1,5 @@
+// Uses the libraries from an install prefix as an embedder does.
+
+#include "Orb/AttributeId.h"
+
 int main() {}
