@@ -26,4 +26,4 @@ std::size_t scaled(std::size_t n) {
   return std::max<std::size_t>(1, n / 100 * percent + n % 100 * percent / 100);
 }
 
-} // namespace TestSupport
+}  // namespace TestSupport

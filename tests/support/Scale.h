@@ -9,4 +9,4 @@ namespace TestSupport {
 /// a sanitizer use it to keep the same tests within minutes. A value that is no such number ends the program.
 std::size_t scaled(std::size_t n);
 
-} // namespace TestSupport
+}  // namespace TestSupport
