@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Functions that the scripts share; sourced, not run.
 
 set -euo pipefail
@@ -12,7 +13,8 @@ packages() {
       test) echo libgtest-dev libgmock-dev ;;
       sanitizers) echo clang libclang-rt-14-dev llvm ;;
       bench) echo libbenchmark-dev liblmdb-dev libboost-dev libhiredis-dev redis-server ;;
-      checks) echo git clang-format-14 clang-tidy-14 ;;
+      format) echo git clang-format-14 ;;
+      tidy) echo git clang clang-tidy-14 ;;
       *) echo "packages: unknown purpose '$purpose'" >&2; return 1 ;;
     esac
   done
