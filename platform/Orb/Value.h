@@ -26,10 +26,10 @@ class ValueType;
 
 /// One attribute of a value type. Made by `readOnly` and `readWrite` below.
 struct ValueAttribute {
-  std::string_view name;        ///< A literal.
-  AttributeId id = noAttribute; ///< Given when the type is registered.
+  std::string_view name;         ///< A literal.
+  AttributeId id = noAttribute;  ///< Given when the type is registered.
   Value (*read)(void const* object) = nullptr;
-  void (*write)(void* object, Value const& value) = nullptr; ///< Null where the attribute cannot be written.
+  void (*write)(void* object, Value const& value) = nullptr;  ///< Null where the attribute cannot be written.
 };
 
 /// Describes a type of values. Pointers to values are to objects of exactly that type. Two descriptors are
@@ -101,9 +101,9 @@ class ValueType {
   std::vector<ValueAttribute> attributes_;
 };
 
-/// Types that `ValueTraits` is specialised for.
+/// Types that `ValueTraits` is specialised for; they can be copied.
 template <class T>
-concept ValueLike = std::copy_constructible<T> && requires {
+concept ValueLike = requires {
   { ValueTraits<T>::name() } -> std::convertible_to<std::string>;
 };
 
@@ -174,7 +174,7 @@ struct Getter<get> {
   using Attribute = std::remove_cvref_t<Result>;
 };
 
-} // namespace Impl
+}  // namespace Impl
 
 /// An attribute that is read through the accessor `get`.
 template <auto get>
@@ -260,4 +260,4 @@ struct ValueTraits<std::string> {
   static std::string name() { return "std::string"; }
 };
 
-} // namespace Orb
+}  // namespace Orb

@@ -1,0 +1,121 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Orb/SourceLocation.h"
+#include "Orb/Text.h"
+
+/// The trace facility. A source unit has one static handle and traces through it:
+///
+///   static Trace::Handle traceHandle("QorEvpnModeSm");
+///   TRACE(traceHandle, 8, "controllerdbStatus()->enabled() ", controllerdbStatus()->enabled());
+///
+/// Levels 0 to 9 are switches, each on or off by itself, not thresholds. They belong to the handle's name:
+/// handles of one name share them, and they may be set before the first such handle exists. Everything here
+/// may be called from any thread, also from a sink.
+namespace Trace {
+
+inline constexpr unsigned levelCount = 10;
+
+/// One bit a level: level n is bit n.
+using LevelMask = uint16_t;
+inline constexpr LevelMask allLevels = (1U << levelCount) - 1;
+
+/// What a source unit traces through. Registers itself; must outlive every trace through it.
+class Handle {
+ public:
+  explicit Handle(std::string_view name);
+  ~Handle();
+  Handle(Handle const&) = delete;
+  Handle& operator=(Handle const&) = delete;
+
+  std::string const& name() const { return name_; }
+  /// Levels above 9 are never enabled.
+  bool isEnabled(unsigned level) const {
+    return level < levelCount && (mask_.load(std::memory_order_relaxed) & (1U << level)) != 0;
+  }
+
+ private:
+  friend void levelsIs(std::string_view handle, LevelMask levels);
+
+  std::string name_;
+  // Relaxed: a switch takes effect soon, and orders nothing else.
+  std::atomic<uint32_t> mask_;
+};
+
+/// Switches exactly these levels on for all handles of that name, present and future; bits above level 9 are
+/// dropped.
+void levelsIs(std::string_view handle, LevelMask levels);
+/// The levels that are on for that name; none for a name never heard of.
+LevelMask levels(std::string_view handle);
+/// The names that have been set or have a handle, sorted.
+std::vector<std::string> handleNames();
+
+/// Sets the levels by a text, "QorEvpnModeSm/3,4,8" or "QorEvpnModeSm/*" for all of them. Raises
+/// `Orb::ParseError`, or `Orb::RangeError` for a level above 9, and then changes nothing.
+void enable(std::string_view handleAndLevels);
+
+/// One trace. The text and the handle's name belong to the tracer: a sink copies what it keeps. The time is
+/// the sink's to take.
+struct Record {
+  std::string_view handle;
+  unsigned level;
+  Orb::SourceLocation where;  ///< With the bare name of the function.
+  std::string_view text;
+};
+
+/// Takes the traces, on the tracing thread and in the middle of what it does. May trace itself. An exception
+/// goes to the tracing code.
+using Sink = std::function<void(Record const&)>;
+
+/// Replaces the sink and returns the former one; an empty sink stands for the default one. A trace under way
+/// on another thread may still reach the former sink.
+Sink sinkIs(Sink sink);
+
+/// The default sink: one line to standard error, in one write: time (UTC), level, handle, function,
+/// file:line, text.
+void writeToStandardError(Record const& record);
+
+namespace Impl {
+
+// The text of one trace. Takes the thread's spare string, with the room that earlier traces made in it, and
+// gives it back; a trace within a trace finds the spare taken and fills a string of its own.
+class Buffer {
+ public:
+  Buffer() noexcept;
+  ~Buffer();
+  Buffer(Buffer const&) = delete;
+  Buffer& operator=(Buffer const&) = delete;
+
+  std::string& text() { return text_; }
+
+ private:
+  std::string text_;
+};
+
+void deliver(Record const& record);
+
+template <Orb::Writable... Pieces>
+[[gnu::noinline, gnu::cold]] void write(Handle const& handle, unsigned level, Orb::SourceLocation where,
+                                        Pieces const&... pieces) {
+  Buffer buffer;
+  Orb::appendTexts(buffer.text(), pieces...);
+  deliver({handle.name(), level, where, buffer.text()});
+}
+
+}  // namespace Impl
+
+}  // namespace Trace
+
+/// Traces the texts of the pieces, one after the other, when `level` (0 to 9) is on for `handle`. When it is
+/// off, this is one test of the handle's mask and the pieces are not evaluated.
+#define TRACE(handle, level, ...)                                                                     \
+  do {                                                                                                \
+    if ((handle).isEnabled(level)) [[unlikely]]                                                       \
+      ::Trace::Impl::write((handle), (level), {__FILE__, uint32_t{__LINE__}, __func__}, __VA_ARGS__); \
+  } while (false)

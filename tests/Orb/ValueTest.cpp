@@ -1,0 +1,150 @@
+#include "Orb/Value.h"
+
+#include <gtest/gtest.h>
+
+#include "Orb/Assert.h"
+
+namespace {
+
+using Orb::Value;
+using Orb::ValueType;
+
+// Has equality, one attribute of each kind, and none of order, hash, text and default. Counts its objects.
+class Plain {
+ public:
+  explicit Plain(uint32_t level) : level_(level) { ++alive; }
+  Plain(Plain const& other) : level_(other.level_) { ++alive; }
+  Plain& operator=(Plain const&) = default;
+  ~Plain() { --alive; }
+  uint32_t level() const { return level_; }
+  void levelIs(uint32_t level) { level_ = level; }
+  bool isHigh() const { return level_ > 9; }
+  friend bool operator==(Plain const&, Plain const&) = default;
+
+  static inline int alive = 0;
+
+ private:
+  uint32_t level_;
+};
+
+}  // namespace
+
+template <>
+struct Orb::ValueTraits<Plain> {
+  static std::string name() { return "Plain"; }
+  static std::vector<ValueAttribute> attributes() {
+    return {readWrite<&Plain::level, &Plain::levelIs>("level"), readOnly<&Plain::isHigh>("isHigh")};
+  }
+};
+
+namespace {
+
+template <class Error, class Action>
+std::string errorOf(Action action) {
+  try {
+    action();
+  } catch (Error const& error) {
+    return error.what();
+  }
+  return "no error";
+}
+
+TEST(Value, AttributesByIdentifierAndByName) {
+  Value value = Plain(3);
+  EXPECT_EQ(value.attribute("level"), Value(uint32_t{3}));
+  value.attributeIs("level", Value(uint32_t{10}));
+  EXPECT_TRUE(value.attribute(Orb::firstOwnAttribute + 1).as<bool>());
+  value.attributeIs(Orb::firstOwnAttribute, Value(uint32_t{4}));
+  EXPECT_EQ(value.as<Plain>().level(), 4U);
+
+  EXPECT_EQ(errorOf<Orb::WrongTypeError>([&] { value.attributeIs("level", Value(true)); }),
+            "a value of type uint32_t is needed, not of type bool");
+  EXPECT_EQ(errorOf<Orb::AttributeAccessError>([&] { value.attributeIs("isHigh", Value(true)); }),
+            "isHigh: Plain does not let it be written");
+  EXPECT_EQ(errorOf<Orb::UnknownAttributeError>([&] { value.attribute("depth"); }),
+            "depth: Plain has no such attribute");
+  EXPECT_EQ(errorOf<Orb::UnknownAttributeError>([&] { value.attribute(Orb::firstOwnAttribute + 2); }),
+            "#258: Plain has no such attribute");
+  EXPECT_EQ(value.as<Plain>().level(), 4U);
+}
+
+TEST(Value, WhatATypeLacksIsAnError) {
+  Value const value = Plain(1);
+  EXPECT_EQ(errorOf<Orb::UnhashableTypeError>([&] { value.hash(); }), "values of type Plain have no hash");
+  EXPECT_THROW(value.text(), Orb::UnsupportedOperationError);
+  EXPECT_THROW(value.type().parse("1"), Orb::UnsupportedOperationError);
+  EXPECT_THROW(value.type().less(value.object(), value.object()), Orb::UnsupportedOperationError);
+  alignas(Plain) char room[sizeof(Plain)];
+  EXPECT_THROW(value.type().construct(room), Orb::UnsupportedOperationError);
+  EXPECT_THROW(ValueType::byName("plain"), Orb::UnknownTypeError);
+  EXPECT_THROW(Value().type(), Orb::WrongTypeError);
+  EXPECT_THROW(Value(true).as<uint32_t>(), Orb::WrongTypeError);
+}
+
+TEST(Value, OwnsACopy) {
+  {
+    Value first = Plain(1);
+    Value second = first;
+    second.attributeIs("level", Value(uint32_t{2}));
+    EXPECT_EQ(first.as<Plain>().level(), 1U);
+    EXPECT_FALSE(first == second);
+    first = second;
+    EXPECT_EQ(first, second);
+    Value const third = std::move(first);
+    EXPECT_TRUE(first.empty());
+    EXPECT_EQ(third, second);
+    EXPECT_FALSE(third == Value() || third == Value(uint32_t{2}));
+    EXPECT_EQ(Value(), Value());
+    EXPECT_EQ(Plain::alive, 2);
+  }
+  EXPECT_EQ(Plain::alive, 0);
+}
+
+TEST(Value, RawOperationsOfARegisteredType) {
+  ValueType const& type = ValueType::byName("std::string");
+  EXPECT_EQ(type, Orb::valueType<std::string>());
+  alignas(std::string) char room[sizeof(std::string)];
+  ASSERT_EQ(type.size(), sizeof(std::string));
+  ASSERT_EQ(type.align(), alignof(std::string));
+  type.construct(room);
+  Value const word = std::string("a word that is too long for the object itself");
+  EXPECT_TRUE(type.less(room, word.object()));
+  EXPECT_FALSE(type.equal(room, word.object()));
+  type.destroy(room);
+  type.copy(room, word.object());
+  EXPECT_TRUE(type.equal(room, word.object()));
+  EXPECT_EQ(type.hash(room), word.hash());
+  type.destroy(room);
+}
+
+TEST(Errors, ARangeErrorOfAnAttributeIsBoth) {
+  auto const raise = [] {
+    throw Orb::AttributeRangeError("key", Orb::AttributeRangeError("vni", Orb::RangeError("too large")));
+  };
+  EXPECT_EQ(errorOf<Orb::RangeError>(raise), "key: vni: too large");
+  EXPECT_EQ(errorOf<Orb::Error>(raise), "key: vni: too large");
+  try {
+    raise();
+  } catch (Orb::AttributeError const& error) {
+    EXPECT_EQ(error.attribute(), "key");
+    EXPECT_EQ(error.message(), "vni: too large");
+  }
+  EXPECT_EQ(
+      errorOf<Orb::ReinstantiationError>([] { Orb::Impl::throwMutatorReinstantiating("Child", "child"); }),
+      "Child in child exists already with a different input");
+}
+
+TEST(AssertDeathTest, PrintsWhatFailed) {
+  int evaluated = 0;
+  auto const initialized = [&evaluated] { return evaluated++ == 0; };
+  ORB_ASSERT(initialized());
+  EXPECT_EQ(evaluated, 1);
+  EXPECT_DEATH(
+      ORB_ASSERT(initialized()),
+      "^assertion failed: initialized\\(\\), function .*TestBody.*, tests/Orb/ValueTest.cpp:[0-9]+\n$");
+  EXPECT_DEATH(Orb::Impl::nullDereference("T* Ptr<T>::operator->()"),
+               "null Orb::Ptr dereferenced: T\\* Ptr<T>::operator->\\(\\), called from "
+               ".*\\(.*tests-Orb\\+0x[0-9a-f]+\\)");
+}
+
+}  // namespace

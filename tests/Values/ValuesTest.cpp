@@ -1,0 +1,101 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "Bridging/BridgeId.h"
+#include "Orb/Errors.h"
+#include "VxlanController/QorEvpnValues.h"
+
+namespace {
+
+using namespace QorEvpn;
+using Vxlan::Vni;
+using Wirix::EthAddr;
+using Wirix::IpAddr;
+
+// Computed by a separate program in another language.
+TEST(Hash, KnownAnswers) {
+  constexpr uint32_t wang[][2] = {
+      {0x00000000, 0xcaa3caa3}, {0x00000001, 0x12d60bf6}, {0x00000002, 0x25ac1fe5},
+      {0x7fffffff, 0x7827b96a}, {0x80000000, 0x6551e551}, {0xffffffff, 0xbd55fc18},
+      {0xdeadbeef, 0x92da7565}, {0x00ffffff, 0x664af807}, {0x55555555, 0x7cd73d9a}};
+  for (auto const& [seed, hash] : wang) EXPECT_EQ(Impl::wangHash(seed), hash) << seed;
+  // Hashes lie in shared tables: a change of any mix below makes every table that exists unreadable.
+  EXPECT_EQ(MacVniPair().hash(), 0xcaa3caa3U);
+  EXPECT_EQ(MacVniPair(EthAddr(0x0200, 0, 1), Vni(5000)).hash(), 0x69dab4dbU);
+  EXPECT_EQ(MacVniPair(EthAddr::ofValue(~0ULL), Vni(Vni::max)).hash(), 0xbbe1e6b6U);
+  EXPECT_EQ(VniVtepPair(Vni(5000), IpAddr(0x0a63000b)).hash(), 0x362d3e3eU);
+  EXPECT_EQ(VniVtepPair(Vni(Vni::max), IpAddr(0xffffffff)).hash(), 0xeb04cb80U);
+}
+
+template <class HashOfMac>
+size_t distinctHashes(uint32_t count, HashOfMac hashOfMac) {
+  std::vector<uint32_t> hashes;
+  for (uint32_t i = 0; i < count; ++i) {
+    hashes.push_back(Impl::wangHash(hashOfMac(EthAddr::ofValue(0x020000000000 + i)) ^ (i % 1000)));
+  }
+  std::ranges::sort(hashes);
+  return static_cast<size_t>(std::ranges::unique(hashes).begin() - hashes.begin());
+}
+
+TEST(Hash, SequentialMacsOverAThousandVnisSpread) {
+  constexpr uint32_t count = 100'000;
+  EXPECT_GE(distinctHashes(count, [](EthAddr mac) { return mac.hash(); }), count - 10);
+  // What the test is for: the words combined without mixing meet each other all the time.
+  EXPECT_LT(
+      distinctHashes(count, [](EthAddr mac) { return uint32_t{mac.word(0)} ^ mac.word(1) ^ mac.word(2); }),
+      count / 2);
+}
+
+// In ascending order; each is checked against each.
+template <class T>
+void expectOrder(std::vector<T> const& sorted) {
+  for (size_t i = 0; i < sorted.size(); ++i) {
+    for (size_t j = 0; j < sorted.size(); ++j) {
+      EXPECT_EQ(sorted[i] < sorted[j], i < j) << i << " " << j;
+      EXPECT_EQ(sorted[i] == sorted[j], i == j) << i << " " << j;
+    }
+  }
+}
+
+TEST(Order, HostsByMacThenVniFloodEntriesByVniThenAddress) {
+  expectOrder<EthAddr>({EthAddr(), EthAddr(0, 0, 0xffff), EthAddr(0, 1, 0), EthAddr(0x00ff, 0, 0),
+                        EthAddr(0x0100, 0, 0), EthAddr(0x8000, 0, 0)});
+  EthAddr const low(0, 0, 1), high(0, 1, 0);
+  expectOrder<MacVniPair>({{low, Vni(1)}, {low, Vni(Vni::max)}, {high, Vni(0)}, {high, Vni(2)}});
+  IpAddr const one(1), top(0x80000000);
+  expectOrder<VniVtepPair>({{Vni(0), top}, {Vni(1), one}, {Vni(1), top}, {Vni(2), IpAddr()}});
+}
+
+TEST(Host, EveryFieldCounts) {
+  Host const plain(MacVniPair(EthAddr(0, 0, 1), Vni(1)));
+  EXPECT_EQ(plain.preference(), 16);
+  std::vector<Host> all(5, plain);
+  all[1].vtepAddrIs(IpAddr(1));
+  all[2].seqNoIs(Seqno32(1));
+  all[3].preferenceIs(0);
+  all[4] = Host(MacVniPair(EthAddr(0, 0, 1), Vni(2)));
+  for (size_t i = 0; i < all.size(); ++i) {
+    for (size_t j = 0; j < all.size(); ++j) EXPECT_EQ(all[i] == all[j], i == j) << i << " " << j;
+  }
+}
+
+TEST(Vni, Range) {
+  EXPECT_EQ(Vni(16777215).value(), 16777215U);
+  for (uint32_t value : {16777216U, 0xffffffffU}) EXPECT_THROW(Vni{value}, Orb::RangeError);
+  EXPECT_THROW(Vxlan::VniExt(16777216), Orb::RangeError);
+}
+
+TEST(BridgeId, CarriesTheVni) {
+  using Bridging::BridgeId;
+  EXPECT_EQ(BridgeId::ofVni(Vni(5000)).value(), 0x02001388U);
+  EXPECT_EQ(BridgeId::ofVni(Vni(Vni::max)).value(), 0x02ffffffU);
+  EXPECT_EQ(BridgeId(0x02001388).brType(), Bridging::brTypeVni());
+  EXPECT_EQ(BridgeId(0x02001388).vni().stringValue(false), "5000");
+  EXPECT_DEATH(
+      static_cast<void>(BridgeId(0x03001388).vni()),
+      "assertion failed: brType\\(\\) == brTypeVni\\(\\), function .*vni.*, platform/Bridging/BridgeId.h:");
+}
+
+}  // namespace
