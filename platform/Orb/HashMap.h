@@ -1,0 +1,189 @@
+/// Orb::HashMap: the keyed collection of a machine's children: intrusive, chained, reference counting.
+///
+/// A member derives from HashLink, stores its own key and the link to the next member of its bucket; the map
+/// holds one counted reference to each. A map of 2^n buckets puts a member into the bucket named by the top n
+/// bits of its re-hashed key, and a chain stands in ascending order of (re-hash, key). Walking bucket by
+/// bucket is therefore walking in ascending order of (re-hash, key), however many buckets there are, and that
+/// is what makes a walk robust: an iterator holds a reference to its member and the map's change count, and
+/// when the map has changed it resumes at the first member behind its own position. Every member that is
+/// present throughout is visited exactly once.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <utility>
+#include <vector>
+
+#include "Orb/Ptr.h"
+
+namespace Orb {
+
+namespace HashHelper {
+
+/// A key with its re-hash: a 32-bit mix in which every bit of the input moves the top bits, which choose the
+/// bucket.
+template <class Key>
+struct KeyAndRhashLegacy {
+  KeyAndRhashLegacy(Key const& theKey, std::uint32_t seed) : key(theKey), rhash(mix(seed)) {}
+
+  static constexpr std::uint32_t mix(std::uint32_t h) noexcept {
+    h = (h ^ (h >> 16)) * 0x85EBCA6BU;
+    h = (h ^ (h >> 13)) * 0xC2B2AE35U;
+    return h ^ (h >> 16);
+  }
+
+  Key key;
+  std::uint32_t rhash;
+};
+
+}  // namespace HashHelper
+
+/// What a member carries for its map. A member stands in one map at a time.
+template <class Member>
+class HashLink {
+  template <class, class, auto, auto>
+  friend class HashMap;
+  Member* hashNext_ = nullptr;
+  std::uint32_t rhash_ = 0;
+};
+
+/// `keyOf` is the member's accessor of its key; `seedOf` is the key's accessor of the 32 bits that are
+/// re-hashed.
+template <class Member_, class Key, auto keyOf, auto seedOf>
+class HashMap {
+ public:
+  using Member = Member_;
+
+  class Iterator {
+   public:
+    struct End {};
+    Iterator(HashMap const& map, Member* first) : map_(&map), member_(first), changes_(map.changes_) {}
+    Ptr<Member> const& operator*() const { return member_; }
+    Ptr<Member> const& operator->() const { return member_; }
+    Iterator& operator++() {
+      member_ = changes_ == map_->changes_ ? map_->following(*member_) : map_->firstBehind(*member_);
+      changes_ = map_->changes_;
+      return *this;
+    }
+    bool operator==(End) const { return !member_; }
+
+   private:
+    HashMap const* map_;
+    Ptr<Member> member_;
+    std::uint64_t changes_;
+  };
+
+  /// The size is a hint: the number of buckets at the start, a power of two.
+  explicit HashMap(std::size_t initialSize = 4) {
+    while ((std::size_t{1} << bits_) < initialSize) ++bits_;
+    buckets_.resize(std::size_t{1} << bits_);
+  }
+  HashMap(HashMap const&) = delete;
+  HashMap& operator=(HashMap const&) = delete;
+  ~HashMap() { memberDelAll(); }
+
+  std::size_t members() const noexcept { return members_; }
+  Iterator begin() const { return Iterator(*this, firstFrom(0)); }
+  typename Iterator::End end() const { return {}; }
+
+  /// The member under a key, or null.
+  Member* member(Key const& key) const {
+    Position const position(key, std::invoke(seedOf, key));
+    Member* const found = *const_cast<HashMap*>(this)->placeOf(position);
+    return found && found->HashLink<Member>::rhash_ == position.rhash && (found->*keyOf)() == key ? found
+                                                                                                  : nullptr;
+  }
+
+  /// Inserts a member whose key is not in the map yet.
+  void memberIs(Ptr<Member> const& member) {
+    ORB_ASSERT(!this->member((member.get()->*keyOf)()));
+    if (members_ >= buckets_.size()) grow();
+    link(*member);
+    member->newRef();
+    ++members_;
+    ++changes_;
+  }
+
+  /// Takes the member out and returns it; null where the key is absent.
+  Ptr<Member> memberDel(Key const& key) {
+    Member* const found = member(key);
+    if (!found) return nullptr;
+    Link const& link = *found;
+    *placeOf(Position(key, std::invoke(seedOf, key))) = link.hashNext_;
+    --members_;
+    ++changes_;
+    return Ptr<Member>::adopt(found);  // the map's reference passes to the caller
+  }
+
+  void memberDelAll() {
+    while (Member* const first = firstFrom(0)) memberDel((first->*keyOf)());
+  }
+
+ private:
+  using Link = HashLink<Member>;
+  using Position = HashHelper::KeyAndRhashLegacy<Key>;
+
+  static Link& linkOf(Member& member) { return member; }
+  std::size_t bucketOf(std::uint32_t rhash) const {
+    return static_cast<std::uint64_t>(rhash) >> (32 - bits_);
+  }
+
+  static bool isBefore(Member const& member, Position const& position) {
+    std::uint32_t const rhash = static_cast<Link const&>(member).rhash_;
+    return rhash != position.rhash ? rhash < position.rhash : (member.*keyOf)() < position.key;
+  }
+
+  /// Where a member of that position hangs or would hang.
+  Member** placeOf(Position const& position) {
+    Member** place = &buckets_[bucketOf(position.rhash)];
+    while (*place && isBefore(**place, position)) place = &linkOf(**place).hashNext_;
+    return place;
+  }
+
+  void link(Member& member) {
+    Position const position((member.*keyOf)(), std::invoke(seedOf, (member.*keyOf)()));
+    Member** const place = placeOf(position);
+    linkOf(member).rhash_ = position.rhash;
+    linkOf(member).hashNext_ = std::exchange(*place, &member);
+  }
+
+  Member* firstFrom(std::size_t bucket) const {
+    while (bucket < buckets_.size() && !buckets_[bucket]) ++bucket;
+    return bucket < buckets_.size() ? buckets_[bucket] : nullptr;
+  }
+
+  Member* following(Member& member) const {
+    Link const& link = member;
+    return link.hashNext_ ? link.hashNext_ : firstFrom(bucketOf(link.rhash_) + 1);
+  }
+
+  /// The first member behind the position of one that may have left the map.
+  Member* firstBehind(Member& member) const {
+    Position const position((member.*keyOf)(), std::invoke(seedOf, (member.*keyOf)()));
+    Member* next = *const_cast<HashMap*>(this)->placeOf(position);
+    if (!next) return firstFrom(bucketOf(position.rhash) + 1);
+    bool const same =
+        static_cast<Link const&>(*next).rhash_ == position.rhash && (next->*keyOf)() == position.key;
+    return same ? following(*next) : next;
+  }
+
+  void grow() {
+    std::vector<Member*> const old = std::exchange(buckets_, std::vector<Member*>(buckets_.size() * 2));
+    ++bits_;
+    for (Member* chain : old) {
+      while (chain) {
+        Member& moved = *chain;
+        chain = linkOf(moved).hashNext_;
+        link(moved);
+      }
+    }
+  }
+
+  std::vector<Member*> buckets_;
+  unsigned bits_ = 0;
+  std::size_t members_ = 0;
+  std::uint64_t changes_ = 0;
+};
+
+}  // namespace Orb

@@ -1,0 +1,88 @@
+#include "Orb/Notifiee.h"
+
+#include <algorithm>
+
+namespace Orb {
+
+namespace Impl {
+std::atomic<bool> threadSafePtrs{false};
+}
+
+void PtrInterface::flagIs(std::uint32_t flag, bool on) const noexcept {
+  if (threadSafePtrs()) {
+    on ? word_.fetch_or(flag, std::memory_order_acq_rel) : word_.fetch_and(~flag, std::memory_order_acq_rel);
+  } else {
+    word_.store(on ? word() | flag : word() & ~flag, std::memory_order_relaxed);
+  }
+}
+
+void PtrInterface::zeroReferences() const {
+  newRef();  // the object lives while its notifiees are told, whatever they take and drop
+  if (NotifieeList* list = notifieeList()) list->notifyZeroReferences();
+  if ((wordAdd(~std::uint32_t{0}) & countMask) != 0) return;
+  newRef();  // and while its destructor runs
+  delete this;
+}
+
+void PtrInterface::NotifieeConst::isRegisteredNotifieeIs(bool registered) {
+  if (!registered) {
+    if (list_) list_->remove(*this);
+    return;
+  }
+  Ptr<PtrInterface const> const observed = notifier();
+  if (!observed) return;
+  if (NotifieeList* list = observed->notifieeList()) list->add(*this);
+}
+
+NotifieeList::~NotifieeList() {
+  for (Notifiee* notifiee : notifiees_) notifiee->list_ = nullptr;
+  for (Delivery* delivery = deliveries_; delivery; delivery = delivery->outer) {
+    delivery->head = &delivery->outer;
+    delivery->end = 0;
+  }
+}
+
+void NotifieeList::add(Notifiee& notifiee) {
+  if (notifiee.list_ != this) insert(notifiee, notifiees_.size());
+}
+
+void NotifieeList::addFirst(Notifiee& notifiee) { insert(notifiee, 0); }
+
+void NotifieeList::insert(Notifiee& notifiee, std::size_t position) {
+  if (notifiee.list_) notifiee.list_->remove(notifiee);
+  position = std::min(position, notifiees_.size());
+  notifiees_.insert(notifiees_.begin() + static_cast<std::ptrdiff_t>(position), &notifiee);
+  notifiee.list_ = this;
+  for (Delivery* delivery = deliveries_; delivery; delivery = delivery->outer) {
+    if (position < delivery->end) {
+      ++delivery->end;
+      if (position <= delivery->next) ++delivery->next;
+    }
+  }
+}
+
+void NotifieeList::remove(Notifiee& notifiee) {
+  auto const found = std::find(notifiees_.begin(), notifiees_.end(), &notifiee);
+  if (found == notifiees_.end()) return;
+  auto const position = static_cast<std::size_t>(found - notifiees_.begin());
+  notifiees_.erase(found);
+  notifiee.list_ = nullptr;
+  for (Delivery* delivery = deliveries_; delivery; delivery = delivery->outer) {
+    if (position < delivery->end) --delivery->end;
+    if (position < delivery->next) --delivery->next;
+  }
+}
+
+void NotifieeList::notify(AttributeId id, void const* key) {
+  Delivery delivery(*this);
+  while (Notifiee* notifiee = delivery.following()) {
+    if (notifiee->hasNotificationActive() && !notifiee->isZombie()) notifiee->onAttribute(id, key);
+  }
+}
+
+void NotifieeList::notifyZeroReferences() {
+  Delivery delivery(*this);
+  while (Notifiee* notifiee = delivery.following()) notifiee->onZeroReferences();
+}
+
+}  // namespace Orb

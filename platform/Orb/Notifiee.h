@@ -1,0 +1,96 @@
+/// Notification: the list of an object's observers, and the observer's base class.
+///
+/// Delivery is synchronous and may nest. A change is in force before the first notifiee is called. While a
+/// delivery runs, notifiees may be added, removed and destroyed, the one that is being called and the
+/// observed object included:
+///   - a notifiee that is removed or destroyed before its turn is not called;
+///   - a notifiee that is added meanwhile sees the next change, not this one;
+///   - when the observed object dies, the delivery ends.
+/// A notifiee that is inactive or a zombie is skipped and the change is not replayed. An exception ends the
+/// delivery and leaves through the setter; the change stays in force.
+#pragma once
+
+#include <utility>
+#include <vector>
+
+#include "Orb/Ptr.h"
+
+namespace Orb {
+
+/// The observer of one object, which it never changes. It is called only while it is registered and active.
+class PtrInterface::NotifieeConst : public PtrInterface {
+ public:
+  ~NotifieeConst() override { isRegisteredNotifieeIs(false); }
+
+  /// An attribute of the notifier changed. `key` points at the key of the changed member of a collection and
+  /// is null for a scalar; it is good for the duration of the call.
+  virtual void onAttribute(AttributeId id, void const* key) = 0;
+
+  /// The observed object; null when disconnected.
+  virtual Ptr<PtrInterface const> notifier() const = 0;
+
+  /// Observes another object, or none. An object of a type that this observer does not know counts as none.
+  virtual void notifierIs(Ptr<PtrInterface const> const& notifier) = 0;
+
+  /// The last reference to an object on whose list this notifiee stands has gone. Taking a reference keeps it
+  /// alive.
+  virtual void onZeroReferences() {}
+
+  /// Puts this notifiee at the end of its notifier's list, or takes it off. Without a notifier nothing
+  /// happens.
+  void isRegisteredNotifieeIs(bool registered);
+  bool isRegisteredNotifiee() const noexcept { return list_ != nullptr; }
+
+ private:
+  friend class Orb::NotifieeList;
+  NotifieeList* list_ = nullptr;
+};
+
+/// The observers of one object, in the order of registration. The list counts no references.
+class NotifieeList {
+ public:
+  using Notifiee = PtrInterface::NotifieeConst;
+
+  NotifieeList() = default;
+  NotifieeList(NotifieeList const&) = delete;
+  NotifieeList& operator=(NotifieeList const&) = delete;
+  ~NotifieeList();
+
+  /// A notifiee stands on one list at a time; adding it takes it off another.
+  void add(Notifiee& notifiee);
+  void addFirst(Notifiee& notifiee);
+  void remove(Notifiee& notifiee);
+  std::size_t size() const noexcept { return notifiees_.size(); }
+
+  /// Calls every active notifiee. The owner of the list may be gone when this returns.
+  void notify(AttributeId id, void const* key);
+
+  /// Tells every notifiee, active or not, that the last reference to the observed object has gone.
+  void notifyZeroReferences();
+
+ private:
+  /// One running delivery, on the stack of notify(); the list knows all of its own and keeps their positions
+  /// right.
+  struct Delivery {
+    explicit Delivery(NotifieeList& owner)
+        : list(&owner),
+          head(&owner.deliveries_),
+          outer(std::exchange(owner.deliveries_, this)),
+          end(owner.size()) {}
+    ~Delivery() { *head = outer; }
+    Notifiee* following() { return next < end ? list->notifiees_[next++] : nullptr; }
+
+    NotifieeList* list;
+    Delivery** head;  ///< Where the list keeps this delivery; itself when the list is gone.
+    Delivery* outer;
+    std::size_t next = 0;
+    std::size_t end;
+  };
+
+  void insert(Notifiee& notifiee, std::size_t position);
+
+  std::vector<Notifiee*> notifiees_;
+  Delivery* deliveries_ = nullptr;
+};
+
+}  // namespace Orb

@@ -1,0 +1,110 @@
+/// A machine's reactors: one observer per input, whose wiring is a type.
+///
+///   class OrbVniDir : public Reactor<Orb::Dir, On<Orb::Dir::entryAttr, &QorEvpnTxSm::handleVniFdbStatus>> {
+///    public:
+///     using Reactor::Reactor;
+///   };
+///
+/// `On` joins an attribute of the input with a handler of the machine. The attribute's key type chooses the
+/// overload: a collection's handler takes the key and a notification without one is ignored; a scalar's
+/// handler takes nothing. Attributes that are not wired are ignored, and so is everything while the reactor
+/// is a zombie or has no owner.
+#pragma once
+
+#include <type_traits>
+
+#include "Orb/Attribute.h"
+#include "Orb/Notifiee.h"
+
+namespace Orb {
+
+namespace Impl {
+
+template <class Machine, class Key>
+struct HandlerType {
+  using Type = void (Machine::*)(Key const&);
+};
+template <class Machine>
+struct HandlerType<Machine, void> {
+  using Type = void (Machine::*)();
+};
+
+/// The type of the handler that a change of the attribute calls.
+template <class Machine, auto attribute>
+using Handler = typename HandlerType<Machine, typename decltype(attribute)::Key>::Type;
+
+}  // namespace Impl
+
+/// Wiring: a change of `attribute` calls `handler`.
+template <class Machine, auto attribute, Impl::Handler<Machine, attribute> handler>
+struct On {
+  static bool attributeChanged(Machine& machine, AttributeId id, void const* key) {
+    using Key = typename decltype(attribute)::Key;
+    if (id != attribute.id) return false;
+    if constexpr (std::is_void_v<Key>) {
+      (machine.*handler)();
+    } else if (key) {
+      (machine.*handler)(*static_cast<Key const*>(key));
+    }
+    return true;
+  }
+  static void notifierChanged(Machine&) {}
+};
+
+/// Wiring: another, non-null input calls `handler`.
+template <class Machine, void (Machine::*handler)()>
+struct OnNotifier {
+  static bool attributeChanged(Machine&, AttributeId, void const*) { return false; }
+  static void notifierChanged(Machine& machine) { (machine.*handler)(); }
+};
+
+template <class Machine_, class Input, class... Wires>
+class Reactor : public PtrInterface::NotifieeConst {
+ public:
+  using Machine = Machine_;
+  using InputPtr = Ptr<Input const>;
+
+  /// Observes `input` on behalf of `owner`, which it does not count; runs no handler.
+  Reactor(InputPtr const& input, Machine* owner) : notifier_(input), owner_(owner) {
+    isRegisteredNotifieeIs(true);
+  }
+  ~Reactor() override { isRegisteredNotifieeIs(false); }
+
+  Ptr<PtrInterface const> notifier() const override { return notifier_; }
+  InputPtr const& input() const noexcept { return notifier_; }
+  Machine* owner() const noexcept { return owner_; }
+  /// Cuts the reactor off from its machine; for the machine's own use.
+  void ownerDel() noexcept { owner_ = nullptr; }
+
+  /// The machine is held while its handler runs, so that it may drop what holds it.
+  void onAttribute(AttributeId id, void const* key) override {
+    if (isZombie() || !owner_) return;
+    Ptr<Machine> const machine(owner_);
+    static_cast<void>((Wires::attributeChanged(*machine, id, key) || ...));
+  }
+
+  void notifierIs(Ptr<PtrInterface const> const& notifier) override {
+    auto const input = ptrCast<Input const>(notifier);
+    if (input == notifier_) return;
+    Ptr<Reactor> const self(this);
+    isRegisteredNotifieeIs(false);
+    notifier_ = input;
+    if (input && !isZombie() && owner_) {
+      Ptr<Machine> const machine(owner_);
+      (Wires::notifierChanged(*machine), ...);
+    }
+    isRegisteredNotifieeIs(true);
+  }
+
+  void orbDoZombieReactors(bool zombie) override {
+    if (zombie == isZombie()) return;
+    if (notifier_) hasNotificationActiveIs(!zombie);
+    zombieIs(zombie);
+  }
+
+ private:
+  InputPtr notifier_;
+  Machine* owner_;
+};
+
+}  // namespace Orb

@@ -1,0 +1,115 @@
+#include "Orb/Type.h"
+
+#include <algorithm>
+#include <map>
+#include <string>
+
+#include "Orb/Dir.h"
+
+namespace Orb {
+
+namespace {
+
+std::map<std::string_view, TypeDescriptor const*>& registry() {
+  static std::map<std::string_view, TypeDescriptor const*> types;
+  return types;
+}
+
+AttributeInfo const& found(TypeDescriptor const& type, auto const& sought, auto member) {
+  auto const& attributes = type.attributes();
+  auto const at = std::find_if(attributes.begin(), attributes.end(),
+                               [&](AttributeInfo const& info) { return info.*member == sought; });
+  if (at != attributes.end()) return *at;
+  if constexpr (std::is_integral_v<std::decay_t<decltype(sought)>>) {
+    throw UnknownAttributeError(type.name(), std::to_string(sought));
+  } else {
+    throw UnknownAttributeError(type.name(), sought);
+  }
+}
+
+template <class Id>
+Value read(PtrInterface const& object, Id id) {
+  TypeDescriptor const& type = object.fwkType();
+  AttributeInfo const& info = type.attribute(id);
+  if (!info.read) throw AttributeAccessError(type.name(), info.name, AttributeAccessError::Access::read);
+  return info.read(object);
+}
+
+template <class Id>
+void write(PtrInterface& object, Id id, Value const& value) {
+  TypeDescriptor const& type = object.fwkType();
+  AttributeInfo const& info = type.attribute(id);
+  if (!info.write) throw AttributeAccessError(type.name(), info.name, AttributeAccessError::Access::written);
+  info.write(object, value);
+}
+
+template <class Id>
+void invoke(PtrInterface& object, Id id) {
+  TypeDescriptor const& type = object.fwkType();
+  AttributeInfo const& info = type.attribute(id);
+  if (!info.invoke) throw AttributeAccessError(type.name(), info.name, AttributeAccessError::Access::invoked);
+  info.invoke(object);
+}
+
+}  // namespace
+
+TypeDescriptor::TypeDescriptor(std::string_view name, std::vector<AttributeInfo> attributes,
+                               TypeDescriptor const* base)
+    : name_(name) {
+  if (base) attributes_ = base->attributes();
+  AttributeId next = firstOwnAttribute;
+  for (AttributeInfo& info : attributes) {
+    if (info.id == noAttribute) info.id = next;
+    next = std::max(next, info.id + 1);
+    attributes_.push_back(info);
+  }
+  registry()[name_] = this;
+}
+
+AttributeInfo const& TypeDescriptor::attribute(AttributeId id) const {
+  return found(*this, id, &AttributeInfo::id);
+}
+AttributeInfo const& TypeDescriptor::attribute(std::string_view name) const {
+  return found(*this, name, &AttributeInfo::name);
+}
+
+TypeDescriptor const* TypeDescriptor::find(std::string_view name) {
+  auto const at = registry().find(name);
+  return at == registry().end() ? nullptr : at->second;
+}
+
+Value attribute(PtrInterface const& object, AttributeId id) { return read(object, id); }
+Value attribute(PtrInterface const& object, std::string_view name) { return read(object, name); }
+void attributeIs(PtrInterface& object, AttributeId id, Value const& value) { write(object, id, value); }
+void attributeIs(PtrInterface& object, std::string_view name, Value const& value) {
+  write(object, name, value);
+}
+void attributeInvoke(PtrInterface& object, AttributeId id) { invoke(object, id); }
+void attributeInvoke(PtrInterface& object, std::string_view name) { invoke(object, name); }
+
+TypeDescriptor const& PtrInterface::fwkType() const {
+  static TypeDescriptor const type("Orb::PtrInterface", {});
+  return type;
+}
+
+TypeDescriptor const& Entity::fwkType() const { return type(); }
+TypeDescriptor const& Entity::type() {
+  using A = Attributes<Entity>;
+  static TypeDescriptor const descriptor(
+      "Orb::Entity",
+      {A::value<&Entity::name>("name", nameAttr.id), A::value<&Entity::fullName>("fullName", fullNameAttr.id),
+       A::value<&Entity::parent>("parent", parentAttr.id),
+       A::value<&Entity::parentAttrName>("parentAttrName", parentAttrNameAttr.id),
+       A::value<&Entity::entity>("entity", entityAttr.id)});
+  return descriptor;
+}
+
+TypeDescriptor const& Dir::fwkType() const {
+  using A = Attributes<Dir>;
+  static TypeDescriptor const descriptor(
+      "Orb::Dir", {A::collection<Entries, &Dir::entry, &Entries::Entry::key>("entry", entryAttr.id)},
+      &Entity::type());
+  return descriptor;
+}
+
+}  // namespace Orb

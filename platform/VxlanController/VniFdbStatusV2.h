@@ -1,0 +1,15 @@
+/// VxlanController::VniFdbStatusV2: what the controller learned from its switches about one VNI. It stands in
+/// a directory under its VNI in decimal.
+#pragma once
+
+#include "VxlanController/VniTables.h"
+
+namespace VxlanController {
+
+class VniFdbStatusV2 : public VniTables<258> {
+ public:
+  VniFdbStatusV2(Orb::Name name, Vxlan::Vni vni) : VniTables(std::move(name), vni) {}
+  Orb::TypeDescriptor const& fwkType() const override;
+};
+
+}  // namespace VxlanController
