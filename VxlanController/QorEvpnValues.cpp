@@ -19,7 +19,7 @@ static_assert(isFitForSharedMemory<FloodEntry> && sizeof(FloodEntry) == 8);
     &Orb::valueType<MacVniPair>(), &Orb::valueType<Host>(), &Orb::valueType<VniVtepPair>(),
     &Orb::valueType<FloodEntry>()};
 
-} // namespace
+}  // namespace
 
 void appendText(std::string& out, MacVniPair const& key) {
   Orb::appendTexts(out, "Value('QorEvpn::MacVniPair', ** {'macAddr': ", key.macAddr(), ", 'vni': ", key.vni(),
@@ -86,7 +86,7 @@ VniVtepPair::VniVtepPair(Iterator& current, Iterator end)
 FloodEntry::FloodEntry(Iterator& current, Iterator end)
     : FloodEntry(Orb::parseAt<FloodEntry>(current, end)) {}
 
-} // namespace QorEvpn
+}  // namespace QorEvpn
 
 std::vector<Orb::ValueAttribute> Orb::ValueTraits<QorEvpn::MacVniPair>::attributes() {
   return {readOnly<&QorEvpn::MacVniPair::macAddr>("macAddr"), readOnly<&QorEvpn::MacVniPair::vni>("vni")};

@@ -45,7 +45,7 @@ constexpr uint32_t wangHash(uint32_t h) {
   return h ^ (h >> 16);
 }
 
-} // namespace Impl
+}  // namespace Impl
 
 /// Key of a host row: a MAC address in a VNI. Sorted by MAC address, then VNI.
 class MacVniPair {
@@ -187,7 +187,7 @@ void strepToValue(std::string const& text, T& value) {
   value = strepToValue<T>(text);
 }
 
-} // namespace QorEvpn
+}  // namespace QorEvpn
 
 template <>
 struct Orb::ValueTraits<QorEvpn::MacVniPair> {

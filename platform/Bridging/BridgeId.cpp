@@ -11,7 +11,7 @@ namespace {
 
 [[maybe_unused]] Orb::ValueType const& registered = Orb::valueType<BridgeId>();
 
-} // namespace
+}  // namespace
 
 void appendText(std::string& out, BridgeId const& brId) { Orb::appendText(out, brId.value()); }
 
@@ -22,4 +22,4 @@ BridgeId parseText(Orb::TextCursor& text, std::type_identity<BridgeId>) {
 
 std::ostream& operator<<(std::ostream& out, BridgeId const& brId) { return out << brId.value(); }
 
-} // namespace Bridging
+}  // namespace Bridging

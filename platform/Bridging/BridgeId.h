@@ -60,7 +60,7 @@ class BridgeId {
   uint32_t value_ = 0;
 };
 
-} // namespace Bridging
+}  // namespace Bridging
 
 template <>
 struct Orb::ValueTraits<Bridging::BridgeId> {

@@ -49,14 +49,15 @@ class Report {
 
 void assertionFailed(char const* expression, SourceLocation where) {
   Report report;
-  report << "assertion failed: " << expression << ", function " << where.function << ", " << where.file << ":";
+  report << "assertion failed: " << expression << ", function " << where.function << ", " << where.file
+         << ":";
   report.number(where.line, 10);
   report.writeAndAbort();
 }
 
 void nullDereference(char const* function) {
-  // A call of a function that does not return may be the last instruction of its caller, so the address behind it
-  // can belong to the next function; the byte before it does not.
+  // A call of a function that does not return may be the last instruction of its caller, so the address
+  // behind it can belong to the next function; the byte before it does not.
   char const* const call = static_cast<char const*>(__builtin_return_address(0)) - 1;
   Report report;
   report << "null Orb::Ptr dereferenced: " << function << ", called from ";

@@ -4,20 +4,22 @@
 
 namespace Orb::Impl {
 
-/// Prints "assertion failed: <expression>, function <signature>, <file>:<line>" to standard error in one write and
-/// aborts. Allocates nothing, so it also reports faults found while memory is short. For `ORB_ASSERT` only.
+/// Prints "assertion failed: <expression>, function <signature>, <file>:<line>" to standard error in one
+/// write and aborts. Allocates nothing, so it also reports faults found while memory is short. For
+/// `ORB_ASSERT` only.
 [[noreturn, gnu::cold, gnu::noinline]] void assertionFailed(char const* expression, SourceLocation where);
 
 /// Prints that a null `Orb::Ptr` was dereferenced, `function` (the signature of the accessor, which names the
-/// pointer's type) and the code that called it (symbol and offset in its module, for addr2line), then aborts. Must be
-/// called from an accessor that is inlined into the faulty code, whose address it takes as its own return address.
+/// pointer's type) and the code that called it (symbol and offset in its module, for addr2line), then aborts.
+/// Must be called from an accessor that is inlined into the faulty code, whose address it takes as its own
+/// return address.
 [[noreturn, gnu::cold, gnu::noinline]] void nullDereference(char const* function);
 
 }  // namespace Orb::Impl
 
-/// Stops the process when `expr` is false, in every build type: an invariant that does not hold leaves no state that
-/// could be trusted to go on with. `expr` is evaluated exactly once and printed as it is written.
-#define ORB_ASSERT(expr)                                                                   \
-  (static_cast<bool>(expr)                                                                 \
-       ? static_cast<void>(0)                                                              \
+/// Stops the process when `expr` is false, in every build type: an invariant that does not hold leaves no
+/// state that could be trusted to go on with. `expr` is evaluated exactly once and printed as it is written.
+#define ORB_ASSERT(expr)      \
+  (static_cast<bool>(expr)    \
+       ? static_cast<void>(0) \
        : ::Orb::Impl::assertionFailed(#expr, {__FILE__, uint32_t{__LINE__}, __PRETTY_FUNCTION__}))

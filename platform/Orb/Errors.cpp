@@ -33,7 +33,8 @@ std::string refusedMessage(std::string_view type, AttributeAccessError::Access r
 }  // namespace
 
 ParseError::ParseError(size_t position, std::string_view expectation, std::string_view rest)
-    : Error(joined({"expected ", expectation, " at position ", std::to_string(position), ", found ", excerpt(rest)})),
+    : Error(joined(
+          {"expected ", expectation, " at position ", std::to_string(position), ", found ", excerpt(rest)})),
       position_(position),
       expectation_(expectation) {}
 
@@ -42,11 +43,13 @@ AttributeError::AttributeError(std::string_view attribute, std::string_view mess
 
 // The virtual base is built by the most derived class, so each of these states the whole text again.
 AttributeRangeError::AttributeRangeError(std::string_view attribute, RangeError const& cause)
-    : Error(attributeText(attribute, cause.what())), RangeError(cause), AttributeError(attribute, cause.what()) {}
-
+    : Error(attributeText(attribute, cause.what())),
+      RangeError(cause),
+      AttributeError(attribute, cause.what()) {}
 
 UnknownAttributeError::UnknownAttributeError(std::string_view type, std::string_view attribute)
-    : Error(attributeText(attribute, unknownMessage(type))), AttributeError(attribute, unknownMessage(type)) {}
+    : Error(attributeText(attribute, unknownMessage(type))),
+      AttributeError(attribute, unknownMessage(type)) {}
 
 AttributeAccessError::AttributeAccessError(std::string_view type, std::string_view attribute, Access refused)
     : Error(attributeText(attribute, refusedMessage(type, refused))),
@@ -55,7 +58,8 @@ AttributeAccessError::AttributeAccessError(std::string_view type, std::string_vi
 WrongTypeError::WrongTypeError(std::string_view wanted, std::string_view actual)
     : Error(joined({"a value of type ", wanted, " is needed, not of type ", actual})) {}
 
-UnknownTypeError::UnknownTypeError(std::string_view type) : Error(joined({"no type ", type, " is registered"})) {}
+UnknownTypeError::UnknownTypeError(std::string_view type)
+    : Error(joined({"no type ", type, " is registered"})) {}
 
 UnsupportedOperationError::UnsupportedOperationError(std::string_view type, std::string_view operation)
     : Error(joined({"values of type ", type, " have no ", operation})) {}

@@ -5,11 +5,12 @@
 #include <string>
 #include <string_view>
 
-/// The framework's errors. Faults of a caller or of outside data are exceptions derived from `Orb::Error`; broken
-/// invariants are assertions (Orb/Assert.h) and never exceptions.
+/// The framework's errors. Faults of a caller or of outside data are exceptions derived from `Orb::Error`;
+/// broken invariants are assertions (Orb/Assert.h) and never exceptions.
 ///
 /// `Error` is a virtual base, so that one error can be two things: an `AttributeRangeError` is caught as a
-/// `RangeError` by code that cares about values and as an `AttributeError` by code that cares about attributes.
+/// `RangeError` by code that cares about values and as an `AttributeError` by code that cares about
+/// attributes.
 namespace Orb {
 
 class Error : public std::runtime_error {
@@ -106,7 +107,8 @@ class ReinstantiationError : public virtual Error {
 namespace Impl {
 
 /// Raises `ReinstantiationError`; out of line to keep the look-up that calls it small.
-[[noreturn, gnu::cold]] void throwMutatorReinstantiating(std::string_view childType, std::string_view collection);
+[[noreturn, gnu::cold]] void throwMutatorReinstantiating(std::string_view childType,
+                                                         std::string_view collection);
 
 }  // namespace Impl
 

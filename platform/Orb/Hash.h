@@ -59,4 +59,4 @@ struct Hash {
   }
 };
 
-} // namespace Orb
+}  // namespace Orb

@@ -4,7 +4,8 @@
 
 namespace Orb {
 
-/// A place in the source. Stands in for `std::source_location`, which Clang 14 cannot evaluate with libstdc++.
+/// A place in the source. Stands in for `std::source_location`, which Clang 14 cannot evaluate with
+/// libstdc++.
 struct SourceLocation {
   char const* file;      ///< As the compiler was given it.
   uint32_t line;         ///< From 1.

@@ -23,7 +23,7 @@ bool readDigits(TextCursor& text, uint64_t max, uint64_t& value) {
   return fits;
 }
 
-} // namespace
+}  // namespace
 
 void TextCursor::expect(std::string_view piece) {
   if (!rest().starts_with(piece)) fail('"' + std::string(piece) + '"');
@@ -63,4 +63,4 @@ std::string parseText(TextCursor& text, std::type_identity<std::string>) {
   return all;
 }
 
-} // namespace Orb
+}  // namespace Orb

@@ -153,4 +153,4 @@ T parseWhole(std::string_view whole) {
   return value;
 }
 
-} // namespace Orb
+}  // namespace Orb

@@ -22,7 +22,7 @@ Registry& registry() {
                                                       &valueType<uint32_t>(), &valueType<uint64_t>(),
                                                       &valueType<std::string>()};
 
-} // namespace
+}  // namespace
 
 ValueType::ValueType(std::string name, size_t size, size_t align, Operations operations,
                      std::vector<ValueAttribute> attributes)
@@ -151,4 +151,4 @@ bool operator==(Value const& left, Value const& right) {
   return left.type() == right.type() && left.type().equal(left.object_, right.object_);
 }
 
-} // namespace Orb
+}  // namespace Orb

@@ -23,4 +23,4 @@ struct ValueAttribute;
 template <class T>
 struct ValueTraits;
 
-} // namespace Orb
+}  // namespace Orb

@@ -13,7 +13,7 @@ namespace {
 
 constexpr char rangeText[] = "Vni::value < Vni::min or > Vni::max not allowed";
 
-} // namespace
+}  // namespace
 
 void Vni::throwRange() { throw Orb::RangeError(rangeText); }
 
@@ -25,4 +25,4 @@ Vni parseText(Orb::TextCursor& text, std::type_identity<Vni>) {
 
 std::ostream& operator<<(std::ostream& out, Vni const& vni) { return out << vni.value(); }
 
-} // namespace Vxlan
+}  // namespace Vxlan

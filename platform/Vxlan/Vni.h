@@ -40,7 +40,7 @@ class Vni {
   uint32_t value_ = 0;
 };
 
-} // namespace Vxlan
+}  // namespace Vxlan
 
 template <>
 struct Orb::ValueTraits<Vxlan::Vni> {

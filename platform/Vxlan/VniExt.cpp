@@ -9,7 +9,7 @@ namespace {
 
 [[maybe_unused]] Orb::ValueType const& registered = Orb::valueType<VniExt>();
 
-} // namespace
+}  // namespace
 
 std::string VniExt::stringValue(bool isLabelled) const {
   std::string text = isLabelled ? "vni " : "";
@@ -19,4 +19,4 @@ std::string VniExt::stringValue(bool isLabelled) const {
 
 VniExt parseText(Orb::TextCursor& text, std::type_identity<VniExt>) { return Orb::parse<Vni>(text); }
 
-} // namespace Vxlan
+}  // namespace Vxlan

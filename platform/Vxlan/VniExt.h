@@ -32,7 +32,7 @@ class VniExt {
   Vni vni_;
 };
 
-} // namespace Vxlan
+}  // namespace Vxlan
 
 template <>
 struct Orb::ValueTraits<Vxlan::VniExt> {

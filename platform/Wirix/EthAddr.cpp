@@ -20,7 +20,7 @@ uint64_t hexDigit(Orb::TextCursor& text) {
   return digit;
 }
 
-} // namespace
+}  // namespace
 
 EthAddr::EthAddr(std::string_view text) : EthAddr(Orb::parseWhole<EthAddr>(text)) {}
 
@@ -45,4 +45,4 @@ EthAddr parseText(Orb::TextCursor& text, std::type_identity<EthAddr>) {
 
 std::ostream& operator<<(std::ostream& out, EthAddr const& addr) { return out << Orb::toText(addr); }
 
-} // namespace Wirix
+}  // namespace Wirix

@@ -53,7 +53,7 @@ class EthAddr {
   uint16_t word_[3] = {};
 };
 
-} // namespace Wirix
+}  // namespace Wirix
 
 template <>
 struct Orb::ValueTraits<Wirix::EthAddr> {

@@ -11,7 +11,7 @@ namespace {
 
 [[maybe_unused]] Orb::ValueType const& registered = Orb::valueType<IpAddr>();
 
-} // namespace
+}  // namespace
 
 IpAddr::IpAddr(std::string_view text) : IpAddr(Orb::parseWhole<IpAddr>(text)) {}
 
@@ -33,4 +33,4 @@ IpAddr parseText(Orb::TextCursor& text, std::type_identity<IpAddr>) {
 
 std::ostream& operator<<(std::ostream& out, IpAddr const& addr) { return out << Orb::toText(addr); }
 
-} // namespace Wirix
+}  // namespace Wirix

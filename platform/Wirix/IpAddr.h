@@ -37,7 +37,7 @@ class IpAddr {
   uint32_t value_ = 0;
 };
 
-} // namespace Wirix
+}  // namespace Wirix
 
 template <>
 struct Orb::ValueTraits<Wirix::IpAddr> {

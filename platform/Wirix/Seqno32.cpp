@@ -9,7 +9,7 @@ namespace {
 
 [[maybe_unused]] Orb::ValueType const& registered = Orb::valueType<Seqno32>();
 
-} // namespace
+}  // namespace
 
 void appendText(std::string& out, Seqno32 const& seqNo) { Orb::appendText(out, seqNo.value()); }
 

@@ -36,7 +36,7 @@ size_t distinctHashes(uint32_t count, HashOfMac hashOfMac) {
     hashes.push_back(Impl::wangHash(hashOfMac(EthAddr::ofValue(0x020000000000 + i)) ^ (i % 1000)));
   }
   std::ranges::sort(hashes);
-  return static_cast<size_t>(std::ranges::unique(hashes).begin() - hashes.begin());
+  return static_cast<size_t>(std::unique(hashes.begin(), hashes.end()) - hashes.begin());
 }
 
 TEST(Hash, SequentialMacsOverAThousandVnisSpread) {
@@ -93,9 +93,8 @@ TEST(BridgeId, CarriesTheVni) {
   EXPECT_EQ(BridgeId::ofVni(Vni(Vni::max)).value(), 0x02ffffffU);
   EXPECT_EQ(BridgeId(0x02001388).brType(), Bridging::brTypeVni());
   EXPECT_EQ(BridgeId(0x02001388).vni().stringValue(false), "5000");
-  EXPECT_DEATH(
-      static_cast<void>(BridgeId(0x03001388).vni()),
-      "assertion failed: brType\\(\\) == brTypeVni\\(\\), function .*vni.*, platform/Bridging/BridgeId.h:");
+  EXPECT_DEATH(static_cast<void>(BridgeId(0x03001388).vni()),
+               "assertion failed: brType\\(\\) == brTypeVni\\(\\), function .*vni.*Bridging/BridgeId.h:");
 }
 
 }  // namespace
