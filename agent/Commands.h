@@ -1,0 +1,35 @@
+/// The subcommands of the program. Each adds itself to the command line; when it is the one that was chosen, it
+/// leaves in `run` what main() is to call once the whole command line has been accepted.
+#pragma once
+
+#include <functional>
+#include <stdexcept>
+
+namespace CLI {
+class App;
+}
+
+namespace Agent {
+
+/// What the program exits with.
+enum ExitStatus : int { exitOk = 0, exitFailed = 1, exitUsage = 2 };
+
+/// Runs a command and returns the program's exit status. An exception is reported by its text and means
+/// `exitFailed`, a UsageError `exitUsage`.
+using Run = std::function<int()>;
+
+/// The command line is at odds with itself in a way that its parser cannot see.
+class UsageError : public std::runtime_error {
+ public:
+  using runtime_error::runtime_error;
+};
+
+void addAgentCommand(CLI::App& app, Run& run);
+void addEvpnCommand(CLI::App& app, Run& run);
+void addDemoCommand(CLI::App& app, Run& run);
+void addShowCommand(CLI::App& app, Run& run);
+void addWatchCommand(CLI::App& app, Run& run);
+void addCheckCommand(CLI::App& app, Run& run);
+void addTraceCommand(CLI::App& app, Run& run);
+
+}  // namespace Agent

@@ -1,0 +1,64 @@
+/// The control socket of a running agent: asks it for what no table shows, and switches its trace levels.
+///
+/// A client connects to the unix stream socket `Site::controlSocket()` (mode 0600: the agent's own user and root),
+/// writes one request line and reads one JSON document up to the end of the stream.
+///
+///   request                answer
+///   evpn-status            {"5000": {"floods": ["10.99.0.2"], "hosts": [{"mac": "02:..", "preference": 16, "seq": 0,
+///                          "vtep": "10.99.0.2"}]}}, sorted, of every VNI
+///   evpn-status 5000       the same of one VNI at most
+///   counters               [{"name": "hostIs", "owner": "exported/host", "value": 278}, ...], sorted by owner, name
+///   state                  what the agent is doing (AgentState.h)
+///   trace                  {"QorEvpnModeSm": [], "VxlanControllerEvpnTxSm": [3, 4]}: levels that are on, by handle
+///   trace HANDLE/LEVELS    switches levels as Trace::enable() does; then as `trace`
+///   anything else          {"error": "..."}
+#pragma once
+
+#include <functional>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+#include "agent/Loop.h"
+
+namespace Agent {
+
+/// Answers requests, from the loop. A client that does not read its answer holds up nothing but itself.
+class ControlServer {
+ public:
+  /// Answers the request, of which it is given the first word and the rest behind the blank. What it raises
+  /// becomes the error of the answer.
+  using Answer = std::function<nlohmann::ordered_json(std::string_view command, std::string_view argument)>;
+
+  /// Takes the place of a socket that a killed process left behind. Raises std::system_error.
+  ControlServer(Loop& loop, std::string path, Answer answer);
+  ~ControlServer();
+  ControlServer(ControlServer const&) = delete;
+  ControlServer& operator=(ControlServer const&) = delete;
+
+ private:
+  struct Client {
+    Fd fd;
+    std::string request;
+    std::string answer;
+    std::size_t written = 0;
+  };
+
+  void accept();
+  void serve(int fd);
+  void write(int fd);
+  void drop(int fd);
+
+  Loop& loop_;
+  std::string path_;
+  Answer answer_;
+  Fd listening_;
+  std::map<int, Client> clients_;
+};
+
+/// Asks the agent that listens at `path` and returns its answer. Raises std::system_error where no agent listens (the
+/// message says so) and std::runtime_error with the agent's own error.
+nlohmann::ordered_json controlRequest(std::string const& path, std::string_view request);
+
+}  // namespace Agent

@@ -1,0 +1,37 @@
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <iostream>
+
+#include "agent/Commands.h"
+
+int main(int argc, char** argv) {
+  CLI::App app("Joins a VXLAN controller's forwarding state with BGP EVPN.", "qorevpn");
+  app.require_subcommand(1);
+  app.set_help_all_flag("--help-all", "Print the help of every command");
+  app.footer(
+      "Examples:\n"
+      "  qorevpn demo                            two sites, live, with a verdict\n"
+      "  qorevpn agent --feed events.jsonl &     host the module for a site\n"
+      "  qorevpn show hosts --vni 5000           what it exports\n"
+      "  qorevpn agent --help                    more examples of a command\n\n"
+      "Exit status: 0, 1 if it failed, 2 if the command line is wrong.");
+  Agent::Run run;
+  Agent::addTraceCommand(app, run);
+  try {
+    app.parse(argc, argv);
+  } catch (CLI::ParseError const& error) {
+    return app.exit(error) == 0 ? Agent::exitOk : Agent::exitUsage;
+  }
+
+  // A reader of our output that goes away is seen as a failed write.
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    return run();
+  } catch (Agent::UsageError const& error) {
+    std::cerr << "qorevpn: " << error.what() << '\n';
+    return Agent::exitUsage;
+  } catch (std::exception const& error) {
+    std::cerr << "qorevpn: " << error.what() << '\n';
+    return Agent::exitFailed;
+  }
+}
