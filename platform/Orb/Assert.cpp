@@ -41,7 +41,7 @@ class Report {
   }
 
  private:
-  char buffer_[4096];
+  char buffer_[4096] = {};
   size_t used_ = 0;
 };
 

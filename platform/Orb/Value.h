@@ -122,7 +122,8 @@ class Value {
   ~Value();
 
   template <ValueLike T>
-  Value(T const& value) : Value(valueType<T>(), &value) {}
+  Value(T const& value)  // NOLINT(google-explicit-constructor): a value of any type is a Value
+      : Value(valueType<T>(), &value) {}
   /// A copy of the object at `from`, which is of `type`.
   Value(ValueType const& type, void const* from);
 

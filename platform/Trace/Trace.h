@@ -101,8 +101,8 @@ class Buffer {
 void deliver(Record const& record);
 
 template <Orb::Writable... Pieces>
-[[gnu::noinline, gnu::cold]] void write(Handle const& handle, unsigned level, Orb::SourceLocation where,
-                                        Pieces const&... pieces) {
+[[gnu::noinline, gnu::cold]] void write(Handle const& handle, unsigned level,
+                                        Orb::SourceLocation const& where, Pieces const&... pieces) {
   Buffer buffer;
   Orb::appendTexts(buffer.text(), pieces...);
   deliver({handle.name(), level, where, buffer.text()});
@@ -114,8 +114,10 @@ template <Orb::Writable... Pieces>
 
 /// Traces the texts of the pieces, one after the other, when `level` (0 to 9) is on for `handle`. When it is
 /// off, this is one test of the handle's mask and the pieces are not evaluated.
-#define TRACE(handle, level, ...)                                                                     \
-  do {                                                                                                \
-    if ((handle).isEnabled(level)) [[unlikely]]                                                       \
-      ::Trace::Impl::write((handle), (level), {__FILE__, uint32_t{__LINE__}, __func__}, __VA_ARGS__); \
+#define TRACE(handle, level, ...)                                                                \
+  do {                                                                                           \
+    if ((handle).isEnabled(level)) [[unlikely]] {                                                \
+      static constexpr ::Orb::SourceLocation tracedFrom{__FILE__, uint32_t{__LINE__}, __func__}; \
+      ::Trace::Impl::write((handle), (level), tracedFrom, __VA_ARGS__);                          \
+    }                                                                                            \
   } while (false)

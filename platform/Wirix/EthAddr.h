@@ -38,7 +38,8 @@ class EthAddr {
   constexpr uint32_t hash() const { return Orb::hashMix(value()); }
 
   friend constexpr bool operator==(EthAddr const& left, EthAddr const& right) {
-    return left.value() == right.value();
+    return ((left.word_[0] ^ right.word_[0]) | (left.word_[1] ^ right.word_[1]) |
+            (left.word_[2] ^ right.word_[2])) == 0;
   }
   /// By the octets as they are written.
   friend constexpr std::strong_ordering operator<=>(EthAddr const& left, EthAddr const& right) {

@@ -5,7 +5,9 @@
 namespace {
 
 TEST(Counter, FoundByOwnerAndNameWhileItLives) {
-  Counter::Counter first("tableA", "hostIs"), other("tableA", "hostDel"), same("tableB", "hostIs");
+  Counter::Counter first("tableA", "hostIs");
+  Counter::Counter const other("tableA", "hostDel");
+  Counter::Counter same("tableB", "hostIs");
   first.increment();
   first.increment();
   same.increment();

@@ -91,7 +91,7 @@ TEST(Value, OwnsACopy) {
     first = second;
     EXPECT_EQ(first, second);
     Value const third = std::move(first);
-    EXPECT_TRUE(first.empty());
+    EXPECT_TRUE(first.empty());  // NOLINT(bugprone-use-after-move): a Value that was moved from is empty
     EXPECT_EQ(third, second);
     EXPECT_FALSE(third == Value() || third == Value(uint32_t{2}));
     EXPECT_EQ(Value(), Value());

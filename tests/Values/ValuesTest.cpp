@@ -62,9 +62,11 @@ void expectOrder(std::vector<T> const& sorted) {
 TEST(Order, HostsByMacThenVniFloodEntriesByVniThenAddress) {
   expectOrder<EthAddr>({EthAddr(), EthAddr(0, 0, 0xffff), EthAddr(0, 1, 0), EthAddr(0x00ff, 0, 0),
                         EthAddr(0x0100, 0, 0), EthAddr(0x8000, 0, 0)});
-  EthAddr const low(0, 0, 1), high(0, 1, 0);
+  EthAddr const low(0, 0, 1);
+  EthAddr const high(0, 1, 0);
   expectOrder<MacVniPair>({{low, Vni(1)}, {low, Vni(Vni::max)}, {high, Vni(0)}, {high, Vni(2)}});
-  IpAddr const one(1), top(0x80000000);
+  IpAddr const one(1);
+  IpAddr const top(0x80000000);
   expectOrder<VniVtepPair>({{Vni(0), top}, {Vni(1), one}, {Vni(1), top}, {Vni(2), IpAddr()}});
 }
 
