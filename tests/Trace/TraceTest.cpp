@@ -87,7 +87,7 @@ TEST(Trace, LevelsBelongToTheName) {
   EXPECT_EQ(enabled(second), "0 1 2 3 4 5 6 7 8 9 ");
 }
 
-// Its worth is under a thread sanitizer; anywhere it shows that switching and tracing do not upset each other.
+// For the thread sanitizer above all.
 TEST(Trace, SwitchedWhileAnotherThreadTraces) {
   TraceCapture capture("TraceTest");
   std::atomic<bool> isDone = false;
