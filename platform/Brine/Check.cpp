@@ -1,0 +1,143 @@
+#include "Brine/Check.h"
+
+#include <algorithm>
+
+#include "Brine/Errors.h"
+#include "Brine/Row.h"
+
+namespace Brine {
+namespace {
+
+constexpr size_t maxViolations = 100;
+
+class Checker {
+ public:
+  Checker(Segment const& segment, bool tidy)
+      : segment_(segment),
+        layout_(segment.layout()),
+        shape_(segment.shape()),
+        index_(segment.index()),
+        tidy_(tidy) {}
+
+  std::vector<Violation> run() {
+    Header const* const header = segment_.header();
+    head_ = loadAcquire(&header->head);
+    if (!isSealed(segment_.seed(), geometryPlace, loadAcquire(&header->geometry)))
+      report("geometry seal", "the header");
+    try {
+      highWater_ = segment_.highWater();
+    } catch (CorruptionError const&) {
+      report("high-water seal", "the header");
+      highWater_ = segment_.capacity();
+    }
+    passed_.resize(index_.lineCount());
+    for (uint32_t id = 0; id < segment_.capacity() && violations_.size() < maxViolations; ++id) checkRow(id);
+    if (tidy_) {
+      for (uint32_t number = 0; number < index_.lineCount() && violations_.size() < maxViolations; ++number) {
+        checkLine(number);
+      }
+      for (uint32_t i = 0; i < layout_.ringEntries(); ++i) checkRingEntry(i);
+      if (loadAcquire(&header->rows) != rows_) report("row count", std::to_string(rows_) + " rows live");
+    }
+    return std::move(violations_);
+  }
+
+ private:
+  void report(char const* invariant, std::string detail) {
+    if (violations_.size() < maxViolations) violations_.push_back({invariant, std::move(detail)});
+  }
+
+  void checkRow(uint32_t id) {
+    uint64_t words[maxRowWords];
+    uint64_t version = 0;
+    RowState const state = readRow(segment_.slot(id), id, segment_.seed(), layout_.keyWords(),
+                                   layout_.valueWords(), words, version);
+    std::string const name = "row " + std::to_string(id);
+    if (state == RowState::damaged) return report("row check", name);
+    if (version != 0 && id >= highWater_) report("high water", name);
+    if (tidy_ && sequenceOf(version) > head_) report("sequence", name);
+    uint32_t const column = loadAcquire(segment_.column(id));
+    if (state == RowState::dead) {
+      if (tidy_ && column != noColumn) report("column cleared", name);
+      return;
+    }
+    if (!shape_.isValid(words)) return report("row values", name);
+    ++rows_;
+    if (column != shape_.column(words)) report("row column", name);
+    checkFound(id, words, name);
+  }
+
+  void checkFound(uint32_t id, uint64_t const* words, std::string const& name) {
+    unsigned const keyWords = layout_.keyWords();
+    uint32_t const hash = shape_.hash(words);
+    uint16_t const tag = Index::tagOf(words, keyWords);
+    uint32_t twin = noRow;
+    uint32_t const found = index_.find(hash, tag, [&](uint32_t other) {
+      if (other >= segment_.capacity() || other == id) return other == id;
+      uint64_t otherWords[maxRowWords];
+      uint64_t version = 0;
+      if (readRow(segment_.slot(other), other, segment_.seed(), keyWords, layout_.valueWords(), otherWords,
+                  version) == RowState::live &&
+          std::equal(words, words + keyWords, otherWords)) {
+        twin = other;
+      }
+      return false;
+    });
+    if (twin != noRow) report("key unique", name + " and row " + std::to_string(twin));
+    if (found == noRow) return report("row found", name);
+    if (!tidy_) return;
+    // The lines that the key passed on its way.
+    for (uint32_t number = index_.homeLine(hash); !lineHolds(number, tag, id); number = index_.next(number)) {
+      ++passed_[number];
+    }
+  }
+
+  bool lineHolds(uint32_t number, uint16_t tag, uint32_t id) const {
+    uint64_t const* const words = index_.line(number);
+    for (unsigned lane = 0; lane < lanesPerLine; ++lane) {
+      if (Index::tagOfLane(words, lane) == tag && Index::idOfLane(words, lane) == id) return true;
+    }
+    return false;
+  }
+
+  void checkLine(uint32_t number) {
+    uint64_t const* const words = index_.line(number);
+    std::string const name = "index line " + std::to_string(number);
+    if (Index::passedOf(words) != passed_[number]) report("index count", name);
+    for (unsigned lane = 0; lane < lanesPerLine; ++lane) {
+      uint16_t const tag = Index::tagOfLane(words, lane);
+      if (tag == 0) continue;
+      uint32_t const id = Index::idOfLane(words, lane);
+      if (id >= segment_.capacity() || (loadAcquire(segment_.slot(id)) & versionLive) == 0 ||
+          Index::tagOf(segment_.slot(id) + 2, layout_.keyWords()) != tag) {
+        report("index entry", name + ", lane " + std::to_string(lane));
+      }
+    }
+  }
+
+  void checkRingEntry(uint32_t place) {
+    uint64_t const sequence = loadAcquire(segment_.ringEntry(place));
+    if (sequence != 0 && (sequence > head_ || (sequence & (layout_.ringEntries() - 1)) != place)) {
+      report("ring entry", "entry " + std::to_string(place));
+    }
+  }
+
+  Segment const& segment_;
+  Layout const& layout_;
+  RowShape const& shape_;
+  Index const index_;
+  bool const tidy_;
+  uint64_t head_ = 0;
+  uint32_t highWater_ = 0;
+  uint64_t rows_ = 0;
+  std::vector<uint32_t> passed_;
+  std::vector<Violation> violations_;
+};
+
+}  // namespace
+
+std::vector<Violation> checkSegment(Segment const& segment, bool tidy) {
+  return Checker(segment, tidy).run();
+}
+
+}  // namespace Brine

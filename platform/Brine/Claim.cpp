@@ -1,0 +1,90 @@
+#include "Brine/Claim.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <mutex>
+#include <vector>
+
+#include "Brine/Errors.h"
+
+namespace Brine {
+namespace {
+
+/// Neither is destroyed at exit: a table that outlives them must still find its claim.
+std::mutex& claimsMutex() {
+  static auto* const mutex = new std::mutex;
+  return *mutex;
+}
+std::vector<Claim*>& claims() {
+  static auto* const list = new std::vector<Claim*>;
+  return *list;
+}
+
+}  // namespace
+
+Claim::Claim(Folder const& folder) {
+  static bool const registered = ::pthread_atfork(&onForkPrepare, &onForkParent, &onForkChild) == 0;
+  if (!registered) throw MountFailure(MountStatus::noResources, "fork handlers cannot be registered");
+  std::lock_guard const guard(claimsMutex());
+  struct stat status {};
+  if (folder.lockStatus(status)) {
+    bool const own = std::any_of(claims().begin(), claims().end(), [&](Claim const* claim) {
+      return claim->device_ == status.st_dev && claim->inode_ == status.st_ino;
+    });
+    if (own) throw MountFailure(MountStatus::busy, "another table object of this process writes the table");
+  }
+  Fd lock = folder.openLock();
+  struct flock region {};
+  region.l_type = F_WRLCK;
+  region.l_whence = SEEK_SET;
+  if (sys.lock(lock.get(), &region) != 0) {
+    if (errno == EAGAIN || errno == EACCES)
+      throw MountFailure(MountStatus::busy, "another process writes the table");
+    throw MountFailure::ofErrno(errno, "locking the table");
+  }
+  // A lock on a file that lost its name keeps nobody out.
+  if (!folder.isLock(lock.get())) throw MountFailure(MountStatus::busy, "the lock file was replaced");
+  if (sys.status(lock.get(), &status) != 0) throw MountFailure::ofErrno(errno, "looking at the lock file");
+  claims().push_back(this);
+  device_ = status.st_dev;
+  inode_ = status.st_ino;
+  lock_ = std::move(lock);
+  held_ = true;
+}
+
+Claim::~Claim() {
+  std::lock_guard const guard(claimsMutex());
+  std::erase(claims(), this);
+  // The table's descriptor first: who waits for the lock must find nobody writing.
+  table_.reset();
+  lock_.reset();
+}
+
+void Claim::tableIs(Fd table) {
+  std::lock_guard const guard(claimsMutex());
+  table_ = std::move(table);
+}
+
+Fd Claim::releaseTable() {
+  std::lock_guard const guard(claimsMutex());
+  return std::move(table_);
+}
+
+void Claim::onForkPrepare() { claimsMutex().lock(); }
+void Claim::onForkParent() { claimsMutex().unlock(); }
+
+void Claim::onForkChild() {
+  for (Claim* const claim : claims()) {
+    claim->held_ = false;
+    claim->table_.reset();
+    claim->lock_.reset();
+  }
+  claims().clear();
+  claimsMutex().unlock();
+}
+
+}  // namespace Brine

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <memory>
+
+#include "Brine/Folder.h"
+
+namespace Brine {
+
+/// The right to write a table, held by one table object of one process.
+///
+/// Between processes it is a record lock on the lock file: it ends with the process however that ends, a forked child
+/// does not have it, and only who may write the lock file (0600) can take it. Record locks do not tell the owners
+/// within one process apart and are lost when the process closes any descriptor of the file; so a list of the
+/// process's own claims is asked first, before the file is opened.
+///
+/// A child made by fork() inherits memory and descriptors but not the right: there `isHeld()` is false, and the
+/// inherited descriptors are closed at once, so that the kernel reports the writer's end when the writer ends.
+class Claim {
+ public:
+  /// Raises `MountFailure`, `busy` if another one holds it.
+  explicit Claim(Folder const& folder);
+  ~Claim();
+  Claim(Claim const&) = delete;
+  Claim& operator=(Claim const&) = delete;
+
+  /// False in a child process that inherited the claim's object.
+  bool isHeld() const { return held_; }
+  /// The table's descriptor, kept here so that a forked child can close it.
+  void tableIs(Fd table);
+  int table() const { return table_.get(); }
+  /// Gives it up without closing it.
+  Fd releaseTable();
+
+ private:
+  static void onForkPrepare();
+  static void onForkParent();
+  static void onForkChild();
+
+  Fd lock_;
+  Fd table_;
+  dev_t device_ = 0;
+  ino_t inode_ = 0;
+  bool held_ = false;
+};
+
+}  // namespace Brine

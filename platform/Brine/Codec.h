@@ -1,0 +1,69 @@
+#pragma once
+
+#include <concepts>
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+namespace Brine {
+
+/// How rows of a type lie in shared memory: as 64-bit words, the key's words first. Specialise it for each row type:
+///
+///   template <> struct Brine::Codec<Row> {
+///     using Key = ...;
+///     static constexpr std::string_view rowType = "...";      // Part of the table's fingerprint.
+///     static constexpr unsigned keyWords = ..., rowWords = ...;
+///     static Key key(Row const& row);
+///     static void encodeKey(Key const& key, uint64_t* words);  // keyWords
+///     static void encode(Row const& row, uint64_t* words);     // rowWords
+///     static std::optional<Key> decodeKey(uint64_t const* words);
+///     static std::optional<Row> decode(uint64_t const* words);
+///     static uint32_t hash(uint64_t const* keyWords);
+///     static uint32_t column(uint64_t const* keyWords);
+///   };
+///
+/// Equal keys have equal words and different keys different ones; no bit is left to chance. Decoding refuses words that
+/// no encoding gives, which the engine reports as corruption. `hash` and `column` accept any words. `column` is the
+/// value that walks can be filtered on; a key's own one must not be `noColumn`. Keys are sorted by their operator<.
+template <class Row>
+struct Codec;
+
+/// A row type that a table can hold.
+template <class Row>
+concept TableRow = requires(Row const& row, typename Codec<Row>::Key const& key, uint64_t* words) {
+  { Codec<Row>::rowType } -> std::convertible_to<std::string_view>;
+  { Codec<Row>::key(row) } -> std::convertible_to<typename Codec<Row>::Key>;
+  {Codec<Row>::encodeKey(key, words)};
+  {Codec<Row>::encode(row, words)};
+  { Codec<Row>::decodeKey(words) } -> std::same_as<std::optional<typename Codec<Row>::Key>>;
+  { Codec<Row>::decode(words) } -> std::same_as<std::optional<Row>>;
+  { Codec<Row>::hash(words) } -> std::same_as<uint32_t>;
+  { Codec<Row>::column(words) } -> std::same_as<uint32_t>;
+  { key < key } -> std::convertible_to<bool>;
+  requires Codec<Row>::keyWords >= 1 && Codec<Row>::rowWords >= Codec<Row>::keyWords;
+};
+
+/// A codec as the parts of the engine see it that do not know the row type: mount, recovery, growth, check.
+struct RowShape {
+  std::string_view rowType;
+  unsigned keyWords;
+  unsigned rowWords;
+  uint32_t (*hash)(uint64_t const* keyWords);
+  uint32_t (*column)(uint64_t const* keyWords);
+  bool (*isValid)(uint64_t const* rowWords);
+
+  unsigned valueWords() const { return rowWords - keyWords; }
+  /// Differs between shapes whose tables do not understand one another.
+  uint64_t fingerprint() const;
+
+  template <TableRow Row>
+  static RowShape of() {
+    return {
+        Codec<Row>::rowType,  Codec<Row>::keyWords,
+        Codec<Row>::rowWords, &Codec<Row>::hash,
+        &Codec<Row>::column,  [](uint64_t const* words) {
+              return Codec<Row>::decode(words).has_value(); }};
+  }
+};
+
+}  // namespace Brine

@@ -1,0 +1,162 @@
+#pragma once
+
+#include <cstdint>
+
+#include "Brine/Layout.h"
+#include "Brine/Word.h"
+
+namespace Brine {
+
+/// Finds row ids by key: lines of ten lanes, each a 16-bit tag and an id, and a count of the keys that found the line
+/// full and live behind it. A key lives in the first line, from its home line on, that had a free lane; it stays in its
+/// lane until it is removed, and a removal leaves no mark. An absent key thus mostly costs one line and no row.
+///
+/// The lines lie in shared memory, or in private memory for a reader's shadow. One process writes them; it makes an
+/// entry before the row lives and clears it after the row died, and counts a line as passed before the entry behind it
+/// is made. So at every instant, also where the writer died, a row that lives can be found. Entries of rows that do
+/// not live are harmless: whoever follows one compares the key, inside the row's version check.
+class Index {
+ public:
+  Index() = default;
+  Index(uint64_t* lines, uint32_t lineCount) : lines_(lines), lineCount_(lineCount) {}
+
+  /// Words of a line.
+  static constexpr unsigned lineWords = 8;
+
+  /// What tells the keys of a line apart: from the key's bytes, not from the hash, whose high bits chose the line.
+  static uint16_t tagOf(uint64_t const* key, unsigned keyWords) {
+    uint64_t sum = 0x9E3779B97F4A7C15U;
+    for (unsigned i = 0; i < keyWords; ++i) sum = (sum ^ key[i]) * 0xD6E8FEB86659FD93U;
+    auto const tag = static_cast<uint16_t>(sum >> 48);
+    return tag == 0 ? uint16_t{1} : tag;
+  }
+
+  uint32_t lineCount() const { return lineCount_; }
+  uint32_t homeLine(uint32_t hash) const { return static_cast<uint32_t>(uint64_t{hash} * lineCount_ >> 32); }
+  uint64_t const* line(uint32_t number) const { return lines_ + uint64_t{number} * lineWords; }
+
+  void prefetch(uint32_t hash) const { __builtin_prefetch(line(homeLine(hash))); }
+
+  /// Calls `match(id)` for each entry with that tag until it returns true; returns that id, or `noRow`. Entries may be
+  /// of other keys, ids may be anything: `match` decides. Ends after each line was seen once, whatever they hold.
+  template <class Match>
+  uint32_t find(uint32_t hash, uint16_t tag, Match&& match) const {
+    uint64_t const wanted = tag * lowLaneBits;
+    uint32_t number = homeLine(hash);
+    for (uint32_t seen = 0; seen < lineCount_; ++seen) {
+      uint64_t const* const words = line(number);
+      uint64_t const tags2 = loadAcquire(words + 2);
+      // Bit 15 of a lane is set where the tag matches. A lane above a match may be set wrongly, which costs a look.
+      uint64_t hits = matchLanes(loadAcquire(words) ^ wanted);
+      for (unsigned group = 0;;) {
+        for (; hits != 0; hits &= hits - 1) {
+          unsigned const lane = group * 4 + static_cast<unsigned>(__builtin_ctzll(hits)) / 16;
+          uint32_t const id = idOfLane(words, lane);
+          if (match(id)) return id;
+        }
+        if (++group == 3) break;
+        hits = group == 1 ? matchLanes(loadAcquire(words + 1) ^ wanted)
+                          : matchLanes((tags2 ^ wanted) | ~uint64_t{0xFFFFFFFFU}) & 0xFFFFFFFFU;
+      }
+      if (tags2 >> 32 == 0) return noRow;
+      number = next(number);
+    }
+    return noRow;
+  }
+
+  /// Calls `visit(id)` for the entries of the home line only, matching or not: to prefetch the rows that a look-up will
+  /// read.
+  template <class Visit>
+  void visitTagged(uint32_t hash, uint16_t tag, Visit&& visit) const {
+    uint64_t const wanted = tag * lowLaneBits;
+    uint64_t const* const words = line(homeLine(hash));
+    for (unsigned group = 0; group < 3; ++group) {
+      uint64_t hits = matchLanes(loadAcquire(words + group) ^ wanted);
+      if (group == 2) hits &= 0xFFFFFFFFU;
+      for (; hits != 0; hits &= hits - 1) {
+        visit(idOfLane(words, group * 4 + static_cast<unsigned>(__builtin_ctzll(hits)) / 16));
+      }
+    }
+  }
+
+  /// Writer: makes an entry. The key must not have one. False if every lane of every line is taken, which the number of
+  /// lines rules out unless they are damaged.
+  bool insert(uint32_t hash, uint16_t tag, uint32_t id) {
+    uint32_t const home = homeLine(hash);
+    uint32_t number = home;
+    unsigned lane = lanesPerLine;
+    for (uint32_t seen = 0; seen < lineCount_; ++seen, number = next(number)) {
+      if ((lane = freeLane(line(number))) < lanesPerLine) break;
+    }
+    if (lane == lanesPerLine) return false;
+    for (uint32_t passed = home; passed != number; passed = next(passed)) addPassed(passed, +1);
+    uint64_t* const words = lines_ + uint64_t{number} * lineWords;
+    setId(words, lane, id);
+    setTag(words, lane, tag);
+    return true;
+  }
+
+  /// Writer: clears the entry of that tag and id. False if there is none.
+  bool erase(uint32_t hash, uint16_t tag, uint32_t id) {
+    uint32_t const home = homeLine(hash);
+    uint32_t number = home;
+    for (uint32_t seen = 0; seen < lineCount_; ++seen, number = next(number)) {
+      uint64_t* const words = lines_ + uint64_t{number} * lineWords;
+      for (unsigned lane = 0; lane < lanesPerLine; ++lane) {
+        if (tagOfLane(words, lane) != tag || idOfLane(words, lane) != id) continue;
+        setTag(words, lane, 0);
+        for (uint32_t passed = home; passed != number; passed = next(passed)) addPassed(passed, -1);
+        return true;
+      }
+      if (passedOf(words) == 0) return false;
+    }
+    return false;
+  }
+
+  // For the checker.
+  static uint16_t tagOfLane(uint64_t const* words, unsigned lane) {
+    return static_cast<uint16_t>(loadAcquire(words + lane / 4) >> (lane % 4 * 16));
+  }
+  static uint32_t idOfLane(uint64_t const* words, unsigned lane) {
+    return static_cast<uint32_t>(loadAcquire(words + 3 + lane / 2) >> (lane % 2 * 32));
+  }
+  static uint32_t passedOf(uint64_t const* words) {
+    return static_cast<uint32_t>(loadAcquire(words + 2) >> 32);
+  }
+  uint32_t next(uint32_t number) const { return number + 1 == lineCount_ ? 0 : number + 1; }
+
+ private:
+  static constexpr uint64_t lowLaneBits = 0x0001000100010001U;
+
+  static constexpr uint64_t matchLanes(uint64_t difference) {
+    return (difference - lowLaneBits) & ~difference & (lowLaneBits << 15);
+  }
+  static unsigned freeLane(uint64_t const* words) {
+    for (unsigned group = 0; group < 3; ++group) {
+      uint64_t free = matchLanes(loadRelaxed(words + group));
+      if (group == 2) free &= 0xFFFFFFFFU;
+      // The lowest match is always a true one.
+      if (free != 0) return group * 4 + static_cast<unsigned>(__builtin_ctzll(free)) / 16;
+    }
+    return lanesPerLine;
+  }
+  static void setTag(uint64_t* words, unsigned lane, uint16_t tag) {
+    unsigned const shift = lane % 4 * 16;
+    uint64_t const old = loadRelaxed(words + lane / 4);
+    storeRelease(words + lane / 4, (old & ~(uint64_t{0xFFFF} << shift)) | uint64_t{tag} << shift);
+  }
+  static void setId(uint64_t* words, unsigned lane, uint32_t id) {
+    unsigned const shift = lane % 2 * 32;
+    uint64_t const old = loadRelaxed(words + 3 + lane / 2);
+    storeRelease(words + 3 + lane / 2, (old & ~(uint64_t{0xFFFFFFFF} << shift)) | uint64_t{id} << shift);
+  }
+  void addPassed(uint32_t number, int difference) {
+    uint64_t* const word = lines_ + uint64_t{number} * lineWords + 2;
+    storeRelease(word, loadRelaxed(word) + (static_cast<uint64_t>(static_cast<int64_t>(difference)) << 32));
+  }
+
+  uint64_t* lines_ = nullptr;
+  uint32_t lineCount_ = 0;
+};
+
+}  // namespace Brine

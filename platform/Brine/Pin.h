@@ -1,0 +1,50 @@
+#pragma once
+
+#include <optional>
+
+#include "Brine/Shadow.h"
+
+namespace Brine {
+
+/// A row that its reader is being told of, or walks over: until the teller is done, look-ups of the key give this row,
+/// so that what a callback reads is what it was called for. Pins of a table form a list, the newest first.
+template <class Row>
+class Pin {
+ public:
+  Pin() = default;
+  Pin(Pin const&) = delete;
+  Pin& operator=(Pin const&) = delete;
+  ~Pin() { unlink(); }
+
+  /// Pins `row`, or the key's absence.
+  void link(Pin*& list, KeyWords const& key, std::optional<Row> const& row) {
+    unlink();
+    key_ = key;
+    row_ = row;
+    next_ = list;
+    if (next_ != nullptr) next_->link_ = &next_;
+    list = this;
+    link_ = &list;
+  }
+  void unlink() {
+    if (link_ == nullptr) return;
+    *link_ = next_;
+    if (next_ != nullptr) next_->link_ = link_;
+    link_ = nullptr;
+    next_ = nullptr;
+  }
+
+  Pin* next() const { return next_; }
+  std::optional<Row> const& row() const { return row_; }
+  bool isFor(KeyWords const& key, unsigned keyWords) const {
+    return std::equal(key.words, key.words + keyWords, key_.words);
+  }
+
+ private:
+  Pin* next_ = nullptr;
+  Pin** link_ = nullptr;
+  KeyWords key_;
+  std::optional<Row> row_;
+};
+
+}  // namespace Brine

@@ -1,0 +1,283 @@
+#include "Brine/Segment.h"
+
+#include <sys/mman.h>
+#include <time.h>
+
+#include <cerrno>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "Brine/Errors.h"
+
+namespace Brine {
+namespace {
+
+MountFailure corrupt(std::string const& what) { return {MountStatus::corrupt, what}; }
+
+uint64_t identityCheckOf(Header const& header) {
+  uint64_t words[offsetof(Header, incarnation) / 8];
+  std::memcpy(words, &header, sizeof words);
+  words[offsetof(Header, identityCheck) / 8] = 0;
+  uint64_t sum = layoutVersion;
+  for (uint64_t const word : words) sum = mixWords(sum ^ word, 0xE7037ED1A0B428DBU) + 0x8EBC6AF09C88C6E3U;
+  return sum;
+}
+
+/// Copies the identity lines, which nobody writes after creation, word by word.
+Header readIdentity(std::byte const* page) {
+  Header header{};
+  uint64_t words[offsetof(Header, incarnation) / 8];
+  auto const* const from = static_cast<uint64_t const*>(static_cast<void const*>(page));
+  for (size_t i = 0; i < std::size(words); ++i) words[i] = loadRelaxed(from + i);
+  std::memcpy(&header, words, sizeof words);
+  return header;
+}
+
+/// Reserves in pieces: a signal undoes the piece under way, and a large one might never get through.
+int reserve(int fd, uint64_t offset, uint64_t size) {
+  constexpr uint64_t pieceBytes = uint64_t{1} << 20;
+  while (size != 0) {
+    uint64_t const piece = std::min(size, pieceBytes);
+    int const error = sys.allocate(fd, static_cast<off_t>(offset), static_cast<off_t>(piece));
+    if (error == EINTR) continue;
+    if (error != 0) return error;
+    offset += piece;
+    size -= piece;
+  }
+  return 0;
+}
+
+uint64_t nanoseconds() {
+  timespec now{};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  return static_cast<uint64_t>(now.tv_sec) * 1000000000U + static_cast<uint64_t>(now.tv_nsec);
+}
+
+}  // namespace
+
+uint64_t RowShape::fingerprint() const {
+  uint64_t sum = mixWords(layoutVersion ^ 0xA0761D6478BD642FU, uint64_t{keyWords} << 32 | rowWords);
+  auto const add = [&sum](uint64_t word) { sum = mixWords(sum ^ word, 0x9E3779B97F4A7C15U) + 1; };
+  for (char const c : rowType) add(static_cast<unsigned char>(c));
+  // The hash and the column are known by what they give for some keys.
+  for (uint64_t probe = 1; probe <= 8; ++probe) {
+    uint64_t key[maxKeyWords];
+    for (uint64_t i = 0; i < maxKeyWords; ++i) key[i] = mixWords(probe, 0xD6E8FEB86659FD93U + i);
+    add(hash(key));
+    add(column(key));
+  }
+  return sum;
+}
+
+Segment::Segment(RowShape const& shape, int fd, bool writable, bool repair)
+    : shape_(shape), fd_(fd), writable_(writable) {
+  try {
+    attach(repair);
+  } catch (...) {
+    for (Piece const& piece : pieces_) sys.unmap(piece.address, piece.size);
+    throw;
+  }
+}
+
+Segment::Segment(RowShape const& shape, std::span<std::byte const> image) : shape_(shape), image_(image) {
+  attach(false);
+}
+
+Segment::~Segment() {
+  for (Piece const& piece : pieces_) sys.unmap(piece.address, piece.size);
+}
+
+void Segment::format(RowShape const& shape, int fd, uint32_t initialRows, uint32_t ringEntries) {
+  Layout const layout(initialRows, ringEntries, shape.keyWords, shape.rowWords);
+  if (!layout.isPlausible())
+    throw MountFailure(MountStatus::incompatible, "unusable initial sizes of a table");
+  if (int const error = reserve(fd, 0, layout.fileBytes(0)); error != 0) {
+    throw MountFailure::ofErrno(error, "reserving space for the table");
+  }
+  void* const page = sys.map(pageBytes, PROT_READ | PROT_WRITE, fd, 0);
+  if (page == MAP_FAILED) throw MountFailure::ofErrno(errno, "mapping the new table");
+  Header header{};
+  std::random_device random;
+  auto const random64 = [&random] { return uint64_t{random()} << 32 | random(); };
+  header.magic = magicNumber;
+  header.fingerprint = shape.fingerprint();
+  header.seed = random64();
+  header.generation = random64();
+  // Later tables of a name begin behind all changes of earlier ones, as long as the clock does not step back.
+  header.firstSequence = nanoseconds();
+  header.initialRows = initialRows;
+  header.ringEntries = ringEntries;
+  header.keyWords = shape.keyWords;
+  header.rowWords = shape.rowWords;
+  shape.rowType.copy(header.rowType, sizeof header.rowType);
+  header.identityCheck = identityCheckOf(header);
+  header.geometry = sealWord(header.seed, geometryPlace, Geometry{}.payload());
+  header.highWater = sealWord(header.seed, highWaterPlace, 0);
+  header.head = header.quiet = header.firstSequence;
+  std::memcpy(page, &header, sizeof header);
+  sys.unmap(page, pageBytes);
+  Segment const segment(shape, fd, true);
+  for (uint32_t id = 0; id < segment.capacity(); ++id) storeRelaxed(segment.column(id), noColumn);
+}
+
+void Segment::attach(bool repair) {
+  if (size() < pageBytes) throw corrupt("the file is shorter than a table's header");
+  std::byte* const page = map(0, pageBytes);
+  Header const identity = readIdentity(page);
+  if (identity.magic != magicNumber) throw corrupt("the file is not a table");
+  if (identity.identityCheck != identityCheckOf(identity)) throw corrupt("the table's header is damaged");
+  if (identity.fingerprint != shape_.fingerprint()) {
+    std::string const found(identity.rowType, strnlen(identity.rowType, sizeof identity.rowType));
+    throw MountFailure(MountStatus::incompatible, found == shape_.rowType
+                                                      ? "the table's layout is of another version"
+                                                      : "the table holds " + found + " rows");
+  }
+  layout_ = Layout(identity.initialRows, identity.ringEntries, identity.keyWords, identity.rowWords);
+  if (!layout_.isPlausible() || layout_.keyWords() != shape_.keyWords ||
+      identity.rowWords != shape_.rowWords) {
+    throw corrupt("the table's header gives impossible sizes");
+  }
+  if (size() < layout_.fileBytes(0)) throw corrupt("the file is shorter than its table");
+  header_ = static_cast<Header*>(static_cast<void*>(page));
+  seed_ = identity.seed;
+  generation_ = identity.generation;
+  shift_ = static_cast<unsigned>(std::countr_zero(layout_.initialRows()));
+  slotBytes_ = uintptr_t{layout_.rowStride()} * sizeof(uint64_t);
+  ring_ = static_cast<uint64_t*>(
+      static_cast<void*>(map(layout_.ringOffset(), layout_.extentOffset(0) - layout_.ringOffset())));
+  uint64_t word = loadAcquire(&header_->geometry);
+  if (repair && !isSealed(seed_, geometryPlace, word)) {
+    Geometry geometry;
+    while (geometry.level < layout_.maxLevel() && layout_.fileBytes(geometry.level + 1) <= size())
+      ++geometry.level;
+    word = sealWord(seed_, geometryPlace, geometry.payload());
+    storeRelease(&header_->geometry, word);
+  }
+  try {
+    useGeometry(word);
+  } catch (CorruptionError const& error) {
+    throw corrupt(error.what());
+  } catch (SpaceError const& error) {
+    throw MountFailure(MountStatus::noResources, error.what());
+  }
+}
+
+uint64_t Segment::size() const {
+  if (!image_.empty() || fd_ < 0) return image_.size();
+  struct stat status {};
+  if (sys.status(fd_, &status) != 0) throw MountFailure::ofErrno(errno, "looking at the table");
+  return static_cast<uint64_t>(status.st_size);
+}
+
+std::byte* Segment::map(uint64_t offset, uint64_t size) {
+  if (fd_ < 0) return const_cast<std::byte*>(image_.data()) + offset;
+  void* const address =
+      sys.map(size, writable_ ? PROT_READ | PROT_WRITE : PROT_READ, fd_, static_cast<off_t>(offset));
+  if (address == MAP_FAILED) throw MountFailure::ofErrno(errno, "mapping the table");
+  pieces_.push_back({address, size});
+  return static_cast<std::byte*>(address);
+}
+
+void Segment::mapExtent(unsigned extent) {
+  std::byte* const base = map(layout_.extentOffset(extent), layout_.extentBytes(extent));
+  extents_[extent] = base;
+  auto const first = uintptr_t{layout_.extentFirst(extent)};
+  slotBase_[extent] = std::bit_cast<uintptr_t>(base) - first * slotBytes_;
+  columnBase_[extent] =
+      std::bit_cast<uintptr_t>(base + layout_.columnOffset(extent)) - first * sizeof(uint32_t);
+  extentCount_ = extent + 1;
+}
+
+void Segment::useGeometry(uint64_t word) {
+  auto const geometry = Geometry::ofPayload(static_cast<uint32_t>(word));
+  if (!isSealed(seed_, geometryPlace, word) || geometry.level > layout_.maxLevel()) {
+    throw CorruptionError("the table's geometry is damaged");
+  }
+  try {
+    // The file was long enough when the writer published the level; a shorter one is damaged.
+    if (geometry.level + 1 > extentCount_ && size() < layout_.fileBytes(geometry.level)) {
+      throw CorruptionError("the file is shorter than its table");
+    }
+    while (extentCount_ <= geometry.level) mapExtent(extentCount_);
+  } catch (MountFailure const& failure) {
+    throw SpaceError(failure.what());
+  }
+  geometry_ = geometry;
+  geometryWord_ = word;
+  capacity_ = layout_.capacity(geometry.level);
+  index_ = indexAt(geometry.level, geometry.half);
+}
+
+bool Segment::followGeometry() {
+  useGeometry(loadAcquire(&header_->geometry));
+  return true;
+}
+
+uint32_t Segment::highWater() const {
+  uint64_t const word = loadAcquire(&header_->highWater);
+  auto const id = static_cast<uint32_t>(word);
+  if (!isSealed(seed_, highWaterPlace, word)) throw CorruptionError("the table's high-water mark is damaged");
+  // May be of a level that is not followed yet.
+  return std::min(id, capacity_);
+}
+
+Index Segment::indexAt(unsigned level, unsigned half) const {
+  std::byte* const base = extents_[level] + layout_.indexOffset(level, half);
+  return {static_cast<uint64_t*>(static_cast<void*>(base)), layout_.indexLines(level)};
+}
+
+void Segment::trim() {
+  if (size() > fileBytes() && sys.truncate(fd_, static_cast<off_t>(fileBytes())) != 0) {
+    throw MountFailure::ofErrno(errno, "trimming the table");
+  }
+  for (Piece const& piece : pieces_) sys.populate(piece.address, piece.size);
+}
+
+void Segment::addExtent() {
+  unsigned const extent = geometry_.level + 1;
+  if (extent > layout_.maxLevel()) throw SpaceError("the table cannot hold more rows");
+  if (extentCount_ > extent) return;  // Left by a growth that failed later on.
+  uint64_t const bytes = layout_.extentBytes(extent);
+  if (int const error = reserve(fd_, fileBytes(), bytes); error != 0) {
+    sys.truncate(fd_, static_cast<off_t>(fileBytes()));
+    throw SpaceError("the table cannot grow: " +
+                     std::string(MountFailure::ofErrno(error, "reserving space").what()));
+  }
+  try {
+    mapExtent(extent);
+  } catch (MountFailure const& failure) {
+    sys.truncate(fd_, static_cast<off_t>(fileBytes()));
+    throw SpaceError("the table cannot grow: " + std::string(failure.what()));
+  }
+  sys.populate(extents_[extent], bytes);
+  uint32_t const first = layout_.extentFirst(extent);
+  for (uint32_t i = 0; i < layout_.extentRows(extent); ++i) storeRelaxed(column(first + i), noColumn);
+}
+
+Index Segment::spareIndex(unsigned level) {
+  // Readers look only into the index that the geometry word names, and again at that word when they miss.
+  unsigned const half = level == geometry_.level ? 1 - geometry_.half : 0;
+  Index const index = indexAt(level, half);
+  uint64_t* const words =
+      static_cast<uint64_t*>(static_cast<void*>(extents_[level] + layout_.indexOffset(level, half)));
+  for (uint64_t i = 0; i < uint64_t{index.lineCount()} * Index::lineWords; ++i)
+    storeRelaxed(words + i, uint64_t{0});
+  return index;
+}
+
+void Segment::publishSpare(unsigned level) {
+  Geometry next = geometry_;
+  next.half = level == geometry_.level ? 1 - geometry_.half : 0;
+  next.level = level;
+  next.epoch = (geometry_.epoch + 1) & 0xFFFFFFU;
+  uint64_t const word = sealWord(seed_, geometryPlace, next.payload());
+  storeRelease(&header_->geometry, word);
+  useGeometry(word);
+}
+
+void Segment::publishHighWater(uint32_t id) const {
+  storeRelease(&header_->highWater, sealWord(seed_, highWaterPlace, id));
+}
+
+}  // namespace Brine

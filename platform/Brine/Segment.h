@@ -1,0 +1,121 @@
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "Brine/Codec.h"
+#include "Brine/Index.h"
+#include "Brine/Layout.h"
+#include "Brine/System.h"
+#include "Brine/Word.h"
+
+namespace Brine {
+
+/// A table's file in memory: the checked header, and each extent mapped where it stays until the segment goes, so that
+/// no pointer into a table goes stale while it grows.
+///
+/// Nothing read from the file is used before it is bounded: sizes come from the header only after its check and against
+/// the size of the file, ids are compared with `capacity()`. What that cannot rule out is a file that its owner
+/// truncates while it is mapped.
+class Segment {
+ public:
+  /// Maps the file `fd`, which must stay open only for `follow()` and growth. Raises `MountFailure`. With `repair`, a
+  /// damaged geometry word is taken from the file's size instead.
+  Segment(RowShape const& shape, int fd, bool writable, bool repair = false);
+  /// Uses `image` in place of a file, read-only. Raises `MountFailure`.
+  Segment(RowShape const& shape, std::span<std::byte const> image);
+  ~Segment();
+  Segment(Segment const&) = delete;
+  Segment& operator=(Segment const&) = delete;
+
+  /// Makes `fd`, an empty file, an empty table, all space for it reserved. Raises `MountFailure`.
+  static void format(RowShape const& shape, int fd, uint32_t initialRows, uint32_t ringEntries);
+
+  RowShape const& shape() const { return shape_; }
+  Layout const& layout() const { return layout_; }
+  Header* header() const { return header_; }
+  uint64_t seed() const { return seed_; }
+  uint64_t generation() const { return generation_; }
+
+  /// Reader: catches up with growth and recovery. Returns true if the index is another one than at the last call. Raises
+  /// `CorruptionError` for a geometry that no writer wrote, `SpaceError` if memory cannot be mapped.
+  bool follow() { return loadAcquire(&header_->geometry) == geometryWord_ ? false : followGeometry(); }
+
+  Geometry const& geometry() const { return geometry_; }
+  uint32_t capacity() const { return capacity_; }
+  /// Ids that ever held a row are below; at most `capacity()`. Raises `CorruptionError`.
+  uint32_t highWater() const;
+
+  uint64_t* slot(uint32_t id) const {
+    return std::bit_cast<uint64_t*>(slotBase_[extentOf(id)] + uintptr_t{id} * slotBytes_);
+  }
+  uint32_t* column(uint32_t id) const {
+    return std::bit_cast<uint32_t*>(columnBase_[extentOf(id)] + uintptr_t{id} * sizeof(uint32_t));
+  }
+  /// The id behind the last one that lies in one piece with `id`, in `slot()` and in `column()`.
+  uint32_t pieceEnd(uint32_t id) const { return layout_.initialRows() << extentOf(id); }
+  Index& index() { return index_; }
+  Index const& index() const { return index_; }
+  uint64_t* ringEntry(uint64_t sequence) const {
+    return ring_ + (sequence & (layout_.ringEntries() - 1)) * layout_.ringStride();
+  }
+
+  // For the claim's holder.
+
+  /// Cuts off what a killed writer had begun to add. Raises `MountFailure`.
+  void trim();
+  /// Reserves and maps the next extent, without publishing it. Raises `SpaceError`; the table is as before then.
+  void addExtent();
+  /// The index that is not in use at that level, emptied.
+  Index spareIndex(unsigned level);
+  /// Takes the index that `spareIndex()` gave for that level into use. All of it must have been written.
+  void publishSpare(unsigned level);
+  void publishHighWater(uint32_t id) const;
+
+  uint64_t fileBytes() const { return layout_.fileBytes(geometry_.level); }
+
+ private:
+  struct Piece {
+    void* address;
+    size_t size;
+  };
+
+  unsigned extentOf(uint32_t id) const { return static_cast<unsigned>(std::bit_width(id >> shift_)); }
+  void attach(bool repair);
+  uint64_t size() const;
+  std::byte* map(uint64_t offset, uint64_t size);
+  void mapExtent(unsigned extent);
+  void useGeometry(uint64_t word);
+  bool followGeometry();
+  Index indexAt(unsigned level, unsigned half) const;
+
+  // What every operation reads, together.
+  Header* header_ = nullptr;
+  uint64_t geometryWord_ = 0;
+  uint64_t seed_ = 0;
+  Index index_;
+  uint64_t* ring_ = nullptr;
+  uint32_t capacity_ = 0;
+  unsigned shift_ = 0;
+  uintptr_t slotBytes_ = 0;
+  /// Addresses of the slot and the column word that row 0 would have if the extent reached down to it.
+  uintptr_t slotBase_[maxExtents] = {};
+  uintptr_t columnBase_[maxExtents] = {};
+
+  std::byte* extents_[maxExtents] = {};
+  unsigned extentCount_ = 0;
+  Geometry geometry_;
+  uint64_t generation_ = 0;
+  RowShape shape_;
+  Layout layout_;
+  int fd_ = -1;
+  bool writable_ = false;
+  std::span<std::byte const> image_;
+  std::vector<Piece> pieces_;
+};
+
+}  // namespace Brine

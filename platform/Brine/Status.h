@@ -1,0 +1,49 @@
+#pragma once
+
+#include <iosfwd>
+#include <optional>
+#include <string_view>
+
+namespace Brine {
+
+/// How a process takes part in a table. One process writes, any number read.
+enum class Mode {
+  /// Writes rows. One at a time: the claim is the process's and ends with it.
+  writer,
+  /// Looks up, walks and is told of changes. Keeps nothing of its own, so it is also told of keys that it never saw,
+  /// and may miss removals when the writer laps it; `DeliverResult` says so.
+  reader,
+  /// A reader that keeps a local shadow of the keys it was shown, which makes what it is told exact.
+  keyshadow,
+};
+
+/// How the last mount ended, or what became of it since.
+enum class MountStatus {
+  unmounted,     ///< Not mounted, or unmounted by its owner.
+  mounted,       ///< In use. A reader's writer is alive as far as is known.
+  noTable,       ///< No writer has made the table yet. A reader mounts it as soon as there is one.
+  busy,          ///< Another table object, here or in another process, is the writer.
+  notPermitted,  ///< The directory or a file is not as it must be, or may not be opened.
+  incompatible,  ///< The file holds another row type, or was written by another version of the layout.
+  corrupt,       ///< The file is damaged beyond what the mount was allowed to repair.
+  noSpace,       ///< The file system has no room for the table.
+  noResources,   ///< The system refused memory, descriptors or watches, or failed in another way.
+  writerGone,  ///< Reader: mounted and readable, but its writer has ended. Mounted again when there is a new one.
+};
+
+/// "writer", "reader", "keyshadow".
+std::string_view toText(Mode mode);
+std::optional<Mode> modeFromText(std::string_view text);
+
+/// A word or two for people: "mounted", "no table", "writer gone". Details are in `TableBase::mountDetail()`.
+std::string_view toText(MountStatus status);
+
+/// True where rows can be read: `mounted` and `writerGone`.
+constexpr bool isReadable(MountStatus status) {
+  return status == MountStatus::mounted || status == MountStatus::writerGone;
+}
+
+std::ostream& operator<<(std::ostream& out, Mode mode);
+std::ostream& operator<<(std::ostream& out, MountStatus status);
+
+}  // namespace Brine

@@ -1,0 +1,61 @@
+#include "Brine/System.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace Brine {
+
+System const& realSystem() {
+  static System const real = {
+      .openFile = [](int folder, char const* path, int flags,
+                     mode_t mode) { return ::openat(folder, path, flags, mode); },
+      .makeFolder = ::mkdir,
+      .status = [](int fd, struct stat* out) { return ::fstat(fd, out); },
+      .statusAt = [](int folder, char const* path,
+                     struct stat* out) { return ::fstatat(folder, path, out, AT_SYMLINK_NOFOLLOW); },
+      .changeMode = ::fchmod,
+      .truncate = ::ftruncate,
+      .allocate = ::posix_fallocate,
+      .map = [](size_t size, int protection, int fd,
+                off_t offset) { return ::mmap(nullptr, size, protection, MAP_SHARED, fd, offset); },
+      .unmap = ::munmap,
+      .populate =
+          [](void* address, size_t size) {
+#ifdef MADV_POPULATE_WRITE
+            return ::madvise(address, size, MADV_POPULATE_WRITE);
+#else
+            return ::madvise(address, size, MADV_WILLNEED);
+#endif
+          },
+      .rename = [](int folder, char const* from,
+                   char const* to) { return ::renameat(folder, from, folder, to); },
+      .unlink = [](int folder, char const* path) { return ::unlinkat(folder, path, 0); },
+      .lock = [](int fd, struct flock* lock) { return ::fcntl(fd, F_SETLK, lock); },
+      .writeAt = ::pwrite,
+      .watchOpen = [] { return ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC); },
+      .watchAdd = ::inotify_add_watch,
+      .pollOpen = [] { return ::epoll_create1(EPOLL_CLOEXEC); },
+      .pollAdd =
+          [](int poll, int fd) {
+            epoll_event event{};
+            event.events = EPOLLIN;
+            return ::epoll_ctl(poll, EPOLL_CTL_ADD, fd, &event);
+          },
+      .eventOpen = [] { return ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC); },
+  };
+  return real;
+}
+
+System sys = realSystem();
+
+void Fd::reset(int fd) {
+  if (fd_ >= 0) ::close(fd_);
+  fd_ = fd;
+}
+
+}  // namespace Brine

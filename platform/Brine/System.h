@@ -1,0 +1,69 @@
+#pragma once
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace Brine {
+
+/// The system calls that the engine makes, as pointers, so that tests can make each of them fail. They keep the
+/// conventions of the calls that they stand for (-1 and errno; `allocate` returns an error number). Change them only
+/// while no table is in use.
+struct System {
+  int (*openFile)(int folder, char const* path, int flags, mode_t mode);
+  int (*makeFolder)(char const* path, mode_t mode);
+  int (*status)(int fd, struct stat* out);
+  int (*statusAt)(int folder, char const* path, struct stat* out);  ///< Does not follow a link.
+  int (*changeMode)(int fd, mode_t mode);
+  int (*truncate)(int fd, off_t size);
+  int (*allocate)(int fd, off_t offset, off_t size);
+  void* (*map)(size_t size, int protection, int fd, off_t offset);  ///< Shared.
+  int (*unmap)(void* address, size_t size);
+  int (*populate)(void* address, size_t size);  ///< For writing; may fail without harm.
+  int (*rename)(int folder, char const* from, char const* to);
+  int (*unlink)(int folder, char const* path);
+  int (*lock)(int fd, struct flock* lock);  ///< Record lock, does not wait.
+  ssize_t (*writeAt)(int fd, void const* data, size_t size, off_t offset);
+  // Waiting, Linux only; used by Watch.cpp alone.
+  int (*watchOpen)();
+  int (*watchAdd)(int fd, char const* path, uint32_t events);
+  int (*pollOpen)();
+  int (*pollAdd)(int poll, int fd);
+  int (*eventOpen)();
+};
+
+/// The calls in use: the real ones, unless a test has changed them.
+extern System sys;
+
+/// The real ones.
+System const& realSystem();
+
+/// A descriptor that is closed with its owner.
+class Fd {
+ public:
+  Fd() = default;
+  explicit Fd(int fd) : fd_(fd) {}
+  Fd(Fd&& other) noexcept : fd_(other.release()) {}
+  Fd& operator=(Fd&& other) noexcept {
+    if (this != &other) reset(other.release());
+    return *this;
+  }
+  ~Fd() { reset(); }
+
+  int get() const { return fd_; }
+  explicit operator bool() const { return fd_ >= 0; }
+  int release() {
+    int const fd = fd_;
+    fd_ = -1;
+    return fd;
+  }
+  void reset(int fd = -1);
+
+ private:
+  int fd_ = -1;
+};
+
+}  // namespace Brine

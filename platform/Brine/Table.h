@@ -1,0 +1,178 @@
+#pragma once
+
+#include <algorithm>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "Brine/Column.h"
+#include "Brine/Pin.h"
+#include "Brine/Row.h"
+#include "Brine/Shadow.h"
+#include "Brine/TableBase.h"
+
+namespace Brine {
+
+template <TableRow Row>
+class Cursor;
+
+/// A keyed table in shared memory, of rows of one type: one writer process, any number of readers. See
+/// docs/shared-tables.md for what it guarantees and how.
+///
+///   Brine::Table<Host> table;
+///   table.onChanged = [&](MacVniPair const& key) { ... table.find(key) ... };
+///   table.mount({.directory = "/dev/shm/qorevpn", .name = "host", .mode = Brine::Mode::keyshadow});
+///   for (;;) { poll table.fd(); table.deliver(); }
+///
+/// A keyshadow reader is told of every difference from what it was last shown, by a walk, a look-up or a notification,
+/// and of nothing else: changes of a key merge, and it is never told that a key is gone which it was not shown.
+///
+/// Without a mount a table is empty. Operations of a mounted table raise `CorruptionError` where they meet damage, and
+/// `SpaceError` where memory for a grown table cannot be mapped.
+template <TableRow Row>
+class Table : public TableBase {
+ public:
+  using Key = typename Codec<Row>::Key;
+
+  Table() : TableBase(RowShape::of<Row>()), shadow_(shape_) {}
+  ~Table() override = default;
+
+  // ---- Writer. Each raises `ReadOnlyError` where `isWritable()` is false. ----
+
+  /// Inserts the row or overwrites the one of its key. Returns true if it was inserted. Raises `SpaceError`.
+  bool write(Row const& row);
+  /// The same for a row in place: one whose key this object has just looked up, walked or written is committed to its
+  /// slot without being searched for. Null is not allowed.
+  void commit(Row const* row);
+  /// Removes the key's row and returns it; nothing if there is none. Raises `CorruptionError`, without removing it, if
+  /// the row is damaged.
+  std::optional<Row> remove(Key const& key);
+
+  // ---- Writer and readers ----
+
+  /// The key's row. While a reader is told of a row, or walks over it, that row.
+  std::optional<Row> find(Key const& key) const;
+  /// Hints that these keys will be looked up, written or removed next. Best with some tens of them.
+  void stage(std::span<Key const> keys) const;
+
+  /// All rows; see `Cursor`.
+  Cursor<Row> walk() const { return Cursor<Row>(*this, 0, std::nullopt); }
+  /// The rows whose key has that column value. Rows of others are not read.
+  Cursor<Row> walk(uint32_t column) const { return Cursor<Row>(*this, 0, column); }
+  /// The rows behind the key's place in the walk's order; behind the place that it had, where that is still known, if
+  /// the key has been removed; else all rows.
+  Cursor<Row> walkAfter(Key const& key) const { return Cursor<Row>(*this, placeAfter(key), std::nullopt); }
+  /// A copy of all rows in the order of their keys.
+  std::vector<Row> sorted() const;
+
+  // ---- Readers ----
+
+  DeliverResult deliver() override;
+
+  /// Hook, reader: the key's row was written or removed, by another process or object. May be called for every key at
+  /// once after a lap, a recovery or at the first delivery.
+  std::function<void(Key const&)> onChanged;
+
+ private:
+  friend class Cursor<Row>;
+  using C = Codec<Row>;
+  static constexpr unsigned keyWordCount = C::keyWords;
+  static constexpr unsigned valueWordCount = C::rowWords - C::keyWords;
+
+  struct Found {
+    uint32_t id = noRow;
+    uint64_t version = 0;
+    uint64_t words[C::rowWords];
+  };
+  struct Change {
+    uint64_t sequence;
+    uint32_t id;
+    bool removal;
+    KeyWords key;
+  };
+
+  static KeyWords keyWordsOf(Key const& key) {
+    KeyWords words;
+    C::encodeKey(key, words.words);
+    complete(words);
+    return words;
+  }
+  static void complete(KeyWords& key) {
+    key.hash = C::hash(key.words);
+    key.tag = Index::tagOf(key.words, keyWordCount);
+  }
+  static bool equal(uint64_t const* left, uint64_t const* right) {
+    for (unsigned i = 0; i < keyWordCount; ++i) {
+      if (left[i] != right[i]) return false;
+    }
+    return true;
+  }
+  static Row decode(uint64_t const* words, uint32_t id);
+  [[noreturn, gnu::cold]] static void throwDamaged(uint32_t id);
+
+  RowState read(uint32_t id, uint64_t* words, uint64_t& version) const {
+    return readRow(segment_->slot(id), id, segment_->seed(), keyWordCount, valueWordCount, words, version);
+  }
+  bool search(KeyWords const& key, Found& found) const;
+  uint32_t findOwn(KeyWords const& key) const;
+  void put(uint32_t id, KeyWords const& key, uint64_t const* words);
+  uint32_t placeAfter(Key const& key) const;
+
+  bool isShadowed() const { return mode() == Mode::keyshadow; }
+  void shown(KeyWords const& key, uint32_t id, uint64_t version) const {
+    if (isShadowed()) shadow_.show(key, id, version);
+  }
+  bool readChange(uint64_t sequence, Change& change) const;
+  bool deliverRing(uint64_t head, uint64_t& changes);
+  void deliverChange(Change const& change, uint64_t& changes);
+  void compareAll(uint64_t& changes, DeliverResult& result);
+  void compareRow(uint32_t id, uint64_t& changes);
+  bool findCurrent(KeyWords const& key, uint32_t likelyId, Found& found);
+  void settle(KeyWords const& key, Found const* found, uint64_t& changes);
+  void announce(KeyWords const& key, std::optional<Row> const& row, uint64_t& changes);
+
+  void onAttached(bool sameFile) override;
+  void onDetached() override {}
+  uint64_t shadowKeys() const override { return shadow_.size(); }
+
+  mutable Shadow shadow_;
+  mutable Pin<Row>* pins_ = nullptr;
+  /// Writer: the slot that the last operation used.
+  mutable uint32_t lastId_ = noRow;
+  /// Reader: number of the next change to deliver.
+  uint64_t nextChange_ = 0;
+};
+
+/// Walks over rows in the order of their ids: every row that is present from the walk's beginning to its end once, one
+/// that comes or goes meanwhile once or not at all. Rows may be written and removed during the walk, the current one
+/// too. Ends when the table is unmounted or its file replaced.
+template <TableRow Row>
+class [[nodiscard]] Cursor {
+ public:
+  Cursor(Cursor const&) = delete;
+  Cursor& operator=(Cursor const&) = delete;
+
+  /// The next row, verified and copied, or null at the end. Valid until the next call or the cursor's end; so long,
+  /// look-ups of a reader give this row too. Raises `CorruptionError` for a damaged row, which the next call passes.
+  Row const* next();
+
+ private:
+  friend class Table<Row>;
+  Cursor(Table<Row> const& table, uint32_t first, std::optional<uint32_t> column)
+      : table_(table), mountSerial_(table.mountSerial_), id_(first), column_(column) {}
+
+  bool skipToMatch(uint32_t end);
+
+  Table<Row> const& table_;
+  uint64_t mountSerial_;
+  uint32_t id_;
+  std::optional<uint32_t> column_;
+  std::optional<Row> row_;
+  Pin<Row> pin_;
+};
+
+}  // namespace Brine
+
+#include "Brine/TableImpl.h"

@@ -1,0 +1,455 @@
+#pragma once
+
+// The member functions of Brine/Table.h.
+
+namespace Brine {
+
+template <TableRow Row>
+Row Table<Row>::decode(uint64_t const* words, uint32_t id) {
+  std::optional<Row> row = C::decode(words);
+  if (!row) throw CorruptionError("row " + std::to_string(id) + " holds values that no writer wrote");
+  return *row;
+}
+
+template <TableRow Row>
+void Table<Row>::throwDamaged(uint32_t id) {
+  throw CorruptionError("row " + std::to_string(id) + " is damaged");
+}
+
+// ---- Look-up -----------------------------------------------------------------------------------------------------
+
+/// Finds a live row. A row that is present throughout is found: its index entry stays where it is, and a search that
+/// missed it because the table grew, so that the entry is in another index, finds the geometry changed and starts anew.
+template <TableRow Row>
+bool Table<Row>::search(KeyWords const& key, Found& found) const {
+  constexpr unsigned maxGrowths = 64;
+  for (unsigned attempt = 0; attempt < maxGrowths; ++attempt) {
+    segment_->follow();
+    uint32_t damaged = noRow;
+    found.id = segment_->index().find(key.hash, key.tag, [&](uint32_t id) {
+      if (id >= segment_->capacity()) return false;
+      RowState const state = read(id, found.words, found.version);
+      if (state == RowState::damaged) damaged = id;
+      // The slot may have gone to another key since the entry was read, so the key that counts is the one that was read
+      // with the version.
+      return state == RowState::live && equal(found.words, key.words);
+    });
+    if (found.id != noRow) return true;
+    if (damaged != noRow) throwDamaged(damaged);
+    if (!segment_->follow()) return false;
+  }
+  throw CorruptionError("the table's geometry never settles");
+}
+
+template <TableRow Row>
+std::optional<Row> Table<Row>::find(Key const& key) const {
+  if (!segment_) return std::nullopt;
+  KeyWords const words = keyWordsOf(key);
+  for (Pin<Row> const* pin = pins_; pin != nullptr; pin = pin->next()) {
+    if (pin->isFor(words, keyWordCount)) return pin->row();
+  }
+  Found found;
+  if (!search(words, found)) {
+    if (isShadowed()) shadow_.erase(words);
+    return std::nullopt;
+  }
+  Row const row = decode(found.words, found.id);
+  lastId_ = found.id;
+  shown(words, found.id, found.version);
+  return row;
+}
+
+template <TableRow Row>
+void Table<Row>::stage(std::span<Key const> keys) const {
+  if (!segment_) return;
+  constexpr size_t batch = 32;
+  KeyWords staged[batch];
+  Index const& index = segment_->index();
+  for (; !keys.empty(); keys = keys.subspan(std::min(batch, keys.size()))) {
+    size_t const count = std::min(batch, keys.size());
+    for (size_t i = 0; i < count; ++i) {
+      staged[i] = keyWordsOf(keys[i]);
+      index.prefetch(staged[i].hash);
+      if (isShadowed()) shadow_.prefetch(staged[i].hash);
+    }
+    for (size_t i = 0; i < count; ++i) {
+      index.visitTagged(staged[i].hash, staged[i].tag, [&](uint32_t id) {
+        if (id < segment_->capacity()) __builtin_prefetch(segment_->slot(id));
+      });
+    }
+  }
+}
+
+template <TableRow Row>
+std::vector<Row> Table<Row>::sorted() const {
+  std::vector<Row> rows;
+  for (auto cursor = walk(); Row const* const row = cursor.next();) rows.push_back(*row);
+  std::sort(rows.begin(), rows.end(),
+            [](Row const& left, Row const& right) { return C::key(left) < C::key(right); });
+  return rows;
+}
+
+template <TableRow Row>
+uint32_t Table<Row>::placeAfter(Key const& key) const {
+  if (!segment_) return 0;
+  KeyWords const words = keyWordsOf(key);
+  Found found;
+  if (search(words, found)) return found.id + 1;
+  // A dead slot keeps its key until it is used again.
+  for (uint32_t id = 0; id < segment_->highWater(); ++id) {
+    uint64_t const* const slot = segment_->slot(id);
+    bool same = true;
+    for (unsigned i = 0; i < keyWordCount; ++i) same &= loadAcquire(slot + 2 + i) == words.words[i];
+    if (same && loadAcquire(slot) != 0) return id + 1;
+  }
+  return 0;
+}
+
+// ---- Writer ------------------------------------------------------------------------------------------------------
+
+/// The writer's own look-up: only it changes rows, so it need not check versions.
+template <TableRow Row>
+uint32_t Table<Row>::findOwn(KeyWords const& key) const {
+  return segment_->index().find(key.hash, key.tag, [&](uint32_t id) {
+    if (id >= segment_->capacity()) return false;
+    uint64_t const* const slot = segment_->slot(id);
+    bool same = (loadRelaxed(slot) & versionLive) != 0;
+    for (unsigned i = 0; i < keyWordCount; ++i) same &= loadRelaxed(slot + 2 + i) == key.words[i];
+    return same;
+  });
+}
+
+/// Writes the row into slot `id`, where its key lives already, or into a free one for `noRow`.
+template <TableRow Row>
+void Table<Row>::put(uint32_t id, KeyWords const& key, uint64_t const* words) {
+  bool const insertion = id == noRow;
+  if (insertion) id = writer_->takeId();
+  bool const wasQuiet = writer_->isQuiet();
+  RowWriter row(segment_->slot(id), id, segment_->seed());
+  row.prepare(writer_->nextSequence(), words, keyWordCount, valueWordCount, insertion);
+  if (insertion) {
+    // Column and index first: whoever sees the row live finds it through both.
+    storeRelease(segment_->column(id), C::column(words));
+    if (!segment_->index().insert(key.hash, key.tag, id)) {
+      writer_->releaseId(id);
+      throw CorruptionError("the table's index is damaged");
+    }
+  }
+  row.commit();
+  writer_->changed(id, false, words, keyWordCount);
+  if (insertion) writer_->rowsAdd(1);
+  lastId_ = id;
+  if (wasQuiet) reportQuiesced(false);
+}
+
+template <TableRow Row>
+bool Table<Row>::write(Row const& row) {
+  requireWritable("write");
+  uint64_t words[C::rowWords];
+  C::encode(row, words);
+  KeyWords key;
+  std::copy_n(words, keyWordCount, key.words);
+  complete(key);
+  uint32_t const id = findOwn(key);
+  put(id, key, words);
+  return id == noRow;
+}
+
+template <TableRow Row>
+void Table<Row>::commit(Row const* row) {
+  requireWritable("write");
+  if (lastId_ < segment_->capacity()) {
+    uint64_t words[C::rowWords];
+    C::encode(*row, words);
+    uint64_t const* const slot = segment_->slot(lastId_);
+    if ((loadRelaxed(slot) & versionLive) != 0 && equal(slot + 2, words)) {
+      put(lastId_, {}, words);
+      return;
+    }
+  }
+  write(*row);
+}
+
+template <TableRow Row>
+std::optional<Row> Table<Row>::remove(Key const& key) {
+  requireWritable("remove");
+  KeyWords const words = keyWordsOf(key);
+  uint32_t const id = findOwn(words);
+  if (id == noRow) return std::nullopt;
+  Found found;
+  if (read(id, found.words, found.version) != RowState::live) throwDamaged(id);
+  Row const removed = decode(found.words, id);
+  bool const wasQuiet = writer_->isQuiet();
+  RowWriter row(segment_->slot(id), id, segment_->seed());
+  row.prepareRemoval(writer_->nextSequence());
+  row.commit();
+  // Afterwards: until it is dead, the row must be found.
+  segment_->index().erase(words.hash, words.tag, id);
+  storeRelease(segment_->column(id), noColumn);
+  writer_->changed(id, true, words.words, keyWordCount);
+  writer_->rowsAdd(-1);
+  writer_->releaseId(id);
+  if (wasQuiet) reportQuiesced(false);
+  return removed;
+}
+
+// ---- Walk --------------------------------------------------------------------------------------------------------
+
+template <TableRow Row>
+bool Cursor<Row>::skipToMatch(uint32_t end) {
+  Segment const& segment = *table_.segment_;
+  bool const own = table_.writer_ != nullptr;
+  while (id_ < end) {
+    uint32_t const stop = std::min(end, segment.pieceEnd(id_));
+    uint32_t const* const column = segment.column(id_);
+    id_ =
+        own ? findInOwnColumn(column, id_, stop, *column_) : findInSharedColumn(column, id_, stop, *column_);
+    if (id_ < stop) return true;
+  }
+  return false;
+}
+
+template <TableRow Row>
+Row const* Cursor<Row>::next() {
+  pin_.unlink();
+  if (!table_.segment_ || table_.mountSerial_ != mountSerial_) return nullptr;
+  Segment& segment = *table_.segment_;
+  segment.follow();
+  for (;;) {
+    uint32_t const end = segment.highWater();
+    while (id_ < end) {
+      if (column_ && !skipToMatch(end)) break;
+      uint32_t const id = id_++;
+      typename Table<Row>::Found found;
+      RowState const state = table_.read(id, found.words, found.version);
+      if (state == RowState::dead) continue;
+      if (state == RowState::damaged) Table<Row>::throwDamaged(id);
+      // The slot may have gone to a row of another column value since the column was read.
+      if (column_ && Codec<Row>::column(found.words) != *column_) continue;
+      row_ = Table<Row>::decode(found.words, id);
+      table_.lastId_ = id;
+      if (table_.mode() != Mode::writer) {
+        KeyWords key;
+        std::copy_n(found.words, Codec<Row>::keyWords, key.words);
+        Table<Row>::complete(key);
+        table_.shown(key, id, found.version);
+        pin_.link(table_.pins_, key, row_);
+      }
+      return &*row_;
+    }
+    if (!segment.follow()) return nullptr;
+  }
+}
+
+// ---- Delivery ----------------------------------------------------------------------------------------------------
+
+template <TableRow Row>
+void Table<Row>::onAttached(bool sameFile) {
+  ++mountSerial_;
+  lastId_ = noRow;
+  if (!sameFile) shadow_.forgetVersions();
+  nextChange_ = 0;
+}
+
+/// Reads a ring entry, or returns false where the ring has moved on.
+///  1. Load the sequence number, acquire: the expected one means that the entry is whole, and its row committed.
+///  2. Load row id and key, acquire each.
+///  3. Load the number again: unchanged means that step 2 saw nothing of a later change.
+template <TableRow Row>
+bool Table<Row>::readChange(uint64_t sequence, Change& change) const {
+  uint64_t const* const entry = segment_->ringEntry(sequence);
+  if (loadAcquire(entry) != sequence) return false;
+  uint64_t const place = loadAcquire(entry + 1);
+  for (unsigned i = 0; i < keyWordCount; ++i) change.key.words[i] = loadAcquire(entry + 2 + i);
+  if (loadRelaxed(entry) != sequence) return false;
+  complete(change.key);
+  change.sequence = sequence;
+  change.id = static_cast<uint32_t>(place);
+  change.removal = (place & ringRemoval) != 0;
+  return true;
+}
+
+template <TableRow Row>
+DeliverResult Table<Row>::deliver() {
+  DeliverResult result;
+  if (delivering_ || mode() == Mode::writer) return result;
+  struct Guard {
+    bool& flag;
+    explicit Guard(bool& f) : flag(f) { flag = true; }
+    ~Guard() { flag = false; }
+  } const guard(delivering_);
+  if (!beginDelivery()) return result;
+  uint64_t const serial = mountSerial_;
+  try {
+    segment_->follow();
+    uint64_t const quiet = loadAcquire(&segment_->header()->quiet);
+    uint64_t const head = loadAcquire(&segment_->header()->head);
+    if (nextChange_ != 0 && (head + 1 != nextChange_)) reportQuiesced(false);
+    if (serial != mountSerial_) return result;
+    if (mustCompareAll() || !deliverRing(head, result.changes)) {
+      if (serial != mountSerial_) return result;
+      if (!mustCompareAll()) ++laps_;
+      compareAll(result.changes, result);
+      if (serial != mountSerial_) return result;
+      comparedAll();
+      nextChange_ = head + 1;
+    }
+    if (serial == mountSerial_ && quiet != 0 && quiet + 1 == nextChange_) reportQuiesced(true);
+  } catch (CorruptionError const& error) {
+    reportCorruption(error.what());
+  }
+  return result;
+}
+
+/// Delivers the ring's changes up to `head`. Returns false where they are not all there any more.
+template <TableRow Row>
+bool Table<Row>::deliverRing(uint64_t head, uint64_t& changes) {
+  constexpr unsigned batch = 32;
+  Change staged[batch];
+  uint64_t const serial = mountSerial_;
+  if (head + 1 < nextChange_) return false;
+  while (nextChange_ <= head) {
+    if (head - nextChange_ >= segment_->layout().ringEntries()) return false;
+    unsigned count = 0;
+    bool complete = true;
+    for (; count < batch && nextChange_ + count <= head; ++count) {
+      if (!(complete = readChange(nextChange_ + count, staged[count]))) break;
+      if (staged[count].id < segment_->capacity()) __builtin_prefetch(segment_->slot(staged[count].id));
+      if (isShadowed()) shadow_.prefetch(staged[count].key.hash);
+    }
+    for (unsigned i = 0; i < count; ++i) {
+      nextChange_ = staged[i].sequence + 1;
+      deliverChange(staged[i], changes);
+      if (serial != mountSerial_) return true;
+    }
+    if (!complete) return false;
+  }
+  return true;
+}
+
+template <TableRow Row>
+void Table<Row>::deliverChange(Change const& change, uint64_t& changes) {
+  Found found;
+  bool const present = findCurrent(change.key, change.id, found);
+  if (isShadowed()) {
+    settle(change.key, present ? &found : nullptr, changes);
+    return;
+  }
+  // A change that is not the key's last one is left to the last one, which is still to come.
+  if (present ? sequenceOf(found.version) > change.sequence : !change.removal) return;
+  announce(change.key, present ? C::decode(found.words) : std::nullopt, changes);
+}
+
+/// Finds the key's row as it is now, in the slot where it most likely is or else through the index. Damage is reported,
+/// and makes the row absent.
+template <TableRow Row>
+bool Table<Row>::findCurrent(KeyWords const& key, uint32_t likelyId, Found& found) {
+  try {
+    if (likelyId < segment_->capacity()) {
+      found.id = likelyId;
+      if (read(likelyId, found.words, found.version) == RowState::live && equal(found.words, key.words)) {
+        decode(found.words, likelyId);
+        return true;
+      }
+    }
+    if (!search(key, found)) return false;
+    decode(found.words, found.id);
+    return true;
+  } catch (CorruptionError const& error) {
+    reportCorruption(error.what());
+    return false;
+  }
+}
+
+/// Tells the difference between the key's row as it is and as it was shown, if there is one.
+template <TableRow Row>
+void Table<Row>::settle(KeyWords const& key, Found const* found, uint64_t& changes) {
+  if (found == nullptr) {
+    if (shadow_.erase(key)) announce(key, std::nullopt, changes);
+    return;
+  }
+  Shadow::Entry const* const shownEntry = shadow_.find(key);
+  if (shownEntry != nullptr && shownEntry->version == found->version) return;
+  shadow_.show(key, found->id, found->version);
+  announce(key, C::decode(found->words), changes);
+}
+
+template <TableRow Row>
+void Table<Row>::announce(KeyWords const& key, std::optional<Row> const& row, uint64_t& changes) {
+  std::optional<Key> const decoded = C::decodeKey(key.words);
+  if (!decoded) {
+    reportCorruption("the table's change ring is damaged");
+    return;
+  }
+  // A walk further out on the stack showed an older state of the key.
+  for (Pin<Row>* pin = pins_; pin != nullptr;) {
+    Pin<Row>* const next = pin->next();
+    if (pin->isFor(key, keyWordCount)) pin->unlink();
+    pin = next;
+  }
+  ++changes;
+  ++delivered_;
+  if (!onChanged) return;
+  Pin<Row> pin;
+  pin.link(pins_, key, row);
+  onChanged(*decoded);
+}
+
+/// Compares every row with what was shown. Costs a look at each version; keys are looked at where versions differ.
+template <TableRow Row>
+void Table<Row>::compareAll(uint64_t& changes, DeliverResult& result) {
+  uint64_t const serial = mountSerial_;
+  if (!isShadowed()) result.mayHaveMissedRemovals = nextChange_ != 0;
+  // Keys that were shown and are not there any more.
+  for (size_t slot = 0; slot < shadow_.slots(); ++slot) {
+    Shadow::Entry const& entry = shadow_.at(slot);
+    if (!entry.used) continue;
+    if (entry.id < segment_->capacity() && loadAcquire(segment_->slot(entry.id)) == entry.version) continue;
+    KeyWords key;
+    std::copy_n(entry.key, keyWordCount, key.words);
+    complete(key);
+    Found found;
+    bool const present = findCurrent(key, entry.id, found);
+    settle(key, present ? &found : nullptr, changes);
+    if (serial != mountSerial_) return;
+  }
+  for (uint32_t id = 0; id < segment_->highWater(); ++id) {
+    uint64_t const version = loadAcquire(segment_->slot(id));
+    bool const news = isShadowed() ? (version & versionLive) != 0 && version != shadow_.seen(id)
+                                   : version != 0 && sequenceOf(version) >= nextChange_;
+    if (!news) continue;
+    compareRow(id, changes);
+    if (serial != mountSerial_) return;
+  }
+}
+
+template <TableRow Row>
+void Table<Row>::compareRow(uint32_t id, uint64_t& changes) {
+  Found found;
+  found.id = id;
+  RowState const state = read(id, found.words, found.version);
+  if (state == RowState::damaged || (state == RowState::live && !C::decode(found.words))) {
+    reportCorruption("row " + std::to_string(id) + " is damaged");
+    return;
+  }
+  KeyWords key;
+  if (state == RowState::live) {
+    std::copy_n(found.words, keyWordCount, key.words);
+    complete(key);
+    if (isShadowed()) {
+      settle(key, &found, changes);
+    } else {
+      announce(key, C::decode(found.words), changes);
+    }
+  } else if (!isShadowed() && nextChange_ != 0) {
+    // A plain reader learns of a removal from what the slot still holds, unless the key lives elsewhere.
+    for (unsigned i = 0; i < keyWordCount; ++i) key.words[i] = loadAcquire(segment_->slot(id) + 2 + i);
+    complete(key);
+    if (loadAcquire(segment_->slot(id)) == found.version && C::decodeKey(key.words) &&
+        !findCurrent(key, id, found)) {
+      announce(key, std::nullopt, changes);
+    }
+  }
+}
+
+}  // namespace Brine

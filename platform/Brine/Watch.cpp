@@ -1,0 +1,101 @@
+#include "Brine/Watch.h"
+
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+
+#include "Brine/Errors.h"
+
+namespace Brine {
+namespace {
+
+constexpr uint32_t folderEvents = IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_ONLYDIR;
+constexpr uint32_t tableEvents = IN_MODIFY | IN_CLOSE_WRITE;
+
+std::string parentOf(std::string const& path) {
+  size_t const end = path.find_last_not_of('/');
+  size_t const slash = end == std::string::npos ? std::string::npos : path.find_last_of('/', end);
+  if (slash == std::string::npos) return end == std::string::npos ? "/" : ".";
+  return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+}  // namespace
+
+Watch::Watch(std::string const& path, std::string const& tableFile) : path_(path), tableFile_(tableFile) {
+  watch_.reset(sys.watchOpen());
+  if (!watch_)
+    throw MountFailure(MountStatus::noResources, "no file watches left: " + std::string(strerror(errno)));
+  event_.reset(sys.eventOpen());
+  if (!event_) throw MountFailure::ofErrno(errno, "making an event");
+  poll_.reset(sys.pollOpen());
+  if (!poll_ || sys.pollAdd(poll_.get(), watch_.get()) != 0 || sys.pollAdd(poll_.get(), event_.get()) != 0) {
+    throw MountFailure::ofErrno(errno, "making a poll set");
+  }
+  watchFolder();
+}
+
+void Watch::watchFolder() {
+  std::string path = path_;
+  int watch = sys.watchAdd(watch_.get(), path.c_str(), folderEvents);
+  while (watch < 0 && (errno == ENOENT || errno == ENOTDIR) && path != "/" && path != ".") {
+    path = parentOf(path);
+    watch = sys.watchAdd(watch_.get(), path.c_str(), folderEvents);
+  }
+  if (watch < 0) {
+    int const error = errno;
+    throw MountFailure(error == EACCES ? MountStatus::notPermitted : MountStatus::noResources,
+                       "watching " + path + ": " + strerror(error));
+  }
+  if (folderWatch_ >= 0 && folderWatch_ != watch) ::inotify_rm_watch(watch_.get(), folderWatch_);
+  folderWatch_ = watch;
+  folderFound_ = path == path_;
+}
+
+void Watch::watchTable() {
+  int const watch = sys.watchAdd(watch_.get(), (path_ + "/" + tableFile_).c_str(), tableEvents);
+  if (watch < 0) throw MountFailure::ofErrno(errno, "watching " + path_ + "/" + tableFile_);
+  if (tableWatch_ != watch) unwatchTable();
+  tableWatch_ = watch;
+}
+
+void Watch::unwatchTable() {
+  if (tableWatch_ >= 0) ::inotify_rm_watch(watch_.get(), tableWatch_);
+  tableWatch_ = -1;
+}
+
+void Watch::kick() {
+  uint64_t const one = 1;
+  // Fails only when the counter is full, in which case the descriptor is readable all the same.
+  [[maybe_unused]] ssize_t const written = ::write(event_.get(), &one, sizeof one);
+}
+
+WatchEvents Watch::take() {
+  WatchEvents events;
+  uint64_t kicks = 0;
+  if (::read(event_.get(), &kicks, sizeof kicks) > 0) events.rung = true;
+  char buffer[4096];
+  for (ssize_t size; (size = ::read(watch_.get(), buffer, sizeof buffer)) > 0;) {
+    for (char const* at = buffer; at < buffer + size;) {
+      inotify_event event;
+      std::memcpy(&event, at, sizeof event);
+      char const* const name = at + sizeof event;
+      if ((event.mask & IN_Q_OVERFLOW) != 0) {
+        events.rung = events.renamed = true;
+      } else if (event.wd == tableWatch_) {
+        // In order: a writer that opens the file after another one closed it rings when it is ready.
+        if ((event.mask & IN_MODIFY) != 0) events.writerClosed = !(events.rung = true);
+        if ((event.mask & IN_CLOSE_WRITE) != 0) events.writerClosed = true;
+      } else if (event.wd == folderWatch_ && (!folderFound_ || (event.len != 0 && tableFile_ == name))) {
+        events.renamed = true;
+      }
+      at += sizeof event + event.len;
+    }
+  }
+  if (events.renamed && !folderFound_) watchFolder();
+  return events;
+}
+
+}  // namespace Brine

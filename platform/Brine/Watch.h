@@ -1,0 +1,52 @@
+#pragma once
+
+#include <string>
+
+#include "Brine/Folder.h"
+
+namespace Brine {
+
+/// What happened to a table's file since the last look.
+struct WatchEvents {
+  bool rung = false;  ///< The writer rang the doorbell, or a call of `kick()` asked for a look.
+  bool writerClosed =
+      false;  ///< The last thing to happen was that a writer closed the file, by its end or otherwise.
+  bool renamed = false;  ///< A file came under the table's name, or the name went.
+};
+
+/// A reader's wait for its writer, without registering anywhere that the writer knows of: the kernel watches the file
+/// for the write that rings the doorbell and for its close, which comes also when the writer is killed, and the
+/// directory for a new file of the table's name. The only user of calls that are Linux's own (inotify, epoll, eventfd).
+class Watch {
+ public:
+  /// Watches the directory `path`, or where it is missing the nearest one above that exists. Raises `MountFailure`.
+  Watch(std::string const& path, std::string const& tableFile);
+
+  /// Readable while there are events to take.
+  int fd() const { return poll_.get(); }
+
+  /// Watches the file that now bears the table's name, and no other one any more. Raises `MountFailure`.
+  void watchTable();
+  /// Watches no file.
+  void unwatchTable();
+
+  /// Makes `fd()` readable, until the next `take()`.
+  void kick();
+  /// Takes what has happened. `fd()` is not readable any more.
+  WatchEvents take();
+
+ private:
+  /// Watches the directory, once it exists, or the nearest one above.
+  void watchFolder();
+
+  std::string path_;
+  std::string tableFile_;
+  Fd watch_;
+  Fd event_;
+  Fd poll_;
+  int folderWatch_ = -1;
+  int tableWatch_ = -1;
+  bool folderFound_ = false;
+};
+
+}  // namespace Brine
