@@ -1,16 +1,18 @@
-/// QorEvpnIntegrationModeSm decides whether the integration of the controller with EVPN is on: exactly when the
-/// controller database is enabled and EVPN is enabled.
+/// QorEvpnIntegrationModeSm decides whether the integration of the controller with EVPN is on: exactly when
+/// the controller database is enabled and EVPN is enabled.
 ///
-///   input                                   handler                        output
-///   Controllerdb::Status.enabled            setQorEvpnIntegrationMode()    QorEvpnConfig.qorEvpnIntegrationMode
-///   EvpnCapability.evpnEnabled              setQorEvpnIntegrationMode()    "
-///   either input replaced by another one    setQorEvpnIntegrationMode()    "
+///   input                                   handler                      output
+///   Controllerdb::Status.enabled            setQorEvpnIntegrationMode()  QorEvpnConfig.qorEvpnIntegrationMode
+///   EvpnCapability.evpnEnabled              setQorEvpnIntegrationMode()  "
+///   either input replaced by another one    setQorEvpnIntegrationMode()  "
 ///
-/// Invariants: the flag is written on every run, also when its value stays; suppressing unchanged writes is left to the
-/// configuration entity. EVPN's capability is looked at only while the database is enabled. Disconnecting an input and
-/// destruction leave the flag as it is. An input that is missing when it is read is a fatal fault.
+/// Invariants: the flag is written on every run, also when its value stays; suppressing unchanged writes is
+/// left to the configuration entity. EVPN's capability is looked at only while the database is enabled.
+/// Disconnecting an input and destruction leave the flag as it is. An input that is missing when it is read
+/// is a fatal fault.
 ///
-/// Ownership: created by the agent through qorEvpnIntegrationModeSmFactory; counts references to its inputs and output.
+/// Ownership: created by the agent through qorEvpnIntegrationModeSmFactory; counts references to its inputs
+/// and its output.
 #pragma once
 
 #include "Controllerdb/Status.h"

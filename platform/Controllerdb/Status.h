@@ -1,10 +1,10 @@
-/// Controllerdb::Status: whether the controller database is enabled.
 #pragma once
 
 #include "Orb/Entity.h"
 
 namespace Controllerdb {
 
+/// Whether the controller database is enabled.
 class Status : public Orb::Entity {
  public:
   static constexpr Orb::Scalar enabledAttr{256};

@@ -1,8 +1,8 @@
-/// Typed attribute identifiers: what an entity announces and what a reactor's wiring names.
 #pragma once
 
 #include "Orb/AttributeId.h"
 
+/// Typed attribute identifiers: what an entity announces and what a reactor's wiring names.
 namespace Orb {
 
 /// The identifier of a collection attribute whose members have keys of type Key, or of a scalar (Key is

@@ -1,7 +1,3 @@
-/// Orb::Dir: a directory of entities by name.
-///
-/// It announces `entry` with the name once for an add, once for a remove and once for a replace, after it is
-/// in force. Putting the entity that is already there announces nothing.
 #pragma once
 
 #include "Orb/Entity.h"
@@ -9,6 +5,10 @@
 
 namespace Orb {
 
+/// A directory of entities by name.
+///
+/// It announces `entry` with the name once for an add, once for a remove and once for a replace, after it is
+/// in force. Putting the entity that is already there announces nothing.
 class Dir : public Entity {
  public:
   static constexpr Attribute<Name> entryAttr{256};
@@ -24,13 +24,17 @@ class Dir : public Entity {
   /// All entries; the walk tolerates every change of the directory.
   Entries const& entry() const noexcept { return entries_; }
 
-  /// Adds or replaces the entity under its own name. An entity stands in one directory at a time.
+  /// Adds or replaces the entity under its own name. An entity that stands in several directories has the
+  /// latest as its parent.
   void entryIs(Ptr<Entity> const& entity);
   /// Removes and returns the entity; null where the name is absent.
   Ptr<Entity> entryDel(Name const& name);
   void entryDelAll();
 
  private:
+  /// The entity has left; its parent goes with this directory, if that is what it is.
+  void orphan(Entity& entity) const;
+
   Entries entries_;
 };
 

@@ -16,7 +16,11 @@ void Entity::parentIs(Entity const* parent, std::string attrName) {
 }
 
 Dir::~Dir() {
-  for (auto const& entry : entries_) entry.value->parentIs(nullptr, {});
+  for (auto const& entry : entries_) orphan(*entry.value);
+}
+
+void Dir::orphan(Entity& entity) const {
+  if (entity.parent() == this) entity.parentIs(nullptr, {});
 }
 
 Ptr<Entity> const& Dir::entityPtr(Name const& name) const {
@@ -24,20 +28,26 @@ Ptr<Entity> const& Dir::entityPtr(Name const& name) const {
   return found ? *found : nullPtr<Entity>();
 }
 
+// A change of parent is announced, and whoever hears of it may change this directory or drop it: each step
+// looks again and the announcement of the entry finds the directory alive.
+
 void Dir::entryIs(Ptr<Entity> const& entity) {
-  Name const name = entity->name();
+  Ptr<Dir> const self(this);
+  Ptr<Entity> const added = entity;
+  Name const name = added->name();
   Ptr<Entity> const former = entityPtr(name);
-  if (!entries_.put(name, entity)) return;
-  if (former) former->parentIs(nullptr, {});
-  entity->parentIs(this, "entry");
+  if (!entries_.put(name, added)) return;
+  if (former) orphan(*former);
+  if (entityPtr(name) == added) added->parentIs(this, "entry");
   notify(entryAttr, name);
 }
 
 Ptr<Entity> Dir::entryDel(Name const& name) {
+  Ptr<Dir> const self(this);
   Name const removed = name;
   Ptr<Entity> entity;
   if (!entries_.take(removed, entity)) return nullptr;
-  entity->parentIs(nullptr, {});
+  orphan(*entity);
   notify(entryAttr, removed);
   return entity;
 }

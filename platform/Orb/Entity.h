@@ -1,5 +1,3 @@
-/// Orb::Notifier, an object that can be observed, and Orb::Entity, one that has a name and a place in a
-/// directory.
 #pragma once
 
 #include <string>
@@ -10,6 +8,7 @@
 
 namespace Orb {
 
+/// An object that can be observed.
 class Notifier : public PtrInterface {
  public:
   NotifieeList* notifieeList() const override { return &notifiees_; }
@@ -28,6 +27,7 @@ class Notifier : public PtrInterface {
   mutable NotifieeList notifiees_;
 };
 
+/// An object that has a name and a place in a tree.
 class Entity : public Notifier {
  public:
   static constexpr Scalar nameAttr{1};
@@ -51,6 +51,7 @@ class Entity : public Notifier {
   Entity const* parent() const noexcept { return parent_; }
   /// The parent's collection in which this entity stands; empty without a parent.
   std::string const& parentAttrName() const noexcept { return parentAttrName_; }
+  /// For parents only; announces `parent`. Whoever hears of it may drop the parent.
   void parentIs(Entity const* parent, std::string attrName);
 
  protected:

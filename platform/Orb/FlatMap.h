@@ -1,15 +1,3 @@
-/// Orb::FlatMap: the keyed collection on the event path: flat, without a node per entry.
-///
-/// Entries stand in one dense array at ids that never change while the entry lives; a separate index of
-/// eight-byte slots (hash, id) is probed linearly and touches an entry only where the whole hash matches.
-/// Freed ids are used again before the array grows.
-///
-/// Walking is robust: entries may be added and removed, the current one included, and the whole map cleared.
-/// An entry that is present throughout a walk is visited exactly once; one that is added meanwhile may or may
-/// not be. What an iterator yields is a reference into the array: copy the key before a call that may change
-/// the map.
-///
-/// Key needs hash() (32 bits, well mixed) and operator==; Value needs a default.
 #pragma once
 
 #include <cstddef>
@@ -19,18 +7,35 @@
 
 namespace Orb {
 
+/// The keyed collection on the event path: flat, without a node per entry.
+///
+/// Entries stand in one dense array at ids that never change while the entry lives; a separate index of
+/// eight-byte slots (hash, id) is probed linearly and touches an entry only where the whole hash matches.
+/// Freed ids are used again before the array grows.
+///
+/// Walking is robust: entries may be added and removed, the current one included, and the whole map cleared.
+/// An entry that is present throughout a walk is visited exactly once; one that is added meanwhile may or may
+/// not be. What an iterator yields is a reference into the array: copy the key before a call that may change
+/// the map. Only the map itself must outlive the walk.
+///
+/// Key needs hash() (32 bits, well mixed) and operator==; Value needs a default and operator==. A value that
+/// leaves the map is destroyed when the map has already changed, so its destructor may use the map.
 template <class Key, class Value>
 class FlatMap {
  public:
-  struct Entry {
+  class Entry {
+   public:
     Key key{};
     Value value{};
-    bool live = false;
+
+   private:
+    friend class FlatMap;
+    uint32_t link_ = live;  ///< `live`, or the id of the next free entry.
   };
 
   class Iterator {
    public:
-    Iterator(FlatMap const& map, std::uint32_t id) : map_(&map), id_(map.liveFrom(id)) {}
+    Iterator(FlatMap const& map, uint32_t id) : map_(&map), id_(map.liveFrom(id)) {}
     Entry const& operator*() const { return map_->entries_[id_]; }
     Entry const* operator->() const { return &map_->entries_[id_]; }
     Iterator& operator++() {
@@ -43,119 +48,114 @@ class FlatMap {
 
    private:
     FlatMap const* map_;
-    std::uint32_t id_;
+    uint32_t id_;
   };
 
-  std::size_t size() const noexcept { return size_; }
+  size_t size() const noexcept { return size_; }
   bool empty() const noexcept { return size_ == 0; }
   Iterator begin() const { return Iterator(*this, 0); }
   typename Iterator::End end() const { return {}; }
 
   /// The value under a key, or null. Good until the map changes.
   Value const* find(Key const& key) const {
-    std::size_t const slot = slotOf(key, key.hash());
-    return slot == absent ? nullptr : &entries_[index_[slot].id].value;
+    if (size_ == 0) return nullptr;
+    uint32_t const id = index_[slotOf(key, key.hash())].id;
+    return id == none ? nullptr : &entries_[id].value;
   }
   Value* find(Key const& key) { return const_cast<Value*>(std::as_const(*this).find(key)); }
-  bool contains(Key const& key) const { return slotOf(key, key.hash()) != absent; }
+  bool contains(Key const& key) const { return find(key) != nullptr; }
 
   /// Inserts or replaces; returns whether that changed anything, so that the caller announces effective
   /// changes only.
   bool put(Key const& key, Value value) {
-    std::uint32_t const hash = key.hash();
-    std::size_t const slot = slotOf(key, hash);
-    if (slot == absent) {
-      insert(key, hash, std::move(value));
+    if ((size_ + 1) * 4 > index_.size() * 3) rebuild(index_.size() * 2);
+    uint32_t const hash = key.hash();
+    Slot& slot = index_[slotOf(key, hash)];
+    if (slot.id == none) {
+      slot = Slot{hash, store(key, std::move(value))};
+      ++size_;
       return true;
     }
-    Value& current = entries_[index_[slot].id].value;
+    Value& current = entries_[slot.id].value;
     if (current == value) return false;
-    current = std::move(value);
+    std::swap(current, value);
     return true;
   }
 
   /// Removes and returns the value through `removed`; false where the key is absent.
   bool take(Key const& key, Value& removed) {
-    std::size_t const slot = slotOf(key, key.hash());
-    if (slot == absent) return false;
-    std::uint32_t const id = index_[slot].id;
+    if (size_ == 0) return false;
+    size_t const slot = slotOf(key, key.hash());
+    uint32_t const id = index_[slot].id;
+    if (id == none) return false;
     closeGap(slot);
     Entry& entry = entries_[id];
-    removed = std::exchange(entry.value, Value{});
-    entry.live = false;
-    free_.push_back(id);
+    Value value = std::exchange(entry.value, Value{});
+    entry.link_ = std::exchange(free_, id);
     --size_;
+    std::swap(removed, value);
     return true;
   }
   bool erase(Key const& key) {
-    Value removed;
+    Value removed{};
     return take(key, removed);
   }
 
   void clear() {
-    std::vector<Entry> const dropped =
-        std::exchange(entries_, {});  // destroyed when the map is already empty
+    std::vector<Entry> const dropped = std::exchange(entries_, {});
     index_.clear();
-    free_.clear();
+    free_ = none;
     size_ = 0;
   }
 
-  void reserve(std::size_t entries) {
+  void reserve(size_t entries) {
     entries_.reserve(entries);
     if (entries * 4 > index_.size() * 3) rebuild(entries * 4 / 3 + 1);
   }
 
  private:
   struct Slot {
-    std::uint32_t hash = 0;
-    std::uint32_t id = none;
+    uint32_t hash = 0;
+    uint32_t id = none;
   };
-  static constexpr std::uint32_t none = 0xFFFFFFFFU;
-  static constexpr std::size_t absent = ~std::size_t{0};
+  static constexpr uint32_t none = 0xFFFFFFFFU;  ///< No entry: an empty slot, the end of the free entries.
+  static constexpr uint32_t live = 0xFFFFFFFEU;
 
-  std::uint32_t liveFrom(std::uint32_t id) const {
-    while (id < entries_.size() && !entries_[id].live) ++id;
+  uint32_t liveFrom(uint32_t id) const {
+    while (id < entries_.size() && entries_[id].link_ != live) ++id;
     return id;
   }
 
-  std::size_t slotOf(Key const& key, std::uint32_t hash) const {
-    if (index_.empty()) return absent;
-    std::size_t const mask = index_.size() - 1;
-    for (std::size_t slot = hash & mask;; slot = (slot + 1) & mask) {
+  /// The slot that holds the key, or the empty one where it belongs. The index is never full, nor empty here.
+  size_t slotOf(Key const& key, uint32_t hash) const {
+    size_t const mask = index_.size() - 1;
+    for (size_t slot = hash & mask;; slot = (slot + 1) & mask) {
       Slot const& probed = index_[slot];
-      if (probed.id == none) return absent;
-      if (probed.hash == hash && entries_[probed.id].key == key) return slot;
+      if (probed.id == none || (probed.hash == hash && entries_[probed.id].key == key)) return slot;
     }
   }
 
-  void insert(Key const& key, std::uint32_t hash, Value value) {
-    if ((size_ + 1) * 4 > index_.size() * 3) rebuild(index_.size() * 2);
-    std::uint32_t id;
-    if (free_.empty()) {
-      id = static_cast<std::uint32_t>(entries_.size());
-      entries_.push_back(Entry{key, std::move(value), true});
-    } else {
-      id = free_.back();
-      free_.pop_back();
-      entries_[id] = Entry{key, std::move(value), true};
+  /// Puts a new entry at a free id, or at the end of the array, and returns its id.
+  uint32_t store(Key key, Value&& value) {
+    if (free_ == none) {
+      entries_.emplace_back();
+      free_ = static_cast<uint32_t>(entries_.size() - 1);
+      entries_[free_].link_ = none;
     }
-    place(Slot{hash, id});
-    ++size_;
-  }
-
-  void place(Slot filled) {
-    std::size_t const mask = index_.size() - 1;
-    std::size_t slot = filled.hash & mask;
-    while (index_[slot].id != none) slot = (slot + 1) & mask;
-    index_[slot] = filled;
+    uint32_t const id = free_;
+    Entry& entry = entries_[id];
+    entry.key = std::move(key);
+    entry.value = std::move(value);
+    free_ = std::exchange(entry.link_, live);
+    return id;
   }
 
   /// Empties a slot and moves back those behind it that would be cut off from their home, so no tombstones
   /// arise.
-  void closeGap(std::size_t gap) {
-    std::size_t const mask = index_.size() - 1;
-    for (std::size_t slot = (gap + 1) & mask; index_[slot].id != none; slot = (slot + 1) & mask) {
-      std::size_t const home = index_[slot].hash & mask;
+  void closeGap(size_t gap) {
+    size_t const mask = index_.size() - 1;
+    for (size_t slot = (gap + 1) & mask; index_[slot].id != none; slot = (slot + 1) & mask) {
+      size_t const home = index_[slot].hash & mask;
       if (((slot - home) & mask) >= ((slot - gap) & mask)) {
         index_[gap] = index_[slot];
         gap = slot;
@@ -164,19 +164,22 @@ class FlatMap {
     index_[gap] = Slot{};
   }
 
-  void rebuild(std::size_t atLeast) {
-    std::size_t slots = 8;
+  void rebuild(size_t atLeast) {
+    size_t slots = 8;
     while (slots < atLeast) slots *= 2;
     std::vector<Slot> const old = std::exchange(index_, std::vector<Slot>(slots));
-    for (Slot const& slot : old) {
-      if (slot.id != none) place(slot);
+    for (Slot const& moved : old) {
+      if (moved.id == none) continue;
+      size_t slot = moved.hash & (slots - 1);
+      while (index_[slot].id != none) slot = (slot + 1) & (slots - 1);
+      index_[slot] = moved;
     }
   }
 
   std::vector<Entry> entries_;
-  std::vector<std::uint32_t> free_;
   std::vector<Slot> index_;
-  std::size_t size_ = 0;
+  uint32_t free_ = none;  ///< The first free entry.
+  size_t size_ = 0;
 };
 
 }  // namespace Orb

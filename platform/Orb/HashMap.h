@@ -1,12 +1,3 @@
-/// Orb::HashMap: the keyed collection of a machine's children: intrusive, chained, reference counting.
-///
-/// A member derives from HashLink, stores its own key and the link to the next member of its bucket; the map
-/// holds one counted reference to each. A map of 2^n buckets puts a member into the bucket named by the top n
-/// bits of its re-hashed key, and a chain stands in ascending order of (re-hash, key). Walking bucket by
-/// bucket is therefore walking in ascending order of (re-hash, key), however many buckets there are, and that
-/// is what makes a walk robust: an iterator holds a reference to its member and the map's change count, and
-/// when the map has changed it resumes at the first member behind its own position. Every member that is
-/// present throughout is visited exactly once.
 #pragma once
 
 #include <cstddef>
@@ -25,16 +16,16 @@ namespace HashHelper {
 /// bucket.
 template <class Key>
 struct KeyAndRhashLegacy {
-  KeyAndRhashLegacy(Key const& theKey, std::uint32_t seed) : key(theKey), rhash(mix(seed)) {}
+  KeyAndRhashLegacy(Key const& theKey, uint32_t seed) : key(theKey), rhash(mix(seed)) {}
 
-  static constexpr std::uint32_t mix(std::uint32_t h) noexcept {
+  static constexpr uint32_t mix(uint32_t h) noexcept {
     h = (h ^ (h >> 16)) * 0x85EBCA6BU;
     h = (h ^ (h >> 13)) * 0xC2B2AE35U;
     return h ^ (h >> 16);
   }
 
   Key key;
-  std::uint32_t rhash;
+  uint32_t rhash;
 };
 
 }  // namespace HashHelper
@@ -45,9 +36,19 @@ class HashLink {
   template <class, class, auto, auto>
   friend class HashMap;
   Member* hashNext_ = nullptr;
-  std::uint32_t rhash_ = 0;
+  uint32_t rhash_ = 0;
 };
 
+/// The keyed collection of a machine's children: intrusive, chained, reference counting.
+///
+/// A member derives from HashLink, stores its own key and the link to the next member of its bucket; the map
+/// holds one counted reference to each. A map of 2^n buckets puts a member into the bucket named by the top n
+/// bits of its re-hashed key, and a chain stands in ascending order of (re-hash, key). Walking bucket by
+/// bucket is therefore walking in ascending order of (re-hash, key), however many buckets there are, and that
+/// is what makes a walk robust: an iterator holds a reference to its member and the map's change count, and
+/// when the map has changed it resumes at the first member behind its own position. Every member that is
+/// present throughout is visited exactly once.
+///
 /// `keyOf` is the member's accessor of its key; `seedOf` is the key's accessor of the 32 bits that are
 /// re-hashed.
 template <class Member_, class Key, auto keyOf, auto seedOf>
@@ -62,8 +63,9 @@ class HashMap {
     Ptr<Member> const& operator*() const { return member_; }
     Ptr<Member> const& operator->() const { return member_; }
     Iterator& operator++() {
-      member_ = changes_ == map_->changes_ ? map_->following(*member_) : map_->firstBehind(*member_);
+      Ptr<Member> next = changes_ == map_->changes_ ? map_->following(*member_) : map_->firstBehind(*member_);
       changes_ = map_->changes_;
+      std::swap(member_, next);  // dropping the former member may change the map, so that comes last
       return *this;
     }
     bool operator==(End) const { return !member_; }
@@ -71,19 +73,19 @@ class HashMap {
    private:
     HashMap const* map_;
     Ptr<Member> member_;
-    std::uint64_t changes_;
+    uint64_t changes_;
   };
 
   /// The size is a hint: the number of buckets at the start, a power of two.
-  explicit HashMap(std::size_t initialSize = 4) {
-    while ((std::size_t{1} << bits_) < initialSize) ++bits_;
-    buckets_.resize(std::size_t{1} << bits_);
+  explicit HashMap(size_t initialSize = 4) {
+    while ((size_t{1} << bits_) < initialSize) ++bits_;
+    buckets_.resize(size_t{1} << bits_);
   }
   HashMap(HashMap const&) = delete;
   HashMap& operator=(HashMap const&) = delete;
   ~HashMap() { memberDelAll(); }
 
-  std::size_t members() const noexcept { return members_; }
+  size_t members() const noexcept { return members_; }
   Iterator begin() const { return Iterator(*this, firstFrom(0)); }
   typename Iterator::End end() const { return {}; }
 
@@ -125,12 +127,10 @@ class HashMap {
   using Position = HashHelper::KeyAndRhashLegacy<Key>;
 
   static Link& linkOf(Member& member) { return member; }
-  std::size_t bucketOf(std::uint32_t rhash) const {
-    return static_cast<std::uint64_t>(rhash) >> (32 - bits_);
-  }
+  size_t bucketOf(uint32_t rhash) const { return static_cast<uint64_t>(rhash) >> (32 - bits_); }
 
   static bool isBefore(Member const& member, Position const& position) {
-    std::uint32_t const rhash = static_cast<Link const&>(member).rhash_;
+    uint32_t const rhash = static_cast<Link const&>(member).rhash_;
     return rhash != position.rhash ? rhash < position.rhash : (member.*keyOf)() < position.key;
   }
 
@@ -148,7 +148,7 @@ class HashMap {
     linkOf(member).hashNext_ = std::exchange(*place, &member);
   }
 
-  Member* firstFrom(std::size_t bucket) const {
+  Member* firstFrom(size_t bucket) const {
     while (bucket < buckets_.size() && !buckets_[bucket]) ++bucket;
     return bucket < buckets_.size() ? buckets_[bucket] : nullptr;
   }
@@ -182,8 +182,8 @@ class HashMap {
 
   std::vector<Member*> buckets_;
   unsigned bits_ = 0;
-  std::size_t members_ = 0;
-  std::uint64_t changes_ = 0;
+  size_t members_ = 0;
+  uint64_t changes_ = 0;
 };
 
 }  // namespace Orb

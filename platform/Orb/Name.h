@@ -1,4 +1,3 @@
-/// Orb::Name: the name of an entity in its directory.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +10,7 @@
 
 namespace Orb {
 
+/// The name of an entity in its directory.
 class Name {
  public:
   Name() = default;
@@ -19,7 +19,7 @@ class Name {
   Name(char const* text) : text_(text) {}
 
   std::string const& text() const noexcept { return text_; }
-  std::uint32_t hash() const noexcept { return hashOf(std::string_view(text_)); }
+  uint32_t hash() const noexcept { return hashOf(std::string_view(text_)); }
   friend bool operator==(Name const&, Name const&) = default;
   friend auto operator<=>(Name const&, Name const&) = default;
   friend void appendText(std::string& out, Name const& name) { out += name.text_; }

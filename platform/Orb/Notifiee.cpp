@@ -4,26 +4,6 @@
 
 namespace Orb {
 
-namespace Impl {
-std::atomic<bool> threadSafePtrs{false};
-}
-
-void PtrInterface::flagIs(std::uint32_t flag, bool on) const noexcept {
-  if (threadSafePtrs()) {
-    on ? word_.fetch_or(flag, std::memory_order_acq_rel) : word_.fetch_and(~flag, std::memory_order_acq_rel);
-  } else {
-    word_.store(on ? word() | flag : word() & ~flag, std::memory_order_relaxed);
-  }
-}
-
-void PtrInterface::zeroReferences() const {
-  newRef();  // the object lives while its notifiees are told, whatever they take and drop
-  if (NotifieeList* list = notifieeList()) list->notifyZeroReferences();
-  if ((wordAdd(~std::uint32_t{0}) & countMask) != 0) return;
-  newRef();  // and while its destructor runs
-  delete this;
-}
-
 void PtrInterface::NotifieeConst::isRegisteredNotifieeIs(bool registered) {
   if (!registered) {
     if (list_) list_->remove(*this);
@@ -48,10 +28,10 @@ void NotifieeList::add(Notifiee& notifiee) {
 
 void NotifieeList::addFirst(Notifiee& notifiee) { insert(notifiee, 0); }
 
-void NotifieeList::insert(Notifiee& notifiee, std::size_t position) {
+void NotifieeList::insert(Notifiee& notifiee, size_t position) {
   if (notifiee.list_) notifiee.list_->remove(notifiee);
   position = std::min(position, notifiees_.size());
-  notifiees_.insert(notifiees_.begin() + static_cast<std::ptrdiff_t>(position), &notifiee);
+  notifiees_.insert(notifiees_.begin() + static_cast<ptrdiff_t>(position), &notifiee);
   notifiee.list_ = this;
   for (Delivery* delivery = deliveries_; delivery; delivery = delivery->outer) {
     if (position < delivery->end) {
@@ -64,7 +44,7 @@ void NotifieeList::insert(Notifiee& notifiee, std::size_t position) {
 void NotifieeList::remove(Notifiee& notifiee) {
   auto const found = std::find(notifiees_.begin(), notifiees_.end(), &notifiee);
   if (found == notifiees_.end()) return;
-  auto const position = static_cast<std::size_t>(found - notifiees_.begin());
+  auto const position = static_cast<size_t>(found - notifiees_.begin());
   notifiees_.erase(found);
   notifiee.list_ = nullptr;
   for (Delivery* delivery = deliveries_; delivery; delivery = delivery->outer) {

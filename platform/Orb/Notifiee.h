@@ -1,3 +1,10 @@
+#pragma once
+
+#include <utility>
+#include <vector>
+
+#include "Orb/Ptr.h"
+
 /// Notification: the list of an object's observers, and the observer's base class.
 ///
 /// Delivery is synchronous and may nest. A change is in force before the first notifiee is called. While a
@@ -8,13 +15,6 @@
 ///   - when the observed object dies, the delivery ends.
 /// A notifiee that is inactive or a zombie is skipped and the change is not replayed. An exception ends the
 /// delivery and leaves through the setter; the change stays in force.
-#pragma once
-
-#include <utility>
-#include <vector>
-
-#include "Orb/Ptr.h"
-
 namespace Orb {
 
 /// The observer of one object, which it never changes. It is called only while it is registered and active.
@@ -60,7 +60,7 @@ class NotifieeList {
   void add(Notifiee& notifiee);
   void addFirst(Notifiee& notifiee);
   void remove(Notifiee& notifiee);
-  std::size_t size() const noexcept { return notifiees_.size(); }
+  size_t size() const noexcept { return notifiees_.size(); }
 
   /// Calls every active notifiee. The owner of the list may be gone when this returns.
   void notify(AttributeId id, void const* key);
@@ -83,11 +83,11 @@ class NotifieeList {
     NotifieeList* list;
     Delivery** head;  ///< Where the list keeps this delivery; itself when the list is gone.
     Delivery* outer;
-    std::size_t next = 0;
-    std::size_t end;
+    size_t next = 0;
+    size_t end;
   };
 
-  void insert(Notifiee& notifiee, std::size_t position);
+  void insert(Notifiee& notifiee, size_t position);
 
   std::vector<Notifiee*> notifiees_;
   Delivery* deliveries_ = nullptr;

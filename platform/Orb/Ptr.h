@@ -1,5 +1,3 @@
-/// Orb::Ptr<T>: a counted reference to a PtrInterface. Pass it by reference on paths that run per event: a
-/// copy counts.
 #pragma once
 
 #include <cstddef>
@@ -11,6 +9,7 @@
 
 namespace Orb {
 
+/// A counted reference to a PtrInterface. Pass it by reference on paths that run per event: a copy counts.
 template <class T>
 class Ptr {
  public:
@@ -47,8 +46,8 @@ class Ptr {
   explicit operator bool() const noexcept { return object_ != nullptr; }
 
   /// Dereferencing a null pointer names the pointer's type and the call site and aborts, in every build.
-  T* operator->() const { return checked(__PRETTY_FUNCTION__); }
-  T& operator*() const { return *checked(__PRETTY_FUNCTION__); }
+  [[gnu::always_inline]] T* operator->() const { return checked(__PRETTY_FUNCTION__); }
+  [[gnu::always_inline]] T& operator*() const { return *checked(__PRETTY_FUNCTION__); }
 
   template <class U>
   bool operator==(Ptr<U> const& other) const noexcept {
@@ -60,6 +59,7 @@ class Ptr {
   void retain() const noexcept {
     if (object_) object_->newRef();
   }
+  // Inlined with its callers into the faulty code, where the report takes its address from.
   [[gnu::always_inline]] T* checked(char const* function) const {
     if (!object_) [[unlikely]]
       Impl::nullDereference(function);

@@ -1,14 +1,3 @@
-/// Orb::PtrInterface: the reference-counted object that everything observable or observing derives from.
-///
-/// One 32-bit word per object holds the count and two flags of the framework:
-///
-///   bit 31      zombie: marked for deletion; a zombie reactor ignores every notification
-///   bit 30      notification active: a reactor without it is skipped, and what it misses is not replayed
-///   bits 0..29  count of references
-///
-/// The count of a new object is one, and Orb::makePtr adopts that reference: code that a constructor runs may
-/// take and drop references to the object without destroying it. While a destructor runs, the count is held
-/// at one for the same reason.
 #pragma once
 
 #include <atomic>
@@ -34,6 +23,17 @@ extern std::atomic<bool> threadSafePtrs;
 inline bool threadSafePtrs() { return Impl::threadSafePtrs.load(std::memory_order_relaxed); }
 inline void threadSafePtrsIs(bool on) { Impl::threadSafePtrs.store(on, std::memory_order_relaxed); }
 
+/// The reference-counted object that everything observable or observing derives from.
+///
+/// One 32-bit word per object holds the count and two flags of the framework:
+///
+///   bit 31      zombie: marked for deletion; a zombie reactor ignores every notification
+///   bit 30      notification active: a reactor without it is skipped, and what it misses is not replayed
+///   bits 0..29  count of references
+///
+/// The count of a new object is one, and Orb::makePtr adopts that reference: code that a constructor runs may
+/// take and drop references to the object without destroying it. While a destructor runs, the count is held
+/// at one for the same reason. A reference that outlives its object is a fault and stops the process.
 class PtrInterface {
  public:
   class NotifieeConst;
@@ -46,10 +46,10 @@ class PtrInterface {
   /// object.
   void newRef() const noexcept { wordAdd(1); }
   void deleteRef() const {
-    if ((wordAdd(~std::uint32_t{0}) & countMask) == 0) [[unlikely]]
+    if ((wordAdd(~uint32_t{0}) & countMask) == 0) [[unlikely]]
       zeroReferences();
   }
-  std::uint32_t references() const noexcept { return word() & countMask; }
+  uint32_t references() const noexcept { return word() & countMask; }
 
   bool isZombie() const noexcept { return (word() & zombieFlag) != 0; }
   bool hasNotificationActive() const noexcept { return (word() & activeFlag) != 0; }
@@ -71,31 +71,31 @@ class PtrInterface {
 
  protected:
   PtrInterface() = default;
-  virtual ~PtrInterface() = default;
+  virtual ~PtrInterface();
 
   void zombieIs(bool zombie) noexcept { flagIs(zombieFlag, zombie); }
 
  private:
-  static constexpr std::uint32_t zombieFlag = 0x80000000U;
-  static constexpr std::uint32_t activeFlag = 0x40000000U;
-  static constexpr std::uint32_t countMask = 0x3FFFFFFFU;
+  static constexpr uint32_t zombieFlag = 0x80000000U;
+  static constexpr uint32_t activeFlag = 0x40000000U;
+  static constexpr uint32_t countMask = 0x3FFFFFFFU;
 
-  std::uint32_t word() const noexcept { return word_.load(std::memory_order_relaxed); }
+  uint32_t word() const noexcept { return word_.load(std::memory_order_relaxed); }
 
   /// Adds to the word and returns the new value. Taking one reference away is adding all ones; the borrow
   /// from the flags' side never happens since the count is above zero.
-  std::uint32_t wordAdd(std::uint32_t delta) const noexcept {
+  uint32_t wordAdd(uint32_t delta) const noexcept {
     if (threadSafePtrs()) [[unlikely]]
       return word_.fetch_add(delta, std::memory_order_acq_rel) + delta;
-    std::uint32_t const value = word() + delta;
+    uint32_t const value = word() + delta;
     word_.store(value, std::memory_order_relaxed);
     return value;
   }
 
-  void flagIs(std::uint32_t flag, bool on) const noexcept;
+  void flagIs(uint32_t flag, bool on) const noexcept;
   void zeroReferences() const;
 
-  mutable std::atomic<std::uint32_t> word_{1};
+  mutable std::atomic<uint32_t> word_{1};
 };
 
 }  // namespace Orb

@@ -1,3 +1,11 @@
+#pragma once
+
+#include <type_traits>
+#include <utility>
+
+#include "Orb/Attribute.h"
+#include "Orb/Notifiee.h"
+
 /// A machine's reactors: one observer per input, whose wiring is a type.
 ///
 ///   class OrbVniDir : public Reactor<Orb::Dir, On<Orb::Dir::entryAttr, &QorEvpnTxSm::handleVniFdbStatus>> {
@@ -9,13 +17,6 @@
 /// overload: a collection's handler takes the key and a notification without one is ignored; a scalar's
 /// handler takes nothing. Attributes that are not wired are ignored, and so is everything while the reactor
 /// is a zombie or has no owner.
-#pragma once
-
-#include <type_traits>
-
-#include "Orb/Attribute.h"
-#include "Orb/Notifiee.h"
-
 namespace Orb {
 
 namespace Impl {
@@ -83,15 +84,22 @@ class Reactor : public PtrInterface::NotifieeConst {
     static_cast<void>((Wires::attributeChanged(*machine, id, key) || ...));
   }
 
+  /// Sets the notifier, runs the handlers wired to its replacement and, last, registers, also when a handler
+  /// throws.
   void notifierIs(Ptr<PtrInterface const> const& notifier) override {
     auto const input = ptrCast<Input const>(notifier);
     if (input == notifier_) return;
     Ptr<Reactor> const self(this);
     isRegisteredNotifieeIs(false);
-    notifier_ = input;
-    if (input && !isZombie() && owner_) {
-      Ptr<Machine> const machine(owner_);
-      (Wires::notifierChanged(*machine), ...);
+    InputPtr const former = std::exchange(notifier_, input);
+    try {
+      if (input && !isZombie() && owner_) {
+        Ptr<Machine> const machine(owner_);
+        (Wires::notifierChanged(*machine), ...);
+      }
+    } catch (...) {
+      isRegisteredNotifieeIs(true);
+      throw;
     }
     isRegisteredNotifieeIs(true);
   }

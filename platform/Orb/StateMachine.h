@@ -1,17 +1,3 @@
-/// The scaffolding of a state machine, written once.
-///
-/// A machine M derives from StateMachine<M> and writes
-///   - a nested reactor class `Orb<Input>` per input: its wiring (Orb/Reactor.h);
-///   - an `Input<Orb<Input>>` member per input and the accessors that name it;
-///   - `inputs()`, its input members in declaration order, and `children()`, its child collections, if any;
-///   - `type()`, its type descriptor: the one list of its attributes (Orb/Type.h);
-///   - a constructor that connects the inputs and ends with the first pass, a destructor that calls
-///   teardown(), and its
-///     rules.
-///
-/// Life: created by Orb::create (constructor, first pass, notification on), runs inside notifications, is
-/// cleaned up by its owner if the owner calls cleanup(), and destroyed with its last reference. Destruction
-/// writes nothing.
 #pragma once
 
 #include <functional>
@@ -22,6 +8,19 @@
 #include "Orb/Errors.h"
 #include "Orb/Reactor.h"
 
+/// The scaffolding of a state machine, written once.
+///
+/// A machine M derives from StateMachine<M> and writes
+///   - a nested reactor class `Orb<Input>` per input: its wiring (Orb/Reactor.h);
+///   - an `Input<Orb<Input>>` member per input and the accessors that name it;
+///   - `inputs()`, its input members in declaration order, and `children()`, its child collections, if any;
+///   - `type()`, its type descriptor: the one list of its attributes (Orb/Type.h);
+///   - a constructor that connects the inputs and ends with the first pass, a destructor that calls
+///     teardown(), and its rules.
+///
+/// Life: created by Orb::create (constructor, first pass, notification on), runs inside notifications, is
+/// cleaned up by its owner if the owner calls cleanup(), and destroyed with its last reference. Destruction
+/// writes nothing.
 namespace Orb {
 
 /// Builds a machine with its first pass and then switches its notification on: every machine's static
@@ -112,6 +111,7 @@ class Input {
     reactor->orbDoZombieReactors(true);
     reactor->ownerDel();
     reactor->hasNotificationActiveIs(false);
+    reactor->isRegisteredNotifieeIs(false);
     return reactor->input();
   }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <mutex>
 #include <string>
 
 #include "Orb/Dir.h"
@@ -10,9 +11,15 @@ namespace Orb {
 
 namespace {
 
-std::map<std::string_view, TypeDescriptor const*>& registry() {
-  static std::map<std::string_view, TypeDescriptor const*> types;
-  return types;
+struct Registry {
+  std::mutex mutex;
+  std::map<std::string_view, TypeDescriptor const*> types;
+};
+
+// Made before the first descriptor is complete, so destroyed after the last one.
+Registry& registry() {
+  static Registry instance;
+  return instance;
 }
 
 AttributeInfo const& found(TypeDescriptor const& type, auto const& sought, auto member) {
@@ -21,7 +28,7 @@ AttributeInfo const& found(TypeDescriptor const& type, auto const& sought, auto 
                                [&](AttributeInfo const& info) { return info.*member == sought; });
   if (at != attributes.end()) return *at;
   if constexpr (std::is_integral_v<std::decay_t<decltype(sought)>>) {
-    throw UnknownAttributeError(type.name(), std::to_string(sought));
+    throw UnknownAttributeError(type.name(), "#" + std::to_string(sought));
   } else {
     throw UnknownAttributeError(type.name(), sought);
   }
@@ -57,13 +64,20 @@ TypeDescriptor::TypeDescriptor(std::string_view name, std::vector<AttributeInfo>
                                TypeDescriptor const* base)
     : name_(name) {
   if (base) attributes_ = base->attributes();
+  attributes_.insert(attributes_.end(), attributes.begin(), attributes.end());
   AttributeId next = firstOwnAttribute;
-  for (AttributeInfo& info : attributes) {
+  for (AttributeInfo& info : attributes_) {
     if (info.id == noAttribute) info.id = next;
     next = std::max(next, info.id + 1);
-    attributes_.push_back(info);
   }
-  registry()[name_] = this;
+  std::lock_guard const lock(registry().mutex);
+  registry().types[name_] = this;
+}
+
+TypeDescriptor::~TypeDescriptor() {
+  std::lock_guard const lock(registry().mutex);
+  auto const at = registry().types.find(name_);
+  if (at != registry().types.end() && at->second == this) registry().types.erase(at);
 }
 
 AttributeInfo const& TypeDescriptor::attribute(AttributeId id) const {
@@ -74,8 +88,9 @@ AttributeInfo const& TypeDescriptor::attribute(std::string_view name) const {
 }
 
 TypeDescriptor const* TypeDescriptor::find(std::string_view name) {
-  auto const at = registry().find(name);
-  return at == registry().end() ? nullptr : at->second;
+  std::lock_guard const lock(registry().mutex);
+  auto const at = registry().types.find(name);
+  return at == registry().types.end() ? nullptr : at->second;
 }
 
 Value attribute(PtrInterface const& object, AttributeId id) { return read(object, id); }

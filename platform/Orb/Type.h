@@ -1,19 +1,3 @@
-/// Type descriptors and the generic attribute interface: every attribute and argument-free handler of an
-/// object can be read, written and invoked by identifier and by name.
-///
-/// A class lists its attributes once:
-///
-///   Orb::TypeDescriptor const& QorEvpnIntegrationModeSm::type() {
-///     using A = Orb::Attributes<QorEvpnIntegrationModeSm>;
-///     static Orb::TypeDescriptor const descriptor("QorEvpn::QorEvpnIntegrationModeSm", {
-///         A::value<&QorEvpnIntegrationModeSm::controllerdbStatus>("controllerdbStatus"),
-///         A::handler<&QorEvpnIntegrationModeSm::handleInitialized>("handleInitialized"),
-///     });
-///     return descriptor;
-///   }
-///
-/// A reference to an object reads as Ptr<PtrInterface const>, a keyed collection as the list of its keys
-/// (std::vector<Value>, in the collection's order of iteration), anything else as its own value type.
 #pragma once
 
 #include <functional>
@@ -32,6 +16,22 @@ struct Orb::ValueTraits<std::vector<Orb::Value>> {
   static std::string name() { return "Orb::ValueList"; }
 };
 
+/// Type descriptors and the generic attribute interface: every attribute and argument-free handler of an
+/// object can be read, written and invoked by identifier and by name.
+///
+/// A class lists its attributes once:
+///
+///   Orb::TypeDescriptor const& QorEvpnIntegrationModeSm::type() {
+///     using A = Orb::Attributes<QorEvpnIntegrationModeSm>;
+///     static Orb::TypeDescriptor const descriptor("QorEvpn::QorEvpnIntegrationModeSm", {
+///         A::value<&QorEvpnIntegrationModeSm::controllerdbStatus>("controllerdbStatus"),
+///         A::handler<&QorEvpnIntegrationModeSm::handleInitialized>("handleInitialized"),
+///     });
+///     return descriptor;
+///   }
+///
+/// A reference to an object reads as Ptr<PtrInterface const>, a keyed collection as the list of its keys
+/// (std::vector<Value>, in the collection's order of iteration), anything else as its own value type.
 namespace Orb {
 
 /// One attribute of a class. An access that is not offered is a null pointer.
@@ -40,16 +40,19 @@ struct AttributeInfo {
   Value (*read)(PtrInterface const& object) = nullptr;
   void (*write)(PtrInterface& object, Value const& value) = nullptr;
   void (*invoke)(PtrInterface& object) = nullptr;
-  /// Assigned by the descriptor in the order of the list, from firstOwnAttribute up, where it is not given.
+  /// Where it is not given, the descriptor assigns the next one behind all before it in the list, those of
+  /// the base included, from firstOwnAttribute up.
   AttributeId id = noAttribute;
 };
 
 class TypeDescriptor {
  public:
-  /// Registers the type under its name for the life of the process. `base` lends its attributes.
+  /// Registers the type under its name for as long as the descriptor lives. `base` lends its attributes.
   TypeDescriptor(std::string_view name, std::vector<AttributeInfo> attributes,
                  TypeDescriptor const* base = nullptr);
   TypeDescriptor(TypeDescriptor const&) = delete;
+  TypeDescriptor& operator=(TypeDescriptor const&) = delete;
+  ~TypeDescriptor();
 
   std::string_view name() const noexcept { return name_; }
   /// The class's attributes in declaration order, those of the base first.
@@ -58,7 +61,7 @@ class TypeDescriptor {
   AttributeInfo const& attribute(AttributeId id) const;
   AttributeInfo const& attribute(std::string_view name) const;
 
-  /// The registered type of that name, or null.
+  /// The registered type of that name, or null: a type registers when it is first asked for.
   static TypeDescriptor const* find(std::string_view name);
 
  private:

@@ -1,10 +1,10 @@
-/// QorEvpn::EvpnCapability: whether EVPN is enabled.
 #pragma once
 
 #include "Orb/Entity.h"
 
 namespace QorEvpn {
 
+/// Whether EVPN is enabled.
 class EvpnCapability : public Orb::Entity {
  public:
   static constexpr Orb::Scalar evpnEnabledAttr{256};

@@ -1,5 +1,3 @@
-/// QorEvpn::QorBrIdList: the bridge identifiers of the VNIs that the controller serves. The transmit root is
-/// the only writer within the module; the EVPN side reads the list.
 #pragma once
 
 #include "Bridging/BridgeId.h"
@@ -8,6 +6,8 @@
 
 namespace QorEvpn {
 
+/// The bridge identifiers of the VNIs that the controller serves. The transmit root is the only writer within
+/// the module; the EVPN side reads the list.
 class QorBrIdList : public Orb::Entity {
  public:
   using BrIdList = Orb::FlatMap<Bridging::BridgeId, bool>;

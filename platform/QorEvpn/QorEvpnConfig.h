@@ -1,11 +1,11 @@
-/// QorEvpn::QorEvpnConfig: whether the integration of controller and EVPN is on. Written by the
-/// integration-mode machine, read by the parts of the agent that run the transmit and receive machines.
 #pragma once
 
 #include "Orb/Entity.h"
 
 namespace QorEvpn {
 
+/// Whether the integration of controller and EVPN is on. Written by the integration-mode machine, read by the
+/// parts of the agent that run the transmit and receive machines.
 class QorEvpnConfig : public Orb::Entity {
  public:
   static constexpr Orb::Scalar qorEvpnIntegrationModeAttr{256};

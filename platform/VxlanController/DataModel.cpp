@@ -89,6 +89,7 @@ Orb::Ptr<VniStatusV2> VniStatusDirV2::vniStatusV2Is(Vxlan::Vni vni) {
 }
 
 void VniStatusDirV2::vniStatusV2Del(Vxlan::Vni vni) {
+  Orb::Ptr<VniStatusDirV2> const self(this);  // the announcement of the parent may drop it
   Orb::Ptr<VniStatusV2> removed;
   if (!vniStatusV2_.take(vni, removed)) return;
   removed->parentIs(nullptr, {});

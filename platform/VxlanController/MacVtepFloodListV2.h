@@ -1,6 +1,3 @@
-/// VxlanController::MacVtepFloodListV2: the VTEPs to which frames for one destination MAC of a VNI are
-/// flooded. The list of the MAC 00:00:00:00:00:00 is the one for all broadcast, unknown-unicast and multicast
-/// (BUM) traffic.
 #pragma once
 
 #include "Orb/Entity.h"
@@ -10,6 +7,8 @@
 
 namespace VxlanController {
 
+/// The VTEPs to which frames for one destination MAC of a VNI are flooded. The list of the MAC
+/// 00:00:00:00:00:00 is the one for all broadcast, unknown-unicast and multicast (BUM) traffic.
 class MacVtepFloodListV2 : public Orb::Notifier {
  public:
   using VtepIpFloodList = Orb::FlatMap<Wirix::IpAddr, bool>;

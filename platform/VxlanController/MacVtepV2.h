@@ -1,5 +1,3 @@
-/// VxlanController::MacVtepV2: the VTEP behind which a MAC address lives, and MacVtepMultiPathV2, several of
-/// them.
 #pragma once
 
 #include <cstdint>
@@ -11,22 +9,22 @@
 
 namespace VxlanController {
 
-/// An entry of a VNI's MAC table. A default-constructed one (all zero, preference 16) stands for an absent
-/// entry wherever one is looked up.
+/// An entry of a VNI's MAC table: the VTEP behind which a MAC address lives. A default-constructed one (all
+/// zero, preference 16) stands for an absent entry wherever one is looked up.
 class MacVtepV2 {
  public:
-  static constexpr std::uint8_t defaultPreference = 16;
+  static constexpr uint8_t defaultPreference = 16;
 
   constexpr MacVtepV2() = default;
   constexpr explicit MacVtepV2(Wirix::EthAddr macAddr, Wirix::IpAddr vtepAddr = {}, Seqno32 seqNo = {},
-                               std::uint8_t preference = defaultPreference)
+                               uint8_t preference = defaultPreference)
       : macAddr_(macAddr), vtepAddr_(vtepAddr), seqNo_(seqNo), preference_(preference) {}
 
   constexpr Wirix::EthAddr const& macAddr() const noexcept { return macAddr_; }
   constexpr Wirix::IpAddr const& vtepAddr() const noexcept { return vtepAddr_; }
   /// Higher wins between entries of one MAC address.
   constexpr Seqno32 const& seqNo() const noexcept { return seqNo_; }
-  constexpr std::uint8_t preference() const noexcept { return preference_; }
+  constexpr uint8_t preference() const noexcept { return preference_; }
 
   friend constexpr bool operator==(MacVtepV2 const&, MacVtepV2 const&) = default;
 
@@ -34,10 +32,10 @@ class MacVtepV2 {
   Wirix::EthAddr macAddr_;
   Wirix::IpAddr vtepAddr_;
   Seqno32 seqNo_;
-  std::uint8_t preference_ = defaultPreference;
+  uint8_t preference_ = defaultPreference;
 };
 
-/// An entry of a VNI's multipath table.
+/// An entry of a VNI's multipath table: several VTEPs behind which a MAC address lives.
 struct MacVtepMultiPathV2 {
   Wirix::EthAddr macAddr;
   std::vector<Wirix::IpAddr> vtepAddrs;

@@ -1,11 +1,11 @@
-/// VxlanController::VniStatusV2, what EVPN learned about one VNI, and VniStatusDirV2, all of them by VNI.
-/// Written by the receive machine; the controller serves its switches from them.
 #pragma once
 
 #include "VxlanController/VniTables.h"
 
 namespace VxlanController {
 
+/// What EVPN learned about one VNI. Written by the receive machine; the controller serves its switches from
+/// it.
 class VniStatusV2 : public VniTables<259> {
  public:
   using IpToMacTable = Orb::FlatMap<Wirix::IpAddr, Wirix::EthAddr>;
@@ -15,7 +15,7 @@ class VniStatusV2 : public VniTables<259> {
   Orb::TypeDescriptor const& fwkType() const override;
 
   IpToMacTable const& ipToMacTable() const noexcept { return ipToMacTable_; }
-  std::size_t ipToMacTables() const noexcept { return ipToMacTable_.size(); }
+  size_t ipToMacTables() const noexcept { return ipToMacTable_.size(); }
   void ipToMacTableIs(Wirix::IpAddr ipAddr, Wirix::EthAddr macAddr);
   void ipToMacTableDel(Wirix::IpAddr ipAddr);
 
@@ -23,6 +23,7 @@ class VniStatusV2 : public VniTables<259> {
   IpToMacTable ipToMacTable_;
 };
 
+/// What EVPN learned, by VNI.
 class VniStatusDirV2 : public Orb::Entity {
  public:
   using VniStatuses = Orb::FlatMap<Vxlan::Vni, Orb::Ptr<VniStatusV2>>;

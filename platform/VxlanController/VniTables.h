@@ -1,6 +1,3 @@
-/// The three tables that both statuses of a VNI have: the controller's own (VniFdbStatusV2) and the one
-/// learned from EVPN (VniStatusV2). Every table is keyed by MAC address and announces each effective change
-/// with its key.
 #pragma once
 
 #include "Orb/Entity.h"
@@ -11,6 +8,10 @@
 
 namespace VxlanController {
 
+/// The three tables that both statuses of a VNI have: the controller's own (VniFdbStatusV2) and the one
+/// learned from EVPN (VniStatusV2). Every table is keyed by MAC address and announces each effective change
+/// with its key.
+///
 /// `firstTable` is the identifier of the MAC table; the multipath and flood-list tables have the two after
 /// it.
 template <Orb::AttributeId firstTable>
@@ -32,9 +33,9 @@ class VniTables : public Orb::Entity {
   MacVtepTable const& macVtepTable() const noexcept { return macVtepTable_; }
   MacVtepMultiPathTable const& macVtepMultiPathTable() const noexcept { return macVtepMultiPathTable_; }
   MacVtepFloodListTable const& macVtepFloodListTable() const noexcept { return macVtepFloodListTable_; }
-  std::size_t macVtepTables() const noexcept { return macVtepTable_.size(); }
-  std::size_t macVtepMultiPathTables() const noexcept { return macVtepMultiPathTable_.size(); }
-  std::size_t macVtepFloodListTables() const noexcept { return macVtepFloodListTable_.size(); }
+  size_t macVtepTables() const noexcept { return macVtepTable_.size(); }
+  size_t macVtepMultiPathTables() const noexcept { return macVtepMultiPathTable_.size(); }
+  size_t macVtepFloodListTables() const noexcept { return macVtepFloodListTable_.size(); }
 
   /// The entry of a MAC, or the default entry where there is none. Good until the table changes.
   MacVtepV2 const& macVtepTable(Wirix::EthAddr const& macAddr) const {
