@@ -1,10 +1,10 @@
 /// QorEvpnIntegrationModeSm decides whether the integration of the controller with EVPN is on: exactly when
 /// the controller database is enabled and EVPN is enabled.
 ///
-///   input                                   handler                      output
-///   Controllerdb::Status.enabled            setQorEvpnIntegrationMode()  QorEvpnConfig.qorEvpnIntegrationMode
-///   EvpnCapability.evpnEnabled              setQorEvpnIntegrationMode()  "
-///   either input replaced by another one    setQorEvpnIntegrationMode()  "
+///   input                                 handler                       output
+///   Controllerdb::Status.enabled          setQorEvpnIntegrationMode()   QorEvpnConfig.qorEvpnIntegrationMode
+///   EvpnCapability.evpnEnabled            setQorEvpnIntegrationMode()   "
+///   either input replaced by another one  setQorEvpnIntegrationMode()   "
 ///
 /// Invariants: the flag is written on every run, also when its value stays; suppressing unchanged writes is
 /// left to the configuration entity. EVPN's capability is looked at only while the database is enabled.
@@ -12,7 +12,7 @@
 /// is a fatal fault.
 ///
 /// Ownership: created by the agent through qorEvpnIntegrationModeSmFactory; counts references to its inputs
-/// and its output.
+/// and output.
 #pragma once
 
 #include "Controllerdb/Status.h"

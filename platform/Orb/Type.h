@@ -136,7 +136,7 @@ struct Attributes {
     std::vector<Value> keys;
     for (auto const& member : std::invoke(getter, self(object)))
       keys.emplace_back(std::invoke(keyOf, member));
-    return Value(std::move(keys));
+    return Value(keys);
   }
 };
 
