@@ -10,13 +10,14 @@ namespace Brine {
 
 /// The right to write a table, held by one table object of one process.
 ///
-/// Between processes it is a record lock on the lock file: it ends with the process however that ends, a forked child
-/// does not have it, and only who may write the lock file (0600) can take it. Record locks do not tell the owners
-/// within one process apart and are lost when the process closes any descriptor of the file; so a list of the
-/// process's own claims is asked first, before the file is opened.
+/// Between processes it is a record lock on the lock file: it ends with the process however that ends, a
+/// forked child does not have it, and only who may write the lock file (0600) can take it. Record locks do
+/// not tell the owners within one process apart and are lost when the process closes any descriptor of the
+/// file; so a list of the process's own claims is asked first, before the file is opened.
 ///
-/// A child made by fork() inherits memory and descriptors but not the right: there `isHeld()` is false, and the
-/// inherited descriptors are closed at once, so that the kernel reports the writer's end when the writer ends.
+/// A child made by fork() inherits memory and descriptors but not the right: there `isHeld()` is false, and
+/// the inherited descriptors are closed at once, so that the kernel reports the writer's end when the writer
+/// ends.
 class Claim {
  public:
   /// Raises `MountFailure`, `busy` if another one holds it.

@@ -7,7 +7,8 @@
 
 namespace Brine {
 
-/// How rows of a type lie in shared memory: as 64-bit words, the key's words first. Specialise it for each row type:
+/// How rows of a type lie in shared memory: as 64-bit words, the key's words first. Specialise it for each
+/// row type:
 ///
 ///   template <> struct Brine::Codec<Row> {
 ///     using Key = ...;
@@ -22,9 +23,10 @@ namespace Brine {
 ///     static uint32_t column(uint64_t const* keyWords);
 ///   };
 ///
-/// Equal keys have equal words and different keys different ones; no bit is left to chance. Decoding refuses words that
-/// no encoding gives, which the engine reports as corruption. `hash` and `column` accept any words. `column` is the
-/// value that walks can be filtered on; a key's own one must not be `noColumn`. Keys are sorted by their operator<.
+/// Equal keys have equal words and different keys different ones; no bit is left to chance. Decoding refuses
+/// words that no encoding gives, which the engine reports as corruption. `hash` and `column` accept any
+/// words. `column` is the value that walks can be filtered on; a key's own one must not be `noColumn`. Keys
+/// are sorted by their operator<.
 template <class Row>
 struct Codec;
 

@@ -14,7 +14,8 @@ class CorruptionError : public virtual Orb::Error {
   explicit CorruptionError(std::string const& message) : Error(message) {}
 };
 
-/// A write through a table that is not mounted as writer, or by a child process that inherited the writer's table.
+/// A write through a table that is not mounted as writer, or by a child process that inherited the writer's
+/// table.
 class ReadOnlyError : public virtual Orb::Error {
  public:
   explicit ReadOnlyError(std::string const& message) : Error(message) {}
@@ -26,8 +27,8 @@ class StateError : public virtual Orb::Error {
   explicit StateError(std::string const& message) : Error(message) {}
 };
 
-/// The table cannot grow: the file system or the memory is full, or the row limit is reached. Its rows are intact, and
-/// rows can still be overwritten and removed.
+/// The table cannot grow: the file system or the memory is full, or the row limit is reached. Its rows are
+/// intact, and rows can still be overwritten and removed.
 class SpaceError : public virtual Orb::Error {
  public:
   explicit SpaceError(std::string const& message) : Error(message) {}

@@ -64,7 +64,8 @@ Folder::Folder(std::string const& path, std::string_view tableName, bool create)
 Fd Folder::openTable(bool writable) const { return openFile(tableFile_, writable ? O_RDWR : O_RDONLY, 0); }
 
 Fd Folder::openLock() const {
-  // Made exclusively first, so that the mode is right from the start and a link planted under the name is not followed.
+  // Made exclusively first, so that the mode is right from the start and a link planted under the name is not
+  // followed.
   Fd fd = openFile(lockFile_, O_RDWR | O_CREAT | O_EXCL, 0600);
   if (!fd) fd = openFile(lockFile_, O_RDWR, 0);
   if (!fd) throw MountFailure(MountStatus::busy, "the lock file " + lockFile_ + " comes and goes");

@@ -7,15 +7,15 @@
 
 namespace Brine {
 
-/// `name` as one file name: letters, digits, '_' and '-' as they are, every other byte as '%' and two hexadecimal
-/// digits. So no name leaves the directory, begins with a dot, or meets another table's file.
+/// `name` as one file name: letters, digits, '_' and '-' as they are, every other byte as '%' and two
+/// hexadecimal digits. So no name leaves the directory, begins with a dot, or meets another table's file.
 std::string encodeFileName(std::string_view name);
 
-/// A table's three files in its directory, opened so that nobody without the right to write there can put another file
-/// in their place: NAME.table (0640), NAME.lock (0600), and NAME.new while a table is made.
+/// A table's three files in its directory, opened so that nobody without the right to write there can put
+/// another file in their place: NAME.table (0640), NAME.lock (0600), and NAME.new while a table is made.
 ///
-/// Every file must be a regular one, with one link, owned by the owner of the directory. The directory must not be
-/// writable for group or others. All functions that can fail raise `MountFailure`.
+/// Every file must be a regular one, with one link, owned by the owner of the directory. The directory must
+/// not be writable for group or others. All functions that can fail raise `MountFailure`.
 class Folder {
  public:
   /// Opens the directory `path`, if `create` after making it (0750) where it is missing.

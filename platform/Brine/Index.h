@@ -7,14 +7,16 @@
 
 namespace Brine {
 
-/// Finds row ids by key: lines of ten lanes, each a 16-bit tag and an id, and a count of the keys that found the line
-/// full and live behind it. A key lives in the first line, from its home line on, that had a free lane; it stays in its
-/// lane until it is removed, and a removal leaves no mark. An absent key thus mostly costs one line and no row.
+/// Finds row ids by key: lines of ten lanes, each a 16-bit tag and an id, and a count of the keys that found
+/// the line full and live behind it. A key lives in the first line, from its home line on, that had a free
+/// lane; it stays in its lane until it is removed, and a removal leaves no mark. An absent key thus mostly
+/// costs one line and no row.
 ///
-/// The lines lie in shared memory, or in private memory for a reader's shadow. One process writes them; it makes an
-/// entry before the row lives and clears it after the row died, and counts a line as passed before the entry behind it
-/// is made. So at every instant, also where the writer died, a row that lives can be found. Entries of rows that do
-/// not live are harmless: whoever follows one compares the key, inside the row's version check.
+/// The lines lie in shared memory, or in private memory for a reader's shadow. One process writes them; it
+/// makes an entry before the row lives and clears it after the row died, and counts a line as passed before
+/// the entry behind it is made. So at every instant, also where the writer died, a row that lives can be
+/// found. Entries of rows that do not live are harmless: whoever follows one compares the key, inside the
+/// row's version check.
 class Index {
  public:
   Index() = default;
@@ -23,7 +25,8 @@ class Index {
   /// Words of a line.
   static constexpr unsigned lineWords = 8;
 
-  /// What tells the keys of a line apart: from the key's bytes, not from the hash, whose high bits chose the line.
+  /// What tells the keys of a line apart: from the key's bytes, not from the hash, whose high bits chose the
+  /// line.
   static uint16_t tagOf(uint64_t const* key, unsigned keyWords) {
     uint64_t sum = 0x9E3779B97F4A7C15U;
     for (unsigned i = 0; i < keyWords; ++i) sum = (sum ^ key[i]) * 0xD6E8FEB86659FD93U;
@@ -37,8 +40,9 @@ class Index {
 
   void prefetch(uint32_t hash) const { __builtin_prefetch(line(homeLine(hash))); }
 
-  /// Calls `match(id)` for each entry with that tag until it returns true; returns that id, or `noRow`. Entries may be
-  /// of other keys, ids may be anything: `match` decides. Ends after each line was seen once, whatever they hold.
+  /// Calls `match(id)` for each entry with that tag until it returns true; returns that id, or `noRow`.
+  /// Entries may be of other keys, ids may be anything: `match` decides. Ends after each line was seen once,
+  /// whatever they hold.
   template <class Match>
   uint32_t find(uint32_t hash, uint16_t tag, Match&& match) const {
     uint64_t const wanted = tag * lowLaneBits;
@@ -46,7 +50,8 @@ class Index {
     for (uint32_t seen = 0; seen < lineCount_; ++seen) {
       uint64_t const* const words = line(number);
       uint64_t const tags2 = loadAcquire(words + 2);
-      // Bit 15 of a lane is set where the tag matches. A lane above a match may be set wrongly, which costs a look.
+      // Bit 15 of a lane is set where the tag matches. A lane above a match may be set wrongly, which costs a
+      // look.
       uint64_t hits = matchLanes(loadAcquire(words) ^ wanted);
       for (unsigned group = 0;;) {
         for (; hits != 0; hits &= hits - 1) {
@@ -64,8 +69,8 @@ class Index {
     return noRow;
   }
 
-  /// Calls `visit(id)` for the entries of the home line only, matching or not: to prefetch the rows that a look-up will
-  /// read.
+  /// Calls `visit(id)` for the entries of the home line only, matching or not: to prefetch the rows that a
+  /// look-up will read.
   template <class Visit>
   void visitTagged(uint32_t hash, uint16_t tag, Visit&& visit) const {
     uint64_t const wanted = tag * lowLaneBits;
@@ -79,8 +84,8 @@ class Index {
     }
   }
 
-  /// Writer: makes an entry. The key must not have one. False if every lane of every line is taken, which the number of
-  /// lines rules out unless they are damaged.
+  /// Writer: makes an entry. The key must not have one. False if every lane of every line is taken, which the
+  /// number of lines rules out unless they are damaged.
   bool insert(uint32_t hash, uint16_t tag, uint32_t id) {
     uint32_t const home = homeLine(hash);
     uint32_t number = home;

@@ -18,8 +18,9 @@
 ///   column        one 32-bit word a row: the row's column value, or `noColumn` where no row lives
 ///   index A, B    two indexes for all rows up to the end of this extent; one at most is in use
 ///
-/// A table at level L consists of the extents 0 to L and has initialRows << L slots; it looks rows up in one of the two
-/// indexes of extent L. Growing appends an extent, so rows never move: a row's id is the number of its slot for life.
+/// A table at level L consists of the extents 0 to L and has initialRows << L slots; it looks rows up in one
+/// of the two indexes of extent L. Growing appends an extent, so rows never move: a row's id is the number of
+/// its slot for life.
 ///
 ///   row slot      +------------+------------+-----------+-------------+-------------+
 ///     (words)     | version    | checks     | key ...   | value A ... | value B ... |
@@ -31,11 +32,11 @@
 ///     (words)     | sequence   | 32 removal | 31..0 row id         | key ...   |
 ///                 +------------+-----------------------------------+-----------+
 ///
-///   index line    +-------------------------+----------------------+------------+------------------------------+
-///     (64 bytes)  | 0: tags of lanes 0 to 3 | 8: tags 4 to 7       | 16: tags   | 24: row ids of lanes 0 to 9  |
-///                 |    (16 bits each)       |                      |  8 and 9,  |     (32 bits each)           |
-///                 |                         |                      | 20: passed |                              |
-///                 +-------------------------+----------------------+------------+------------------------------+
+///   index line    +-------------------------+-------------------+------------+-----------------------------+
+///     (64 bytes)  | 0: tags of lanes 0 to 3 | 8: tags 4 to 7    | 16: tags   | 24: row ids of lanes 0 to 9 |
+///                 |    (16 bits each)       |                   |  8 and 9,  |     (32 bits each)          |
+///                 |                         |                   | 20: passed |                             |
+///                 +-------------------------+-------------------+------------+-----------------------------+
 ///     a tag of 0 marks a free lane; "passed" counts the keys that found this line full and live behind it
 namespace Brine {
 
@@ -57,9 +58,9 @@ inline constexpr uint64_t versionCopyB = 2;
 inline constexpr unsigned versionSequenceShift = 2;
 inline constexpr uint64_t ringRemoval = uint64_t{1} << 32;
 
-/// The header. Every line has one reason to be written, so that a line that changes often disturbs no reader of one
-/// that does not; the writer process is the only one to write any of it. Words are plain here and accessed through
-/// Brine/Word.h.
+/// The header. Every line has one reason to be written, so that a line that changes often disturbs no reader
+/// of one that does not; the writer process is the only one to write any of it. Words are plain here and
+/// accessed through Brine/Word.h.
 struct Header {
   // Line 0 and 1: identity. Constant from creation on, covered by `identityCheck`.
   uint64_t magic;
@@ -93,7 +94,8 @@ struct Header {
   // Line 5: high water, sealed. Written once in `highWaterStep` fresh rows.
   uint64_t highWater;  ///< No row was ever written at or above this id.
   uint64_t reserved5[7];
-  // Line 6: the doorbell. Written by a system call, so that watchers of the file wake; its value counts the wakes.
+  // Line 6: the doorbell. Written by a system call, so that watchers of the file wake; its value counts the
+  // wakes.
   uint64_t doorbell;
   uint64_t reserved6[7];
 };
@@ -129,10 +131,12 @@ struct Geometry {
   }
 };
 
-/// The high-water mark moves in steps, so that readers that poll its line meet the writer there only now and then.
+/// The high-water mark moves in steps, so that readers that poll its line meet the writer there only now and
+/// then.
 inline constexpr uint32_t highWaterStep = 64;
 
-/// Sizes and offsets of one table, computed from what its header says. All fit 64 bits for every accepted header.
+/// Sizes and offsets of one table, computed from what its header says. All fit 64 bits for every accepted
+/// header.
 class Layout {
  public:
   constexpr Layout() = default;

@@ -6,8 +6,9 @@
 
 namespace Brine {
 
-/// A row that its reader is being told of, or walks over: until the teller is done, look-ups of the key give this row,
-/// so that what a callback reads is what it was called for. Pins of a table form a list, the newest first.
+/// A row that its reader is being told of, or walks over: until the teller is done, look-ups of the key give
+/// this row, so that what a callback reads is what it was called for. Pins of a table form a list, the newest
+/// first.
 template <class Row>
 class Pin {
  public:

@@ -32,7 +32,8 @@ bool readStatus(uint64_t number, ProcessStatus& out) {
   ssize_t const size = ::read(fd.get(), text, sizeof text - 1);
   if (size <= 0) return false;
   text[size] = 0;
-  // The second field, the program's name in parentheses, may hold anything; the third follows its last parenthesis.
+  // The second field, the program's name in parentheses, may hold anything; the third follows its last
+  // parenthesis.
   char const* field = std::strrchr(text, ')');
   if (field == nullptr || field[1] != ' ') return false;
   field += 2;

@@ -15,8 +15,8 @@ struct ProcessIdentity {
 
 enum class Liveness { alive, ended, unknown };
 
-/// Whether that process still runs. A process that is ending, or ended and not waited for, counts as ended. Unknown in
-/// another number space (another container).
+/// Whether that process still runs. A process that is ending, or ended and not waited for, counts as ended.
+/// Unknown in another number space (another container).
 Liveness livenessOf(ProcessIdentity const& process);
 
 }  // namespace Brine

@@ -7,13 +7,13 @@
 
 /// One row slot: reading it whole or not at all, and the writer's steps that make this possible.
 ///
-/// The functions take the widths as arguments; where these are constants they unroll, so the hot paths of a typed
-/// table and the cold ones, which know the widths from the header, share one text.
+/// The functions take the widths as arguments; where these are constants they unroll, so the hot paths of a
+/// typed table and the cold ones, which know the widths from the header, share one text.
 namespace Brine {
 
-/// The 32-bit check of a copy, over everything that says what the row is: where it lies, its version (so that a
-/// damaged version that selects the other copy is found), its key and its value. Of a dead slot only place and version
-/// count, since the key is rewritten while the slot is still dead. Zeros do not map to zero.
+/// The 32-bit check of a copy, over everything that says what the row is: where it lies, its version (so that
+/// a damaged version that selects the other copy is found), its key and its value. Of a dead slot only place
+/// and version count, since the key is rewritten while the slot is still dead. Zeros do not map to zero.
 inline uint32_t rowCheck(uint64_t seed, uint32_t id, uint64_t version, uint64_t const* words,
                          unsigned count) {
   constexpr uint64_t secret[4] = {0xA0761D6478BD642FU, 0xE7037ED1A0B428DBU, 0x8EBC6AF09C88C6E3U,
@@ -39,15 +39,16 @@ enum class RowState { live, dead, damaged };
 /// A read gives up after this many commits of the same row in its way. No honest writer comes near.
 inline constexpr unsigned maxRowRetries = 1U << 16;
 
-/// Reads the slot at `slot`, row `id`, into `words` (key, then value). Live means: key, value and version belong
-/// together and pass the check. `version` is set in every case.
+/// Reads the slot at `slot`, row `id`, into `words` (key, then value). Live means: key, value and version
+/// belong together and pass the check. `version` is set in every case.
 ///
 /// Steps, against the writer's in `RowWriter`:
 ///  1. Load the version, acquire: what the writer stored before it committed that version is now visible.
-///  2. Load check, key and the copy that the version names, acquire each: if one of them is of a later change, then
-///     that change's predecessors, among them the commit that let the writer reuse this copy, are visible to step 3.
-///  3. Load the version again: unchanged means that none of step 2 was of a later change. Else start again; the writer
-///     has committed meanwhile, so somebody made progress, and one that died has not.
+///  2. Load check, key and the copy that the version names, acquire each: if one of them is of a later
+///     change, then that change's predecessors, among them the commit that let the writer reuse this copy,
+///     are visible to step 3.
+///  3. Load the version again: unchanged means that none of step 2 was of a later change. Else start again;
+///     the writer has committed meanwhile, so somebody made progress, and one that died has not.
 ///  4. Verify the check.
 inline RowState readRow(uint64_t const* slot, uint32_t id, uint64_t seed, unsigned keyWords,
                         unsigned valueWords, uint64_t* words, uint64_t& version) {
@@ -74,17 +75,17 @@ inline RowState readRow(uint64_t const* slot, uint32_t id, uint64_t seed, unsign
 
 /// The writer's side of a slot. Only the claim's holder may use it.
 ///
-/// Every change has one commit point, the store of the version word; a process killed before it has changed nothing,
-/// one killed after it has changed everything. What is stored before it lies where no reader of the present version
-/// looks: in the other copy, or, for a row that does not live yet, anywhere in the slot.
+/// Every change has one commit point, the store of the version word; a process killed before it has changed
+/// nothing, one killed after it has changed everything. What is stored before it lies where no reader of the
+/// present version looks: in the other copy, or, for a row that does not live yet, anywhere in the slot.
 class RowWriter {
  public:
   RowWriter(uint64_t* slot, uint32_t id, uint64_t seed) : slot_(slot), id_(id), seed_(seed) {}
 
-  /// Steps 1 and 2 of an insertion or overwrite; `commit()` is the last one. Between them an insertion stores the column
-  /// and the index entry, which may point to a dead row but must never miss a live one.
-  ///  1. Store the key (insertions only) and the value, into the copy that is not valid, release each: a reader that
-  ///     sees one of them also sees the commit that made this copy invalid, and so starts again.
+  /// Steps 1 and 2 of an insertion or overwrite; `commit()` is the last one. Between them an insertion stores
+  /// the column and the index entry, which may point to a dead row but must never miss a live one.
+  ///  1. Store the key (insertions only) and the value, into the copy that is not valid, release each: a
+  ///     reader that sees one of them also sees the commit that made this copy invalid, and so starts again.
   ///  2. Store the check, release, for the same reason. The other copy's half stays as it is.
   void prepare(uint64_t sequence, uint64_t const* words, unsigned keyWords, unsigned valueWords,
                bool insertion) {

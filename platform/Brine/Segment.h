@@ -15,16 +15,16 @@
 
 namespace Brine {
 
-/// A table's file in memory: the checked header, and each extent mapped where it stays until the segment goes, so that
-/// no pointer into a table goes stale while it grows.
+/// A table's file in memory: the checked header, and each extent mapped where it stays until the segment
+/// goes, so that no pointer into a table goes stale while it grows.
 ///
-/// Nothing read from the file is used before it is bounded: sizes come from the header only after its check and against
-/// the size of the file, ids are compared with `capacity()`. What that cannot rule out is a file that its owner
-/// truncates while it is mapped.
+/// Nothing read from the file is used before it is bounded: sizes come from the header only after its check
+/// and against the size of the file, ids are compared with `capacity()`. What that cannot rule out is a file
+/// that its owner truncates while it is mapped.
 class Segment {
  public:
-  /// Maps the file `fd`, which must stay open only for `follow()` and growth. Raises `MountFailure`. With `repair`, a
-  /// damaged geometry word is taken from the file's size instead.
+  /// Maps the file `fd`, which must stay open only for `follow()` and growth. Raises `MountFailure`. With
+  /// `repair`, a damaged geometry word is taken from the file's size instead.
   Segment(RowShape const& shape, int fd, bool writable, bool repair = false);
   /// Uses `image` in place of a file, read-only. Raises `MountFailure`.
   Segment(RowShape const& shape, std::span<std::byte const> image);
@@ -41,8 +41,9 @@ class Segment {
   uint64_t seed() const { return seed_; }
   uint64_t generation() const { return generation_; }
 
-  /// Reader: catches up with growth and recovery. Returns true if the index is another one than at the last call. Raises
-  /// `CorruptionError` for a geometry that no writer wrote, `SpaceError` if memory cannot be mapped.
+  /// Reader: catches up with growth and recovery. Returns true if the index is another one than at the last
+  /// call. Raises `CorruptionError` for a geometry that no writer wrote, `SpaceError` if memory cannot be
+  /// mapped.
   bool follow() { return loadAcquire(&header_->geometry) == geometryWord_ ? false : followGeometry(); }
 
   Geometry const& geometry() const { return geometry_; }
@@ -68,7 +69,8 @@ class Segment {
 
   /// Cuts off what a killed writer had begun to add. Raises `MountFailure`.
   void trim();
-  /// Reserves and maps the next extent, without publishing it. Raises `SpaceError`; the table is as before then.
+  /// Reserves and maps the next extent, without publishing it. Raises `SpaceError`; the table is as before
+  /// then.
   void addExtent();
   /// The index that is not in use at that level, emptied.
   Index spareIndex(unsigned level);

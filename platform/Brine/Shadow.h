@@ -16,8 +16,8 @@ struct KeyWords {
   uint16_t tag;
 };
 
-/// What a keyshadow reader was last shown: each key that it believes to be in the table, with the row id and version
-/// that it was shown. Private to the reader.
+/// What a keyshadow reader was last shown: each key that it believes to be in the table, with the row id and
+/// version that it was shown. Private to the reader.
 class Shadow {
  public:
   struct Entry {

@@ -10,8 +10,8 @@ namespace Brine {
 enum class Mode {
   /// Writes rows. One at a time: the claim is the process's and ends with it.
   writer,
-  /// Looks up, walks and is told of changes. Keeps nothing of its own, so it is also told of keys that it never saw,
-  /// and may miss removals when the writer laps it; `DeliverResult` says so.
+  /// Looks up, walks and is told of changes. Keeps nothing of its own, so it is also told of keys that it
+  /// never saw, and may miss removals when the writer laps it; `DeliverResult` says so.
   reader,
   /// A reader that keeps a local shadow of the keys it was shown, which makes what it is told exact.
   keyshadow,
@@ -28,7 +28,7 @@ enum class MountStatus {
   corrupt,       ///< The file is damaged beyond what the mount was allowed to repair.
   noSpace,       ///< The file system has no room for the table.
   noResources,   ///< The system refused memory, descriptors or watches, or failed in another way.
-  writerGone,  ///< Reader: mounted and readable, but its writer has ended. Mounted again when there is a new one.
+  writerGone,    ///< Reader: readable, but its writer has ended. Mounted again when there is a new one.
 };
 
 /// "writer", "reader", "keyshadow".

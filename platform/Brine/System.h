@@ -9,9 +9,9 @@
 
 namespace Brine {
 
-/// The system calls that the engine makes, as pointers, so that tests can make each of them fail. They keep the
-/// conventions of the calls that they stand for (-1 and errno; `allocate` returns an error number). Change them only
-/// while no table is in use.
+/// The system calls that the engine makes, as pointers, so that tests can make each of them fail. They keep
+/// the conventions of the calls that they stand for (-1 and errno; `allocate` returns an error number).
+/// Change them only while no table is in use.
 struct System {
   int (*openFile)(int folder, char const* path, int flags, mode_t mode);
   int (*makeFolder)(char const* path, mode_t mode);

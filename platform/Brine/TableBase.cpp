@@ -127,7 +127,8 @@ void TableBase::openOrMake(Folder const& folder) {
   writer_ = std::make_unique<Writer>(*segment_, *claim_);
   writer_->recover(false);
   folder.publishNew();
-  // Readers of the old file look for the new one. They also see the directory change, should this not come to be.
+  // Readers of the old file look for the new one. They also see the directory change, should this not come to
+  // be.
   uint64_t const retired = 1;
   if (replaced) sys.writeAt(replaced.get(), &retired, sizeof retired, offsetof(Header, retired));
 }

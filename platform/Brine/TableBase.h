@@ -18,17 +18,19 @@
 namespace Brine {
 
 struct MountOptions {
-  /// Directory of the table's files. A writer makes it (0750) if it is missing; its parent must exist. Whoever owns it
-  /// owns the tables in it; it must not be writable for group or others.
+  /// Directory of the table's files. A writer makes it (0750) if it is missing; its parent must exist.
+  /// Whoever owns it owns the tables in it; it must not be writable for group or others.
   std::string directory;
-  /// The table's name, any bytes: it is encoded into one file name. Entities use their place in the directory.
+  /// The table's name, any bytes: it is encoded into one file name. Entities use their place in the
+  /// directory.
   std::string name;
   Mode mode = Mode::reader;
-  /// Writer: drop damaged rows, and begin an empty table where the header is damaged or of another layout or row type,
-  /// instead of refusing the mount. `Statistics::dropped` counts.
+  /// Writer: drop damaged rows, and begin an empty table where the header is damaged or of another layout or
+  /// row type, instead of refusing the mount. `Statistics::dropped` counts.
   bool repair = false;
-  /// Used when a table is made: slots to begin with (a power of two, 16 to 2^30) and entries of the change ring (a power
-  /// of two, 16 to 2^24). Neither is a limit: the table doubles when it is full, and readers that the ring laps compare.
+  /// Used when a table is made: slots to begin with (a power of two, 16 to 2^30) and entries of the change
+  /// ring (a power of two, 16 to 2^24). Neither is a limit: the table doubles when it is full, and readers
+  /// that the ring laps compare.
   uint32_t initialRows = 4096;
   uint32_t ringEntries = 8192;
 };
@@ -54,24 +56,26 @@ struct Statistics {
 
 struct DeliverResult {
   uint64_t changes = 0;
-  /// Plain reader: the ring had moved on, and removals may have been missed. Never set for a keyshadow reader.
+  /// Plain reader: the ring had moved on, and removals may have been missed. Never set for a keyshadow
+  /// reader.
   bool mayHaveMissedRemovals = false;
 };
 
-/// The part of a table that does not know its row type: files, mount, status, statistics, check. Use `Table<Row>`.
+/// The part of a table that does not know its row type: files, mount, status, statistics, check. Use
+/// `Table<Row>`.
 ///
-/// A table object belongs to one thread at a time. Any number of objects, in one process or many, may have the same
-/// table mounted, one of them as writer.
+/// A table object belongs to one thread at a time. Any number of objects, in one process or many, may have
+/// the same table mounted, one of them as writer.
 class TableBase {
  public:
   virtual ~TableBase();
   TableBase(TableBase const&) = delete;
   TableBase& operator=(TableBase const&) = delete;
 
-  /// Mounts the table and returns how that ended; `mountDetail()` says it in words. A writer that does not get
-  /// `mounted` may ask again later. A reader goes on by itself: it waits for the table to appear or to become usable,
-  /// through `fd()` and `deliver()`. Nothing but a wrong call raises: `StateError` "NAME is already mounted,
-  /// mountStatus:STATUS" while mounted or waiting.
+  /// Mounts the table and returns how that ended; `mountDetail()` says it in words. A writer that does not
+  /// get `mounted` may ask again later. A reader goes on by itself: it waits for the table to appear or to
+  /// become usable, through `fd()` and `deliver()`. Nothing but a wrong call raises: `StateError` "NAME is
+  /// already mounted, mountStatus:STATUS" while mounted or waiting.
   MountStatus mount(MountOptions const& options);
   /// A reader of the table whose file's bytes are `image`, which must outlive the mount. For tools and tests.
   MountStatus mountImage(std::span<std::byte const> image, Mode mode = Mode::reader);
@@ -88,25 +92,27 @@ class TableBase {
   /// True where this object may write: in the process that mounted it as writer, not in a forked child.
   bool isWritable() const { return writer_ != nullptr && claim_->isHeld(); }
 
-  /// Reader: a descriptor that is readable when `deliver()` has something to do; the same from mount to unmount. Else -1.
+  /// Reader: a descriptor that is readable when `deliver()` has something to do; the same from mount to
+  /// unmount. Else -1.
   int fd() const { return watch_ ? watch_->fd() : -1; }
 
-  /// Reader: brings the owner up to date through its hooks, on this thread: mount status, then changes, then quiesced.
-  /// Does nothing for a writer, and when called from one of its own hooks. A hook may raise; what it was called for
-  /// counts as told, the rest follows at the next call.
+  /// Reader: brings the owner up to date through its hooks, on this thread: mount status, then changes, then
+  /// quiesced. Does nothing for a writer, and when called from one of its own hooks. A hook may raise; what
+  /// it was called for counts as told, the rest follows at the next call.
   virtual DeliverResult deliver() = 0;
 
-  /// Writer: to be called when a turn of the owner's loop ends, before it waits. Publishes the turn's changes, wakes
-  /// readers, at most once, and reports quiesced. Costs nothing in a turn without changes.
+  /// Writer: to be called when a turn of the owner's loop ends, before it waits. Publishes the turn's
+  /// changes, wakes readers, at most once, and reports quiesced. Costs nothing in a turn without changes.
   void endTurn();
 
-  /// Writer: verifies all rows, drops the damaged ones and makes everything else anew, as a mount with `repair` does.
-  /// Raises `ReadOnlyError`, or `MountFailure` if the system refuses.
+  /// Writer: verifies all rows, drops the damaged ones and makes everything else anew, as a mount with
+  /// `repair` does. Raises `ReadOnlyError`, or `MountFailure` if the system refuses.
   void recover();
 
   Statistics statistics() const;
-  /// Every invariant of the table, checked (see Brine/Check.h); what fails, at most 100 of them. Empty if not mounted.
-  /// Elsewhere a writer may be at work, so a fault is reported if it is still there in repeated passes.
+  /// Every invariant of the table, checked (see Brine/Check.h); what fails, at most 100 of them. Empty if not
+  /// mounted. Elsewhere a writer may be at work, so a fault is reported if it is still there in repeated
+  /// passes.
   std::vector<Violation> check() const;
 
   // Hooks, called on this thread; any may be empty.
@@ -126,8 +132,8 @@ class TableBase {
     if (!isWritable()) throwReadOnly(what);
   }
 
-  /// Reader: the file-level part of a delivery. Takes events, mounts or remounts if there is a new file, follows growth,
-  /// reports the status. Returns false if there is nothing to read.
+  /// Reader: the file-level part of a delivery. Takes events, mounts or remounts if there is a new file,
+  /// follows growth, reports the status. Returns false if there is nothing to read.
   bool beginDelivery();
   /// True if what `beginDelivery()` found demands that every row is compared.
   bool mustCompareAll() const { return compareAll_; }
@@ -142,7 +148,8 @@ class TableBase {
   virtual uint64_t shadowKeys() const = 0;
 
   RowShape const shape_;
-  // In order of destruction, last first: the writer uses the segment, which uses the claim's or the reader's file.
+  // In order of destruction, last first: the writer uses the segment, which uses the claim's or the reader's
+  // file.
   std::unique_ptr<Claim> claim_;
   Fd file_;
   std::unique_ptr<Segment> segment_;

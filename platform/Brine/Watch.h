@@ -14,12 +14,14 @@ struct WatchEvents {
   bool renamed = false;  ///< A file came under the table's name, or the name went.
 };
 
-/// A reader's wait for its writer, without registering anywhere that the writer knows of: the kernel watches the file
-/// for the write that rings the doorbell and for its close, which comes also when the writer is killed, and the
-/// directory for a new file of the table's name. The only user of calls that are Linux's own (inotify, epoll, eventfd).
+/// A reader's wait for its writer, without registering anywhere that the writer knows of: the kernel watches
+/// the file for the write that rings the doorbell and for its close, which comes also when the writer is
+/// killed, and the directory for a new file of the table's name. The only user of calls that are Linux's own
+/// (inotify, epoll, eventfd).
 class Watch {
  public:
-  /// Watches the directory `path`, or where it is missing the nearest one above that exists. Raises `MountFailure`.
+  /// Watches the directory `path`, or where it is missing the nearest one above that exists. Raises
+  /// `MountFailure`.
   Watch(std::string const& path, std::string const& tableFile);
 
   /// Readable while there are events to take.

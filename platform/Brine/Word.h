@@ -3,9 +3,10 @@
 #include <atomic>
 #include <cstdint>
 
-/// Access to words that several processes share. Everything in a table is read and written as aligned 64-bit words
-/// (columns: 32-bit), each access an atomic one that carries its own ordering; there are no stand-alone fences, which
-/// the thread sanitizer would not understand. On x86 and for every order used here these are plain moves.
+/// Access to words that several processes share. Everything in a table is read and written as aligned 64-bit
+/// words (columns: 32-bit), each access an atomic one that carries its own ordering; there are no stand-alone
+/// fences, which the thread sanitizer would not understand. On x86 and for every order used here these are
+/// plain moves.
 namespace Brine {
 
 static_assert(std::atomic_ref<uint64_t>::is_always_lock_free &&
@@ -43,8 +44,8 @@ constexpr uint64_t mixWords(uint64_t a, uint64_t b) {
   return static_cast<uint64_t>(product) ^ static_cast<uint64_t>(product >> 64);
 }
 
-/// A word that carries 32 bits and their check, so that a damaged one is told from a written one. `seed` is the
-/// table's, `place` tells sealed words of one table apart.
+/// A word that carries 32 bits and their check, so that a damaged one is told from a written one. `seed` is
+/// the table's, `place` tells sealed words of one table apart.
 constexpr uint64_t sealWord(uint64_t seed, uint64_t place, uint32_t payload) {
   uint64_t const check = mixWords(seed ^ 0xD6E8FEB86659FD93U, (place << 32 | payload) ^ 0xA0761D6478BD642FU);
   return check << 32 | payload;

@@ -83,8 +83,9 @@ void Writer::recover(bool repair) {
                                                  " is damaged, " + std::to_string(found.damaged.size()) +
                                                  " in all");
   }
-  // The last change may have been of a row that is damaged now, so the head counts too where it can be believed, and a
-  // stretch of numbers is left out: what readers saw under a number is never mistaken for something new.
+  // The last change may have been of a row that is damaged now, so the head counts too where it can be
+  // believed, and a stretch of numbers is left out: what readers saw under a number is never mistaken for
+  // something new.
   uint64_t const head = loadRelaxed(&header->head);
   uint64_t sequence = std::max(found.lastSequence, loadRelaxed(&header->firstSequence));
   if (head > sequence && head - sequence < uint64_t{1} << 40) sequence = head;
@@ -153,7 +154,8 @@ void Writer::publish() {
 
 void Writer::endQuiet() {
   quiet_ = false;
-  // Before the turn's first commit: a reader that has seen any of the turn does not take the writer for quiet.
+  // Before the turn's first commit: a reader that has seen any of the turn does not take the writer for
+  // quiet.
   storeRelease(&segment_.header()->quiet, uint64_t{0});
 }
 
@@ -174,7 +176,8 @@ void Writer::sayGoodbye() {
 void Writer::ring() {
   ++wakes_;
   uint64_t const value = loadRelaxed(&segment_.header()->doorbell) + 1;
-  // Cannot fail for want of space, since it is reserved; a reader that was not woken is woken by the next turn.
+  // Cannot fail for want of space, since it is reserved; a reader that was not woken is woken by the next
+  // turn.
   [[maybe_unused]] ssize_t const written =
       sys.writeAt(claim_.table(), &value, sizeof value, offsetof(Header, doorbell));
 }

@@ -11,9 +11,9 @@
 
 namespace Brine {
 
-/// What a writer keeps to itself about the table that it writes: which slots are free, the last change's number, what
-/// it has published. All of it is made anew from the rows at each mount, clean or not, so that there is one way to
-/// mount and nothing about it that only a crash would test.
+/// What a writer keeps to itself about the table that it writes: which slots are free, the last change's
+/// number, what it has published. All of it is made anew from the rows at each mount, clean or not, so that
+/// there is one way to mount and nothing about it that only a crash would test.
 class Writer {
  public:
   /// Changes that may wait for a turn's end before readers can poll them.
@@ -22,8 +22,9 @@ class Writer {
   /// Both must outlive the writer.
   Writer(Segment& segment, Claim const& claim) : segment_(segment), claim_(claim) {}
 
-  /// Verifies every row and makes index, column, free list and numbers anew. Damaged rows are dropped with `repair`;
-  /// else they raise `MountFailure` (`corrupt`), and readers notice nothing. May be killed anywhere and run again.
+  /// Verifies every row and makes index, column, free list and numbers anew. Damaged rows are dropped with
+  /// `repair`; else they raise `MountFailure` (`corrupt`), and readers notice nothing. May be killed anywhere
+  /// and run again.
   void recover(bool repair);
 
   /// A slot for a new row; grows the table if there is none. Raises `SpaceError`.
@@ -37,10 +38,11 @@ class Writer {
   }
   /// Enters a committed change in the ring.
   ///  1. Mark the entry as being written, relaxed: step 2 carries it along.
-  ///  2. Store row id and key, release each: a reader that sees one of them sees the mark when it looks again.
+  ///  2. Store row id and key, release each: a reader that sees one of them sees the mark when it looks
+  ///     again.
   ///  3. Store the sequence number, release: whoever sees it sees the entry whole, and the row's commit.
-  ///  4. Some times a turn, and at its end, store the number as the ring's head, release. Readers that poll the head
-  ///     share its line with the writer, so it is not stored for each change.
+  ///  4. Some times a turn, and at its end, store the number as the ring's head, release. Readers that poll
+  ///     the head share its line with the writer, so it is not stored for each change.
   void changed(uint32_t id, bool removal, uint64_t const* key, unsigned keyWords) {
     uint64_t const sequence = ++sequence_;
     uint64_t* const entry = segment_.ringEntry(sequence);
@@ -52,8 +54,8 @@ class Writer {
   }
   void rowsAdd(int difference) { rows_ += static_cast<uint64_t>(static_cast<int64_t>(difference)); }
 
-  /// Publishes what the turn changed, says that the writer is quiet and wakes readers once. Does nothing, and returns
-  /// false, in a turn without changes.
+  /// Publishes what the turn changed, says that the writer is quiet and wakes readers once. Does nothing, and
+  /// returns false, in a turn without changes.
   bool endTurn();
   /// Says that there is no writer any more. Readers are woken by the close of the file.
   void sayGoodbye();

@@ -14,7 +14,7 @@ namespace Orb::Impl {
 namespace {
 
 // A report of bounded size that needs no heap; what does not fit is cut off, the line end is always kept.
-class Report {  // NOLINT(cppcoreguidelines-pro-type-member-init): the buffer is filled as it is used
+class Report {
  public:
   Report& operator<<(std::string_view text) {
     size_t const fits = std::min(text.size(), sizeof buffer_ - 1 - used_);

@@ -13,8 +13,8 @@ using Brine::MountStatus;
 using Table = Brine::Table<TestRow>;
 using Model = std::map<TestKey, TestRow>;
 
-/// A reader that keeps a copy of what it is shown, and fails where it is shown a removal that it cannot place or
-/// nothing new.
+/// A reader that keeps a copy of what it is shown, and fails where it is shown a removal that it cannot place
+/// or nothing new.
 class Copy {
  public:
   explicit Copy(TestFolder const& folder, Mode mode) : folder_(folder), mode_(mode) {
