@@ -21,7 +21,8 @@ class Checker {
 
   std::vector<Violation> run() {
     Header const* const header = segment_.header();
-    head_ = loadAcquire(&header->head);
+    // Progress is published at a turn's end, so it is compared where no turn is under way, here and further down.
+    head_ = loadAcquire(&header->quiet);
     if (!isSealed(segment_.seed(), geometryPlace, loadAcquire(&header->geometry)))
       report("geometry seal", "the header");
     try {
@@ -36,8 +37,7 @@ class Checker {
       for (uint32_t number = 0; number < index_.lineCount() && violations_.size() < maxViolations; ++number) {
         checkLine(number);
       }
-      for (uint32_t i = 0; i < layout_.ringEntries(); ++i) checkRingEntry(i);
-      if (loadAcquire(&header->rows) != rows_) report("row count", std::to_string(rows_) + " rows live");
+      checkProgress();
     }
     return std::move(violations_);
   }
@@ -45,6 +45,26 @@ class Checker {
  private:
   void report(char const* invariant, std::string detail) {
     if (violations_.size() < maxViolations) violations_.push_back({invariant, std::move(detail)});
+  }
+
+  void checkProgress() {
+    std::vector<Violation> found;
+    std::swap(found, violations_);
+    for (uint32_t place = 0; place < layout_.ringEntries(); ++place) {
+      uint64_t const sequence = loadAcquire(segment_.ringEntry(place));
+      if (sequence != 0 && (sequence > head_ || (sequence & (layout_.ringEntries() - 1)) != place)) {
+        report("ring entry", "entry " + std::to_string(place));
+      }
+    }
+    if (loadAcquire(&segment_.header()->head) != head_) report("sequence", "the head");
+    if (newest_ > head_) report("sequence", "a row is newer than the head");
+    if (loadAcquire(&segment_.header()->rows) != rows_) {
+      report("row count", std::to_string(rows_) + " rows live");
+    }
+    if (head_ != 0 && loadAcquire(&segment_.header()->quiet) == head_) {
+      found.insert(found.end(), violations_.begin(), violations_.end());
+    }
+    violations_ = std::move(found);
   }
 
   void checkRow(uint32_t id) {
@@ -55,7 +75,7 @@ class Checker {
     std::string const name = "row " + std::to_string(id);
     if (state == RowState::damaged) return report("row check", name);
     if (version != 0 && id >= highWater_) report("high water", name);
-    if (tidy_ && sequenceOf(version) > head_) report("sequence", name);
+    newest_ = std::max(newest_, sequenceOf(version));
     uint32_t const column = loadAcquire(segment_.column(id));
     if (state == RowState::dead) {
       if (tidy_ && column != noColumn) report("column cleared", name);
@@ -115,19 +135,13 @@ class Checker {
     }
   }
 
-  void checkRingEntry(uint32_t place) {
-    uint64_t const sequence = loadAcquire(segment_.ringEntry(place));
-    if (sequence != 0 && (sequence > head_ || (sequence & (layout_.ringEntries() - 1)) != place)) {
-      report("ring entry", "entry " + std::to_string(place));
-    }
-  }
-
   Segment const& segment_;
   Layout const& layout_;
   RowShape const& shape_;
   Index const index_;
   bool const tidy_;
   uint64_t head_ = 0;
+  uint64_t newest_ = 0;
   uint32_t highWater_ = 0;
   uint64_t rows_ = 0;
   std::vector<uint32_t> passed_;

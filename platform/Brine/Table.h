@@ -49,6 +49,8 @@ class Table : public TableBase {
   /// Removes the key's row and returns it; nothing if there is none. Raises `CorruptionError`, without removing it, if
   /// the row is damaged.
   std::optional<Row> remove(Key const& key);
+  /// The same without a look at the row: also takes damaged ones. Returns true if there was one.
+  bool erase(Key const& key);
 
   // ---- Writer and readers ----
 
@@ -118,6 +120,7 @@ class Table : public TableBase {
   bool search(KeyWords const& key, Found& found) const;
   uint32_t findOwn(KeyWords const& key) const;
   void put(uint32_t id, KeyWords const& key, uint64_t const* words);
+  void eraseAt(uint32_t id, KeyWords const& key);
   uint32_t placeAfter(Key const& key) const;
 
   bool isShadowed() const { return mode() == Mode::keyshadow; }

@@ -179,18 +179,32 @@ std::optional<Row> Table<Row>::remove(Key const& key) {
   Found found;
   if (read(id, found.words, found.version) != RowState::live) throwDamaged(id);
   Row const removed = decode(found.words, id);
+  eraseAt(id, words);
+  return removed;
+}
+
+template <TableRow Row>
+bool Table<Row>::erase(Key const& key) {
+  requireWritable("remove");
+  KeyWords const words = keyWordsOf(key);
+  uint32_t const id = findOwn(words);
+  if (id != noRow) eraseAt(id, words);
+  return id != noRow;
+}
+
+template <TableRow Row>
+void Table<Row>::eraseAt(uint32_t id, KeyWords const& key) {
   bool const wasQuiet = writer_->isQuiet();
   RowWriter row(segment_->slot(id), id, segment_->seed());
   row.prepareRemoval(writer_->nextSequence());
   row.commit();
   // Afterwards: until it is dead, the row must be found.
-  segment_->index().erase(words.hash, words.tag, id);
+  segment_->index().erase(key.hash, key.tag, id);
   storeRelease(segment_->column(id), noColumn);
-  writer_->changed(id, true, words.words, keyWordCount);
+  writer_->changed(id, true, key.words, keyWordCount);
   writer_->rowsAdd(-1);
   writer_->releaseId(id);
   if (wasQuiet) reportQuiesced(false);
-  return removed;
 }
 
 // ---- Walk --------------------------------------------------------------------------------------------------------

@@ -14,8 +14,11 @@ void PtrInterface::NotifieeConst::isRegisteredNotifieeIs(bool registered) {
   if (NotifieeList* list = observed->notifieeList()) list->add(*this);
 }
 
-NotifieeList::~NotifieeList() {
+NotifieeList::~NotifieeList() { removeAll(); }
+
+void NotifieeList::removeAll() {
   for (Notifiee* notifiee : notifiees_) notifiee->list_ = nullptr;
+  notifiees_.clear();
   for (Delivery* delivery = deliveries_; delivery; delivery = delivery->outer) {
     delivery->head = &delivery->outer;
     delivery->end = 0;

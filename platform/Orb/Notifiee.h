@@ -60,6 +60,8 @@ class NotifieeList {
   void add(Notifiee& notifiee);
   void addFirst(Notifiee& notifiee);
   void remove(Notifiee& notifiee);
+  /// Takes all off and ends the deliveries under way.
+  void removeAll();
   size_t size() const noexcept { return notifiees_.size(); }
 
   /// Calls every active notifiee. The owner of the list may be gone when this returns.

@@ -1,0 +1,95 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+
+#include "Brine/Table.h"
+#include "Orb/Entity.h"
+
+namespace Brine {
+
+/// Binds a table in shared memory to the entity that presents it: gives it its place, from the entity's place in the
+/// directory, and routes its callbacks. Built first, then initialized by `bind()`, which only then lets it be mounted and
+/// notify.
+template <TableRow Row>
+class BrineMap {
+ public:
+  using Key = typename Codec<Row>::Key;
+
+  struct Callbacks {
+    std::function<void(Key const&)> changed;
+    std::function<void(bool)> quiesced;
+    std::function<void()> mountStatus;
+    std::function<void(std::string const&)> corruption;
+  };
+
+  BrineMap() = default;
+  BrineMap(BrineMap const&) = delete;
+  BrineMap& operator=(BrineMap const&) = delete;
+
+  bool initialized() const { return entity_ != nullptr; }
+
+  /// Binds the collection of that name of `entity`, which outlives the binding, and switches notifying on.
+  void bind(std::string collection, Orb::Entity const& entity, Callbacks callbacks) {
+    entity_ = &entity;
+    collection_ = std::move(collection);
+    table_.onChanged = std::move(callbacks.changed);
+    table_.onQuiesced = std::move(callbacks.quiesced);
+    table_.onMountStatus = std::move(callbacks.mountStatus);
+    table_.onCorruption = std::move(callbacks.corruption);
+    notifyingIs(true);
+  }
+  std::string const& collection() const { return collection_; }
+
+  /// Whether deliveries take place. What happens while it is off is delivered when it is on again. Raises `StateError`
+  /// before `bind()`.
+  bool notifying() const { return notifying_; }
+  void notifyingIs(bool notifying) {
+    if (!initialized()) {
+      throw StateError("BrineMap::notifyingIs() not allowed at this time, initialized:false");
+    }
+    notifying_ = notifying;
+  }
+
+  /// The directory that the entity stands in, or null. Counts for the next mount.
+  void parentIs(Orb::Entity const* parent) { parent_ = parent; }
+  /// The entity's place: the names from the root of the tree down to it.
+  std::string place() const {
+    return (parent_ != nullptr ? parent_->fullName() : std::string()) + "/" + entity_->name().text();
+  }
+
+  /// Mounts the table; without a name in the options, at the entity's place. Raises `StateError` if it is mounted.
+  MountStatus mount(MountOptions options) {
+    if (!initialized()) throw StateError("BrineMap::mount() not allowed at this time, initialized:false");
+    if (options.name.empty()) options.name = place();
+    return table_.mount(options);
+  }
+  void unmount() { table_.unmount(); }
+
+  DeliverResult deliver() { return notifying_ ? table_.deliver() : DeliverResult{}; }
+
+  /// Ends mount and notifying and lets the binding be bound again. Raises `StateError` before `bind()`.
+  void cleanup() {
+    if (!initialized()) throw StateError("trying to cleanup uninitialized brine.");
+    table_.onChanged = nullptr;
+    table_.onQuiesced = nullptr;
+    table_.onMountStatus = nullptr;
+    table_.onCorruption = nullptr;
+    table_.unmount();
+    notifying_ = false;
+    entity_ = nullptr;
+  }
+
+  Table<Row>& table() { return table_; }
+  Table<Row> const& table() const { return table_; }
+
+ private:
+  Orb::Entity const* entity_ = nullptr;
+  Orb::Entity const* parent_ = nullptr;
+  std::string collection_;
+  bool notifying_ = false;
+  Table<Row> table_;
+};
+
+}  // namespace Brine

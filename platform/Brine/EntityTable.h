@@ -1,0 +1,235 @@
+#pragma once
+
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Brine/BrineMap.h"
+#include "Brine/CollectionControl.h"
+#include "Counter/Counter.h"
+#include "Orb/Type.h"
+
+namespace Brine {
+
+/// How an entity that presents a table calls its parts.
+struct EntityTableNames {
+  std::string_view collection;
+  // Its operation counters.
+  std::string_view is;
+  std::string_view del;
+  std::string_view notify;
+};
+
+/// The default of `EntityTable::corruptionHandler`: traces on handle "Brine", level 0, and prints the first report of a
+/// table and then ever rarer ones (the 2nd, 4th, 8th ...) to standard error. `reports` counts this one too.
+void reportTableCorruption(std::string const& table, std::string const& message, uint64_t reports);
+
+/// The common part of entities that present a table of rows in shared memory. A class derived from it only gives the
+/// operations their names.
+///
+/// Writes and removals notify synchronously, from the writing call; changes made by another process from `deliver()`.
+/// Operations count first, then act, then notify; the notify counter comes after the notifiees.
+///
+/// Ownership: the table owns its binding and counters. It holds its control by a counted reference; when the last other
+/// reference to the table goes, the two change roles: the control gets a counted reference to the table, the table drops
+/// the control. So the table dies at once if nobody holds the control, and with the control otherwise.
+template <TableRow Row_>
+class EntityTable : public Orb::Entity {
+ public:
+  using Row = Row_;
+  using Key = typename Codec<Row>::Key;
+
+  // ---- Mounting, for the owner of the loop. See Brine/TableBase.h. ----
+
+  /// Mounts the table, at the entity's place in its directory unless the options name another. Raises `StateError` if it
+  /// is mounted already.
+  MountStatus mount(MountOptions options) { return map_.mount(std::move(options)); }
+  void unmount() { map_.unmount(); }
+  MountStatus mountStatus() const { return map_.table().mountStatus(); }
+  std::string const& mountDetail() const { return map_.table().mountDetail(); }
+  /// Reader: readable when `deliver()` has something to do. -1 for a writer.
+  int fd() const { return map_.table().fd(); }
+  /// Reader: notifies of what changed since the last call, on this thread.
+  DeliverResult deliver() {
+    Orb::Ptr<EntityTable> const self(this);
+    return map_.deliver();
+  }
+  /// Writer: to be called at the end of each turn of the owner's loop; wakes readers at most once.
+  void endTurn() { map_.table().endTurn(); }
+  /// Writer: drops damaged rows.
+  void recover() { map_.table().recover(); }
+  Statistics statistics() const { return map_.table().statistics(); }
+  std::vector<Violation> check() const { return map_.table().check(); }
+
+  /// Whether `deliver()` delivers; on from the start. What changes meanwhile is delivered later.
+  void notifyingIs(bool notifying) { map_.notifyingIs(notifying); }
+
+  /// Damage of the shared table that an operation met and has no caller to raise to. Calls `corruptionHandler`, counts,
+  /// and never raises.
+  void handleCorruption(std::string const& message) const {
+    ++corruptions_;
+    if (corruptionHandler) {
+      corruptionHandler(message);
+    } else {
+      reportTableCorruption(name().text(), message, corruptions_);
+    }
+  }
+  /// May be replaced; must not raise. Empty: `reportTableCorruption()`.
+  std::function<void(std::string const&)> corruptionHandler;
+  uint64_t corruptions() const { return corruptions_; }
+
+  /// The place in the directory has changed: tells the binding, which finds the shared table by it at the next mount.
+  void handleParent(Orb::Entity const* parent) override { map_.parentIs(parent); }
+
+ protected:
+  /// An observer of the table that only acts when the last reference has gone.
+  class ZeroReferencesNotifiee : public Orb::PtrInterface::NotifieeConst {
+   public:
+    explicit ZeroReferencesNotifiee(EntityTable* table) : table_(table) {}
+    void onAttribute(Orb::AttributeId, void const*) override {}
+    Orb::Ptr<Orb::PtrInterface const> notifier() const override { return table_; }
+    void notifierIs(Orb::Ptr<Orb::PtrInterface const> const&) override {}
+    void onZeroReferences() override {
+      Orb::Ptr<ZeroReferencesNotifiee> const self(this);
+      // The reference goes with the control, here or wherever its last holder drops it; the framework then finishes the
+      // release of the table that it has begun.
+      Orb::Ptr<CollectionControl> const control = std::exchange(table_->control_, nullptr);
+      if (control) control->entityIs(Orb::Ptr<Orb::Entity const>(table_));
+      isRegisteredNotifieeIs(false);
+    }
+
+   private:
+    EntityTable* table_;
+  };
+
+  EntityTable(Orb::Name name, EntityTableNames const& names, Orb::Attribute<Key> rowAttr,
+              Orb::Scalar controlAttr)
+      : Entity(std::move(name)),
+        rowAttr_(rowAttr),
+        controlAttr_(controlAttr),
+        isCounter_(this->name().text(), names.is),
+        delCounter_(this->name().text(), names.del),
+        notifyCounter_(this->name().text(), names.notify) {
+    auto zeroReferences = Orb::makePtr<ZeroReferencesNotifiee>(this);
+    zeroReferences->hasNotificationActiveIs(true);
+    notifieeList()->addFirst(*zeroReferences);
+    zeroReferences_ = std::move(zeroReferences);
+    control_ = Orb::makePtr<CollectionControl>();
+    control_->hasNotificationActiveIs(true);
+    map_.bind(
+        std::string(names.collection), *this,
+        {[this](Key const& key) { rowNotify(key); }, [this](bool quiesced) { notifyQuiesced(quiesced); },
+         [this] { notifyMountStatus(); }, [this](std::string const& message) { handleCorruption(message); }});
+  }
+
+  ~EntityTable() override {
+    notifieeList()->removeAll();
+    control_ = nullptr;
+    map_.cleanup();
+  }
+
+  // ---- The operations, to be named by the derived class ----
+
+  Row row(Key const& key) const {
+    try {
+      return map_.table().find(key).value_or(Row());
+    } catch (CorruptionError const& error) {
+      handleCorruption(error.what());
+      return Row();
+    }
+  }
+
+  void rowIs(Row const& row) {
+    isCounter_.increment();
+    map_.table().write(row);
+    rowNotify(Codec<Row>::key(row));
+  }
+
+  void rowCommit(Row const* row) {
+    ORB_ASSERT(row);
+    isCounter_.increment();
+    Key const key = Codec<Row>::key(*row);
+    map_.table().commit(row);
+    rowNotify(key);
+  }
+
+  Row rowDel(Key key) {
+    delCounter_.increment();
+    Row removed;
+    try {
+      std::optional<Row> const found = map_.table().remove(key);
+      if (!found) return Row();
+      removed = *found;
+    } catch (CorruptionError const& error) {
+      // What it held cannot be told, but it goes.
+      handleCorruption(error.what());
+      if (!map_.table().erase(key)) return Row();
+    }
+    rowNotify(key);
+    return removed;
+  }
+
+  void rowDelAll() {
+    Orb::Ptr<EntityTable> const self(this);
+    try {
+      for (auto cursor = map_.table().walk(); Row const* const row = cursor.next();)
+        rowDel(Codec<Row>::key(*row));
+    } catch (CorruptionError const& error) {
+      handleCorruption(error.what());
+    }
+  }
+
+  void rowNotify(Key key) {
+    Orb::Ptr<EntityTable> const self(this);
+    notify(rowAttr_, key);
+    notifyCounter_.increment();
+  }
+
+  Cursor<Row> walk() const { return map_.table().walk(); }
+  Cursor<Row> walk(uint32_t column) const { return map_.table().walk(column); }
+  Cursor<Row> walkAfter(Key const& key) const { return map_.table().walkAfter(key); }
+  std::vector<Row> sorted() const { return map_.table().sorted(); }
+  void stage(std::span<Key const> keys) const { map_.table().stage(keys); }
+
+  void notifyQuiesced(bool quiesced) {
+    if (control_) control_->quiescedIs(quiesced);
+  }
+  void notifyMountStatus() {
+    if (control_) control_->mountStatusIs(map_.table().mountStatus());
+  }
+
+  Orb::Ptr<CollectionControl> const& control() const { return control_; }
+  void controlIs(Orb::Ptr<CollectionControl> const& control) {
+    if (control == control_) return;
+    control_ = control;
+    notify(controlAttr_);
+  }
+
+  /// For the generic interface: the keys of all rows, up to the first damaged one.
+  Orb::Value keys() const {
+    std::vector<Orb::Value> keys;
+    try {
+      for (auto cursor = walk(); Row const* const row = cursor.next();)
+        keys.emplace_back(Codec<Row>::key(*row));
+    } catch (CorruptionError const& error) {
+      handleCorruption(error.what());
+    }
+    return Orb::Value(std::move(keys));
+  }
+
+ private:
+  Orb::Attribute<Key> rowAttr_;
+  Orb::Scalar controlAttr_;
+  BrineMap<Row> map_;
+  Counter::Counter isCounter_;
+  Counter::Counter delCounter_;
+  Counter::Counter notifyCounter_;
+  Orb::Ptr<ZeroReferencesNotifiee> zeroReferences_;
+  Orb::Ptr<CollectionControl> control_;
+  mutable uint64_t corruptions_ = 0;
+};
+
+}  // namespace Brine
