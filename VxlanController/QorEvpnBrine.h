@@ -81,14 +81,17 @@ struct Brine::Codec<QorEvpn::FloodEntry> {
 
 namespace QorEvpn {
 
-/// The hosts that one side knows: which VTEP a MAC address in a VNI lives behind. One process writes them, any number
-/// reads. The transmit machines hold it writable, the receive machine reads one that the EVPN side writes.
+/// The hosts that one side knows: which VTEP a MAC address in a VNI lives behind. One process writes them,
+/// any number reads. The transmit machines hold it writable, the receive machine reads one that the EVPN side
+/// writes.
 ///
-/// Attributes: `host`, notified with the key of the row that was written, removed or changed by another process;
-/// `hostControl`, notified without a key. Counters, under the table's name: "hostIs", "hostDel", "hostNotify".
+/// Attributes: `host`, notified with the key of the row that was written, removed or changed by another
+/// process; `hostControl`, notified without a key. Counters, under the table's name: "hostIs", "hostDel",
+/// "hostNotify".
 ///
-/// Mounting, delivery, statistics and the corruption handler: see `Brine::EntityTable`. Writes to a table that is not
-/// mounted as writer raise `Brine::ReadOnlyError`, writes that need room where there is none `Brine::SpaceError`.
+/// Mounting, delivery, statistics and the corruption handler: see `Brine::EntityTable`. Writes to a table
+/// that is not mounted as writer raise `Brine::ReadOnlyError`, writes that need room where there is none
+/// `Brine::SpaceError`.
 class HostTable : public Brine::EntityTable<Host> {
  public:
   static constexpr Orb::Attribute<MacVniPair> hostAttr{256};
@@ -109,8 +112,8 @@ class HostTable : public Brine::EntityTable<Host> {
   /// Removes row by row through `hostDel()`. Stops at damage, which goes to `handleCorruption()`.
   void hostDelAll() { rowDelAll(); }
 
-  /// Walks over all rows, over those of a VNI, over those behind a key's place; see `Brine::Cursor`. Each row's VNI is
-  /// tested, in a dense column.
+  /// Walks over all rows, over those of a VNI, over those behind a key's place; see `Brine::Cursor`. Each
+  /// row's VNI is tested, in a dense column.
   ///
   ///   for (auto walk = table->hostWalk(vni); Host const* row = walk.next();) ...
   Brine::Cursor<Host> hostWalk() const { return walk(); }
@@ -121,7 +124,8 @@ class HostTable : public Brine::EntityTable<Host> {
   /// Hints that these keys, some tens, are looked up, written or removed next.
   void hostStage(std::span<MacVniPair const> keys) const { stage(keys); }
 
-  /// The table's callbacks: a row was changed by its writer, the writer went quiet or busy, the mount status changed.
+  /// The table's callbacks: a row was changed by its writer, the writer went quiet or busy, the mount status
+  /// changed.
   void hostNotify(MacVniPair const& key) { rowNotify(key); }
   void hostNotifyQuiesced(bool quiesced) { notifyQuiesced(quiesced); }
   void hostNotifyMountStatus() { notifyMountStatus(); }
@@ -130,8 +134,8 @@ class HostTable : public Brine::EntityTable<Host> {
   void hostControlIs(Orb::Ptr<Brine::CollectionControl> const& control) { controlIs(control); }
 };
 
-/// The VTEPs in the flood list of each VNI that one side knows. As `HostTable`, with the attributes `floodEntry` and
-/// `floodEntryControl` and the counters "floodEntryIs", "floodEntryDel", "floodEntryNotify".
+/// The VTEPs in the flood list of each VNI that one side knows. As `HostTable`, with the attributes
+/// `floodEntry` and `floodEntryControl` and the counters "floodEntryIs", "floodEntryDel", "floodEntryNotify".
 class FloodTable : public Brine::EntityTable<FloodEntry> {
  public:
   static constexpr Orb::Attribute<VniVtepPair> floodEntryAttr{256};

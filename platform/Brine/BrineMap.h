@@ -9,9 +9,9 @@
 
 namespace Brine {
 
-/// Binds a table in shared memory to the entity that presents it: gives it its place, from the entity's place in the
-/// directory, and routes its callbacks. Built first, then initialized by `bind()`, which only then lets it be mounted and
-/// notify.
+/// Binds a table in shared memory to the entity that presents it: gives it its place, from the entity's place
+/// in the directory, and routes its callbacks. Built first, then initialized by `bind()`, which only then
+/// lets it be mounted and notify.
 template <TableRow Row>
 class BrineMap {
  public:
@@ -42,8 +42,8 @@ class BrineMap {
   }
   std::string const& collection() const { return collection_; }
 
-  /// Whether deliveries take place. What happens while it is off is delivered when it is on again. Raises `StateError`
-  /// before `bind()`.
+  /// Whether deliveries take place. What happens while it is off is delivered when it is on again. Raises
+  /// `StateError` before `bind()`.
   bool notifying() const { return notifying_; }
   void notifyingIs(bool notifying) {
     if (!initialized()) {
@@ -59,7 +59,8 @@ class BrineMap {
     return (parent_ != nullptr ? parent_->fullName() : std::string()) + "/" + entity_->name().text();
   }
 
-  /// Mounts the table; without a name in the options, at the entity's place. Raises `StateError` if it is mounted.
+  /// Mounts the table; without a name in the options, at the entity's place. Raises `StateError` if it is
+  /// mounted.
   MountStatus mount(MountOptions options) {
     if (!initialized()) throw StateError("BrineMap::mount() not allowed at this time, initialized:false");
     if (options.name.empty()) options.name = place();

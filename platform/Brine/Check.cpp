@@ -21,7 +21,8 @@ class Checker {
 
   std::vector<Violation> run() {
     Header const* const header = segment_.header();
-    // Progress is published at a turn's end, so it is compared where no turn is under way, here and further down.
+    // Progress is published at a turn's end, so it is compared where no turn is under way, here and further
+    // down.
     head_ = loadAcquire(&header->quiet);
     if (!isSealed(segment_.seed(), geometryPlace, loadAcquire(&header->geometry)))
       report("geometry seal", "the header");

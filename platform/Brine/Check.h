@@ -18,8 +18,8 @@ struct Violation {
 /// Every invariant of the table, checked once; what fails, at most 100 of them.
 ///
 /// Always: "geometry seal", "high-water seal", "row check", "row values", "row column" (a live row's column
-/// word is its column value), "row found" (the index finds each live row), "key unique", "high water" (nothing
-/// above it).
+/// word is its column value), "row found" (the index finds each live row), "key unique", "high water"
+/// (nothing above it).
 ///
 /// Only if `tidy`, which a table is unless its writer died in the middle of a change: "index entry" (each is
 /// of a live row, by its tag), "index count", "column cleared"; and if no turn is under way "row count",

@@ -5,7 +5,8 @@
 
 namespace Brine {
 
-/// What is known of a collection in shared memory as a whole. Its table keeps it up to date; reactors may watch it.
+/// What is known of a collection in shared memory as a whole. Its table keeps it up to date; reactors may
+/// watch it.
 class CollectionControl : public Orb::Notifier {
  public:
   static constexpr Orb::Scalar quiescedAttr{256};
@@ -21,7 +22,8 @@ class CollectionControl : public Orb::Notifier {
   MountStatus mountStatus() const { return mountStatus_; }
   void mountStatusIs(MountStatus status);
 
-  /// The table, once it has lost its last reference while somebody held its control; null before. Keeps it alive.
+  /// The table, once it has lost its last reference while somebody held its control; null before. Keeps it
+  /// alive.
   Orb::Ptr<Orb::Entity const> const& entity() const { return entity_; }
   void entityIs(Orb::Ptr<Orb::Entity const> entity);
 

@@ -23,19 +23,21 @@ struct EntityTableNames {
   std::string_view notify;
 };
 
-/// The default of `EntityTable::corruptionHandler`: traces on handle "Brine", level 0, and prints the first report of a
-/// table and then ever rarer ones (the 2nd, 4th, 8th ...) to standard error. `reports` counts this one too.
+/// The default of `EntityTable::corruptionHandler`: traces on handle "Brine", level 0, and prints the first
+/// report of a table and then ever rarer ones (the 2nd, 4th, 8th ...) to standard error. `reports` counts
+/// this one too.
 void reportTableCorruption(std::string const& table, std::string const& message, uint64_t reports);
 
-/// The common part of entities that present a table of rows in shared memory. A class derived from it only gives the
-/// operations their names.
+/// The common part of entities that present a table of rows in shared memory. A class derived from it only
+/// gives the operations their names.
 ///
-/// Writes and removals notify synchronously, from the writing call; changes made by another process from `deliver()`.
-/// Operations count first, then act, then notify; the notify counter comes after the notifiees.
+/// Writes and removals notify synchronously, from the writing call; changes made by another process from
+/// `deliver()`. Operations count first, then act, then notify; the notify counter comes after the notifiees.
 ///
-/// Ownership: the table owns its binding and counters. It holds its control by a counted reference; when the last other
-/// reference to the table goes, the two change roles: the control gets a counted reference to the table, the table drops
-/// the control. So the table dies at once if nobody holds the control, and with the control otherwise.
+/// Ownership: the table owns its binding and counters. It holds its control by a counted reference; when the
+/// last other reference to the table goes, the two change roles: the control gets a counted reference to the
+/// table, the table drops the control. So the table dies at once if nobody holds the control, and with the
+/// control otherwise.
 template <TableRow Row_>
 class EntityTable : public Orb::Entity {
  public:
@@ -44,8 +46,8 @@ class EntityTable : public Orb::Entity {
 
   // ---- Mounting, for the owner of the loop. See Brine/TableBase.h. ----
 
-  /// Mounts the table, at the entity's place in its directory unless the options name another. Raises `StateError` if it
-  /// is mounted already.
+  /// Mounts the table, at the entity's place in its directory unless the options name another. Raises
+  /// `StateError` if it is mounted already.
   MountStatus mount(MountOptions options) { return map_.mount(std::move(options)); }
   void unmount() { map_.unmount(); }
   MountStatus mountStatus() const { return map_.table().mountStatus(); }
@@ -67,8 +69,8 @@ class EntityTable : public Orb::Entity {
   /// Whether `deliver()` delivers; on from the start. What changes meanwhile is delivered later.
   void notifyingIs(bool notifying) { map_.notifyingIs(notifying); }
 
-  /// Damage of the shared table that an operation met and has no caller to raise to. Calls `corruptionHandler`, counts,
-  /// and never raises.
+  /// Damage of the shared table that an operation met and has no caller to raise to. Calls
+  /// `corruptionHandler`, counts, and never raises.
   void handleCorruption(std::string const& message) const {
     ++corruptions_;
     if (corruptionHandler) {
@@ -81,7 +83,8 @@ class EntityTable : public Orb::Entity {
   std::function<void(std::string const&)> corruptionHandler;
   uint64_t corruptions() const { return corruptions_; }
 
-  /// The place in the directory has changed: tells the binding, which finds the shared table by it at the next mount.
+  /// The place in the directory has changed: tells the binding, which finds the shared table by it at the
+  /// next mount.
   void handleParent(Orb::Entity const* parent) override { map_.parentIs(parent); }
 
  protected:
@@ -94,8 +97,8 @@ class EntityTable : public Orb::Entity {
     void notifierIs(Orb::Ptr<Orb::PtrInterface const> const&) override {}
     void onZeroReferences() override {
       Orb::Ptr<ZeroReferencesNotifiee> const self(this);
-      // The reference goes with the control, here or wherever its last holder drops it; the framework then finishes the
-      // release of the table that it has begun.
+      // The reference goes with the control, here or wherever its last holder drops it; the framework then
+      // finishes the release of the table that it has begun.
       Orb::Ptr<CollectionControl> const control = std::exchange(table_->control_, nullptr);
       if (control) control->entityIs(Orb::Ptr<Orb::Entity const>(table_));
       isRegisteredNotifieeIs(false);

@@ -26,11 +26,12 @@ class Cursor;
 ///   table.mount({.directory = "/dev/shm/qorevpn", .name = "host", .mode = Brine::Mode::keyshadow});
 ///   for (;;) { poll table.fd(); table.deliver(); }
 ///
-/// A keyshadow reader is told of every difference from what it was last shown, by a walk, a look-up or a notification,
-/// and of nothing else: changes of a key merge, and it is never told that a key is gone which it was not shown.
+/// A keyshadow reader is told of every difference from what it was last shown, by a walk, a look-up or a
+/// notification, and of nothing else: changes of a key merge, and it is never told that a key is gone which
+/// it was not shown.
 ///
-/// Without a mount a table is empty. Operations of a mounted table raise `CorruptionError` where they meet damage, and
-/// `SpaceError` where memory for a grown table cannot be mapped.
+/// Without a mount a table is empty. Operations of a mounted table raise `CorruptionError` where they meet
+/// damage, and `SpaceError` where memory for a grown table cannot be mapped.
 template <TableRow Row>
 class Table : public TableBase {
  public:
@@ -43,11 +44,11 @@ class Table : public TableBase {
 
   /// Inserts the row or overwrites the one of its key. Returns true if it was inserted. Raises `SpaceError`.
   bool write(Row const& row);
-  /// The same for a row in place: one whose key this object has just looked up, walked or written is committed to its
-  /// slot without being searched for. Null is not allowed.
+  /// The same for a row in place: one whose key this object has just looked up, walked or written is
+  /// committed to its slot without being searched for. Null is not allowed.
   void commit(Row const* row);
-  /// Removes the key's row and returns it; nothing if there is none. Raises `CorruptionError`, without removing it, if
-  /// the row is damaged.
+  /// Removes the key's row and returns it; nothing if there is none. Raises `CorruptionError`, without
+  /// removing it, if the row is damaged.
   std::optional<Row> remove(Key const& key);
   /// The same without a look at the row: also takes damaged ones. Returns true if there was one.
   bool erase(Key const& key);
@@ -63,8 +64,8 @@ class Table : public TableBase {
   Cursor<Row> walk() const { return Cursor<Row>(*this, 0, std::nullopt); }
   /// The rows whose key has that column value. Rows of others are not read.
   Cursor<Row> walk(uint32_t column) const { return Cursor<Row>(*this, 0, column); }
-  /// The rows behind the key's place in the walk's order; behind the place that it had, where that is still known, if
-  /// the key has been removed; else all rows.
+  /// The rows behind the key's place in the walk's order; behind the place that it had, where that is still
+  /// known, if the key has been removed; else all rows.
   Cursor<Row> walkAfter(Key const& key) const { return Cursor<Row>(*this, placeAfter(key), std::nullopt); }
   /// A copy of all rows in the order of their keys.
   std::vector<Row> sorted() const;
@@ -73,8 +74,8 @@ class Table : public TableBase {
 
   DeliverResult deliver() override;
 
-  /// Hook, reader: the key's row was written or removed, by another process or object. May be called for every key at
-  /// once after a lap, a recovery or at the first delivery.
+  /// Hook, reader: the key's row was written or removed, by another process or object. May be called for
+  /// every key at once after a lap, a recovery or at the first delivery.
   std::function<void(Key const&)> onChanged;
 
  private:
@@ -148,17 +149,18 @@ class Table : public TableBase {
   uint64_t nextChange_ = 0;
 };
 
-/// Walks over rows in the order of their ids: every row that is present from the walk's beginning to its end once, one
-/// that comes or goes meanwhile once or not at all. Rows may be written and removed during the walk, the current one
-/// too. Ends when the table is unmounted or its file replaced.
+/// Walks over rows in the order of their ids: every row that is present from the walk's beginning to its end
+/// once, one that comes or goes meanwhile once or not at all. Rows may be written and removed during the
+/// walk, the current one too. Ends when the table is unmounted or its file replaced.
 template <TableRow Row>
 class [[nodiscard]] Cursor {
  public:
   Cursor(Cursor const&) = delete;
   Cursor& operator=(Cursor const&) = delete;
 
-  /// The next row, verified and copied, or null at the end. Valid until the next call or the cursor's end; so long,
-  /// look-ups of a reader give this row too. Raises `CorruptionError` for a damaged row, which the next call passes.
+  /// The next row, verified and copied, or null at the end. Valid until the next call or the cursor's end; so
+  /// long, look-ups of a reader give this row too. Raises `CorruptionError` for a damaged row, which the next
+  /// call passes.
   Row const* next();
 
  private:

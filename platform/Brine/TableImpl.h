@@ -16,10 +16,11 @@ void Table<Row>::throwDamaged(uint32_t id) {
   throw CorruptionError("row " + std::to_string(id) + " is damaged");
 }
 
-// ---- Look-up -----------------------------------------------------------------------------------------------------
+// ---- Look-up ----
 
-/// Finds a live row. A row that is present throughout is found: its index entry stays where it is, and a search that
-/// missed it because the table grew, so that the entry is in another index, finds the geometry changed and starts anew.
+/// Finds a live row. A row that is present throughout is found: its index entry stays where it is, and a
+/// search that missed it because the table grew, so that the entry is in another index, finds the geometry
+/// changed and starts anew.
 template <TableRow Row>
 bool Table<Row>::search(KeyWords const& key, Found& found) const {
   constexpr unsigned maxGrowths = 64;
@@ -30,8 +31,8 @@ bool Table<Row>::search(KeyWords const& key, Found& found) const {
       if (id >= segment_->capacity()) return false;
       RowState const state = read(id, found.words, found.version);
       if (state == RowState::damaged) damaged = id;
-      // The slot may have gone to another key since the entry was read, so the key that counts is the one that was read
-      // with the version.
+      // The slot may have gone to another key since the entry was read, so the key that counts is the one
+      // that was read with the version.
       return state == RowState::live && equal(found.words, key.words);
     });
     if (found.id != noRow) return true;
@@ -105,7 +106,7 @@ uint32_t Table<Row>::placeAfter(Key const& key) const {
   return 0;
 }
 
-// ---- Writer ------------------------------------------------------------------------------------------------------
+// ---- Writer ----
 
 /// The writer's own look-up: only it changes rows, so it need not check versions.
 template <TableRow Row>
@@ -207,7 +208,7 @@ void Table<Row>::eraseAt(uint32_t id, KeyWords const& key) {
   if (wasQuiet) reportQuiesced(false);
 }
 
-// ---- Walk --------------------------------------------------------------------------------------------------------
+// ---- Walk ----
 
 template <TableRow Row>
 bool Cursor<Row>::skipToMatch(uint32_t end) {
@@ -255,7 +256,7 @@ Row const* Cursor<Row>::next() {
   }
 }
 
-// ---- Delivery ----------------------------------------------------------------------------------------------------
+// ---- Delivery ----
 
 template <TableRow Row>
 void Table<Row>::onAttached(bool sameFile) {
@@ -266,7 +267,8 @@ void Table<Row>::onAttached(bool sameFile) {
 }
 
 /// Reads a ring entry, or returns false where the ring has moved on.
-///  1. Load the sequence number, acquire: the expected one means that the entry is whole, and its row committed.
+///  1. Load the sequence number, acquire: the expected one means that the entry is whole, and its row
+///  committed.
 ///  2. Load row id and key, acquire each.
 ///  3. Load the number again: unchanged means that step 2 saw nothing of a later change.
 template <TableRow Row>
@@ -354,8 +356,8 @@ void Table<Row>::deliverChange(Change const& change, uint64_t& changes) {
   announce(change.key, present ? C::decode(found.words) : std::nullopt, changes);
 }
 
-/// Finds the key's row as it is now, in the slot where it most likely is or else through the index. Damage is reported,
-/// and makes the row absent.
+/// Finds the key's row as it is now, in the slot where it most likely is or else through the index. Damage is
+/// reported, and makes the row absent.
 template <TableRow Row>
 bool Table<Row>::findCurrent(KeyWords const& key, uint32_t likelyId, Found& found) {
   try {
@@ -409,7 +411,8 @@ void Table<Row>::announce(KeyWords const& key, std::optional<Row> const& row, ui
   onChanged(*decoded);
 }
 
-/// Compares every row with what was shown. Costs a look at each version; keys are looked at where versions differ.
+/// Compares every row with what was shown. Costs a look at each version; keys are looked at where versions
+/// differ.
 template <TableRow Row>
 void Table<Row>::compareAll(uint64_t& changes, DeliverResult& result) {
   uint64_t const serial = mountSerial_;
