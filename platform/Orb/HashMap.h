@@ -47,12 +47,15 @@ class HashLink {
 /// bucket is therefore walking in ascending order of (re-hash, key), however many buckets there are, and that
 /// is what makes a walk robust: an iterator holds a reference to its member and the map's change count, and
 /// when the map has changed it resumes at the first member behind its own position. Every member that is
-/// present throughout is visited exactly once.
+/// present throughout is visited exactly once. Only the map itself must outlive the walk.
 ///
 /// `keyOf` is the member's accessor of its key; `seedOf` is the key's accessor of the 32 bits that are
 /// re-hashed.
 template <class Member_, class Key, auto keyOf, auto seedOf>
 class HashMap {
+  using Link = HashLink<Member_>;
+  using Position = HashHelper::KeyAndRhashLegacy<Key>;
+
  public:
   using Member = Member_;
 
@@ -63,9 +66,14 @@ class HashMap {
     Ptr<Member> const& operator*() const { return member_; }
     Ptr<Member> const& operator->() const { return member_; }
     Iterator& operator++() {
-      Ptr<Member> next = changes_ == map_->changes_ ? map_->following(*member_) : map_->firstBehind(*member_);
-      changes_ = map_->changes_;
-      std::swap(member_, next);  // dropping the former member may change the map, so that comes last
+      if (changes_ == map_->changes_) {
+        member_ = map_->following(*member_);
+      } else {
+        Position const position = positionOf(*member_);
+        member_ = nullptr;  // its destructor may change the map once more
+        changes_ = map_->changes_;
+        member_ = map_->firstBehind(position);
+      }
       return *this;
     }
     bool operator==(End) const { return !member_; }
@@ -91,10 +99,9 @@ class HashMap {
 
   /// The member under a key, or null.
   Member* member(Key const& key) const {
-    Position const position(key, std::invoke(seedOf, key));
-    Member* const found = *const_cast<HashMap*>(this)->placeOf(position);
-    return found && found->HashLink<Member>::rhash_ == position.rhash && (found->*keyOf)() == key ? found
-                                                                                                  : nullptr;
+    Position const position = positionOf(key);
+    Member* const found = notBefore(position);
+    return isAt(found, position) ? found : nullptr;
   }
 
   /// Inserts a member whose key is not in the map yet.
@@ -111,8 +118,7 @@ class HashMap {
   Ptr<Member> memberDel(Key const& key) {
     Member* const found = member(key);
     if (!found) return nullptr;
-    Link const& link = *found;
-    *placeOf(Position(key, std::invoke(seedOf, key))) = link.hashNext_;
+    *placeOf(positionOf(key)) = linkOf(*found).hashNext_;
     --members_;
     ++changes_;
     return Ptr<Member>::adopt(found);  // the map's reference passes to the caller
@@ -123,14 +129,17 @@ class HashMap {
   }
 
  private:
-  using Link = HashLink<Member>;
-  using Position = HashHelper::KeyAndRhashLegacy<Key>;
-
   static Link& linkOf(Member& member) { return member; }
+  static Position positionOf(Key const& key) { return Position(key, std::invoke(seedOf, key)); }
+  static Position positionOf(Member const& member) { return positionOf((member.*keyOf)()); }
+
   size_t bucketOf(uint32_t rhash) const { return static_cast<uint64_t>(rhash) >> (32 - bits_); }
 
-  static bool isBefore(Member const& member, Position const& position) {
-    uint32_t const rhash = static_cast<Link const&>(member).rhash_;
+  static bool isAt(Member* member, Position const& position) {
+    return member && linkOf(*member).rhash_ == position.rhash && (member->*keyOf)() == position.key;
+  }
+  static bool isBefore(Member& member, Position const& position) {
+    uint32_t const rhash = linkOf(member).rhash_;
     return rhash != position.rhash ? rhash < position.rhash : (member.*keyOf)() < position.key;
   }
 
@@ -140,9 +149,11 @@ class HashMap {
     while (*place && isBefore(**place, position)) place = &linkOf(**place).hashNext_;
     return place;
   }
+  /// The first member of the position's bucket that is at the position or behind it, or null.
+  Member* notBefore(Position const& position) const { return *const_cast<HashMap*>(this)->placeOf(position); }
 
   void link(Member& member) {
-    Position const position((member.*keyOf)(), std::invoke(seedOf, (member.*keyOf)()));
+    Position const position = positionOf(member);
     Member** const place = placeOf(position);
     linkOf(member).rhash_ = position.rhash;
     linkOf(member).hashNext_ = std::exchange(*place, &member);
@@ -154,18 +165,15 @@ class HashMap {
   }
 
   Member* following(Member& member) const {
-    Link const& link = member;
+    Link const& link = linkOf(member);
     return link.hashNext_ ? link.hashNext_ : firstFrom(bucketOf(link.rhash_) + 1);
   }
 
-  /// The first member behind the position of one that may have left the map.
-  Member* firstBehind(Member& member) const {
-    Position const position((member.*keyOf)(), std::invoke(seedOf, (member.*keyOf)()));
-    Member* next = *const_cast<HashMap*>(this)->placeOf(position);
+  /// The first member behind a position.
+  Member* firstBehind(Position const& position) const {
+    Member* const next = notBefore(position);
     if (!next) return firstFrom(bucketOf(position.rhash) + 1);
-    bool const same =
-        static_cast<Link const&>(*next).rhash_ == position.rhash && (next->*keyOf)() == position.key;
-    return same ? following(*next) : next;
+    return isAt(next, position) ? following(*next) : next;
   }
 
   void grow() {

@@ -1,0 +1,80 @@
+#include "Orb/Ptr.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Orb::makePtr;
+using Orb::Ptr;
+
+struct Base : Orb::PtrInterface {
+  static inline int alive = 0;
+  Base() { ++alive, touch(); }
+  ~Base() override { touch(), --alive; }
+  void touch() { Ptr<Base> const first(this), second = first; }  // takes and drops counted references
+};
+struct Derived : Base {};
+struct Throwing : Base {
+  Throwing() { throw 1; }
+};
+
+TEST(Ptr, CountsAndDestroysOnce) {
+  {
+    Ptr<Derived> derived = makePtr<Derived>();
+    EXPECT_EQ(derived->references(), 1u);
+    derived->hasNotificationActiveIs(true);
+    derived->orbDoZombieReactors(true);
+    Ptr<Base> base = derived;
+    Ptr<Base const> constBase = base;
+    EXPECT_EQ(derived->references(), 3u);
+    base = base.get();
+    base = static_cast<Ptr<Base>&>(base);
+    EXPECT_EQ(Orb::ptrCast<Derived>(base), derived);
+    EXPECT_EQ(derived->references(), 3u);
+    constBase = std::move(derived);
+    base = nullptr;
+    EXPECT_EQ(constBase->references(), 1u);
+    EXPECT_TRUE(constBase->isZombie() && constBase->hasNotificationActive());
+    EXPECT_EQ(Orb::ptrCast<Derived>(makePtr<Base>()), nullptr);
+    EXPECT_EQ(Orb::ptrCast<Derived>(derived), nullptr);
+  }
+  EXPECT_THROW(makePtr<Throwing>(), int);
+  EXPECT_EQ(Base::alive, 0);
+}
+
+TEST(Ptr, ThreadSafeSwitch) {
+  Orb::threadSafePtrsIs(true);
+  Ptr<Base> const shared = makePtr<Base>();
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([shared, t] {
+      for (int i = 0; i < 20000; ++i) {
+        Ptr<Base> const copy = shared;
+        if (t == 0) copy->hasNotificationActiveIs(i % 2 == 0);
+        if (t == 1) copy->orbDoZombieReactors(i % 2 == 0);
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  threads.clear();
+  Orb::threadSafePtrsIs(false);
+  EXPECT_EQ(shared->references(), 1u);
+  EXPECT_FALSE(shared->isZombie() || shared->hasNotificationActive());
+}
+
+TEST(PtrDeathTest, FaultsStopTheProcess) {
+  Ptr<Base> const null;
+  EXPECT_DEATH(null->touch(), "null Orb::Ptr dereferenced: .*operator->.*Base.*, called from .*\\+0x");
+  EXPECT_DEATH((*null).touch(), "null Orb::Ptr dereferenced: .*operator\\*");
+  EXPECT_DEATH(
+      {
+        Base object;
+        object.newRef();
+      },
+      "assertion failed: references\\(\\) == 1");
+}
+
+}  // namespace
