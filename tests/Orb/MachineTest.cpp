@@ -5,11 +5,12 @@
 #include "Orb/HashMap.h"
 #include "Orb/StateMachine.h"
 #include "Orb/Type.h"
-#include "tests/Orb/Source.h"
+#include "support/Watcher.h"
 
 namespace {
 
 using Orb::Ptr;
+using TestSupport::Source;
 using SourcePtr = Ptr<Source const>;
 
 class Toy;

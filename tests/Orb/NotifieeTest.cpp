@@ -1,163 +1,124 @@
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <map>
 
 #include "Orb/Dir.h"
-#include "tests/Orb/Source.h"
+#include "support/Watcher.h"
 
 namespace {
 
+using Orb::makePtr;
 using Orb::Ptr;
+using TestSupport::Source;
+using TestSupport::Watcher;
 
-// Appends its letter when it is called, then does what it was told to do once. Does not keep its source alive.
-class Watcher : public Orb::PtrInterface::NotifieeConst {
- public:
-  Watcher(char letter, Source const* source, std::string& log) : letter_(letter), source_(source), log_(log) {
-    hasNotificationActiveIs(true);
-  }
-  void onAttribute(Orb::AttributeId, void const*) override {
-    log_ += letter_;
-    if (auto const action = std::exchange(once, {})) action();
-  }
-  void onZeroReferences() override { log_ += '0', log_ += letter_; }
-  Ptr<PtrInterface const> notifier() const override { return source_; }
-  void notifierIs(Ptr<PtrInterface const> const&) override {}
-
-  std::function<void()> once;
-
- private:
-  char letter_;
-  Source const* source_;
-  std::string& log_;
-};
-
+// A source and its watchers, named by letters. The first time that b is called it does as the script says, and
+// the next one after that is a, in a delivery within the delivery. A script is a sequence of (what, whom).
 struct Stage {
-  Ptr<Source> source = Orb::makePtr<Source>();
-  std::string log;
-  std::map<char, Ptr<Watcher>> watchers;
+  std::string outer, inner;
+  Ptr<Source> source = makePtr<Source>();
+  std::map<char, Ptr<Watcher>> watchers = {};
+  std::string log = {};
 
-  Watcher& make(char letter) {
-    return *(watchers[letter] = Orb::makePtr<Watcher>(letter, source.get(), log));
+  void add(char letter) {
+    if (watchers.contains(letter)) {
+      watchers[letter]->isRegisteredNotifieeIs(true);
+      return;
+    }
+    watchers[letter] = makePtr<Watcher>(*source, [this, letter](Orb::AttributeId id, void const*) {
+      log += id == Orb::noAttribute ? "0" : "";
+      log += letter;
+      if (letter == 'b') {
+        act(std::exchange(outer, ""));
+      } else if (letter == 'a' && outer.empty()) {
+        act(std::exchange(inner, ""));
+      }
+    });
   }
-  void add(char letter) { make(letter).isRegisteredNotifieeIs(true); }
-  void addFirst(char letter) { source->notifieeList()->addFirst(make(letter)); }
-  void remove(char letter) { watchers[letter]->isRegisteredNotifieeIs(false); }
-  void again(char letter) { watchers[letter]->isRegisteredNotifieeIs(true); }
-  void destroy(char letter) { watchers.erase(letter); }
-  void drop() { source = nullptr; }
+
+  void act(std::string const& script) {
+    for (size_t at = 0; at < script.size(); at += 2) {
+      char const whom = script[at + 1];
+      switch (script[at]) {
+        case '+': add(whom); break;
+        case '^': add(whom), source->notifieeList()->addFirst(*watchers[whom]); break;
+        case '-': watchers[whom]->isRegisteredNotifieeIs(false); break;
+        case '!': watchers.erase(whom); break;
+        case 'o': watchers[whom]->hasNotificationActiveIs(false); break;
+        case 'z': watchers[whom]->orbDoZombieReactors(true); break;
+        case '*': source.get()->level(); break;
+        case '.': source = nullptr; break;
+        default: throw script;
+      }
+    }
+  }
+
   std::string announced() {
-    if (source) source->level();
+    try {
+      if (source) source.get()->level();
+    } catch (std::string const& script) {
+      log += script;
+    }
     return std::exchange(log, {});
   }
 };
 
 TEST(Notification, Disturbed) {
   struct {
-    char const* title;
-    std::function<void(Stage&)> disturbance;  // of b, the second of three
-    char const* first;                        // who is called in the disturbed delivery
-    char const* second;                       // and in the next one
+    char const *outer, *inner;
+    char const *first, *second;  // who is called in the disturbed delivery, and in the next one
   } const cases[] = {
-      {"not at all", [](Stage&) {}, "abc", "abc"},
-      {"removes itself", [](Stage& s) { s.remove('b'); }, "abc", "ac"},
-      {"destroys itself", [](Stage& s) { s.destroy('b'); }, "abc", "ac"},
-      {"removes one before", [](Stage& s) { s.remove('a'); }, "abc", "bc"},
-      {"removes one behind", [](Stage& s) { s.remove('c'); }, "ab", "ab"},
-      {"destroys the others", [](Stage& s) { s.destroy('c'), s.destroy('a'); }, "ab", "b"},
-      {"re-adds itself", [](Stage& s) { s.remove('b'), s.again('b'); }, "abc", "acb"},
-      {"re-adds one behind", [](Stage& s) { s.remove('c'), s.again('c'); }, "ab", "abc"},
-      {"registers again as it is", [](Stage& s) { s.again('a'), s.again('c'); }, "abc", "abc"},
-      {"adds others", [](Stage& s) { s.add('d'), s.addFirst('e'); }, "abc", "eabcd"},
-      {"adds and destroys", [](Stage& s) { s.addFirst('d'), s.destroy('a'), s.add('e'); }, "abc", "dbce"},
-      {"switches one off", [](Stage& s) { s.watchers['c']->hasNotificationActiveIs(false); }, "ab", "ab"},
-      {"marks one", [](Stage& s) { s.watchers['c']->orbDoZombieReactors(true); }, "ab", "ab"},
-      {"announces", [](Stage& s) { s.source->level(); }, "ababcc", "abc"},
-      {"announces, which removes a",
-       [](Stage& s) { s.watchers['c']->once = [&s] { s.remove('a'); }, s.source->level(); }, "ababcc", "bc"},
-      {"announces, which adds d",
-       [](Stage& s) { s.watchers['a']->once = [&s] { s.add('d'); }, s.source->level(); }, "ababcc", "abcd"},
-      {"announces, which destroys c",
-       [](Stage& s) { s.watchers['a']->once = [&s] { s.destroy('c'); }, s.source->level(); }, "abab", "ab"},
-      {"drops the source", [](Stage& s) { s.drop(); }, "ab0a0b0c", ""},
-      {"announces, which drops the source",
-       [](Stage& s) {
-         s.watchers['a']->once = [&s] { s.drop(); };
-         Ptr<Source>(s.source)->level();
-       },
-       "ababc0a0b0c", ""},
-      {"announces uncounted, which drops the source",
-       [](Stage& s) { s.watchers['a']->once = [&s] { s.drop(); }, s.source.get()->level(); }, "aba0a0b0c",
-       ""},
-      {"throws", [](Stage&) { throw 1; }, "ab", "abc"},
-      {"announces, which throws",
-       [](Stage& s) { s.watchers['a']->once = [] { throw 1; }, s.source->level(); }, "aba", "abc"},
+      {"", "", "abc", "abc"},         {"-b", "", "abc", "ac"},  // b removes itself, ...
+      {"!b", "", "abc", "ac"},                                  // ... destroys itself,
+      {"-a", "", "abc", "bc"},                                  // ... one that has been called,
+      {"-c", "", "ab", "ab"},                                   // ... one that has not,
+      {"!c!a", "", "ab", "b"},                                  // ... or all others.
+      {"-b+b", "", "abc", "acb"},                               // Who is added again is called the next time.
+      {"-c+c", "", "ab", "abc"},      {"+a+c", "", "abc", "abc"},  // They stand there already.
+      {"+d^e", "", "abc", "eabcd"},   {"^d!a+e", "", "abc", "dbce"},
+      {"oc", "", "ab", "ab"},                                       // Switched off, or marked for deletion.
+      {"zc", "", "ab", "ab"},         {"**", "", "ababcc", "abc"},  // Deliveries nest.
+      {"**", "-a", "ababcc", "bc"},   {"**", "+d", "ababcc", "abcd"},
+      {"**", "^d", "ababcc", "dabc"}, {"**", "!c", "abab", "ab"},
+      {"**!c", "-b+b", "abac", "ab"}, {"..", "", "ab0a0b0c", ""},  // The source goes.
+      {"**", "..", "aba0a0b0c", ""},  {"xx", "", "abxx", "abc"},   // An exception leaves through the setter.
+      {"**", "xx", "abaxx", "abc"},
   };
-  for (auto const& [title, disturbance, first, second] : cases) {
-    SCOPED_TRACE(title);
-    Stage stage;
-    for (char letter : {'a', 'b', 'c'}) stage.add(letter);
-    stage.watchers['b']->once = [&] { disturbance(stage); };
-    try {
-      stage.source.get()->level();
-    } catch (int) {
-    }
-    EXPECT_EQ(std::exchange(stage.log, {}), first);
+  for (auto const& [outer, inner, first, second] : cases) {
+    SCOPED_TRACE(std::string(outer) + " " + inner);
+    Stage stage{outer, inner};
+    stage.act("+a+b+c");
+    EXPECT_EQ(stage.announced(), first);
     EXPECT_EQ(stage.announced(), second);
   }
 }
 
 TEST(Notification, TheLastReferenceIsAnnounced) {
-  Stage stage;
-  stage.add('b');
-  stage.addFirst('a');
-  stage.watchers['a']->hasNotificationActiveIs(false);
-  struct Saver : Watcher {
-    Saver(Stage& stage)
-        : Watcher('s', stage.source.get(), stage.log), saved(stage.source), from(stage.source.get()) {}
-    void onZeroReferences() override { saved = from; }
-    Ptr<Source>& saved;
-    Source* from;
-  };
-  Ptr<Saver> const saver = Orb::makePtr<Saver>(stage);
-  saver->isRegisteredNotifieeIs(true);
-  stage.drop();
-  EXPECT_EQ(std::exchange(stage.log, {}), "0a0b");
-  ASSERT_TRUE(stage.source);
-  EXPECT_EQ(stage.source->references(), 1u);
-  saver->isRegisteredNotifieeIs(false);
-  stage.drop();
-  EXPECT_EQ(stage.log, "0a0b");
-  EXPECT_FALSE(stage.watchers['a']->isRegisteredNotifiee());
+  Ptr<Source> source = makePtr<Source>(), saved;
+  std::string log;
+  Ptr<Watcher> const inactive =
+      makePtr<Watcher>(*source, [&](Orb::AttributeId id, auto) { log += id ? 'x' : '0'; });
+  inactive->hasNotificationActiveIs(false);
+  Ptr<Watcher> saver = makePtr<Watcher>(*source, [&, object = source.get()](auto, auto) { saved = object; });
+  source = nullptr;
+  ASSERT_EQ(log, "0");
+  EXPECT_EQ(saved->references(), 1u);
+  saver = nullptr;
+  saved = nullptr;
+  EXPECT_EQ(log, "00");
+  EXPECT_FALSE(inactive->isRegisteredNotifiee());
 }
 
-// Tells of each entry that a directory announces whether it is there, and acts once like any watcher.
-class DirWatcher : public Orb::PtrInterface::NotifieeConst {
- public:
-  explicit DirWatcher(Orb::Dir const& dir) : dir_(dir) {
-    hasNotificationActiveIs(true);
-    isRegisteredNotifieeIs(true);
-  }
-  void onAttribute(Orb::AttributeId id, void const* key) override {
-    if (id != Orb::Dir::entryAttr.id) return;
-    auto const& name = *static_cast<Orb::Name const*>(key);
-    Ptr<Orb::Entity> const entity = dir_.entityPtr(name);
-    log += name.text() + (entity ? entity->fullName() : "-") + " ";
-  }
-  Ptr<PtrInterface const> notifier() const override { return &dir_; }
-  void notifierIs(Ptr<PtrInterface const> const&) override {}
-  std::string log;
-
- private:
-  Orb::Dir const& dir_;
-};
-
 TEST(Dir, AnnouncesEachChangeOnceAndInForce) {
-  Ptr<Orb::Dir> const dir = Orb::makePtr<Orb::Dir>("d");
-  Ptr<DirWatcher> const watcher = Orb::makePtr<DirWatcher>(*dir);
-  Ptr<Source> const a = Orb::makePtr<Source>("a"), other = Orb::makePtr<Source>("a"),
-                    b = Orb::makePtr<Source>("b");
-  auto const heard = [&] { return std::exchange(watcher->log, {}); };
+  auto const dir = makePtr<Orb::Dir>("d");
+  auto const a = makePtr<Source>("a"), other = makePtr<Source>("a"), b = makePtr<Source>("b");
+  std::string log;
+  auto const watcher = makePtr<Watcher>(*dir, [&](Orb::AttributeId id, void const* key) {
+    ASSERT_EQ(id, Orb::Dir::entryAttr.id);
+    auto const& name = *static_cast<Orb::Name const*>(key);
+    log += name.text() + (dir->entityPtr(name) ? dir->entityPtr(name)->fullName() : "-") + " ";
+  });
+  auto const heard = [&] { return std::exchange(log, {}); };
 
   dir->entryIs(a);
   dir->entryIs(b);
@@ -170,29 +131,26 @@ TEST(Dir, AnnouncesEachChangeOnceAndInForce) {
   EXPECT_FALSE(dir->entryDel("c"));
   EXPECT_EQ(dir->entryDel(other->name()), other);
   EXPECT_EQ(heard(), "a- ");
-  EXPECT_EQ(dir->entityPtr("a"), nullptr);
 
   // Whoever hears that b has lost its parent takes its successor out again.
-  std::string log;
-  Ptr<Source> const successor = Orb::makePtr<Source>("b");
-  Ptr<Watcher> const ofB = Orb::makePtr<Watcher>('w', b.get(), log);
-  ofB->isRegisteredNotifieeIs(true);
-  ofB->once = [&] { dir->entryDel("b"); };
+  auto const successor = makePtr<Source>("b");
+  std::function<void()> action = [&] { dir->entryDel("b"); };
+  auto const ofB = makePtr<Watcher>(*b, [&](auto, auto) {
+    if (auto const once = std::exchange(action, {})) once();
+  });
   dir->entryIs(successor);
   EXPECT_EQ(heard(), "b- b- ");
   EXPECT_EQ(successor->parent(), nullptr);
 
   // An entity in two directories belongs to the latest; a directory may go in the middle of its own change.
-  Ptr<Orb::Dir> second = Orb::makePtr<Orb::Dir>("e");
+  Ptr<Orb::Dir> second = makePtr<Orb::Dir>("e");
   dir->entryIs(b);
   second->entryIs(b);
   dir->entryDelAll();
   EXPECT_EQ(b->fullName(), "/e/b");
-  ofB->once = [&] { second = nullptr; };
+  action = [&] { second = nullptr; };
   second.get()->entryDel("b");
   EXPECT_EQ(b->fullName(), "/b");
-  EXPECT_EQ(second, nullptr);
-  ofB->isRegisteredNotifieeIs(false);
 }
 
 }  // namespace

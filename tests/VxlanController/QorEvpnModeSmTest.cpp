@@ -1,0 +1,168 @@
+#include "VxlanController/QorEvpnModeSm.h"
+
+#include <gtest/gtest.h>
+
+#include "Orb/Dir.h"
+#include "Orb/Type.h"
+#include "support/TraceCapture.h"
+#include "support/Watcher.h"
+
+namespace {
+
+using Controllerdb::Status;
+using Orb::makePtr;
+using Orb::Ptr;
+using QorEvpn::EvpnCapability;
+using QorEvpn::QorEvpnConfig;
+using QorEvpn::QorEvpnIntegrationModeSm;
+using Lines = std::vector<std::string>;
+
+// One run of the rule as it is traced.
+Lines run(bool enabled, bool evpnEnabled) {
+  std::string const rule = "8 void QorEvpn::QorEvpnIntegrationModeSm::setQorEvpnIntegrationMode()";
+  auto const text = [](bool value) { return std::string(value ? "true" : "false"); };
+  return {rule,
+          "8 controllerdbStatus()->enabled() " + text(enabled) + " evpnCapability()->evpnEnabled() " +
+              text(evpnEnabled),
+          std::string("8 Turning qorEvpnIntegrationMode ") + (enabled && evpnEnabled ? "ON" : "OFF"),
+          rule + " return "};
+}
+Lines firstPass(Lines lines) {
+  std::string const pass = "8 void QorEvpn::QorEvpnIntegrationModeSm::handleInitialized()";
+  lines.insert(lines.begin(), pass);
+  lines.push_back(pass + " return ");
+  return lines;
+}
+
+class ModeSm : public testing::Test {
+ protected:
+  void make() { sm = QorEvpn::qorEvpnIntegrationModeSmFactory(status, capability, config); }
+  void inputs(bool enabled, bool evpnEnabled) {
+    status->enabledIs(enabled);
+    capability->evpnEnabledIs(evpnEnabled);
+  }
+  bool mode() const { return config->qorEvpnIntegrationMode(); }
+
+  TestSupport::TraceCapture traces{"QorEvpnModeSm", 1U << 8};
+  Ptr<Status> status = makePtr<Status>("controllerdb");
+  Ptr<EvpnCapability> capability = makePtr<EvpnCapability>("capability");
+  Ptr<QorEvpnConfig> config = makePtr<QorEvpnConfig>("config");
+  Ptr<QorEvpnIntegrationModeSm> sm;
+};
+
+TEST_F(ModeSm, IsOnWhenBothAreOn) {
+  for (bool enabled : {false, true}) {
+    for (bool evpnEnabled : {false, true}) {
+      sm = nullptr;
+      inputs(enabled, evpnEnabled);
+      config->qorEvpnIntegrationModeIs(!(enabled && evpnEnabled));
+      make();
+      EXPECT_EQ(mode(), enabled && evpnEnabled);
+      std::string const rule = "setQorEvpnIntegrationMode", pass = "handleInitialized";
+      EXPECT_EQ(traces.functions(), (Lines{pass, rule, rule, rule, rule, pass}));
+      EXPECT_EQ(traces.take(), firstPass(run(enabled, evpnEnabled)));
+
+      // Every change of an input writes the flag, also where the result stays as it is.
+      config->qorEvpnIntegrationModeIs(!(enabled && !evpnEnabled));
+      inputs(enabled, !evpnEnabled);
+      EXPECT_EQ(mode(), enabled && !evpnEnabled);
+      EXPECT_EQ(traces.take(), run(enabled, !evpnEnabled));
+      status->enabledIs(!enabled);
+      EXPECT_EQ(mode(), !enabled && !evpnEnabled);
+      EXPECT_EQ(traces.take(), run(!enabled, !evpnEnabled));
+    }
+  }
+}
+
+TEST_F(ModeSm, HearsOfNothingElse) {
+  inputs(true, true);
+  make();
+  traces.take();
+  config->qorEvpnIntegrationModeIs(false);  // which a run of the rule would undo
+  auto const dir = makePtr<Orb::Dir>("dir");
+  dir->entryIs(status);
+  dir->entryIs(capability);
+  status->enabledIs(true);
+  sm->initializedIs(true);
+  EXPECT_EQ(sm->evpnCapabilityDel(), capability);
+  capability->evpnEnabledIs(false);
+  EXPECT_EQ(sm->controllerdbStatusDel(), status);
+  EXPECT_EQ(sm->controllerdbStatusDel(), nullptr);
+  status->enabledIs(false);
+  sm = nullptr;
+  EXPECT_EQ(traces.take(), Lines());
+  EXPECT_FALSE(mode());
+}
+
+TEST_F(ModeSm, AReplacedInputRunsTheRuleOnce) {
+  inputs(true, true);
+  make();
+  traces.take();
+  auto const on = makePtr<Status>("on");
+  on->enabledIs(true);
+  auto const reactor = sm->orbControllerdbStatus();
+  reactor->notifierIs(on);
+  reactor->notifierIs(on);
+  EXPECT_EQ(traces.take(), run(true, true));
+  EXPECT_EQ(status->references(), 1u);
+  status->enabledIs(false);
+  on->enabledIs(false);
+  EXPECT_EQ(traces.take(), run(false, true));
+  reactor->notifierIs(nullptr);
+  EXPECT_EQ(on->references(), 1u);
+  sm->orbEvpnCapability()->notifierIs(on);  // of another type, which counts as none
+  EXPECT_EQ(sm->evpnCapability(), nullptr);
+  EXPECT_EQ(traces.take(), Lines());
+
+  reactor->orbDoZombieReactors(true);
+  reactor->notifierIs(on);
+  EXPECT_EQ(traces.take(), Lines());
+}
+
+TEST_F(ModeSm, LooksAtTheCapabilityOnlyWhereItMatters) {
+  capability = nullptr;
+  {
+    TestSupport::TraceCapture const others("QorEvpnModeSm", Trace::allLevels ^ 1U << 8);
+    config->qorEvpnIntegrationModeIs(true);
+    make();
+    EXPECT_FALSE(mode());
+    EXPECT_EQ(sm->orbEvpnCapability(), nullptr);
+    EXPECT_EQ(sm->evpnCapabilityDel(), nullptr);
+    EXPECT_DEATH(status->enabledIs(true), "null Orb::Ptr dereferenced.*EvpnCapability");
+  }
+  EXPECT_DEATH(sm->handleInitialized(), "null Orb::Ptr dereferenced.*EvpnCapability");
+}
+
+TEST_F(ModeSm, GenericInterface) {
+  inputs(true, true);
+  make();
+  Lines names;
+  for (auto const& attribute : sm->fwkType().attributes()) names.emplace_back(attribute.name);
+  EXPECT_EQ(names, (Lines{"controllerdbStatus", "evpnCapability", "qorEvpnConfig",
+                          "setQorEvpnIntegrationMode", "initialized", "handleInitialized"}));
+  EXPECT_EQ(Orb::TypeDescriptor::find("QorEvpn::QorEvpnIntegrationModeSm"), &sm->fwkType());
+  EXPECT_EQ(sm->orbFwkActivity(), nullptr);
+
+  using Object = Ptr<Orb::PtrInterface const>;
+  Orb::AttributeId const first = Orb::firstOwnAttribute;
+  EXPECT_EQ(Orb::attribute(*sm, "controllerdbStatus").as<Object>(), status);
+  EXPECT_EQ(Orb::attribute(*sm, first + 1).as<Object>(), capability);
+  EXPECT_EQ(Orb::attribute(*sm, first + 2).as<Object>(), config);
+  Orb::attributeIs(*sm, "initialized", true);
+  EXPECT_TRUE(Orb::attribute(*sm, first + 4).as<bool>());
+  EXPECT_THROW(Orb::attributeIs(*sm, first + 4, uint32_t{0}), Orb::WrongTypeError);
+  EXPECT_TRUE(sm->initialized());
+  traces.take();
+  Orb::attributeInvoke(*sm, "setQorEvpnIntegrationMode");
+  EXPECT_EQ(traces.take(), run(true, true));
+  Orb::attributeInvoke(*sm, first + 5);
+  EXPECT_EQ(traces.take(), firstPass(run(true, true)));
+
+  EXPECT_THROW(Orb::attributeIs(*sm, "evpnCapability", Object()), Orb::AttributeAccessError);
+  EXPECT_THROW(Orb::attribute(*sm, "handleInitialized"), Orb::AttributeAccessError);
+  EXPECT_THROW(Orb::attributeInvoke(*sm, "initialized"), Orb::AttributeAccessError);
+  EXPECT_THROW(Orb::attribute(*sm, "initialised"), Orb::UnknownAttributeError);
+  EXPECT_THROW(Orb::attributeInvoke(*sm, first + 6), Orb::UnknownAttributeError);
+}
+
+}  // namespace
