@@ -1,0 +1,121 @@
+#include "VxlanController/QorEvpnRxSm.h"
+
+#include "Orb/Type.h"
+#include "VxlanController/QorEvpnWalk.h"
+
+namespace VxlanController {
+
+using QorEvpn::FloodEntry;
+using QorEvpn::forEachRow;
+using QorEvpn::Host;
+using QorEvpn::MacVniPair;
+using QorEvpn::VniVtepPair;
+
+namespace {
+/// The MAC whose flood list is the one for all BUM traffic of a VNI.
+constexpr Wirix::EthAddr allBum;
+}  // namespace
+
+QorEvpnRxSm::QorEvpnRxSm(HostTablePtr const& hostTable, FloodTablePtr const& floodTable,
+                         VniStatusDirPtr const& vniStatusDir)
+    : vniStatusDir_(vniStatusDir) {
+  hostTable_.connect(this, hostTable);
+  floodTable_.connect(this, floodTable);
+  initSm();
+}
+
+void QorEvpnRxSm::initSm() {
+  handleHost();
+  handleFloodEntry();
+}
+
+void QorEvpnRxSm::handleHost() {
+  HostTablePtr const table = hostTable();
+  forEachRow(*table, table->hostWalk(), [this](Host const& row) { handleHost(MacVniPair(row.key())); });
+}
+
+void QorEvpnRxSm::handleHost(MacVniPair const& key) {
+  Host const row = hostTable()->host(key);
+  if (row == Host()) {
+    deleteHostEntry(key);
+    return;
+  }
+  Orb::Ptr<VniStatusV2> const vniStatus = vniStatusDir_->vniStatusV2Is(key.vni());
+  vniStatus->macVtepTableIs(MacVtepV2(key.macAddr(), row.vtepAddr(), row.seqNo(), row.preference()));
+}
+
+void QorEvpnRxSm::deleteHostEntry(MacVniPair const& key) {
+  Orb::Ptr<VniStatusV2> const vniStatus = vniStatusDir_->vniStatusV2(key.vni());
+  ORB_ASSERT(vniStatus);
+  vniStatus->macVtepTableDel(key.macAddr());
+  maybeDeleteVniStatus(key.vni());
+}
+
+void QorEvpnRxSm::handleFloodEntry() {
+  FloodTablePtr const table = floodTable();
+  forEachRow(*table, table->floodEntryWalk(),
+             [this](FloodEntry const& row) { handleFloodEntry(VniVtepPair(row.key())); });
+}
+
+void QorEvpnRxSm::handleFloodEntry(VniVtepPair const& key) {
+  FloodEntry const row = floodTable()->floodEntry(key);
+  if (row == FloodEntry()) {
+    deleteFloodEntry(key);
+    return;
+  }
+  Orb::Ptr<VniStatusV2> const vniStatus = vniStatusDir_->vniStatusV2Is(key.vni());
+  vniStatus->macVtepFloodListTableIs(allBum)->vtepIpFloodListIs(key.vtepAddr(), true);
+}
+
+void QorEvpnRxSm::deleteFloodEntry(VniVtepPair const& key) {
+  Orb::Ptr<VniStatusV2> const vniStatus = vniStatusDir_->vniStatusV2(key.vni());
+  ORB_ASSERT(vniStatus);
+  Orb::Ptr<MacVtepFloodListV2> const floodList = vniStatus->macVtepFloodListTable(allBum);
+  ORB_ASSERT(floodList);
+  floodList->vtepIpFloodListDel(key.vtepAddr());
+  if (floodList->vtepIpFloodList().empty()) vniStatus->macVtepFloodListTableDel(allBum);
+  maybeDeleteVniStatus(key.vni());
+}
+
+void QorEvpnRxSm::maybeDeleteVniStatus(Vxlan::Vni vni) {
+  Orb::Ptr<VniStatusV2> const vniStatus = vniStatusDir_->vniStatusV2(vni);
+  ORB_ASSERT(vniStatus);
+  ORB_ASSERT(!vniStatus->macVtepMultiPathTables());
+  ORB_ASSERT(!vniStatus->ipToMacTables());
+  if (!vniStatus->macVtepTables() && !vniStatus->macVtepFloodListTables()) vniStatusDir_->vniStatusV2Del(vni);
+}
+
+void QorEvpnRxSm::cleanup() {
+  HostTablePtr const hosts = hostTable();
+  forEachRow(*hosts, hosts->hostWalk(), [this](Host const& row) { deleteHostEntry(MacVniPair(row.key())); });
+  FloodTablePtr const floods = floodTable();
+  forEachRow(*floods, floods->floodEntryWalk(),
+             [this](FloodEntry const& row) { deleteFloodEntry(VniVtepPair(row.key())); });
+}
+
+Orb::TypeDescriptor const& QorEvpnRxSm::type() {
+  using Sm = QorEvpnRxSm;
+  using A = Orb::Attributes<Sm>;
+  static Orb::TypeDescriptor const descriptor(
+      "VxlanController::QorEvpnRxSm",
+      {A::value<&Sm::hostTable>("hostTable"), A::value<&Sm::floodTable>("floodTable"),
+       A::value<&Sm::vniStatusDir>("vniStatusDir"), A::handlerWithArgument("maybeDeleteVniStatus"),
+       A::handlerWithArgument("deleteHostEntry"), A::handler<&Sm::handleHost>("handleHost"),
+       A::handlerWithArgument("deleteFloodEntry"), A::handler<&Sm::handleFloodEntry>("handleFloodEntry"),
+       A::handler<&Sm::cleanup>("cleanup"), A::handler<&Sm::initSm>("initSm")});
+  return descriptor;
+}
+
+Orb::Ptr<QorEvpnRxSm> QorEvpnRxSm::QorEvpnRxSmIs(HostTablePtr const& hostTable,
+                                                 FloodTablePtr const& floodTable,
+                                                 VniStatusDirPtr const& vniStatusDir) {
+  return Orb::create<QorEvpnRxSm>(hostTable, floodTable, vniStatusDir);
+}
+
+Orb::Ptr<QorEvpnRxSm> qorEvpnRxSmFactory(QorEvpnRxSm::HostTablePtr const& hostTable,
+                                         QorEvpnRxSm::FloodTablePtr const& floodTable,
+                                         QorEvpnRxSm::VniStatusDirPtr const& vniStatusDir) {
+  return QorEvpnRxSm::QorEvpnRxSmIs(hostTable, floodTable, vniStatusDir);
+}
+
+}  // namespace VxlanController

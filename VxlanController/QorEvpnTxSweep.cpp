@@ -1,0 +1,39 @@
+#include "VxlanController/QorEvpnTxSweep.h"
+
+#include "VxlanController/QorEvpnTxTrace.h"
+#include "VxlanController/QorEvpnWalk.h"
+
+namespace QorEvpn {
+
+void cleanupStaleVniEntries(Orb::Ptr<QorEvpnTxSm> sm, std::set<Vxlan::Vni> const& staleVnis) {
+  TRACE(txTrace, 3, "cleanupStaleVniEntries()");
+  for (Vxlan::Vni const& vni : staleVnis) {
+    TRACE(txTrace, 3, "cleanupStaleVniEntries() Deleting stale VNI ", vni);
+    sm->qorBrIdList()->brIdListDel(Bridging::BridgeId::ofVni(vni));
+  }
+
+  // For a single VNI the walk itself passes over the rows of all others.
+  HostTable& hosts = *sm->hostTableOut();
+  forEachRow(hosts, staleVnis.size() == 1 ? hosts.hostWalk(*staleVnis.begin()) : hosts.hostWalk(),
+             [&](Host const& row) {
+               MacVniPair const key = row.key();
+               if (!staleVnis.contains(key.vni())) return;
+               TRACE(txTrace, 8, "QorEvpnTxSm()::cleanupStaleVniEntries(", key.vni(),
+                     ") Deleting stale host entry (macAddr: ", key.macAddr(), ", ip: ", row.vtepAddr(), ")");
+               hosts.hostDel(key);
+             });
+
+  FloodTable& floods = *sm->floodTableOut();
+  forEachRow(floods,
+             staleVnis.size() == 1 ? floods.floodEntryWalk(*staleVnis.begin()) : floods.floodEntryWalk(),
+             [&](FloodEntry const& row) {
+               VniVtepPair const key = row.key();
+               if (!staleVnis.contains(key.vni())) return;
+               TRACE(txTrace, 8, "QorEvpnTxSm()::cleanupStaleVniEntries(", key.vni(),
+                     ") Deleting stale flood list entry (ip: ", key.vtepAddr(), ")");
+               floods.floodEntryDel(key);
+             });
+  TRACE(txTrace, 4, "cleanupStaleVniEntries() return");
+}
+
+}  // namespace QorEvpn
