@@ -2,7 +2,7 @@
 /// the controller serves, and removes what was written for one that it serves no longer.
 ///
 ///   input                                 handler                       output
-///   Dir.entry (added, removed, ...)     handleVniFdbStatus(name)      child made and started, or
+///   Dir.entry (added, removed, ...)       handleVniFdbStatus(name)      child made and started, or
 ///                                                                       its rows swept, child cleaned up
 ///   VniStatusDirV2.vniStatusV2            handleVniStatusFromEvpn(vni)  the child's view of EVPN's status
 ///   (a child)                             publishBrId, unpublishBrId    QorBrIdList.brIdList
