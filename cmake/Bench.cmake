@@ -27,8 +27,7 @@ file(GLOB benchSupport CONFIGURE_DEPENDS bench/support/*.cpp)
 if(benchSupport)
   add_library(bench-support STATIC ${benchSupport})
   target_include_directories(bench-support PUBLIC ${PROJECT_SOURCE_DIR}/bench)
-  target_link_libraries(bench-support PUBLIC
-    qorevpn-platform $<TARGET_NAME_IF_EXISTS:qorevpn> bench-peers benchmark::benchmark)
+  target_link_libraries(bench-support PUBLIC qorevpn bench-peers benchmark::benchmark)
 endif()
 
 file(GLOB benches CONFIGURE_DEPENDS bench/*.cpp)
@@ -38,5 +37,5 @@ foreach(source IN LISTS benches)
   set_target_properties(bench-${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bench)
   target_include_directories(bench-${name} PRIVATE ${PROJECT_SOURCE_DIR}/bench)
   target_link_libraries(bench-${name} PRIVATE
-    $<TARGET_NAME_IF_EXISTS:bench-support> $<TARGET_NAME_IF_EXISTS:qorevpn> qorevpn-platform bench-peers benchmark::benchmark)
+    $<TARGET_NAME_IF_EXISTS:bench-support> qorevpn bench-peers benchmark::benchmark)
 endforeach()

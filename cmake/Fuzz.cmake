@@ -12,8 +12,7 @@ foreach(source IN LISTS fuzzers)
   set_target_properties(fuzz-${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/fuzz)
   target_compile_options(fuzz-${name} PRIVATE -fsanitize=fuzzer)
   target_link_options(fuzz-${name} PRIVATE -fsanitize=fuzzer)
-  target_link_libraries(fuzz-${name} PRIVATE
-    $<TARGET_NAME_IF_EXISTS:qorevpn-agent-parts> $<TARGET_NAME_IF_EXISTS:qorevpn> qorevpn-platform)
+  target_link_libraries(fuzz-${name} PRIVATE $<TARGET_NAME_IF_EXISTS:qorevpn-agent-parts> qorevpn)
 
   # New inputs go to the first folder, in the build tree; findings go to the second.
   set(work ${PROJECT_BINARY_DIR}/fuzz/${name})

@@ -5,21 +5,12 @@ include(CMakePackageConfigHelpers)
 set(configDir ${CMAKE_INSTALL_LIBDIR}/cmake/QorEvpn)
 set(headerDir ${CMAKE_INSTALL_INCLUDEDIR}/qorevpn)
 
-foreach(target IN ITEMS qorevpn-platform qorevpn)
-  if(TARGET ${target})
-    install(TARGETS ${target} EXPORT QorEvpnTargets
-      LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-      INCLUDES DESTINATION ${headerDir})
-  endif()
-endforeach()
-if(NOT TARGET qorevpn-platform)
-  return()
-endif()
-if(TARGET qorevpn-agent)
+install(TARGETS qorevpn-platform qorevpn EXPORT QorEvpnTargets INCLUDES DESTINATION ${headerDir})
+if(QOREVPN_AGENT)
   install(TARGETS qorevpn-agent)
 endif()
 
-# Both folders share one include root, as their sources write their includes.
+# The two include roots of the source tree become one; includes are written the same for both.
 install(DIRECTORY platform/ DESTINATION ${headerDir} FILES_MATCHING PATTERN *.h)
 install(DIRECTORY VxlanController DESTINATION ${headerDir} FILES_MATCHING PATTERN *.h)
 
