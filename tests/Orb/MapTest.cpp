@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <random>
 #include <set>
@@ -19,57 +20,50 @@ struct Key {
   auto operator<=>(Key const&) const = default;
 };
 
+// What the maps hold; tells when it goes.
+struct Element : Orb::PtrInterface, Orb::HashLink<Element> {
+  Element(Key k, std::function<void()> const& gone) : itsKey(k), atDestruction(gone) {}
+  ~Element() override { atDestruction(); }
+  Key const& key() const { return itsKey; }
+  Key itsKey;
+  std::function<void()> const& atDestruction;
+};
+
 class Flat {
  public:
-  bool put(Key key) { return map_.put(key, key.number + 1); }
-  bool erase(Key key) {
-    uint32_t value = 0;
-    return map_.take(key, value) && value == key.number + 1;
-  }
-  bool has(Key key) const { return map_.contains(key) && *map_.find(key) == key.number + 1; }
+  void put(Ptr<Element> const& element) { map_.put(element->key(), element); }
+  bool erase(Key key) { return map_.take(key, last_); }
+  bool has(Key key) const { return map_.contains(key) && (*map_.find(key))->key() == key; }
   void clear() { map_.clear(); }
   size_t size() const { return map_.size(); }
-  template <class Visit>
-  void walk(Visit const& visit) const {
+  void walk(auto const& visit) const {
     for (auto const& entry : map_) visit(Key(entry.key));
   }
 
  private:
-  Orb::FlatMap<Key, uint32_t> map_;
+  Orb::FlatMap<Key, Ptr<Element>> map_;
+  Ptr<Element> last_;  // destroyed by the next take()
 };
 
 class Chained {
  public:
-  struct Member : Orb::PtrInterface, Orb::HashLink<Member> {
-    Member(Key k, Chained& m) : map(m), itsKey(k) {}
-    ~Member() override {
-      if (auto const action = std::exchange(map.atDestruction, {})) action(itsKey);
-    }
-    Key const& key() const { return itsKey; }
-    Chained& map;
-    Key itsKey;
-  };
-  bool put(Key key) {
-    if (has(key)) return false;
-    map_.memberIs(Orb::makePtr<Member>(key, *this));
-    return true;
+  void put(Ptr<Element> const& element) {
+    if (!has(element->key())) map_.memberIs(element);
   }
   bool erase(Key key) { return map_.memberDel(key) != nullptr; }
-  bool has(Key key) const { return map_.member(key) && map_.member(key)->itsKey == key; }
+  bool has(Key key) const { return map_.member(key) && map_.member(key)->key() == key; }
   void clear() { map_.memberDelAll(); }
   size_t size() const { return map_.members(); }
-  template <class Visit>
-  void walk(Visit const& visit) const {
+  void walk(auto const& visit) const {
     for (auto const& member : map_) {
-      Key const before = member->itsKey;
+      Key const before = member->key();
       visit(before);
-      EXPECT_EQ(member->itsKey, before);  // held by the walk
+      EXPECT_EQ(member->key(), before);  // held by the walk
     }
   }
-  std::function<void(Key)> atDestruction;
 
  private:
-  Orb::HashMap<Member, Key, &Member::key, &Key::hash> map_{2};
+  Orb::HashMap<Element, Key, &Element::key, &Key::hash> map_{2};
 };
 
 template <class T>
@@ -77,81 +71,58 @@ class Map : public testing::Test {};
 using Maps = testing::Types<Flat, Chained>;
 TYPED_TEST_SUITE(Map, Maps);
 
-TYPED_TEST(Map, BehavesLikeAModelAlsoWhileItIsWalked) {
+// Random operations, also in the middle of a walk and in the destructors of elements that leave.
+TYPED_TEST(Map, BehavesLikeAModelWhateverHappensMeanwhile) {
   std::mt19937 random(1);
+  uint32_t keys = 1;
+  bool recursive = true;
+  std::set<Key> model, throughout, ever;
+  std::function<void()> operation, gone;
   TypeParam map;
-  std::set<Key> model, throughout;
-  auto const operation = [&](uint32_t keys) {
+  auto const erase = [&](Key key) {
+    bool const there = model.erase(key) == 1;
+    throughout.erase(key);
+    ASSERT_EQ(map.erase(key), there);
+  };
+  operation = [&] {
     Key const key{static_cast<uint32_t>(random() % keys)};
     ASSERT_EQ(map.has(key), model.contains(key));
-    if (random() % 2 != 0) {
-      ASSERT_EQ(map.put(key), model.insert(key).second);
-    } else {
-      ASSERT_EQ(map.erase(key), model.erase(key) == 1);
-      throughout.erase(key);
-    }
-    if (random() % 1000 == 0) map.clear(), model.clear(), throughout.clear();
     ASSERT_EQ(map.size(), model.size());
+    if (random() % 2 != 0) {
+      ever.insert(key);
+      if (model.insert(key).second || random() % 4 == 0) map.put(Orb::makePtr<Element>(key, gone));
+    } else {
+      erase(key);
+    }
   };
-  for (size_t round = 0; round < TestSupport::scaled(2000); ++round) {
-    uint32_t const keys = 1u << round % 9;
-    for (int i = 0; i < 20; ++i) operation(keys);
-    // A walk visits what is there throughout exactly once, what comes or goes at most once, nothing else.
-    std::set<Key> ever = model, visited;
-    throughout = model;
-    bool const disturbed = round % 2 != 0;
+  gone = [&] {
+    if (random() % 4 != 0 || !std::exchange(recursive, false)) return;
+    for (int i = 0; i < 4; ++i) operation();
+    while (random() % 16 != 0 && !model.empty()) erase(Key(*model.begin()));
+    recursive = true;
+  };
+  for (size_t round = 0; round < TestSupport::scaled(4000); ++round) {
+    keys = 1u << round % 9;
+    for (int i = 0; i < 20; ++i) operation();
+    // A walk visits what is there throughout exactly once, what comes or goes perhaps, nothing else.
+    std::set<Key> visited;
+    throughout = ever = model;
     map.walk([&](Key key) {
       ASSERT_TRUE(visited.insert(key).second || !throughout.contains(key));
       ASSERT_TRUE(ever.contains(key));
-      if (!disturbed) return;
-      if (random() % 3 == 0) map.erase(key), model.erase(key), throughout.erase(key);
-      for (int i = 0; i < 3; ++i) operation(keys);
-      ever.insert(model.begin(), model.end());
+      if (round % 2 == 0) return;
+      if (random() % 3 == 0) erase(key);
+      for (auto i = random() % 4; i > 0; --i) operation();
     });
     ASSERT_TRUE(std::includes(visited.begin(), visited.end(), throughout.begin(), throughout.end()));
-    ASSERT_TRUE(disturbed || visited == model);
+    ASSERT_TRUE(round % 2 != 0 || visited == model);
+    if (round % 50 == 0) {
+      recursive = false;
+      map.clear(), model.clear();
+      recursive = true;
+    }
   }
-}
-
-TEST(HashMap, AMemberThatGoesWithTheWalkTakesOthersAlong) {
-  Chained map;
-  for (uint32_t i = 0; i < 40; ++i) map.put({i});
-  map.atDestruction = [&](Key key) {
-    for (uint32_t i = 0; i < 40; ++i) map.erase({i});
-    map.put(key);
-  };
-  std::vector<Key> visited;
-  map.walk([&](Key key) {
-    visited.push_back(key);
-    map.erase(key);
-  });
-  EXPECT_EQ(visited.size(), 1u);
-  EXPECT_TRUE(map.has(visited.front()));
-}
-
-TEST(FlatMap, ValuesLeaveWhenTheMapHasChanged) {
-  struct Token : Orb::PtrInterface {
-    explicit Token(std::function<void()> f) : atDestruction(std::move(f)) {}
-    ~Token() override { atDestruction(); }
-    std::function<void()> atDestruction;
-  };
-  Orb::FlatMap<Key, Ptr<Token>> map;
-  std::vector<size_t> sizes;
-  auto const token = [&] {
-    return Orb::makePtr<Token>([&] {
-      size_t walked = 0;
-      for (auto const& entry : map) walked += entry.value ? 1u : 100u;
-      EXPECT_EQ(walked, map.size());
-      sizes.push_back(walked);
-    });
-  };
-  for (uint32_t i = 0; i < 3; ++i) map.put({i}, token());
-  map.put({1}, token());
-  map.erase({1});
-  Ptr<Token> taken = token();
-  EXPECT_TRUE(map.take({2}, taken));
-  map.clear();
-  EXPECT_EQ(sizes, (std::vector<size_t>{3, 2, 1, 0}));
+  recursive = false;
 }
 
 }  // namespace
