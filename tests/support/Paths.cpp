@@ -8,4 +8,6 @@ std::string sourcePath(std::string_view relative) {
 
 std::string programPath() { return QOREVPN_PROGRAM; }
 
+std::string modulePath() { return QOREVPN_MODULE; }
+
 }  // namespace TestSupport

@@ -11,4 +11,7 @@ std::string sourcePath(std::string_view relative);
 /// The absolute path of the program `qorevpn` that was built together with this test.
 std::string programPath();
 
+/// The absolute path of the module's shared library, for programs that load it at run time.
+std::string modulePath();
+
 }  // namespace TestSupport
