@@ -1,9 +1,8 @@
-# bench/NAME.cpp is the program bench-NAME; bench/support/*.cpp, if any, is linked to each.
+# bench/NAME.cpp is the program bench-NAME, the target `benches` all of them; bench/support/*.cpp is linked to each.
 #
 # Peers that are installed are linked and announced as QOREVPN_PEER_LMDB, QOREVPN_PEER_BOOST and
 # QOREVPN_PEER_REDIS; a program skips one that is missing and says so.
 
-find_package(benchmark REQUIRED)
 find_path(LMDB_INCLUDE lmdb.h)
 find_library(LMDB_LIBRARY lmdb)
 find_path(BOOST_INTERPROCESS_INCLUDE boost/interprocess/managed_mapped_file.hpp)
@@ -24,18 +23,16 @@ if(HIREDIS_INCLUDE AND HIREDIS_LIBRARY)
 endif()
 
 file(GLOB benchSupport CONFIGURE_DEPENDS bench/support/*.cpp)
-if(benchSupport)
-  add_library(bench-support STATIC ${benchSupport})
-  target_include_directories(bench-support PUBLIC ${PROJECT_SOURCE_DIR}/bench)
-  target_link_libraries(bench-support PUBLIC qorevpn bench-peers benchmark::benchmark)
-endif()
+add_library(bench-support STATIC ${benchSupport})
+target_include_directories(bench-support PUBLIC ${PROJECT_SOURCE_DIR}/bench)
+target_link_libraries(bench-support PUBLIC qorevpn bench-peers)
 
 file(GLOB benches CONFIGURE_DEPENDS bench/*.cpp)
+add_custom_target(benches)
 foreach(source IN LISTS benches)
   cmake_path(GET source STEM name)
   add_executable(bench-${name} ${source})
+  add_dependencies(benches bench-${name})
   set_target_properties(bench-${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bench)
-  target_include_directories(bench-${name} PRIVATE ${PROJECT_SOURCE_DIR}/bench)
-  target_link_libraries(bench-${name} PRIVATE
-    $<TARGET_NAME_IF_EXISTS:bench-support> qorevpn bench-peers benchmark::benchmark)
+  target_link_libraries(bench-${name} PRIVATE bench-support)
 endforeach()

@@ -12,7 +12,7 @@ packages() {
       build) echo g++ cmake ninja-build libcli11-dev nlohmann-json3-dev ;;
       test) echo libgtest-dev libgmock-dev ;;
       sanitizers) echo clang libclang-rt-14-dev llvm ;;
-      bench) echo libbenchmark-dev liblmdb-dev libboost-dev libhiredis-dev redis-server ;;
+      bench) echo liblmdb-dev libboost-dev libhiredis-dev redis-server ;;
       format) echo git clang-format-14 ;;
       tidy) echo git clang clang-tidy-14 ;;
       *) echo "packages: unknown purpose '$purpose'" >&2; return 1 ;;
