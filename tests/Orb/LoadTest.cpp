@@ -25,7 +25,7 @@ TEST(Module, IsLoadedAtRunTime) {
   status->enabledIs(true);
   EXPECT_TRUE(config->qorEvpnIntegrationMode());
   EXPECT_FALSE(Orb::attribute(*machine, "initialized").as<bool>());
-  auto const hosts = module->hostTableFactory("host");
+  Orb::Ptr<Orb::PtrInterface> const hosts = module->hostTableFactory("host");
   EXPECT_EQ(hosts->fwkType().name(), "QorEvpn::HostTable");
   machine = nullptr;
   EXPECT_EQ(status->references(), 1u);
