@@ -1,5 +1,5 @@
-/// The subcommands of the program. Each adds itself to the command line; when it is the one that was chosen, it
-/// leaves in `run` what main() is to call once the whole command line has been accepted.
+/// The subcommands of the program. Each adds itself to the command line; when it is the one that was chosen,
+/// it leaves in `run` what main() is to call once the whole command line has been accepted.
 #pragma once
 
 #include <functional>

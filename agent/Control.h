@@ -1,17 +1,18 @@
 /// The control socket of a running agent: asks it for what no table shows, and switches its trace levels.
 ///
-/// A client connects to the unix stream socket `Site::controlSocket()` (mode 0600: the agent's own user and root),
-/// writes one request line and reads one JSON document up to the end of the stream.
+/// A client connects to the unix stream socket `Site::controlSocket()` (mode 0600: the agent's own user and
+/// root), writes one request line and reads one JSON document up to the end of the stream.
 ///
 ///   request                answer
-///   evpn-status            {"5000": {"floods": ["10.99.0.2"], "hosts": [{"mac": "02:..", "preference": 16, "seq": 0,
-///                          "vtep": "10.99.0.2"}]}}, sorted, of every VNI
+///   evpn-status            {"5000": {"floods": ["10.99.0.2"],
+///                                    "hosts": [{"mac": .., "preference": 16, "seq": 0, "vtep": ..}]}},
+///                          sorted, of every VNI
 ///   evpn-status 5000       the same of one VNI at most
-///   counters               [{"name": "hostIs", "owner": "exported/host", "value": 278}, ...], sorted by owner, name
-///   state                  what the agent is doing (AgentState.h)
-///   trace                  {"QorEvpnModeSm": [], "VxlanControllerEvpnTxSm": [3, 4]}: levels that are on, by handle
+///   counters               [{"name": "hostIs", "owner": "host", "value": 278}, ..], by owner and name
+///   state                  {"pid": .., "integration": true, "feed": {..}, ..}: what the agent is doing
+///   trace                  {"QorEvpnModeSm": [], "VxlanControllerEvpnTxSm": [3, 4]}: levels on, by handle
 ///   trace HANDLE/LEVELS    switches levels as Trace::enable() does; then as `trace`
-///   anything else          {"error": "..."}
+///   anything else          {"error": ".."}
 #pragma once
 
 #include <functional>
@@ -57,8 +58,8 @@ class ControlServer {
   std::map<int, Client> clients_;
 };
 
-/// Asks the agent that listens at `path` and returns its answer. Raises std::system_error where no agent listens (the
-/// message says so) and std::runtime_error with the agent's own error.
+/// Asks the agent that listens at `path` and returns its answer. Raises std::system_error where no agent
+/// listens (the message says so) and std::runtime_error with the agent's own error.
 nlohmann::ordered_json controlRequest(std::string const& path, std::string_view request);
 
 }  // namespace Agent

@@ -62,6 +62,7 @@ void Loop::turn() {
     Handler const work = work_;
     work();
   }
+  if (turnEnd_) turnEnd_();
 }
 
 Timer::Timer(Loop& loop, Loop::Handler handler)

@@ -30,6 +30,10 @@ class Loop {
   /// Calls `work` once a turn, without waiting in between, until it is replaced by an empty one.
   void workIs(Handler work) { work_ = std::move(work); }
 
+  /// Calls `handler` at the end of each turn, before the wait of the next one: what it leaves undone is not
+  /// done while the loop waits.
+  void turnEndIs(Handler handler) { turnEnd_ = std::move(handler); }
+
   /// SIGINT and SIGTERM end run() from now on, whatever else is ready. Call it before a second thread starts.
   void stopOnSignals();
   /// The signal that ended run(), or 0.
@@ -47,6 +51,7 @@ class Loop {
   /// Shared, for a handler that takes itself off lives until it returns.
   std::map<int, std::shared_ptr<Handler>> handlers_;
   Handler work_;
+  Handler turnEnd_;
   bool stopped_ = false;
   int stopSignal_ = 0;
 };

@@ -1,0 +1,86 @@
+/// Agent::Event: one event of a feed, which is JSON Lines, one object a line:
+///
+///   {"t":0.047,"from":"controller","op":"mac","vni":5000,"mac":"02:00:00:00:00:01",
+///    "vtep":"10.99.0.11","seq":1}
+///
+///   key          meaning                                                       default
+///   t            seconds since the recording began; never decreases            none: at once
+///   from         "controller": what the switches of this site learned;
+///                "evpn": what BGP EVPN learned from other sites                 required
+///   op           see below                                                     required
+///   vni          0 to 16777215
+///   mac          "02:00:00:00:00:01"
+///   vtep, vteps  "10.99.0.11"; a list of such
+///   seq          0 to 4294967295                                               0
+///   preference   0 to 255                                                      16
+///   on           bool                                                          true
+///   value        bool
+///
+///   op             keys (* required)                from controller           from evpn
+///   vni, vni-del   vni*                             VNI is served, or not     -
+///   mac            vni* mac* vtep* seq preference   MAC is behind vtep        host row learned
+///   mac-del        vni* mac*                        MAC is not known          host row withdrawn
+///   flood          vni* vtep* mac on                vtep is in a flood list   flood row learned (no mac)
+///   flood-del      vni* vtep* mac                   vtep is in it no longer   flood row withdrawn (no mac)
+///   multipath      vni* mac* vteps*                 multipath entry exists    -
+///   multipath-del  vni* mac*                        it does not               -
+///   enabled        value*                           controller database on    -
+///   capability     value*                           -                         EVPN is on
+///
+/// A -del may repeat the keys of what it takes back. Any other key is an error, and so is one that occurs
+/// twice.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string_view>
+#include <vector>
+
+#include "Vxlan/Vni.h"
+#include "Wirix/EthAddr.h"
+#include "Wirix/IpAddr.h"
+#include "Wirix/Seqno32.h"
+
+namespace Agent {
+
+enum class Origin : std::uint8_t { controller, evpn };
+
+enum class Op : std::uint8_t {
+  vni,
+  vniDel,
+  mac,
+  macDel,
+  flood,
+  floodDel,
+  multipath,
+  multipathDel,
+  enabled,
+  capability
+};
+
+/// Keys that an op does not have hold their defaults.
+struct Event {
+  std::optional<double> time;  ///< Seconds, finite, not negative.
+  Origin from = Origin::controller;
+  Op op = Op::vni;
+  Vxlan::Vni vni;
+  Wirix::EthAddr mac;  ///< Of a flood list without `mac`: 00:00:00:00:00:00, all BUM traffic.
+  Wirix::IpAddr vtep;
+  std::vector<Wirix::IpAddr> vteps;
+  Seqno32 seq;
+  std::uint8_t preference = 16;
+  bool on = true;
+  bool value = false;
+};
+
+/// A line that is no event; the message says what is wrong with it.
+class EventError : public std::runtime_error {
+ public:
+  using runtime_error::runtime_error;
+};
+
+/// Reads one line, without its end of line. Raises EventError. The order of times is the feed's to check.
+Event parseEvent(std::string_view line);
+
+}  // namespace Agent
