@@ -8,7 +8,8 @@
 ///                                    "hosts": [{"mac": .., "preference": 16, "seq": 0, "vtep": ..}]}},
 ///                          sorted, of every VNI
 ///   evpn-status 5000       the same of one VNI at most
-///   counters               [{"name": "hostIs", "owner": "host", "value": 278}, ..], by owner and name
+///   counters               [{"name": "hostIs", "owner": "exported/host", "value": 278}, ..],
+///                          by owner and name
 ///   state                  {"pid": .., "integration": true, "feed": {..}, ..}: what the agent is doing
 ///   trace                  {"QorEvpnModeSm": [], "VxlanControllerEvpnTxSm": [3, 4]}: levels on, by handle
 ///   trace HANDLE/LEVELS    switches levels as Trace::enable() does; then as `trace`

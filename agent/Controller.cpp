@@ -13,9 +13,7 @@ constexpr Wirix::EthAddr allBum;
 
 ServedVni::ServedVni(Vxlan::Vni vni)
     : vniFdbStatus_(
-          Orb::makePtr<VxlanController::VniFdbStatusV2>(Orb::Name(std::to_string(vni.value())), vni)) {
-  hasNotificationActiveIs(true);
-}
+          Orb::makePtr<VxlanController::VniFdbStatusV2>(Orb::Name(std::to_string(vni.value())), vni)) {}
 
 void ServedVni::learnedIs(VxlanController::MacVtepV2 const& entry) {
   learned_.put(entry.macAddr(), entry);
@@ -173,7 +171,7 @@ void Controller::handleVniStatus(Vxlan::Vni const& vni) {
 
 ServedVni& Controller::serve(Vxlan::Vni vni) {
   if (Orb::Ptr<ServedVni> const* const found = served_.find(vni)) return **found;
-  auto const served = Orb::makePtr<ServedVni>(vni);
+  auto const served = Orb::create<ServedVni>(vni);
   served_.put(vni, served);
   handleVniStatus(vni);
   vniDir_->entryIs(served->vniFdbStatus());

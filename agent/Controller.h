@@ -7,9 +7,10 @@
 ///   VniStatusV2.macVtepFloodListTable           handleFloodList(mac)      the list is watched, and as below
 ///   MacVtepFloodListV2.vtepIpFloodList          handleFloodVtep(address)  the all-BUM list of VniFdbStatusV2
 ///
-/// Rule: of the switches' entry of a MAC and EVPN's, the higher sequence number wins, on a tie the switches'; an
-/// entry of EVPN's that wins is stored unchanged. The flood list for all BUM traffic is the union of both sides'
-/// VTEPs, each on if either side has it on (EVPN's always are); a list without VTEPs does not exist.
+/// Rule: of the switches' entry of a MAC and EVPN's, the higher sequence number wins, on a tie the
+/// switches'; an entry of EVPN's that wins is stored unchanged. The flood list for all BUM traffic is the
+/// union of both sides' VTEPs, each on if either side has it on (EVPN's always are); a list without VTEPs
+/// does not exist.
 ///
 /// Order: these reactors must be registered before those of the transmit machines, on every object of EVPN's
 /// status, so that a change is merged before it is compared with what is merged; otherwise a withdrawn entry
@@ -95,8 +96,8 @@ class Controller : public Orb::StateMachine<Controller> {
   /// A VniFdbStatusV2 for each VNI that is served, under the VNI in decimal.
   Orb::Ptr<Orb::Dir> const& vniDir() const { return vniDir_; }
 
-  /// Takes what the switches learned: every op of the controller's but `enabled`. Taking back what is not there
-  /// does nothing.
+  /// Takes what the switches learned: every op of the controller's but `enabled`. Taking back what is not
+  /// there does nothing.
   void apply(Event const& event);
 
   void handleVniStatus(Vxlan::Vni const& vni);

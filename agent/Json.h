@@ -1,0 +1,17 @@
+/// The JSON forms that the program's parts share.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string_view>
+
+#include "VxlanController/VniStatusV2.h"
+
+namespace Agent {
+
+/// The status that was learned from EVPN, by VNI in order, of one VNI (in decimal; empty where there is no
+/// such) or, for an empty text, of all:
+///
+///   {"5000": {"floods": ["10.99.0.2"], "hosts": [{"mac": .., "preference": 16, "seq": 0, "vtep": ..}]}}
+nlohmann::ordered_json toJson(VxlanController::VniStatusDirV2 const& status, std::string_view vni = {});
+
+}  // namespace Agent

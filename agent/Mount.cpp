@@ -1,0 +1,54 @@
+#include "agent/Mount.h"
+
+#include "agent/Site.h"
+
+namespace Agent {
+
+namespace {
+
+std::string message(Brine::MountOptions const& options, Brine::MountStatus status,
+                    std::string const& detail) {
+  std::string const place = options.directory + "/" + options.name;
+  if (status == Brine::MountStatus::busy) {
+    return place + ": another process already writes this table (" + detail +
+           "); a site has one agent and one EVPN side";
+  }
+  std::string text = place + ": cannot be written: " + std::string(toText(status));
+  if (!detail.empty()) text += ": " + detail;
+  bool const mendable = status == Brine::MountStatus::corrupt || status == Brine::MountStatus::incompatible;
+  return mendable ? text + "; --repair keeps the rows that are sound" : text;
+}
+
+void mountReader(auto& table, std::string const& folder, std::string_view name) {
+  table.mount({.directory = folder, .name = std::string(name), .mode = Brine::Mode::keyshadow});
+}
+
+}  // namespace
+
+MountError::MountError(Brine::MountOptions const& options, Brine::MountStatus status,
+                       std::string const& detail)
+    : runtime_error(message(options, status, detail)) {}
+
+Tables::Tables(std::string const& name, std::string place)
+    : folder(std::move(place)),
+      host(QorEvpn::hostTableFactory(Orb::Name(name + "/" + std::string(Site::hostTable)))),
+      flood(QorEvpn::floodTableFactory(Orb::Name(name + "/" + std::string(Site::floodTable)))) {}
+
+void Tables::mountAsWriter(bool repair) {
+  Agent::mountAsWriter(*host, folder, Site::hostTable, repair);
+  Agent::mountAsWriter(*flood, folder, Site::floodTable, repair);
+}
+
+void Tables::mountAsReader() {
+  mountReader(*host, folder, Site::hostTable);
+  mountReader(*flood, folder, Site::floodTable);
+}
+
+void Tables::endTurn() {
+  host->endTurn();
+  flood->endTurn();
+}
+
+std::uint64_t Tables::rows() const { return host->statistics().rows + flood->statistics().rows; }
+
+}  // namespace Agent

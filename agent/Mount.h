@@ -1,0 +1,56 @@
+/// Mounting a site's tables, with errors for people.
+#pragma once
+
+#include <functional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "Brine/TableBase.h"
+#include "VxlanController/QorEvpnBrine.h"
+
+namespace Agent {
+
+/// A table that cannot be written. The message names the table, the status and what to do about it.
+class MountError : public std::runtime_error {
+ public:
+  MountError(Brine::MountOptions const& options, Brine::MountStatus status, std::string const& detail);
+};
+
+/// Mounts a table for writing or raises MountError.
+template <class Table>
+void mountAsWriter(Table& table, std::string const& folder, std::string_view name, bool repair) {
+  Brine::MountOptions const options{
+      .directory = folder, .name = std::string(name), .mode = Brine::Mode::writer, .repair = repair};
+  Brine::MountStatus const status = table.mount(options);
+  if (status != Brine::MountStatus::mounted) throw MountError(options, status, table.mountDetail());
+}
+
+/// The host and the flood table of one folder of a site. `name` ("exported") comes before the tables' own
+/// names.
+struct Tables {
+  Tables(std::string const& name, std::string folder);
+
+  void mountAsWriter(bool repair);
+  /// As readers that are told exactly what changes; tables that are not there yet mount themselves later.
+  void mountAsReader();
+  void endTurn();
+  /// Both tables' rows.
+  std::uint64_t rows() const;
+
+  std::string folder;
+  Orb::Ptr<QorEvpn::HostTable> host;
+  Orb::Ptr<QorEvpn::FloodTable> flood;
+};
+
+/// Calls `visit` for each row of a walk. Damage is reported as the table reports it, and ends the walk.
+template <class Table, class Walk, class Visit>
+void forEachRow(Table const& table, Walk&& walk, Visit&& visit) {
+  try {
+    while (auto const* const row = walk.next()) visit(*row);
+  } catch (Brine::CorruptionError const& error) {
+    table.handleCorruption(error.what());
+  }
+}
+
+}  // namespace Agent
