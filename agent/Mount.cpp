@@ -10,8 +10,7 @@ std::string message(Brine::MountOptions const& options, Brine::MountStatus statu
                     std::string const& detail) {
   std::string const place = options.directory + "/" + options.name;
   if (status == Brine::MountStatus::busy) {
-    return place + ": another process already writes this table (" + detail +
-           "); a site has one agent and one EVPN side";
+    return place + ": busy: " + detail + "; a site has one agent and one EVPN side";
   }
   std::string text = place + ": cannot be written: " + std::string(toText(status));
   if (!detail.empty()) text += ": " + detail;

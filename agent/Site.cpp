@@ -7,10 +7,11 @@
 
 namespace Agent {
 
-void Site::create() const {
-  if (mkdir(dir_.c_str(), 0755) != 0 && errno != EEXIST) {
-    throw std::system_error(errno, std::generic_category(), "cannot make the directory " + dir_);
+Site Site::made(std::string dir) {
+  if (mkdir(dir.c_str(), 0755) != 0 && errno != EEXIST) {
+    throw std::system_error(errno, std::generic_category(), "cannot make the directory " + dir);
   }
+  return Site(std::move(dir));
 }
 
 }  // namespace Agent

@@ -33,8 +33,8 @@ class Site {
   std::string learned() const { return dir_ + "/learned"; }
   std::string controlSocket() const { return dir_ + "/control"; }
 
-  /// Makes the site's directory, not its folders. Raises std::system_error naming the directory.
-  void create() const;
+  /// The site, after making its directory, not its folders. Raises std::system_error naming the directory.
+  static Site made(std::string dir);
 
  private:
   std::string dir_;

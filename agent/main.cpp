@@ -16,6 +16,8 @@ int main(int argc, char** argv) {
       "  qorevpn agent --help                    more examples of a command\n\n"
       "Exit status: 0, 1 if it failed, 2 if the command line is wrong.");
   Agent::Run run;
+  Agent::addAgentCommand(app, run);
+  Agent::addEvpnCommand(app, run);
   Agent::addTraceCommand(app, run);
   try {
     app.parse(argc, argv);

@@ -104,7 +104,9 @@ Sink sinkIs(Sink sink) {
   return *fresh;
 }
 
-void writeToStandardError(Record const& record) {
+void writeToStandardError(Record const& record) { writeTo(STDERR_FILENO, record); }
+
+void writeTo(int fd, Record const& record) {
   timespec now{};
   ::clock_gettime(CLOCK_REALTIME, &now);
   tm utc{};
@@ -125,7 +127,7 @@ void writeToStandardError(Record const& record) {
   Orb::appendTexts(line.text(), " ", record.level, " ", record.handle, " ", record.where.function, " ",
                    record.where.file, ":", record.where.line, " ", record.text, "\n");
   // A trace that cannot be written is lost: the tracing code has better to do than to fail for it.
-  [[maybe_unused]] ssize_t const written = ::write(STDERR_FILENO, line.text().data(), line.text().size());
+  [[maybe_unused]] ssize_t const written = ::write(fd, line.text().data(), line.text().size());
 }
 
 namespace Impl {

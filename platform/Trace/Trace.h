@@ -77,8 +77,9 @@ using Sink = std::function<void(Record const&)>;
 /// on another thread may still reach the former sink.
 Sink sinkIs(Sink sink);
 
-/// The default sink: one line to standard error, in one write: time (UTC), level, handle, function,
-/// file:line, text.
+/// Writes a trace as one line, in one write: time (UTC), level, handle, function, file:line, text.
+void writeTo(int fd, Record const& record);
+/// The default sink.
 void writeToStandardError(Record const& record);
 
 namespace Impl {

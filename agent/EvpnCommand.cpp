@@ -1,0 +1,88 @@
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "agent/Commands.h"
+#include "agent/Exchange.h"
+#include "agent/Feed.h"
+#include "agent/FeedOptions.h"
+#include "agent/Learned.h"
+
+namespace Agent {
+
+namespace {
+
+struct EvpnOptions {
+  std::string dir{Site::defaultDir};
+  std::vector<std::string> peers;
+  FeedOptions feed;
+  bool repair = false;
+};
+
+void log(std::string const& line) { std::cerr << "qorevpn evpn: " + line + '\n'; }
+
+int runFeed(EvpnOptions const& options) {
+  int status = exitOk;
+  Loop loop;
+  loop.stopOnSignals();
+  Learned learned(Site::made(options.dir), options.repair);
+  auto const found = learned.rows();
+  std::optional<Feed> feed;
+  feed.emplace(loop, options.feed.feed(),
+               Feed::Handlers{[&](Event const& event) {
+                                if (event.from == Origin::evpn) learned.apply(event);
+                              },
+                              [&] { learned.release(); },
+                              [&](bool failed) {
+                                log("feed ended: " + std::to_string(feed->events()) + " events, " +
+                                    std::to_string(feed->errors()) + " bad lines");
+                                if (failed) status = exitFailed;
+                                if (failed || options.feed.exitAtEnd) loop.stop();
+                              },
+                              log});
+  loop.turnEndIs([&] { learned.endTurn(); });
+  log(options.dir + ": started, " + std::to_string(found) + " rows found; feed: " + feed->name());
+  loop.run();
+  return status;
+}
+
+int runExchange(EvpnOptions const& options) {
+  Loop loop;
+  loop.stopOnSignals();
+  std::vector<Site> sites{Site::made(options.dir)};
+  for (std::string const& peer : options.peers) sites.push_back(Site::made(peer));
+  Exchange exchange(loop, sites, options.repair, log);
+  loop.turnEndIs([&] { exchange.endTurn(); });
+  exchange.endTurn();
+  log(options.dir + ": started, exchanging between " + std::to_string(sites.size()) + " sites");
+  loop.run();
+  return exitOk;
+}
+
+}  // namespace
+
+void addEvpnCommand(CLI::App& app, Run& run) {
+  auto const options = std::make_shared<EvpnOptions>();
+  CLI::App* const command = app.add_subcommand("evpn", "Stand in for the EVPN side of a site");
+  command->add_option("--dir", options->dir, "The site's directory")->capture_default_str();
+  CLI::Option* const feed = options->feed.addTo(*command);
+  command->add_option("--peer", options->peers, "Exchange with the site of this directory, both ways")
+      ->allow_extra_args(false)
+      ->excludes(feed);
+  command->add_flag("--repair", options->repair, "Drop damaged rows of the tables instead of giving up");
+  command->footer(
+      "Owns the tables that the site's agent reads. Takes them from the `evpn` events of a feed, or from\n"
+      "what the agents of other sites export: of each MAC the row with the highest sequence number, never\n"
+      "one that the site exports itself. Runs until it is told to stop, and then leaves its rows.\n\n"
+      "Examples:\n"
+      "  qorevpn evpn --feed events.jsonl\n"
+      "  qorevpn evpn --dir /dev/shm/west --peer /dev/shm/east    for both sites\n"
+      "  qorevpn evpn --dir /dev/shm/a --peer /dev/shm/b --peer /dev/shm/c");
+  command->callback([options, &run] {
+    if (options->peers.empty() && options->feed.file.empty()) {
+      throw CLI::RequiredError("--feed or --peer");
+    }
+    run = [options] { return options->peers.empty() ? runFeed(*options) : runExchange(*options); };
+  });
+}
+
+}  // namespace Agent
