@@ -24,8 +24,6 @@ struct AgentOptions {
   std::string traceFile;
 };
 
-void log(std::string const& line) { std::cerr << "qorevpn agent: " + line + '\n'; }
-
 nlohmann::ordered_json countersJson() {
   auto result = nlohmann::ordered_json::array();
   for (Counter::Counter const* counter : Counter::counters()) {
@@ -40,14 +38,14 @@ class AgentProcess {
   explicit AgentProcess(AgentOptions const& options)
       : options_(options),
         site_(Site::made(options.dir)),
-        module_(loop_, site_, options.repair, log),
+        module_(loop_, site_, options.repair, logger()),
         control_(loop_, site_.controlSocket(),
                  [this](std::string_view command, std::string_view argument) {
                    return answer(command, argument);
                  }),
         feed_(loop_, options.feed.feed(),
               {[this](Event const& event) { apply(event); }, [this] { release(); },
-               [this](bool failed) { feedEnded(failed); }, log}) {
+               [this](bool failed) { feedEnded(failed); }, logger()}) {
     loop_.stopOnSignals();
     if (options.withEvpn) learned_.emplace(site_, options.repair);
     loop_.turnEndIs([this] {
@@ -57,8 +55,7 @@ class AgentProcess {
   }
 
   int run() {
-    log(options_.dir + ": started, " + std::to_string(module_.rowsFound()) +
-        " rows found; feed: " + feed_.name());
+    log("started, " + std::to_string(module_.rowsFound()) + " rows found; feed: " + feed_.name());
     loop_.run();
     if (options_.cleanup) {
       module_.cleanup();
@@ -69,6 +66,11 @@ class AgentProcess {
   }
 
  private:
+  void log(std::string const& line) { std::cerr << "qorevpn agent " + options_.dir + ": " + line + '\n'; }
+  std::function<void(std::string const&)> logger() {
+    return [this](std::string const& line) { log(line); };
+  }
+
   void apply(Event const& event) {
     if (event.op == Op::enabled) {
       module_.enabledIs(event.value);

@@ -18,9 +18,14 @@ struct EvpnOptions {
   bool repair = false;
 };
 
-void log(std::string const& line) { std::cerr << "qorevpn evpn: " + line + '\n'; }
+std::function<void(std::string const&)> loggerOf(EvpnOptions const& options) {
+  return [dir = options.dir](std::string const& line) {
+    std::cerr << "qorevpn evpn " + dir + ": " + line + '\n';
+  };
+}
 
 int runFeed(EvpnOptions const& options) {
+  auto const log = loggerOf(options);
   int status = exitOk;
   Loop loop;
   loop.stopOnSignals();
@@ -40,12 +45,13 @@ int runFeed(EvpnOptions const& options) {
                               },
                               log});
   loop.turnEndIs([&] { learned.endTurn(); });
-  log(options.dir + ": started, " + std::to_string(found) + " rows found; feed: " + feed->name());
+  log("started, " + std::to_string(found) + " rows found; feed: " + feed->name());
   loop.run();
   return status;
 }
 
 int runExchange(EvpnOptions const& options) {
+  auto const log = loggerOf(options);
   Loop loop;
   loop.stopOnSignals();
   std::vector<Site> sites{Site::made(options.dir)};
@@ -53,7 +59,7 @@ int runExchange(EvpnOptions const& options) {
   Exchange exchange(loop, sites, options.repair, log);
   loop.turnEndIs([&] { exchange.endTurn(); });
   exchange.endTurn();
-  log(options.dir + ": started, exchanging between " + std::to_string(sites.size()) + " sites");
+  log("started, exchanging between " + std::to_string(sites.size()) + " sites");
   loop.run();
   return exitOk;
 }

@@ -80,7 +80,6 @@ void Exchange::endTurn() {
 void Exchange::hostIs(std::size_t site, MacVniPair const& key, std::optional<Host> const& row) {
   Hosts const* const known = hosts_.find(key);
   Hosts rows = known ? *known : Hosts(sites_.size());
-  rows.resize(std::max(rows.size(), site + 1));
   rows[site] = row;
   if (std::none_of(rows.begin(), rows.end(), [](auto const& each) { return each.has_value(); })) {
     hosts_.erase(key);
@@ -93,10 +92,10 @@ void Exchange::hostIs(std::size_t site, MacVniPair const& key, std::optional<Hos
 void Exchange::settleHost(MacVniPair const& key, Hosts const& rows) {
   for (std::size_t learner = 0; learner < sites_.size(); ++learner) {
     std::optional<Host> best;
-    for (std::size_t other = 0; other < rows.size(); ++other) {
+    for (std::size_t other = 0; other < sites_.size(); ++other) {
       if (other != learner && rows[other] && (!best || isBetter(*rows[other], *best))) best = rows[other];
     }
-    bool const hasBetter = best && learner < rows.size() && rows[learner] && !isBetter(*best, *rows[learner]);
+    bool const hasBetter = best && rows[learner] && !isBetter(*best, *rows[learner]);
     if (best && !hasBetter) {
       sites_[learner]->learned().hostIs(*best);
     } else {

@@ -1,10 +1,11 @@
 /// Mounting a site's tables, with errors for people.
 #pragma once
 
-#include <functional>
+#include <chrono>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <thread>
 
 #include "Brine/TableBase.h"
 #include "VxlanController/QorEvpnBrine.h"
@@ -17,12 +18,19 @@ class MountError : public std::runtime_error {
   MountError(Brine::MountOptions const& options, Brine::MountStatus status, std::string const& detail);
 };
 
-/// Mounts a table for writing or raises MountError.
+/// Mounts a table for writing or raises MountError. A writer that was killed still holds the table until the
+/// system has buried it, so a busy table is tried again for a second.
 template <class Table>
 void mountAsWriter(Table& table, std::string const& folder, std::string_view name, bool repair) {
   Brine::MountOptions const options{
       .directory = folder, .name = std::string(name), .mode = Brine::Mode::writer, .repair = repair};
-  Brine::MountStatus const status = table.mount(options);
+  using Clock = std::chrono::steady_clock;
+  auto const deadline = Clock::now() + std::chrono::seconds(1);
+  Brine::MountStatus status = table.mount(options);
+  while (status == Brine::MountStatus::busy && Clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    status = table.mount(options);
+  }
   if (status != Brine::MountStatus::mounted) throw MountError(options, status, table.mountDetail());
 }
 
