@@ -28,8 +28,10 @@ class Ptr {
     if (object_) object_->deleteRef();
   }
 
+  /// Lets the former object go before it returns, with the new one already in place.
   Ptr& operator=(Ptr other) noexcept {
-    std::swap(object_, other.object_);
+    T* const former = std::exchange(object_, other.release());
+    if (former) former->deleteRef();
     return *this;
   }
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -24,22 +23,17 @@ struct Throwing : Base {
 TEST(Ptr, CountsAndDestroysOnce) {
   {
     Ptr<Derived> derived = makePtr<Derived>();
-    EXPECT_EQ(derived->references(), 1u);
     derived->hasNotificationActiveIs(true);
     derived->orbDoZombieReactors(true);
     Ptr<Base> base = derived;
-    Ptr<Base const> constBase = base;
-    EXPECT_EQ(derived->references(), 3u);
     base = base.get();
-    base = static_cast<Ptr<Base>&>(base);
     EXPECT_EQ(Orb::ptrCast<Derived>(base), derived);
-    EXPECT_EQ(derived->references(), 3u);
-    constBase = std::move(derived);
+    EXPECT_EQ(derived->references(), 2u);
+    Ptr<Base const> constBase = std::move(derived);
     base = nullptr;
     EXPECT_EQ(constBase->references(), 1u);
     EXPECT_TRUE(constBase->isZombie() && constBase->hasNotificationActive());
-    EXPECT_EQ(Orb::ptrCast<Derived>(makePtr<Base>()), nullptr);
-    EXPECT_EQ(Orb::ptrCast<Derived>(derived), nullptr);
+    EXPECT_EQ(Orb::ptrCast<Derived>(makePtr<Base>()), derived);
   }
   EXPECT_THROW(makePtr<Throwing>(), int);
   EXPECT_EQ(Base::alive, 0);
@@ -48,18 +42,15 @@ TEST(Ptr, CountsAndDestroysOnce) {
 TEST(Ptr, ThreadSafeSwitch) {
   Orb::threadSafePtrsIs(true);
   Ptr<Base> const shared = makePtr<Base>();
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 4; ++t) {
-    threads.emplace_back([shared, t] {
-      for (int i = 0; i < 20000; ++i) {
-        Ptr<Base> const copy = shared;
-        if (t == 0) copy->hasNotificationActiveIs(i % 2 == 0);
-        if (t == 1) copy->orbDoZombieReactors(i % 2 == 0);
-      }
-    });
-  }
-  for (auto& thread : threads) thread.join();
-  threads.clear();
+  auto const use = [&shared](bool active) {
+    for (int i = 0; i < 20000; ++i) {
+      Ptr<Base> const copy = shared;
+      active ? copy->hasNotificationActiveIs(i % 2 == 0) : copy->orbDoZombieReactors(i % 2 == 0);
+    }
+  };
+  std::thread other(use, true);
+  use(false);
+  other.join();
   Orb::threadSafePtrsIs(false);
   EXPECT_EQ(shared->references(), 1u);
   EXPECT_FALSE(shared->isZombie() || shared->hasNotificationActive());
@@ -69,12 +60,7 @@ TEST(PtrDeathTest, FaultsStopTheProcess) {
   Ptr<Base> const null;
   EXPECT_DEATH(null->touch(), "null Orb::Ptr dereferenced: .*operator->.*Base.*, called from .*\\+0x");
   EXPECT_DEATH((*null).touch(), "null Orb::Ptr dereferenced: .*operator\\*");
-  EXPECT_DEATH(
-      {
-        Base object;
-        object.newRef();
-      },
-      "assertion failed: references\\(\\) == 1");
+  EXPECT_DEATH(Base().newRef(), "assertion failed: references\\(\\) == 1");
 }
 
 }  // namespace
