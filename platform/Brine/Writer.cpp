@@ -1,6 +1,7 @@
 #include "Brine/Writer.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 
 #include "Brine/Errors.h"
@@ -83,6 +84,7 @@ void Writer::recover(bool repair) {
                                                  " is damaged, " + std::to_string(found.damaged.size()) +
                                                  " in all");
   }
+  sign();
   // The last change may have been of a row that is damaged now, so the head counts too where it can be
   // believed, and a stretch of numbers is left out: what readers saw under a number is never mistaken for
   // something new.
@@ -112,16 +114,21 @@ void Writer::recover(bool repair) {
   storeRelaxed(&header->rows, rows_);
   storeRelease(&header->head, sequence);
   storeRelease(&header->quiet, sequence);
-  ProcessIdentity const self = ProcessIdentity::self();
-  storeRelaxed(&header->writerStart, self.start);
-  storeRelaxed(&header->writerSpace, self.space);
-  struct stat status {};
-  sys.status(claim_.table(), &status);
-  storeRelaxed(&header->writerFile, uint64_t{status.st_ino});
-  storeRelease(&header->writerProcess, self.number);
   // Last: a reader that compares everything because of this sees all of the above.
   storeRelease(&header->incarnation, loadRelaxed(&header->incarnation) + 1);
   ring();
+}
+
+/// Before the first change of a recovery: a table whose recovery is cut short has a writer that died, not none.
+void Writer::sign() {
+  Header* const header = segment_.header();
+  struct stat status {};
+  if (sys.status(claim_.table(), &status) != 0) throw MountFailure::ofErrno(errno, "looking at the table");
+  ProcessIdentity const self = ProcessIdentity::self();
+  storeRelaxed(&header->writerStart, self.start);
+  storeRelaxed(&header->writerSpace, self.space);
+  storeRelaxed(&header->writerFile, uint64_t{status.st_ino});
+  storeRelease(&header->writerProcess, self.number);
 }
 
 uint32_t Writer::takeId() {

@@ -76,6 +76,7 @@ class Writer {
 
   Scan scan(Index index, uint32_t end);
   void repairColumn(uint32_t end);
+  void sign();
   void grow();
   void publish();
   void endQuiet();

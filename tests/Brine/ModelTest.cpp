@@ -11,7 +11,6 @@ namespace {
 using Brine::Mode;
 using Brine::MountStatus;
 using Table = Brine::Table<TestRow>;
-using Model = std::map<TestKey, TestRow>;
 
 /// A reader that keeps a copy of what it is shown, and fails where it is shown a removal that it cannot place
 /// or nothing new.

@@ -5,6 +5,7 @@
 #include <compare>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -58,6 +59,8 @@ struct Brine::Codec<TestRow> {
   }
   static uint32_t column(uint64_t const* words) { return static_cast<uint32_t>(words[1]); }
 };
+
+using Model = std::map<TestKey, TestRow>;
 
 /// A directory for tables, removed with its owner.
 class TestFolder {

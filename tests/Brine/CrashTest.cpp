@@ -1,0 +1,245 @@
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/ptrace.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+#include <functional>
+
+#include "Brine/TestRows.h"
+#include "support/Child.h"
+#include "support/Sanitizer.h"
+
+namespace {
+
+using Brine::Mode;
+using Brine::MountStatus;
+using Table = Brine::Table<TestRow>;
+
+/// A file of a traced process, mapped where it lies, so that a look for changes costs little more than a comparison.
+class Followed {
+ public:
+  explicit Followed(std::string path) : path_(std::move(path)) {}
+  ~Followed() { unmap(); }
+  Followed(Followed const&) = delete;
+  Followed& operator=(Followed const&) = delete;
+
+  /// Whether the file came, went or changed since the last call.
+  bool hasChanged() {
+    struct stat status {};
+    if (::stat(path_.c_str(), &status) != 0) status = {};
+    bool changed = status.st_ino != inode_ || static_cast<size_t>(status.st_size) != bytes_.size();
+    if (changed) {
+      unmap();
+      inode_ = status.st_ino;
+      bytes_.resize(static_cast<size_t>(status.st_size));
+      if (!bytes_.empty()) {
+        int const fd = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+        memory_ = ::mmap(nullptr, bytes_.size(), PROT_READ, MAP_SHARED, fd, 0);
+        ::close(fd);
+        if (memory_ == MAP_FAILED) std::abort();
+      }
+    }
+    changed |= memory_ != nullptr && std::memcmp(memory_, bytes_.data(), bytes_.size()) != 0;
+    if (changed && memory_ != nullptr) std::memcpy(bytes_.data(), memory_, bytes_.size());
+    return changed;
+  }
+  /// The file as the last call found it, under another name; removed if there was none.
+  void copyTo(std::string const& path) const {
+    ::unlink(path.c_str());
+    if (inode_ == 0) return;
+    std::ofstream(path, std::ios::binary).write(bytes_.data(), static_cast<std::streamsize>(bytes_.size()));
+    ::chmod(path.c_str(), 0640);
+  }
+
+ private:
+  void unmap() {
+    if (memory_ != nullptr) ::munmap(memory_, bytes_.size());
+    memory_ = nullptr;
+  }
+
+  std::string path_;
+  ino_t inode_ = 0;
+  void* memory_ = nullptr;
+  std::string bytes_;
+};
+
+/// An operation of a writer, and the rows that it leaves.
+struct Step {
+  std::function<void(Table&)> run;
+  Model after;
+  bool isTraced = true;
+};
+
+Model rowsOf(Table const& table) {
+  Model rows;
+  for (auto cursor = table.walk();;) {
+    try {
+      TestRow const* const row = cursor.next();
+      if (row == nullptr) return rows;
+      EXPECT_TRUE(rows.emplace(row->key, *row).second);
+    } catch (Brine::CorruptionError const&) {
+      // A damaged row is as good as gone; the next call passes it.
+    }
+  }
+}
+
+/// A child that is run one machine instruction at a time.
+class CrashTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (TestSupport::isSanitized) GTEST_SKIP() << "a sanitizer's instructions are too many to be traced";
+    // On one processor, parent and child take turns without waking one.
+    ::sched_getaffinity(0, sizeof cpus_, &cpus_);
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    CPU_SET(static_cast<size_t>(::sched_getcpu()), &one);
+    ::sched_setaffinity(0, sizeof one, &one);
+  }
+  void TearDown() override {
+    if (!TestSupport::isSanitized) ::sched_setaffinity(0, sizeof cpus_, &cpus_);
+  }
+
+  /// Lets a child run the steps on a table with these rows. Whenever the folder's files have changed, verifies a copy
+  /// of them, which is what a child killed there would leave. Kills it after `maxStates` such states.
+  void trace(TestFolder const& folder, Model before, std::vector<Step> const& steps,
+             size_t maxStates = SIZE_MAX) {
+    TestSupport::Child child([&](TestSupport::Child&) {
+      if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) ::_exit(77);
+      Table table;
+      for (Step const& step : steps) {
+        ::raise(SIGSTOP);
+        step.run(table);
+      }
+      ::_exit(0);
+    });
+    Followed table(folder.path() + "/table.table");
+    Followed made(folder.path() + "/table.new");
+    Step const* step = nullptr;
+    for (size_t states = 0; states < maxStates;) {
+      int status = 0;
+      ASSERT_EQ(::waitpid(child.pid(), &status, 0), child.pid());
+      if (WIFEXITED(status)) {
+        if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "this process may not trace another one";
+        ASSERT_EQ(WEXITSTATUS(status), 0);
+        return;
+      }
+      ASSERT_TRUE(WIFSTOPPED(status));
+      bool const changed = static_cast<int>(table.hasChanged()) + static_cast<int>(made.hasChanged()) != 0;
+      if (WSTOPSIG(status) == SIGSTOP) {
+        if (step != nullptr) before = step->after;
+        step = step == nullptr ? steps.data() : step + 1;
+      } else {
+        ASSERT_EQ(WSTOPSIG(status), SIGTRAP);
+        if (changed) {
+          SCOPED_TRACE("step " + std::to_string(step - steps.data()) + ", state " + std::to_string(++states));
+          table.copyTo(copy_.path() + "/table.table");
+          made.copyTo(copy_.path() + "/table.new");
+          verify(before, step->after);
+          if (HasFailure()) return;
+          ++states_;
+        }
+      }
+      ASSERT_EQ(::ptrace(step->isTraced ? PTRACE_SINGLESTEP : PTRACE_CONT, child.pid(), nullptr, nullptr), 0);
+    }
+  }
+
+  /// The copy holds the rows of before or of after the step, for a reader and for the next writer. Sets `before` to
+  /// `after` once these have been seen: no later state may show the former again.
+  void verify(Model& before, Model const& after) {
+    Table reader;
+    Model seen;
+    if (reader.mount(copy_.options(Mode::reader)) != MountStatus::noTable) {
+      ASSERT_EQ(reader.mountStatus(), MountStatus::writerGone) << reader.mountDetail();
+      seen = rowsOf(reader);
+      if (!repair_) expectSound(reader);
+    }
+    EXPECT_TRUE(seen == after || seen == before);
+    if (seen == after) before = after;
+    Table writer;
+    ASSERT_EQ(writer.mount(options(copy_)), MountStatus::mounted) << writer.mountDetail();
+    EXPECT_EQ(rowsOf(writer), seen);
+    writer.write({{99, 9}, 9, 9});
+    writer.endTurn();
+    expectSound(writer);
+  }
+  static void expectSound(Table const& table) {
+    for (auto const& violation : table.check())
+      ADD_FAILURE() << violation.invariant << ": " << violation.detail;
+  }
+
+  Brine::MountOptions options(TestFolder const& folder) const {
+    Brine::MountOptions options = folder.options(Mode::writer);
+    options.repair = repair_;
+    return options;
+  }
+  Step mount(TestFolder const& folder) {
+    return {[options = options(folder)](Table& table) {
+              if (table.mount(options) != MountStatus::mounted) std::abort();
+            },
+            model_};
+  }
+  Step write(uint64_t number, uint64_t value, bool traced = true) {
+    TestRow const row{{number, 1}, value, ~value};
+    model_[row.key] = row;
+    return {[row](Table& table) { table.write(row); }, model_, traced};
+  }
+  Step remove(uint64_t number) {
+    TestKey const key{number, 1};
+    model_.erase(key);
+    return {[key](Table& table) { table.remove(key); }, model_};
+  }
+
+  TestFolder const copy_;
+  Model model_;
+  bool repair_ = false;
+  size_t states_ = 0;
+  cpu_set_t cpus_;
+};
+
+TEST_F(CrashTest, AtEveryInstructionEachChangeIsMadeWhollyOrNotAtAll) {
+  TestFolder const folder;
+  std::vector<Step> steps = {mount(folder), write(1, 1), write(1, 2), write(2, 3)};
+  steps.push_back({[](Table& table) { table.endTurn(); }, model_});
+  steps.push_back(remove(1));
+  steps.push_back(write(3, 4));
+  for (uint64_t number = 4; number <= 17; ++number) steps.push_back(write(number, number, false));
+  steps.push_back(write(18, 18));  // The 17th row: the table grows.
+  steps.push_back({[](Table& table) { table.recover(); }, model_});
+  steps.push_back({[](Table& table) { table.unmount(); }, model_});
+  steps.push_back(mount(folder));
+  trace(folder, {}, steps);
+  EXPECT_GT(states_, 200U);
+}
+
+TEST_F(CrashTest, ARecoveryThatIsKilledAtAnyInstructionIsMadeUpForByTheNextOne) {
+  TestFolder const folder;
+  Step start = mount(folder);
+  start.isTraced = false;
+  std::vector<Step> steps = {start};
+  for (uint64_t number = 0; number < 16; ++number) steps.push_back(write(number, number, false));
+  Model const full = model_;
+  steps.push_back(write(16, 16));
+  // Killed while it fills the index for twice as many rows.
+  trace(folder, {}, steps, 40);
+  ASSERT_EQ(states_, 40U);
+
+  // The row of slot 5 is damaged too, in both its copies.
+  Brine::Layout const layout(16, 16, 2, 4);
+  std::fstream file(folder.path() + "/table.table", std::ios::in | std::ios::out | std::ios::binary);
+  file.seekp(static_cast<std::streamoff>(layout.extentOffset(0) + 5 * layout.rowStride() * 8 + 4 * 8));
+  file.write("damage of 32 bytes, 4 value words", 32);
+  file.close();
+  model_ = full;
+  model_.erase({5, 1});
+  repair_ = true;
+  trace(folder, model_, {mount(folder)});
+  EXPECT_GT(states_, 70U);
+}
+
+}  // namespace
