@@ -6,9 +6,9 @@
 namespace VxlanController {
 
 using QorEvpn::FloodEntry;
-using QorEvpn::forEachRow;
 using QorEvpn::Host;
 using QorEvpn::MacVniPair;
+using QorEvpn::nextRow;
 using QorEvpn::VniVtepPair;
 
 namespace {
@@ -31,7 +31,8 @@ void QorEvpnRxSm::initSm() {
 
 void QorEvpnRxSm::handleHost() {
   HostTablePtr const table = hostTable();
-  forEachRow(*table, table->hostWalk(), [this](Host const& row) { handleHost(MacVniPair(row.key())); });
+  for (auto walk = table->hostWalk(); Host const* row = nextRow(*table, walk);)
+    handleHost(MacVniPair(row->key()));
 }
 
 void QorEvpnRxSm::handleHost(MacVniPair const& key) {
@@ -53,8 +54,8 @@ void QorEvpnRxSm::deleteHostEntry(MacVniPair const& key) {
 
 void QorEvpnRxSm::handleFloodEntry() {
   FloodTablePtr const table = floodTable();
-  forEachRow(*table, table->floodEntryWalk(),
-             [this](FloodEntry const& row) { handleFloodEntry(VniVtepPair(row.key())); });
+  for (auto walk = table->floodEntryWalk(); FloodEntry const* row = nextRow(*table, walk);)
+    handleFloodEntry(VniVtepPair(row->key()));
 }
 
 void QorEvpnRxSm::handleFloodEntry(VniVtepPair const& key) {
@@ -87,10 +88,11 @@ void QorEvpnRxSm::maybeDeleteVniStatus(Vxlan::Vni vni) {
 
 void QorEvpnRxSm::cleanup() {
   HostTablePtr const hosts = hostTable();
-  forEachRow(*hosts, hosts->hostWalk(), [this](Host const& row) { deleteHostEntry(MacVniPair(row.key())); });
+  for (auto walk = hosts->hostWalk(); Host const* row = nextRow(*hosts, walk);)
+    deleteHostEntry(MacVniPair(row->key()));
   FloodTablePtr const floods = floodTable();
-  forEachRow(*floods, floods->floodEntryWalk(),
-             [this](FloodEntry const& row) { deleteFloodEntry(VniVtepPair(row.key())); });
+  for (auto walk = floods->floodEntryWalk(); FloodEntry const* row = nextRow(*floods, walk);)
+    deleteFloodEntry(VniVtepPair(row->key()));
 }
 
 Orb::TypeDescriptor const& QorEvpnRxSm::type() {

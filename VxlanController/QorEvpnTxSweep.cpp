@@ -14,25 +14,25 @@ void cleanupStaleVniEntries(Orb::Ptr<QorEvpnTxSm> sm, std::set<Vxlan::Vni> const
 
   // For a single VNI the walk itself passes over the rows of all others.
   HostTable& hosts = *sm->hostTableOut();
-  forEachRow(hosts, staleVnis.size() == 1 ? hosts.hostWalk(*staleVnis.begin()) : hosts.hostWalk(),
-             [&](Host const& row) {
-               MacVniPair const key = row.key();
-               if (!staleVnis.contains(key.vni())) return;
-               TRACE(txTrace, 8, "QorEvpnTxSm()::cleanupStaleVniEntries(", key.vni(),
-                     ") Deleting stale host entry (macAddr: ", key.macAddr(), ", ip: ", row.vtepAddr(), ")");
-               hosts.hostDel(key);
-             });
+  for (auto walk = staleVnis.size() == 1 ? hosts.hostWalk(*staleVnis.begin()) : hosts.hostWalk();
+       Host const* row = nextRow(hosts, walk);) {
+    MacVniPair const key = row->key();
+    if (!staleVnis.contains(key.vni())) continue;
+    TRACE(txTrace, 8, "QorEvpnTxSm()::cleanupStaleVniEntries(", key.vni(),
+          ") Deleting stale host entry (macAddr: ", key.macAddr(), ", ip: ", row->vtepAddr(), ")");
+    hosts.hostDel(key);
+  }
 
   FloodTable& floods = *sm->floodTableOut();
-  forEachRow(floods,
-             staleVnis.size() == 1 ? floods.floodEntryWalk(*staleVnis.begin()) : floods.floodEntryWalk(),
-             [&](FloodEntry const& row) {
-               VniVtepPair const key = row.key();
-               if (!staleVnis.contains(key.vni())) return;
-               TRACE(txTrace, 8, "QorEvpnTxSm()::cleanupStaleVniEntries(", key.vni(),
-                     ") Deleting stale flood list entry (ip: ", key.vtepAddr(), ")");
-               floods.floodEntryDel(key);
-             });
+  for (auto walk = staleVnis.size() == 1 ? floods.floodEntryWalk(*staleVnis.begin())
+                                         : floods.floodEntryWalk();
+       FloodEntry const* row = nextRow(floods, walk);) {
+    VniVtepPair const key = row->key();
+    if (!staleVnis.contains(key.vni())) continue;
+    TRACE(txTrace, 8, "QorEvpnTxSm()::cleanupStaleVniEntries(", key.vni(),
+          ") Deleting stale flood list entry (ip: ", key.vtepAddr(), ")");
+    floods.floodEntryDel(key);
+  }
   TRACE(txTrace, 4, "cleanupStaleVniEntries() return");
 }
 

@@ -5,15 +5,18 @@
 
 namespace QorEvpn {
 
-/// Calls `action` with every row that `walk` over `table` yields. The action may change the table. Where the
-/// engine reports corruption, the table's corruption handler gets its message and the walk ends; every other
-/// exception leaves.
-template <class Table, class Walk, class Action>
-void forEachRow(Table const& table, Walk walk, Action const& action) {
+/// The next row of a walk over `table`, or null at its end. Damage that the engine meets goes to the table's
+/// corruption handler and ends the walk; every other exception leaves. What the caller does with a row, and
+/// what other tables raise meanwhile, is none of this.
+///
+///   for (auto walk = hosts.hostWalk(vni); Host const* row = nextRow(hosts, walk);) ...
+template <class Table, class Walk>
+auto nextRow(Table const& table, Walk& walk) -> decltype(walk.next()) {
   try {
-    while (auto const* row = walk.next()) action(*row);
+    return walk.next();
   } catch (Brine::CorruptionError const& error) {
     table.handleCorruption(error.what());
+    return nullptr;
   }
 }
 

@@ -174,14 +174,14 @@ void VniFdbStatusSm::cleanupStaleHostEntries() {
   if (!initialized()) return;
   TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::cleanupStaleHostEntries()");
   HostTable& hosts = *qorEvpnTxSm_->hostTableOut();
-  forEachRow(hosts, hosts.hostWalk(vni_), [&](Host const& row) {
-    MacVniPair const key = row.key();
-    if (vniFdbStatus()->macVtepTable(key.macAddr()) != VxlanController::MacVtepV2()) return;
+  for (auto walk = hosts.hostWalk(vni_); Host const* row = nextRow(hosts, walk);) {
+    MacVniPair const key = row->key();
+    if (vniFdbStatus()->macVtepTable(key.macAddr()) != VxlanController::MacVtepV2()) continue;
     TRACE(txTrace, 8, "VniFdbStatusSm(", vni_,
           ")::cleanupStaleHostEntries() Deleting stale host entry (macAddr: ", key.macAddr(),
-          ", ip: ", row.vtepAddr(), ")");
+          ", ip: ", row->vtepAddr(), ")");
     hosts.hostDel(key);
-  });
+  }
   TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::cleanupStaleHostEntries() return");
 }
 
@@ -190,13 +190,13 @@ void VniFdbStatusSm::cleanupStaleFloodListEntries() {
   TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::cleanupStaleFloodListEntries()");
   FloodListPtr const floodList = vniFdbStatus()->macVtepFloodListTable(allBum);
   FloodTable& floods = *qorEvpnTxSm_->floodTableOut();
-  forEachRow(floods, floods.floodEntryWalk(vni_), [&](FloodEntry const& row) {
-    VniVtepPair const key = row.key();
-    if (floodList && floodList->vtepIpFloodList().contains(key.vtepAddr())) return;
+  for (auto walk = floods.floodEntryWalk(vni_); FloodEntry const* row = nextRow(floods, walk);) {
+    VniVtepPair const key = row->key();
+    if (floodList && floodList->vtepIpFloodList().contains(key.vtepAddr())) continue;
     TRACE(txTrace, 8, "VniFdbStatusSm(", vni_,
           ")::cleanupStaleFloodListEntries() Deleting stale flood list entry (ip: ", key.vtepAddr(), ")");
     floods.floodEntryDel(key);
-  });
+  }
   TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::cleanupStaleFloodListEntries() return");
 }
 
