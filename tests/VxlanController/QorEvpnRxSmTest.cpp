@@ -1,0 +1,171 @@
+#include "VxlanController/Site.h"
+
+namespace MachineTests {
+namespace {
+
+class RxSm : public testing::Test {
+ protected:
+  RxSm() {
+    folder.mount(hosts, Brine::Mode::writer);
+    folder.mount(floods, Brine::Mode::writer);
+    folder.mount(hostTable, Brine::Mode::keyshadow);
+    folder.mount(floodTable, Brine::Mode::keyshadow);
+    auto const note = [this](std::string const& message) { reports.push_back(message); };
+    hostTable->corruptionHandler = note;
+    floodTable->corruptionHandler = note;
+  }
+  Ptr<QorEvpnRxSm> const& make() {
+    return sm = VxlanController::qorEvpnRxSmFactory(hostTable, floodTable, dir);
+  }
+  /// What the status holds after everything written so far was delivered: "10[1>11/1/16 bum 12] ".
+  std::string delivered() {
+    hosts->endTurn(), floods->endTurn();
+    hostTable->deliver(), floodTable->deliver();
+    return content();
+  }
+  std::string content() const { return text(*dir); }
+
+  Folder folder;
+  TestSupport::TraceCapture traces{"VxlanControllerEvpnTxSm"};
+  Ptr<HostTable> hosts = QorEvpn::hostTableFactory("host"), hostTable = QorEvpn::hostTableFactory("host");
+  Ptr<FloodTable> floods = QorEvpn::floodTableFactory("flood");
+  Ptr<FloodTable> floodTable = QorEvpn::floodTableFactory("flood");
+  Ptr<VniStatusDirV2> dir = makePtr<VniStatusDirV2>("evpn");
+  std::vector<std::string> reports;
+  Ptr<QorEvpnRxSm> sm;
+};
+
+TEST_F(RxSm, MirrorsRowsForAsLongAsTheyAreThere) {
+  hosts->hostIs(hostOf(Vni(10), entry(1, 11, 5, 20)));
+  floods->floodEntryIs(flood(20, 12));
+  delivered();
+  make();
+  EXPECT_EQ(content(), "10[1>11/5/20 ] 20[bum 12 ] ");
+  auto const status = dir->vniStatusV2(Vni(10));
+  for (MacVtepV2 const& changed : {entry(1, 12, 5, 20), entry(1, 12, 6, 20), entry(1, 12, 6, 21)})
+    hosts->hostIs(hostOf(Vni(10), changed)), delivered();
+  floods->floodEntryIs(flood(10, 13)), floods->floodEntryIs(flood(10, 14));
+  EXPECT_EQ(delivered(), "10[1>12/6/21 bum 13 14 ] 20[bum 12 ] ");
+  floods->floodEntryDel(flood(20, 12).key()), floods->floodEntryDel(flood(10, 13).key());
+  EXPECT_EQ(delivered(), "10[1>12/6/21 bum 14 ] ");
+  auto const list = status->macVtepFloodListTable(bum);
+  floods->floodEntryDel(flood(10, 14).key());
+  EXPECT_EQ(delivered(), "10[1>12/6/21 ] ");
+  EXPECT_EQ(status->macVtepFloodListTable(bum), nullptr);
+  floods->floodEntryIs(flood(10, 14)), delivered();
+  hosts->hostDel(host(10, 1, 11).key());
+  EXPECT_EQ(delivered(), "10[bum 14 ] ");
+  EXPECT_EQ(dir->vniStatusV2(Vni(10)), status);
+  floods->floodEntryDel(flood(10, 14).key());
+  EXPECT_EQ(delivered(), "");
+  EXPECT_EQ(traces.take(), std::vector<std::string>());
+}
+
+TEST_F(RxSm, DefaultRowsAreDeletions) {
+  make();
+  sm->vniStatusDir()->vniStatusV2Is(Vni(0))->macVtepTableIs(MacVtepV2(EthAddr(), ip(1)));
+  hosts->hostIs(Host());
+  EXPECT_EQ(delivered(), "");
+  Host almost;
+  almost.preferenceIs(17);
+  hosts->hostIs(almost);
+  floods->floodEntryIs(FloodEntry(VniVtepPair(Vni(0), ip(1))));
+  EXPECT_EQ(delivered(), "0[0>0/0/17 bum 1 ] ");
+  floods->floodEntryIs(FloodEntry());
+  EXPECT_EQ(delivered(), "0[0>0/0/17 bum 1 ] ");
+  hosts->hostIs(Host());
+  EXPECT_EQ(delivered(), "0[bum 1 ] ");
+  floods->floodEntryDel(VniVtepPair(Vni(0), ip(1)));
+  EXPECT_EQ(delivered(), "");
+  // The assertions hold for them, too.
+  EXPECT_DEATH(sm->handleHost(MacVniPair()), "assertion failed: vniStatus");
+}
+
+TEST_F(RxSm, CleanupWithdrawsWhatTheRowsPutThereAndKeepsNoMemory) {
+  for (uint32_t vni : {10u, 20u, 30u}) hosts->hostIs(host(vni, 1, 11)), hosts->hostIs(host(vni, 2, 11));
+  floods->floodEntryIs(flood(10, 12)), floods->floodEntryIs(flood(40, 12));
+  delivered();
+  make();
+  dir->vniStatusV2(Vni(20))->macVtepTableIs(entry(9, 9));
+  Orb::attributeInvoke(*sm, "cleanup");
+  EXPECT_EQ(content(), "20[9>9/1/16 ] ");
+  EXPECT_EQ(hosts->statistics().rows, 6u);
+  Orb::attributeInvoke(*sm, "initSm");
+  EXPECT_EQ(content(),
+            "10[1>11/1/16 2>11/1/16 bum 12 ] 20[1>11/1/16 2>11/1/16 9>9/1/16 ] 30[1>11/1/16 "
+            "2>11/1/16 ] 40[bum 12 ] ");
+  sm->hasNotificationActiveIs(false);
+  hosts->hostIs(host(50, 1, 1));
+  EXPECT_EQ(delivered().find("50"), std::string::npos);
+  std::string const before = content();
+  sm = nullptr;  // writes nothing
+  EXPECT_EQ(content(), before);
+}
+
+TEST_F(RxSm, DamageEndsItsWalkAndCountsAsAbsence) {
+  for (uint32_t m : {1u, 2u, 3u}) hosts->hostIs(host(10, m, m)), floods->floodEntryIs(flood(10, m));
+  delivered();
+  make();
+  std::string const all = "10[1>1/1/16 2>2/1/16 3>3/1/16 bum 1 2 3 ] ";
+  EXPECT_EQ(content(), all);
+  folder.damage(host(10, 2, 2)), folder.damage(flood(10, 2));
+  auto const two = [] { return std::vector<std::string>{"row 1 is damaged", "row 1 is damaged"}; };
+  sm->initSm();
+  EXPECT_EQ(std::exchange(reports, {}), two());
+  EXPECT_EQ(content(), all);
+  sm->cleanup();
+  EXPECT_EQ(std::exchange(reports, {}), two());
+  EXPECT_EQ(content(), "10[2>2/1/16 3>3/1/16 bum 2 3 ] ");
+  sm->handleHost(host(10, 2, 2).key());
+  EXPECT_EQ(content(), "10[3>3/1/16 bum 2 3 ] ");
+  EXPECT_EQ(reports.size(), 1u);
+  // Errors of whoever hears of the status leave the walk, damage of other tables too.
+  auto const watcher = makePtr<TestSupport::Watcher>(
+      *dir->vniStatusV2(Vni(10)), [](auto, auto) { throw Brine::CorruptionError("another table"); });
+  EXPECT_THROW(sm->initSm(), Brine::CorruptionError);
+  EXPECT_EQ(reports.size(), 1u);
+}
+
+TEST_F(RxSm, Assertions) {
+  make();
+  std::string const failed = "assertion failed: ";
+  MacVniPair const key = host(10, 1, 1).key();
+  VniVtepPair const floodKey = flood(10, 1).key();
+  EXPECT_DEATH(sm->deleteHostEntry(key), failed + "vniStatus, function .*deleteHostEntry");
+  EXPECT_DEATH(sm->handleHost(key), failed + "vniStatus, function .*deleteHostEntry");
+  EXPECT_DEATH(sm->handleFloodEntry(floodKey), failed + "vniStatus, function .*deleteFloodEntry");
+  EXPECT_DEATH(sm->maybeDeleteVniStatus(Vni(10)), failed + "vniStatus, function .*maybeDeleteVniStatus");
+  auto const status = dir->vniStatusV2Is(Vni(10));
+  EXPECT_DEATH(sm->deleteFloodEntry(floodKey), failed + "floodList, function .*deleteFloodEntry");
+  // Before it tests for emptiness, and whatever the first finds.
+  status->macVtepTableIs(entry(2, 2));
+  status->ipToMacTableIs(ip(1), mac(1));
+  EXPECT_DEATH(sm->deleteHostEntry(key), failed + "!vniStatus->ipToMacTables\\(\\)");
+  status->macVtepMultiPathTableIs({mac(1), {}});
+  EXPECT_DEATH(sm->deleteHostEntry(key), failed + "!vniStatus->macVtepMultiPathTables\\(\\)");
+  EXPECT_DEATH(VxlanController::qorEvpnRxSmFactory(nullptr, floodTable, dir), "null Orb::Ptr dereferenced");
+  EXPECT_DEATH(VxlanController::qorEvpnRxSmFactory(hostTable, nullptr, dir), "null Orb::Ptr dereferenced");
+}
+
+TEST_F(RxSm, GenericInterface) {
+  make();
+  EXPECT_EQ(sm->fwkType().name(), "VxlanController::QorEvpnRxSm");
+  std::string names;
+  for (auto const& attribute : sm->fwkType().attributes()) {
+    EXPECT_EQ(attribute.id, Orb::firstOwnAttribute + std::count(names.begin(), names.end(), ' '));
+    (names += attribute.name) += " ";
+  }
+  EXPECT_EQ(names,
+            "hostTable floodTable vniStatusDir maybeDeleteVniStatus deleteHostEntry handleHost "
+            "deleteFloodEntry handleFloodEntry cleanup initSm ");
+  using Object = Ptr<Orb::PtrInterface const>;
+  EXPECT_EQ(Orb::attribute(*sm, "vniStatusDir").as<Object>(), dir);
+  EXPECT_EQ(Orb::attribute(*sm, Orb::firstOwnAttribute + 1).as<Object>(), floodTable);
+  EXPECT_THROW(Orb::attributeInvoke(*sm, "deleteHostEntry"), Orb::AttributeAccessError);
+  EXPECT_EQ(sm->hostTableDel(), hostTable);
+  EXPECT_EQ(sm->floodTableDel(), floodTable);
+  EXPECT_EQ(sm->orbFwkActivity(), nullptr);
+}
+
+}  // namespace
+}  // namespace MachineTests
