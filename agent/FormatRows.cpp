@@ -32,10 +32,7 @@ constexpr auto seqOf = [](Host const& row) { return row.seqNo(); };
 constexpr auto preferenceOf = [](Host const& row) { return row.preference(); };
 constexpr auto floodVtepOf = [](FloodEntry const& row) { return row.key().vtepAddr(); };
 constexpr auto brIdOf = [](BridgeId brId) { return brId; };
-constexpr auto typeOf = [](BridgeId brId) {
-  return brId.brType() == Bridging::brTypeVni() ? std::string("VNI") : std::to_string(brId.value() >> 24);
-};
-constexpr auto numberOf = [](BridgeId brId) { return brId.value() & 0xFFFFFFU; };
+constexpr auto brVniOf = [](BridgeId brId) { return brId.value() & 0xFFFFFFU; };
 
 constexpr std::array hostColumns = {
     column<Host, vniOf, asNumber>("VNI", "vni", true, true),
@@ -50,8 +47,7 @@ constexpr std::array floodColumns = {
 };
 constexpr std::array bridgeIdColumns = {
     column<BridgeId, brIdOf, asNumber>("BRIDGE ID", "bridgeId", true, true),
-    column<BridgeId, typeOf, asItself>("TYPE", "type", false, false),
-    column<BridgeId, numberOf, asItself>("NUMBER", "number", true, false),
+    column<BridgeId, brVniOf, asItself>("VNI", "vni", true, false),
 };
 
 template <class Value>

@@ -22,7 +22,7 @@ struct RowFilter {
 
   bool matches(QorEvpn::Host const& host) const;
   bool matches(QorEvpn::FloodEntry const& entry) const;
-  /// By the VNI alone. An identifier of another type than a VNI's matches where no VNI is given.
+  /// By the VNI alone.
   bool matches(Bridging::BridgeId brId) const;
 };
 

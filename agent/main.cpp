@@ -18,6 +18,9 @@ int main(int argc, char** argv) {
   Agent::Run run;
   Agent::addAgentCommand(app, run);
   Agent::addEvpnCommand(app, run);
+  Agent::addShowCommand(app, run);
+  Agent::addWatchCommand(app, run);
+  Agent::addCheckCommand(app, run);
   Agent::addTraceCommand(app, run);
   try {
     app.parse(argc, argv);

@@ -121,6 +121,13 @@ void Program::signal(int number) const {
   if (!status_) ::kill(pid_, number);
 }
 
+void Program::stop() const {
+  siginfo_t info{};
+  signal(SIGSTOP);
+  if (waitid(P_PID, static_cast<id_t>(pid_), &info, WSTOPPED | WEXITED | WNOWAIT) != 0)
+    giveUp("it cannot be stopped");
+}
+
 int Program::wait() {
   for (int waited = 0; !status_; ++waited) {
     int status = 0;

@@ -30,6 +30,8 @@ class Program {
   /// Closes the reading end of its standard output.
   void closeOutput();
   void signal(int number) const;
+  /// Stops it and waits until it stands still; SIGCONT lets it go on.
+  void stop() const;
   /// Waits for its end: the exit status, or 128 and the signal.
   int wait();
   /// All of its standard error so far.

@@ -1,0 +1,59 @@
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "tests/agent/SiteWriter.h"
+
+namespace {
+
+using testing::HasSubstr;
+using TestSupport::Outcome;
+using TestSupport::run;
+
+struct CheckTest : testing::Test, SiteWriter {
+  Outcome check(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), {"check", "--dir", dir()});
+    return run(arguments);
+  }
+};
+
+TEST_F(CheckTest, NamesTheInvariantThatFails) {
+  EXPECT_EQ(check({"--all"}).status, 1) << "nothing there";
+  mountHosts();
+  mount(learnedHosts, site().learned(), Agent::Site::hostTable);
+  for (std::uint64_t mac = 1; mac <= 20; ++mac) hosts.write(host(5000, mac, 11));
+  hosts.endTurn();
+  Outcome outcome = check({"--all"});
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_EQ(outcome.out,
+            "exported/host: sound, 20 rows\nexported/flood: no table\nexported/brId: no table\n"
+            "learned/host: sound, 0 rows\nlearned/flood: no table\n");
+  EXPECT_EQ(check({"floods"}).status, 1) << "named, but missing";
+
+  // One bit of the VTEP address of one row, found by its bytes.
+  std::string const path = site().exported() + "/host.table";
+  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+  std::string bytes(std::filesystem::file_size(path), '\0');
+  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  std::size_t const place = bytes.find(std::string("\x0B\x00\x63\x0A", 4));
+  ASSERT_NE(place, std::string::npos);
+  file.seekp(static_cast<std::streamoff>(place)).put('\x0A').flush();
+  outcome = check({"hosts", "--json"});
+  EXPECT_EQ(outcome.status, 1);
+  auto const finding = nlohmann::json::parse(outcome.out).at(0);
+  EXPECT_EQ(finding.at("table"), "exported/host");
+  EXPECT_EQ(finding.at("violations").at(0).at("invariant"), "row check");
+  // What is sound is still shown, and the exit status says that something is missing.
+  outcome = run({"show", "hosts", "--dir", dir(), "--text"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 19);
+
+  file.seekp(0).put('\0').flush();
+  outcome = check({"--all"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.out, HasSubstr("exported/host: NOT SOUND\n  mount: "));
+}
+
+}  // namespace

@@ -1,0 +1,152 @@
+#include <gmock/gmock.h>
+
+#include <fstream>
+
+#include "agent/FormatRows.h"
+#include "tests/agent/SiteWriter.h"
+
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using TestSupport::Outcome;
+using TestSupport::run;
+
+constexpr uid_t nobody = 65534;
+
+struct ShowTest : testing::Test, SiteWriter {
+  ShowTest() {
+    mountHosts();
+    mount(floods, site().exported(), Agent::Site::floodTable);
+    mount(brIds, site().exported(), Agent::Site::brIdTable);
+    // In none of the orders that rows are shown in.
+    for (auto const& row :
+         {host(70000, 2, 11, 4294967295), host(5000, 0xAABBCCDDEE01, 12, 7), host(5000, 1, 11)}) {
+      hosts.write(row);
+    }
+    for (auto const& row : {flood(70000, 11), flood(5000, 12), flood(5000, 11)}) floods.write(row);
+    for (std::uint32_t const vni : {70000U, 5000U}) brIds.write(Bridging::BridgeId::ofVni(Vxlan::Vni(vni)));
+    hosts.endTurn();
+    floods.endTurn();
+    brIds.endTurn();
+  }
+
+  Outcome show(std::vector<std::string> arguments, uid_t user = 0) const {
+    arguments.insert(arguments.begin(), {"show", "--dir", dir()});
+    return run(arguments, user);
+  }
+};
+
+TEST_F(ShowTest, RowsAreSortedAndFilteredInEachForm) {
+  struct {
+    std::vector<std::string> arguments;
+    std::string out;
+  } const cases[] = {
+      {{"hosts"},
+       "  VNI  MAC                VTEP               SEQ  PREFERENCE\n"
+       " 5000  00:00:00:00:00:01  10.99.0.11           0          16\n"
+       " 5000  aa:bb:cc:dd:ee:01  10.99.0.12           7          16\n"
+       "70000  00:00:00:00:00:02  10.99.0.11  4294967295          16\n"},
+      {{"hosts", "--text", "--vni", "5000", "--vtep", "10.99.0.12"},
+       "Value('QorEvpn::Host', ** {'key': Value('QorEvpn::MacVniPair', ** {'macAddr': aa:bb:cc:dd:ee:01, "
+       "'vni': "
+       "5000}), 'vtepAddr': 10.99.0.12, 'seqNo': 7, 'preference': 16})\n"},
+      {{"hosts", "--json", "--mac", "AABB.CCDD.EE01"},
+       "{\"hosts\":[\n{\"mac\":\"aa:bb:cc:dd:ee:01\",\"preference\":16,\"seq\":7,\"vni\":5000,"
+       "\"vtep\":\"10.99.0.12\"}]}\n"},
+      {{"floods", "--vtep", "10.99.0.11"}, "  VNI  VTEP\n 5000  10.99.0.11\n70000  10.99.0.11\n"},
+      {{"floods", "bridge-ids", "--json", "--vni", "70000"},
+       "{\"floods\":[\n{\"vni\":70000,\"vtep\":\"10.99.0.11\"}],\n\"bridgeIds\":[\n33624432]}\n"},
+      {{"hosts", "--vni", "1"}, "VNI  MAC  VTEP  SEQ  PREFERENCE\n"},
+      {{"hosts", "--vni", "1", "--json"}, "{\"hosts\":[]}\n"},
+  };
+  for (auto const& each : cases) {
+    Outcome const outcome = show(each.arguments);
+    EXPECT_EQ(outcome.out, each.out);
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.status, 0);
+  }
+}
+
+TEST_F(ShowTest, EachFailureSaysWhatIsWrong) {
+  hosts.unmount();
+  struct {
+    std::vector<std::string> arguments;
+    int status;
+    std::vector<std::string> errors;
+  } const cases[] = {
+      {{"hosts"}, 0, {"exported/host", "not running"}},
+      {{"hosts", "--learned"}, 1, {"no learned/host", "the EVPN side"}},
+      {{"counters"}, 1, {"running agent", "none runs for " + dir()}},
+      {{"evpn-status"}, 1, {"running agent"}},
+      {{"hosts", "--vni", "16777216"}, 2, {"--vni", "16777216", "not allowed"}},
+      {{"hosts", "--mac", "02:00"}, 2, {"--mac", "02:00"}},
+      {{"floods", "--mac", "02:00:00:00:00:01"}, 2, {"only hosts have MAC addresses"}},
+      {{"bridge-ids", "--learned"}, 2, {"--learned"}},
+      {{"tables", "--vni", "1"}, 2, {"filters"}},
+      {{"hosts", "--text", "--json"}, 2, {"--text"}},
+      {{"cats"}, 2, {"cats"}},
+      {{}, 2, {"what"}},
+  };
+  for (auto const& each : cases) {
+    Outcome const outcome = show(each.arguments);
+    EXPECT_EQ(outcome.status, each.status) << outcome.err;
+    for (std::string const& error : each.errors) EXPECT_THAT(outcome.err, HasSubstr(error));
+  }
+}
+
+TEST_F(ShowTest, StateOfTheTablesIsShownEvenWhereSomeCannotBeRead) {
+  hosts.unmount();
+  brIds.unmount();
+  std::ofstream(site().exported() + "/brId.table", std::ios::trunc) << "garbage";
+  auto const tables = nlohmann::json::parse(show({"tables", "--json"}).out).at("tables");
+  ASSERT_EQ(tables.size(), 5U);
+  std::vector<std::string> seen;
+  for (auto const& table : tables) {
+    seen.push_back(table.at("table").get<std::string>() + ": " + table.at("status").get<std::string>());
+  }
+  EXPECT_THAT(seen, testing::ElementsAre("exported/host: writer gone", "exported/flood: mounted",
+                                         "exported/brId: corrupt", "learned/host: no table",
+                                         "learned/flood: no table"));
+  EXPECT_EQ(tables[0].at("rows"), 3);
+  EXPECT_EQ(tables[0].at("writerAlive"), false);
+  EXPECT_EQ(tables[1].at("writerAlive"), true);
+  EXPECT_EQ(tables[1].at("quiesced"), true);
+  EXPECT_EQ(tables[1].at("changeSequence"), floods.statistics().changeSequence);
+  EXPECT_EQ(tables[1].at("generation"), floods.statistics().generation);
+}
+
+TEST_F(ShowTest, AnotherUserSeesTheTablesOnlyThroughTheirGroup) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  Outcome const refused = show({"hosts"}, nobody);
+  if (refused.status > 2) GTEST_SKIP() << "another user cannot run the program from this build tree";
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.err, AllOf(HasSubstr("exported/host"), HasSubstr("ermi")));
+
+  for (char const* name : {"", "/host.table"}) {
+    ASSERT_EQ(chown((site().exported() + name).c_str(), 0, nobody), 0);
+  }
+  Outcome const shown = show({"hosts"}, nobody);
+  EXPECT_EQ(shown.status, 0) << shown.err;
+  EXPECT_EQ(shown.out, show({"hosts"}).out);
+
+  TestSupport::Program watch({"watch", "hosts", "--dir", dir(), "--initial", "--json"}, nobody);
+  for (int i = 0; i < 3; ++i) EXPECT_THAT(watch.line().value(), HasSubstr("present"));
+  hosts.write(host(5000, 3, 12));
+  hosts.endTurn();
+  EXPECT_THAT(watch.line().value(), AllOf(HasSubstr("added"), HasSubstr("00:00:00:00:00:03")));
+}
+
+TEST(FormatTest, MacAddressesAreTakenAsPeopleWriteThem) {
+  auto const expected = Wirix::EthAddr::ofValue(0x02A000138801);
+  for (char const* text :
+       {"02:a0:00:13:88:01", "02:A0:00:13:88:01", "02-a0-00-13-88-01", "02a0.0013.8801", "02A000138801"}) {
+    EXPECT_EQ(Agent::macFromPeople(text), expected) << text;
+  }
+  for (char const* text :
+       {"", "02:a0:00:13:88", "02:a0:00:13:88:01:02", "02:a0:00:13:88:0g", "02:a0:00:13:88:01 "}) {
+    EXPECT_THROW(Agent::macFromPeople(text), Orb::ParseError) << text;
+  }
+}
+
+}  // namespace

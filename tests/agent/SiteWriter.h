@@ -1,0 +1,50 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "VxlanController/QorEvpnBrine.h"
+#include "agent/BrIdTable.h"
+#include "agent/Site.h"
+#include "support/Program.h"
+
+/// A site whose tables this process writes, for tests of the commands that read them.
+class SiteWriter {
+ public:
+  explicit SiteWriter(std::uint32_t ringEntries = 8192) : site_(folder_.path()), ringEntries_(ringEntries) {}
+
+  Agent::Site const& site() const { return site_; }
+  std::string const& dir() const { return site_.dir(); }
+
+  template <class Row>
+  void mount(Brine::Table<Row>& table, std::string const& directory, std::string_view name) const {
+    table.mount({.directory = directory,
+                 .name = std::string(name),
+                 .mode = Brine::Mode::writer,
+                 .initialRows = 16,
+                 .ringEntries = ringEntries_});
+  }
+  void mountHosts() { mount(hosts, site_.exported(), Agent::Site::hostTable); }
+
+  Brine::Table<QorEvpn::Host> hosts;
+  Brine::Table<QorEvpn::FloodEntry> floods;
+  Brine::Table<Bridging::BridgeId> brIds;
+  Brine::Table<QorEvpn::Host> learnedHosts;
+
+ private:
+  TestSupport::ScratchFolder folder_;
+  Agent::Site site_;
+  std::uint32_t ringEntries_;
+};
+
+/// The VTEP is 10.99.0.`vtep`.
+inline QorEvpn::Host host(std::uint32_t vni, std::uint64_t mac, std::uint32_t vtep, std::uint32_t seq = 0) {
+  QorEvpn::Host row(QorEvpn::MacVniPair(Wirix::EthAddr::ofValue(mac), Vxlan::Vni(vni)));
+  row.vtepAddrIs(Wirix::IpAddr(0x0A630000 + vtep));
+  row.seqNoIs(Seqno32(seq));
+  return row;
+}
+
+inline QorEvpn::FloodEntry flood(std::uint32_t vni, std::uint32_t vtep) {
+  return QorEvpn::FloodEntry(QorEvpn::VniVtepPair(Vxlan::Vni(vni), Wirix::IpAddr(0x0A630000 + vtep)));
+}
