@@ -29,7 +29,8 @@ class OutputClosed : public std::runtime_error {
 /// A descriptor that is written in large pieces. What is pending is lost unless `flush()` is called.
 class Output {
  public:
-  /// `fd` stays the caller's. Colours are used on a terminal, unless the environment sets NO_COLOR or a dumb TERM.
+  /// `fd` stays the caller's. Colours are used on a terminal, unless the environment sets NO_COLOR or a dumb
+  /// TERM.
   explicit Output(int fd);
 
   int fd() const { return fd_; }

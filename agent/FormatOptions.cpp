@@ -6,7 +6,8 @@ namespace Agent {
 
 namespace {
 
-/// An option whose text `parse` turns into the value of `target`; what it raises is a fault of the command line.
+/// An option whose text `parse` turns into the value of `target`; what it raises is a fault of the command
+/// line.
 template <class T, class Parse>
 void addFilter(CLI::App& command, std::string const& name, std::optional<T>& target, Parse parse,
                std::string const& help) {

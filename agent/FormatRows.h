@@ -26,8 +26,8 @@ struct RowFilter {
   bool matches(Bridging::BridgeId brId) const;
 };
 
-/// What the command line takes for a MAC address: the text form, capitals, '-' or '.' as separators, or none at all.
-/// Raises `Orb::ParseError`.
+/// What the command line takes for a MAC address: the text form, capitals, '-' or '.' as separators, or none
+/// at all. Raises `Orb::ParseError`.
 Wirix::EthAddr macFromPeople(std::string_view text);
 
 // The columns of each kind of row; the names of the members are those of the feeds.
@@ -45,8 +45,8 @@ nlohmann::json rowJson(QorEvpn::Host const& host);
 nlohmann::json rowJson(QorEvpn::FloodEntry const& entry);
 nlohmann::json rowJson(Bridging::BridgeId brId);
 
-// The order in which rows are shown: by VNI, then MAC address or VTEP. The tables' own order of hosts begins with the
-// MAC address.
+// The order in which rows are shown: by VNI, then MAC address or VTEP. The tables' own order of hosts begins
+// with the MAC address.
 bool shownBefore(QorEvpn::Host const& left, QorEvpn::Host const& right);
 bool shownBefore(QorEvpn::FloodEntry const& left, QorEvpn::FloodEntry const& right);
 bool shownBefore(Bridging::BridgeId left, Bridging::BridgeId right);

@@ -1,4 +1,5 @@
-/// The tables of a site as the commands name, mount and read them: always as readers, which cost the writer nothing.
+/// The tables of a site as the commands name, mount and read them: always as readers, which cost the writer
+/// nothing.
 #pragma once
 
 #include <array>
@@ -38,8 +39,8 @@ inline constexpr std::array<TablePlace, 5> allTables = {{{Kind::host, false},
                                                          {Kind::host, true},
                                                          {Kind::flood, true}}};
 
-/// The table of that kind on the side that the command line asks for. Raises `UsageError` for bridge identifiers that
-/// are learned, and for a filter on what its rows do not have.
+/// The table of that kind on the side that the command line asks for. Raises `UsageError` for bridge
+/// identifiers that are learned, and for a filter on what its rows do not have.
 TablePlace placeOf(std::string_view word, bool learned, RowFilter const& filter);
 
 /// Calls `visit` with the type of the rows of that kind.
@@ -63,8 +64,8 @@ decltype(auto) withReader(Site const& site, TablePlace const& place, Visit visit
   });
 }
 
-/// What the table's mount status means to the one who asked, in a sentence that says what to do about it. Empty for
-/// `mounted`.
+/// What the table's mount status means to the one who asked, in a sentence that says what to do about it.
+/// Empty for `mounted`.
 std::string explain(Brine::TableBase const& table, TablePlace const& place);
 
 /// Raises std::runtime_error with `explain()` unless rows can be read.

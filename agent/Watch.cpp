@@ -84,7 +84,8 @@ class Watcher {
     if (!isMounted) statusMarker();
   }
 
-  /// Why the last delivery compared the whole table with what was shown; null if it did not. The first one always does.
+  /// Why the last delivery compared the whole table with what was shown; null if it did not. The first one
+  /// always does.
   char const* comparisonReason() {
     Brine::Statistics const now = table_.statistics();
     if (now.generation == 0) return nullptr;  // nothing mounted

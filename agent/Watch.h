@@ -12,11 +12,12 @@ struct WatchOptions : ViewOptions {
   bool stay = false;     ///< Wait for a table, and for the next writer when this one ends.
 };
 
-/// Writes changes to `out` until the writer ends, `stopFd` becomes readable, or the reader of `out` goes. Returns the
-/// exit status; raises where there is nothing to watch.
+/// Writes changes to `out` until the writer ends, `stopFd` becomes readable, or the reader of `out` goes.
+/// Returns the exit status; raises where there is nothing to watch.
 ///
-/// A change is what differs from what was last written, so changes of one row between two looks count as one. A watcher
-/// that cannot keep up never delays the writer; it compares the whole table instead and writes a marker first.
+/// A change is what differs from what was last written, so changes of one row between two looks count as one.
+/// A watcher that cannot keep up never delays the writer; it compares the whole table instead and writes a
+/// marker first.
 int watch(WatchOptions const& options, Output& out, int stopFd);
 
 }  // namespace Agent
