@@ -18,7 +18,7 @@ class Pin {
   ~Pin() { unlink(); }
 
   /// Pins `row`, or the key's absence.
-  void link(Pin*& list, KeyWords const& key, std::optional<Row> const& row) {
+  void link(Pin*& list, KeyWords<Row> const& key, std::optional<Row> const& row) {
     unlink();
     key_ = key;
     row_ = row;
@@ -37,14 +37,12 @@ class Pin {
 
   Pin* next() const { return next_; }
   std::optional<Row> const& row() const { return row_; }
-  bool isFor(KeyWords const& key, unsigned keyWords) const {
-    return std::equal(key.words, key.words + keyWords, key_.words);
-  }
+  bool isFor(KeyWords<Row> const& key) const { return key.equals(key_.words); }
 
  private:
   Pin* next_ = nullptr;
   Pin** link_ = nullptr;
-  KeyWords key_;
+  KeyWords<Row> key_;
   std::optional<Row> row_;
 };
 

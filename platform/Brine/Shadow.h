@@ -10,70 +10,111 @@
 namespace Brine {
 
 /// A key as the engine handles it: its words, and what finds it in an index.
+template <class Row>
 struct KeyWords {
-  uint64_t words[maxKeyWords];
+  using C = Codec<Row>;
+
+  uint64_t words[C::keyWords];
   uint32_t hash;
   uint16_t tag;
+
+  KeyWords() = default;
+  /// From the words of a key or a row.
+  explicit KeyWords(uint64_t const* keyWords) {
+    std::copy_n(keyWords, C::keyWords, words);
+    complete();
+  }
+  explicit KeyWords(typename C::Key const& key) {
+    C::encodeKey(key, words);
+    complete();
+  }
+  void complete() {
+    hash = C::hash(words);
+    tag = Index::tagOf(words, C::keyWords);
+  }
+  bool equals(uint64_t const* other) const {
+    for (unsigned i = 0; i < C::keyWords; ++i) {
+      if (words[i] != other[i]) return false;
+    }
+    return true;
+  }
 };
 
 /// What a keyshadow reader was last shown: each key that it believes to be in the table, with the row id and
 /// version that it was shown. Private to the reader.
+template <class Row>
 class Shadow {
  public:
+  using Key = KeyWords<Row>;
+
   struct Entry {
     uint64_t version;  ///< 0: shown, but in another file.
     uint32_t id;
-    bool used;
-    uint64_t key[maxKeyWords];
+    uint32_t used;
+    uint64_t key[Key::C::keyWords];
   };
 
-  explicit Shadow(RowShape const& shape) : shape_(shape) { clear(); }
+  Shadow() { resize(64); }
 
-  void clear() {
-    entries_.clear();
-    free_.clear();
-    seen_.clear();
-    resize(64);
-  }
   size_t size() const { return entries_.size() - free_.size(); }
   /// Entries by number, used or not: for passes over all of them, during which others may come and go.
   size_t slots() const { return entries_.size(); }
   Entry const& at(size_t slot) const { return entries_[slot]; }
 
-  Entry const* find(KeyWords const& key) const {
+  /// Valid until the next change.
+  Entry* find(Key const& key) {
     uint32_t const slot = findSlot(key);
     return slot == noRow ? nullptr : &entries_[slot];
   }
-  void prefetch(uint32_t hash) const { index_.prefetch(hash); }
+  /// Two steps of a look-up that is to come: the first for all of some tens of keys, then the second.
+  void prefetch(Key const& key) const { index_.prefetch(key.hash); }
+  void prefetchEntry(Key const& key) const {
+    index_.visitTagged(key.hash, key.tag, [&](uint32_t slot) {
+      if (slot < entries_.size()) __builtin_prefetch(&entries_[slot]);
+    });
+  }
 
   /// The reader was shown the key's row with that version.
-  void show(KeyWords const& key, uint32_t id, uint64_t version) {
-    uint32_t slot = findSlot(key);
-    if (slot == noRow) {
-      if (size() >= uint64_t{index_.lineCount()} * 6) resize(index_.lineCount() * 2);
-      if (free_.empty()) {
-        slot = static_cast<uint32_t>(entries_.size());
-        entries_.emplace_back();
-      } else {
-        slot = free_.back();
-        free_.pop_back();
-      }
-      entries_[slot].used = true;
-      std::copy_n(key.words, shape_.keyWords, entries_[slot].key);
-      index_.insert(key.hash, key.tag, slot);
-    }
-    entries_[slot].version = version;
-    entries_[slot].id = id;
+  void show(Key const& key, uint32_t id, uint64_t version) {
+    Entry* const entry = find(key);
+    entry != nullptr ? update(*entry, id, version) : add(key, id, version);
+  }
+  void update(Entry& entry, uint32_t id, uint64_t version) {
+    entry.version = version;
+    entry.id = id;
     if (id >= seen_.size()) seen_.resize(std::max<size_t>(id + size_t{1}, seen_.size() * 2));
     seen_[id] = version;
   }
+  /// The same for a key that has no entry.
+  void add(Key const& key, uint32_t id, uint64_t version) {
+    if (size() >= uint64_t{index_.lineCount()} * rowsPerLine) resize(index_.lineCount() * 2);
+    uint32_t slot = 0;
+    if (free_.empty()) {
+      slot = static_cast<uint32_t>(entries_.size());
+      entries_.emplace_back();
+    } else {
+      slot = free_.back();
+      free_.pop_back();
+    }
+    entries_[slot].used = 1;
+    std::copy_n(key.words, Key::C::keyWords, entries_[slot].key);
+    index_.insert(key.hash, key.tag, slot);
+    update(entries_[slot], id, version);
+  }
+  /// Room for that many keys, and rows up to that id.
+  void reserve(size_t keys, uint32_t ids) {
+    if (entries_.capacity() < keys) entries_.reserve(keys);
+    if (seen_.size() < ids) seen_.resize(ids);
+    if (keys > uint64_t{index_.lineCount()} * rowsPerLine)
+      resize(static_cast<uint32_t>(keys / rowsPerLine + 1));
+  }
 
   /// The reader was shown that the key is absent. False if it did not believe otherwise.
-  bool erase(KeyWords const& key) {
+  bool erase(Key const& key) {
     uint32_t const slot = findSlot(key);
     if (slot == noRow) return false;
     index_.erase(key.hash, key.tag, slot);
-    entries_[slot].used = false;
+    entries_[slot].used = 0;
     free_.push_back(slot);
     return true;
   }
@@ -91,21 +132,21 @@ class Shadow {
   }
 
  private:
-  uint32_t findSlot(KeyWords const& key) const {
-    return index_.find(key.hash, key.tag, [&](uint32_t slot) {
-      return std::equal(key.words, key.words + shape_.keyWords, entries_[slot].key);
-    });
+  static constexpr uint32_t rowsPerLine = 6;
+
+  uint32_t findSlot(Key const& key) const {
+    return index_.find(key.hash, key.tag, [&](uint32_t slot) { return key.equals(entries_[slot].key); });
   }
   void resize(uint32_t lineCount) {
     lines_.assign(uint64_t{lineCount} * Index::lineWords, 0);
     index_ = Index(lines_.data(), lineCount);
     for (uint32_t slot = 0; slot < entries_.size(); ++slot) {
-      Entry const& entry = entries_[slot];
-      if (entry.used) index_.insert(shape_.hash(entry.key), Index::tagOf(entry.key, shape_.keyWords), slot);
+      if (entries_[slot].used == 0) continue;
+      Key const key(entries_[slot].key);
+      index_.insert(key.hash, key.tag, slot);
     }
   }
 
-  RowShape shape_;
   std::vector<Entry> entries_;
   std::vector<uint32_t> free_;
   std::vector<uint64_t> seen_;

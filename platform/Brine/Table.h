@@ -37,7 +37,7 @@ class Table : public TableBase {
  public:
   using Key = typename Codec<Row>::Key;
 
-  Table() : TableBase(RowShape::of<Row>()), shadow_(shape_) {}
+  Table() : TableBase(RowShape::of<Row>()) {}
   ~Table() override = default;
 
   // ---- Writer. Each raises `ReadOnlyError` where `isWritable()` is false. ----
@@ -81,6 +81,7 @@ class Table : public TableBase {
  private:
   friend class Cursor<Row>;
   using C = Codec<Row>;
+  using Words = KeyWords<Row>;
   static constexpr unsigned keyWordCount = C::keyWords;
   static constexpr unsigned valueWordCount = C::rowWords - C::keyWords;
 
@@ -93,39 +94,28 @@ class Table : public TableBase {
     uint64_t sequence;
     uint32_t id;
     bool removal;
-    KeyWords key;
+    Words key;
   };
 
-  static KeyWords keyWordsOf(Key const& key) {
-    KeyWords words;
-    C::encodeKey(key, words.words);
-    complete(words);
-    return words;
+  static Row decode(uint64_t const* words, uint32_t id) {
+    std::optional<Row> const row = C::decode(words);
+    if (!row) throwImpossible(id);
+    return *row;
   }
-  static void complete(KeyWords& key) {
-    key.hash = C::hash(key.words);
-    key.tag = Index::tagOf(key.words, keyWordCount);
-  }
-  static bool equal(uint64_t const* left, uint64_t const* right) {
-    for (unsigned i = 0; i < keyWordCount; ++i) {
-      if (left[i] != right[i]) return false;
-    }
-    return true;
-  }
-  static Row decode(uint64_t const* words, uint32_t id);
+  [[noreturn, gnu::cold]] static void throwImpossible(uint32_t id);
   [[noreturn, gnu::cold]] static void throwDamaged(uint32_t id);
 
   RowState read(uint32_t id, uint64_t* words, uint64_t& version) const {
     return readRow(segment_->slot(id), id, segment_->seed(), keyWordCount, valueWordCount, words, version);
   }
-  bool search(KeyWords const& key, Found& found) const;
-  uint32_t findOwn(KeyWords const& key) const;
-  void put(uint32_t id, KeyWords const& key, uint64_t const* words);
-  void eraseAt(uint32_t id, KeyWords const& key);
+  bool search(Words const& key, Found& found) const;
+  uint32_t findOwn(Words const& key) const;
+  void put(uint32_t id, Words const& key, uint64_t const* words);
+  void eraseAt(uint32_t id, Words const& key);
   uint32_t placeAfter(Key const& key) const;
 
   bool isShadowed() const { return mode() == Mode::keyshadow; }
-  void shown(KeyWords const& key, uint32_t id, uint64_t version) const {
+  void shown(Words const& key, uint32_t id, uint64_t version) const {
     if (isShadowed()) shadow_.show(key, id, version);
   }
   bool readChange(uint64_t sequence, Change& change) const;
@@ -133,15 +123,18 @@ class Table : public TableBase {
   void deliverChange(Change const& change, uint64_t& changes);
   void compareAll(uint64_t& changes, DeliverResult& result);
   void compareRow(uint32_t id, uint64_t& changes);
-  bool findCurrent(KeyWords const& key, uint32_t likelyId, Found& found);
-  void settle(KeyWords const& key, Found const* found, uint64_t& changes);
-  void announce(KeyWords const& key, std::optional<Row> const& row, uint64_t& changes);
+  void prefetchRow(uint32_t id) const {
+    if (id < segment_->capacity()) __builtin_prefetch(segment_->slot(id));
+  }
+  bool findCurrent(Words const& key, uint32_t likelyId, Found& found);
+  void settle(Words const& key, Found const* found, uint64_t& changes);
+  void announce(Words const& key, std::optional<Row> const& row, uint64_t& changes);
 
   void onAttached(bool sameFile) override;
   void onDetached() override {}
   uint64_t shadowKeys() const override { return shadow_.size(); }
 
-  mutable Shadow shadow_;
+  mutable Shadow<Row> shadow_;
   mutable Pin<Row>* pins_ = nullptr;
   /// Writer: the slot that the last operation used.
   mutable uint32_t lastId_ = noRow;
@@ -174,7 +167,7 @@ class [[nodiscard]] Cursor {
   uint64_t mountSerial_;
   uint32_t id_;
   std::optional<uint32_t> column_;
-  std::optional<Row> row_;
+  Row row_;
   Pin<Row> pin_;
 };
 

@@ -5,10 +5,8 @@
 namespace Brine {
 
 template <TableRow Row>
-Row Table<Row>::decode(uint64_t const* words, uint32_t id) {
-  std::optional<Row> row = C::decode(words);
-  if (!row) throw CorruptionError("row " + std::to_string(id) + " holds values that no writer wrote");
-  return *row;
+void Table<Row>::throwImpossible(uint32_t id) {
+  throw CorruptionError("row " + std::to_string(id) + " holds values that no writer wrote");
 }
 
 template <TableRow Row>
@@ -22,7 +20,7 @@ void Table<Row>::throwDamaged(uint32_t id) {
 /// search that missed it because the table grew, so that the entry is in another index, finds the geometry
 /// changed and starts anew.
 template <TableRow Row>
-bool Table<Row>::search(KeyWords const& key, Found& found) const {
+bool Table<Row>::search(Words const& key, Found& found) const {
   constexpr unsigned maxGrowths = 64;
   for (unsigned attempt = 0; attempt < maxGrowths; ++attempt) {
     segment_->follow();
@@ -33,7 +31,7 @@ bool Table<Row>::search(KeyWords const& key, Found& found) const {
       if (state == RowState::damaged) damaged = id;
       // The slot may have gone to another key since the entry was read, so the key that counts is the one
       // that was read with the version.
-      return state == RowState::live && equal(found.words, key.words);
+      return state == RowState::live && key.equals(found.words);
     });
     if (found.id != noRow) return true;
     if (damaged != noRow) throwDamaged(damaged);
@@ -45,9 +43,9 @@ bool Table<Row>::search(KeyWords const& key, Found& found) const {
 template <TableRow Row>
 std::optional<Row> Table<Row>::find(Key const& key) const {
   if (!segment_) return std::nullopt;
-  KeyWords const words = keyWordsOf(key);
+  Words const words(key);
   for (Pin<Row> const* pin = pins_; pin != nullptr; pin = pin->next()) {
-    if (pin->isFor(words, keyWordCount)) return pin->row();
+    if (pin->isFor(words)) return pin->row();
   }
   Found found;
   if (!search(words, found)) {
@@ -64,19 +62,22 @@ template <TableRow Row>
 void Table<Row>::stage(std::span<Key const> keys) const {
   if (!segment_) return;
   constexpr size_t batch = 32;
-  KeyWords staged[batch];
+  Words staged[batch];
+  bool const writes = writer_ != nullptr;
   Index const& index = segment_->index();
   for (; !keys.empty(); keys = keys.subspan(std::min(batch, keys.size()))) {
     size_t const count = std::min(batch, keys.size());
     for (size_t i = 0; i < count; ++i) {
-      staged[i] = keyWordsOf(keys[i]);
+      staged[i] = Words(keys[i]);
       index.prefetch(staged[i].hash);
-      if (isShadowed()) shadow_.prefetch(staged[i].hash);
+      if (isShadowed()) shadow_.prefetch(staged[i]);
     }
     for (size_t i = 0; i < count; ++i) {
       index.visitTagged(staged[i].hash, staged[i].tag, [&](uint32_t id) {
-        if (id < segment_->capacity()) __builtin_prefetch(segment_->slot(id));
+        if (id >= segment_->capacity()) return;
+        writes ? __builtin_prefetch(segment_->slot(id), 1) : __builtin_prefetch(segment_->slot(id));
       });
+      if (isShadowed()) shadow_.prefetchEntry(staged[i]);
     }
   }
 }
@@ -93,7 +94,7 @@ std::vector<Row> Table<Row>::sorted() const {
 template <TableRow Row>
 uint32_t Table<Row>::placeAfter(Key const& key) const {
   if (!segment_) return 0;
-  KeyWords const words = keyWordsOf(key);
+  Words const words(key);
   Found found;
   if (search(words, found)) return found.id + 1;
   // A dead slot keeps its key until it is used again.
@@ -110,7 +111,7 @@ uint32_t Table<Row>::placeAfter(Key const& key) const {
 
 /// The writer's own look-up: only it changes rows, so it need not check versions.
 template <TableRow Row>
-uint32_t Table<Row>::findOwn(KeyWords const& key) const {
+uint32_t Table<Row>::findOwn(Words const& key) const {
   return segment_->index().find(key.hash, key.tag, [&](uint32_t id) {
     if (id >= segment_->capacity()) return false;
     uint64_t const* const slot = segment_->slot(id);
@@ -122,7 +123,7 @@ uint32_t Table<Row>::findOwn(KeyWords const& key) const {
 
 /// Writes the row into slot `id`, where its key lives already, or into a free one for `noRow`.
 template <TableRow Row>
-void Table<Row>::put(uint32_t id, KeyWords const& key, uint64_t const* words) {
+void Table<Row>::put(uint32_t id, Words const& key, uint64_t const* words) {
   bool const insertion = id == noRow;
   if (insertion) id = writer_->takeId();
   bool const wasQuiet = writer_->isQuiet();
@@ -148,9 +149,7 @@ bool Table<Row>::write(Row const& row) {
   requireWritable("write");
   uint64_t words[C::rowWords];
   C::encode(row, words);
-  KeyWords key;
-  std::copy_n(words, keyWordCount, key.words);
-  complete(key);
+  Words const key(words);
   uint32_t const id = findOwn(key);
   put(id, key, words);
   return id == noRow;
@@ -163,10 +162,9 @@ void Table<Row>::commit(Row const* row) {
     uint64_t words[C::rowWords];
     C::encode(*row, words);
     uint64_t const* const slot = segment_->slot(lastId_);
-    if ((loadRelaxed(slot) & versionLive) != 0 && equal(slot + 2, words)) {
-      put(lastId_, {}, words);
-      return;
-    }
+    bool same = (loadRelaxed(slot) & versionLive) != 0;
+    for (unsigned i = 0; i < keyWordCount; ++i) same &= loadRelaxed(slot + 2 + i) == words[i];
+    if (same) return put(lastId_, {}, words);
   }
   write(*row);
 }
@@ -174,7 +172,7 @@ void Table<Row>::commit(Row const* row) {
 template <TableRow Row>
 std::optional<Row> Table<Row>::remove(Key const& key) {
   requireWritable("remove");
-  KeyWords const words = keyWordsOf(key);
+  Words const words(key);
   uint32_t const id = findOwn(words);
   if (id == noRow) return std::nullopt;
   Found found;
@@ -187,14 +185,14 @@ std::optional<Row> Table<Row>::remove(Key const& key) {
 template <TableRow Row>
 bool Table<Row>::erase(Key const& key) {
   requireWritable("remove");
-  KeyWords const words = keyWordsOf(key);
+  Words const words(key);
   uint32_t const id = findOwn(words);
   if (id != noRow) eraseAt(id, words);
   return id != noRow;
 }
 
 template <TableRow Row>
-void Table<Row>::eraseAt(uint32_t id, KeyWords const& key) {
+void Table<Row>::eraseAt(uint32_t id, Words const& key) {
   bool const wasQuiet = writer_->isQuiet();
   RowWriter row(segment_->slot(id), id, segment_->seed());
   row.prepareRemoval(writer_->nextSequence());
@@ -230,11 +228,14 @@ Row const* Cursor<Row>::next() {
   if (!table_.segment_ || table_.mountSerial_ != mountSerial_) return nullptr;
   Segment& segment = *table_.segment_;
   segment.follow();
+  // The processor's own prefetch stops at the end of a page.
+  constexpr uint32_t rowsAhead = 24;
   for (;;) {
     uint32_t const end = segment.highWater();
     while (id_ < end) {
       if (column_ && !skipToMatch(end)) break;
       uint32_t const id = id_++;
+      if (!column_) table_.prefetchRow(id + rowsAhead);
       typename Table<Row>::Found found;
       RowState const state = table_.read(id, found.words, found.version);
       if (state == RowState::dead) continue;
@@ -243,14 +244,12 @@ Row const* Cursor<Row>::next() {
       if (column_ && Codec<Row>::column(found.words) != *column_) continue;
       row_ = Table<Row>::decode(found.words, id);
       table_.lastId_ = id;
-      if (table_.mode() != Mode::writer) {
-        KeyWords key;
-        std::copy_n(found.words, Codec<Row>::keyWords, key.words);
-        Table<Row>::complete(key);
+      if (table_.writer_ == nullptr) {
+        KeyWords<Row> const key(found.words);
         table_.shown(key, id, found.version);
         pin_.link(table_.pins_, key, row_);
       }
-      return &*row_;
+      return &row_;
     }
     if (!segment.follow()) return nullptr;
   }
@@ -278,7 +277,7 @@ bool Table<Row>::readChange(uint64_t sequence, Change& change) const {
   uint64_t const place = loadAcquire(entry + 1);
   for (unsigned i = 0; i < keyWordCount; ++i) change.key.words[i] = loadAcquire(entry + 2 + i);
   if (loadRelaxed(entry) != sequence) return false;
-  complete(change.key);
+  change.key.complete();
   change.sequence = sequence;
   change.id = static_cast<uint32_t>(place);
   change.removal = (place & ringRemoval) != 0;
@@ -330,9 +329,10 @@ bool Table<Row>::deliverRing(uint64_t head, uint64_t& changes) {
     bool complete = true;
     for (; count < batch && nextChange_ + count <= head; ++count) {
       if (!(complete = readChange(nextChange_ + count, staged[count]))) break;
-      if (staged[count].id < segment_->capacity()) __builtin_prefetch(segment_->slot(staged[count].id));
-      if (isShadowed()) shadow_.prefetch(staged[count].key.hash);
+      prefetchRow(staged[count].id);
+      if (isShadowed()) shadow_.prefetch(staged[count].key);
     }
+    for (unsigned i = 0; i < count && isShadowed(); ++i) shadow_.prefetchEntry(staged[i].key);
     for (unsigned i = 0; i < count; ++i) {
       nextChange_ = staged[i].sequence + 1;
       deliverChange(staged[i], changes);
@@ -359,11 +359,11 @@ void Table<Row>::deliverChange(Change const& change, uint64_t& changes) {
 /// Finds the key's row as it is now, in the slot where it most likely is or else through the index. Damage is
 /// reported, and makes the row absent.
 template <TableRow Row>
-bool Table<Row>::findCurrent(KeyWords const& key, uint32_t likelyId, Found& found) {
+bool Table<Row>::findCurrent(Words const& key, uint32_t likelyId, Found& found) {
   try {
     if (likelyId < segment_->capacity()) {
       found.id = likelyId;
-      if (read(likelyId, found.words, found.version) == RowState::live && equal(found.words, key.words)) {
+      if (read(likelyId, found.words, found.version) == RowState::live && key.equals(found.words)) {
         decode(found.words, likelyId);
         return true;
       }
@@ -379,19 +379,22 @@ bool Table<Row>::findCurrent(KeyWords const& key, uint32_t likelyId, Found& foun
 
 /// Tells the difference between the key's row as it is and as it was shown, if there is one.
 template <TableRow Row>
-void Table<Row>::settle(KeyWords const& key, Found const* found, uint64_t& changes) {
+void Table<Row>::settle(Words const& key, Found const* found, uint64_t& changes) {
   if (found == nullptr) {
     if (shadow_.erase(key)) announce(key, std::nullopt, changes);
     return;
   }
-  Shadow::Entry const* const shownEntry = shadow_.find(key);
-  if (shownEntry != nullptr && shownEntry->version == found->version) return;
-  shadow_.show(key, found->id, found->version);
+  if (auto* const entry = shadow_.find(key)) {
+    if (entry->version == found->version) return;
+    shadow_.update(*entry, found->id, found->version);
+  } else {
+    shadow_.add(key, found->id, found->version);
+  }
   announce(key, C::decode(found->words), changes);
 }
 
 template <TableRow Row>
-void Table<Row>::announce(KeyWords const& key, std::optional<Row> const& row, uint64_t& changes) {
+void Table<Row>::announce(Words const& key, std::optional<Row> const& row, uint64_t& changes) {
   std::optional<Key> const decoded = C::decodeKey(key.words);
   if (!decoded) {
     reportCorruption("the table's change ring is damaged");
@@ -400,7 +403,7 @@ void Table<Row>::announce(KeyWords const& key, std::optional<Row> const& row, ui
   // A walk further out on the stack showed an older state of the key.
   for (Pin<Row>* pin = pins_; pin != nullptr;) {
     Pin<Row>* const next = pin->next();
-    if (pin->isFor(key, keyWordCount)) pin->unlink();
+    if (pin->isFor(key)) pin->unlink();
     pin = next;
   }
   ++changes;
@@ -419,24 +422,38 @@ void Table<Row>::compareAll(uint64_t& changes, DeliverResult& result) {
   if (!isShadowed()) result.mayHaveMissedRemovals = nextChange_ != 0;
   // Keys that were shown and are not there any more.
   for (size_t slot = 0; slot < shadow_.slots(); ++slot) {
-    Shadow::Entry const& entry = shadow_.at(slot);
-    if (!entry.used) continue;
+    typename Shadow<Row>::Entry const& entry = shadow_.at(slot);
+    if (entry.used == 0) continue;
     if (entry.id < segment_->capacity() && loadAcquire(segment_->slot(entry.id)) == entry.version) continue;
-    KeyWords key;
-    std::copy_n(entry.key, keyWordCount, key.words);
-    complete(key);
+    Words const key(entry.key);
     Found found;
     bool const present = findCurrent(key, entry.id, found);
     settle(key, present ? &found : nullptr, changes);
     if (serial != mountSerial_) return;
   }
-  for (uint32_t id = 0; id < segment_->highWater(); ++id) {
-    uint64_t const version = loadAcquire(segment_->slot(id));
-    bool const news = isShadowed() ? (version & versionLive) != 0 && version != shadow_.seen(id)
-                                   : version != 0 && sequenceOf(version) >= nextChange_;
-    if (!news) continue;
-    compareRow(id, changes);
-    if (serial != mountSerial_) return;
+  // The number of rows is a hint from shared memory; their ids are bounded.
+  uint32_t const ids = segment_->highWater();
+  if (isShadowed()) shadow_.reserve(std::min<uint64_t>(loadRelaxed(&segment_->header()->rows), ids), ids);
+  constexpr unsigned batch = 32;
+  for (uint32_t id = 0; id < segment_->highWater();) {
+    uint32_t news[batch];
+    unsigned count = 0;
+    for (uint32_t const end = segment_->highWater(); id < end && count < batch; ++id) {
+      prefetchRow(id + batch);
+      uint64_t const version = loadAcquire(segment_->slot(id));
+      bool const isNews = isShadowed() ? (version & versionLive) != 0 && version != shadow_.seen(id)
+                                       : version != 0 && sequenceOf(version) >= nextChange_;
+      if (!isNews) continue;
+      news[count++] = id;
+      if (!isShadowed()) continue;
+      uint64_t key[keyWordCount];
+      for (unsigned i = 0; i < keyWordCount; ++i) key[i] = loadRelaxed(segment_->slot(id) + 2 + i);
+      shadow_.prefetch(Words(key));
+    }
+    for (unsigned i = 0; i < count; ++i) {
+      compareRow(news[i], changes);
+      if (serial != mountSerial_) return;
+    }
   }
 }
 
@@ -449,19 +466,14 @@ void Table<Row>::compareRow(uint32_t id, uint64_t& changes) {
     reportCorruption("row " + std::to_string(id) + " is damaged");
     return;
   }
-  KeyWords key;
   if (state == RowState::live) {
-    std::copy_n(found.words, keyWordCount, key.words);
-    complete(key);
-    if (isShadowed()) {
-      settle(key, &found, changes);
-    } else {
-      announce(key, C::decode(found.words), changes);
-    }
+    Words const key(found.words);
+    isShadowed() ? settle(key, &found, changes) : announce(key, C::decode(found.words), changes);
   } else if (!isShadowed() && nextChange_ != 0) {
     // A plain reader learns of a removal from what the slot still holds, unless the key lives elsewhere.
+    Words key;
     for (unsigned i = 0; i < keyWordCount; ++i) key.words[i] = loadAcquire(segment_->slot(id) + 2 + i);
-    complete(key);
+    key.complete();
     if (loadAcquire(segment_->slot(id)) == found.version && C::decodeKey(key.words) &&
         !findCurrent(key, id, found)) {
       announce(key, std::nullopt, changes);
