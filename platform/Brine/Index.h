@@ -38,7 +38,7 @@ class Index {
   uint32_t homeLine(uint32_t hash) const { return static_cast<uint32_t>(uint64_t{hash} * lineCount_ >> 32); }
   uint64_t const* line(uint32_t number) const { return lines_ + uint64_t{number} * lineWords; }
 
-  void prefetch(uint32_t hash) const { __builtin_prefetch(line(homeLine(hash))); }
+  void prefetch(uint32_t hash) const { Brine::prefetch(line(homeLine(hash))); }
 
   /// Calls `match(id)` for each entry with that tag until it returns true; returns that id, or `noRow`.
   /// Entries may be of other keys, ids may be anything: `match` decides. Ends after each line was seen once,

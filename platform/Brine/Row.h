@@ -14,8 +14,8 @@ namespace Brine {
 /// The 32-bit check of a copy, over everything that says what the row is: where it lies, its version (so that
 /// a damaged version that selects the other copy is found), its key and its value. Of a dead slot only place
 /// and version count, since the key is rewritten while the slot is still dead. Zeros do not map to zero.
-inline uint32_t rowCheck(uint64_t seed, uint32_t id, uint64_t version, uint64_t const* words,
-                         unsigned count) {
+[[gnu::always_inline]] inline uint32_t rowCheck(uint64_t seed, uint32_t id, uint64_t version,
+                                                uint64_t const* words, unsigned count) {
   constexpr uint64_t secret[4] = {0xA0761D6478BD642FU, 0xE7037ED1A0B428DBU, 0x8EBC6AF09C88C6E3U,
                                   0x589965CC75374CC3U};
   uint64_t sum = mixWords(version ^ secret[0], seed ^ id);
@@ -50,8 +50,9 @@ inline constexpr unsigned maxRowRetries = 1U << 16;
 ///  3. Load the version again: unchanged means that none of step 2 was of a later change. Else start again;
 ///     the writer has committed meanwhile, so somebody made progress, and one that died has not.
 ///  4. Verify the check.
-inline RowState readRow(uint64_t const* slot, uint32_t id, uint64_t seed, unsigned keyWords,
-                        unsigned valueWords, uint64_t* words, uint64_t& version) {
+[[gnu::always_inline]] inline RowState readRow(uint64_t const* slot, uint32_t id, uint64_t seed,
+                                               unsigned keyWords, unsigned valueWords, uint64_t* words,
+                                               uint64_t& version) {
   for (unsigned attempt = 0; attempt < maxRowRetries; ++attempt) {
     version = loadAcquire(slot);
     uint64_t const checks = loadAcquire(slot + 1);

@@ -70,7 +70,7 @@ class Shadow {
   void prefetch(Key const& key) const { index_.prefetch(key.hash); }
   void prefetchEntry(Key const& key) const {
     index_.visitTagged(key.hash, key.tag, [&](uint32_t slot) {
-      if (slot < entries_.size()) __builtin_prefetch(&entries_[slot]);
+      if (slot < entries_.size()) Brine::prefetch(&entries_[slot]);
     });
   }
 

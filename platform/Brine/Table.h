@@ -124,7 +124,7 @@ class Table : public TableBase {
   void compareAll(uint64_t& changes, DeliverResult& result);
   void compareRow(uint32_t id, uint64_t& changes);
   void prefetchRow(uint32_t id) const {
-    if (id < segment_->capacity()) __builtin_prefetch(segment_->slot(id));
+    if (id < segment_->capacity()) prefetch(segment_->slot(id));
   }
   bool findCurrent(Words const& key, uint32_t likelyId, Found& found);
   void settle(Words const& key, Found const* found, uint64_t& changes);

@@ -75,7 +75,7 @@ void Table<Row>::stage(std::span<Key const> keys) const {
     for (size_t i = 0; i < count; ++i) {
       index.visitTagged(staged[i].hash, staged[i].tag, [&](uint32_t id) {
         if (id >= segment_->capacity()) return;
-        writes ? __builtin_prefetch(segment_->slot(id), 1) : __builtin_prefetch(segment_->slot(id));
+        writes ? prefetchForWriting(segment_->slot(id)) : prefetch(segment_->slot(id));
       });
       if (isShadowed()) shadow_.prefetchEntry(staged[i]);
     }

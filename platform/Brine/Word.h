@@ -36,6 +36,17 @@ inline void storeRelaxed(Word* word, Word value) {
   std::atomic_ref<Word>(*word).store(value, std::memory_order_relaxed);
 }
 
+/// Asks for a cache line that is read, or written, a little later. The empty assembler statement keeps the
+/// compiler from dropping calls of functions that do nothing else.
+inline void prefetch(void const* address) {
+  __builtin_prefetch(address, 0);
+  asm volatile("");
+}
+inline void prefetchForWriting(void const* address) {
+  __builtin_prefetch(address, 1);
+  asm volatile("");
+}
+
 __extension__ using Wide = unsigned __int128;
 
 /// Both halves of a full product, folded: every bit of either factor moves about half of the result's bits.
