@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <latch>
 #include <thread>
+
+#include "support/Scale.h"
 
 namespace {
 
@@ -42,8 +45,10 @@ TEST(Ptr, CountsAndDestroysOnce) {
 TEST(Ptr, ThreadSafeSwitch) {
   Orb::threadSafePtrsIs(true);
   Ptr<Base> const shared = makePtr<Base>();
-  auto const use = [&shared](bool active) {
-    for (int i = 0; i < 20000; ++i) {
+  std::latch start(2);
+  auto const use = [&](bool active) {
+    start.arrive_and_wait();
+    for (size_t i = 0; i < TestSupport::scaled(2000000); ++i) {
       Ptr<Base> const copy = shared;
       active ? copy->hasNotificationActiveIs(i % 2 == 0) : copy->orbDoZombieReactors(i % 2 == 0);
     }
