@@ -111,8 +111,9 @@ void writeColumns(Output& out, std::span<Column<Row> const> columns, std::span<R
       if (i != 0) line += "  ";
       if (columns[i].isNumber) line.append(gap, ' ');
       line += cell;
-      if (!columns[i].isNumber && i + 1 != columns.size()) line.append(gap, ' ');
+      if (!columns[i].isNumber) line.append(gap, ' ');
     }
+    line.resize(line.find_last_not_of(' ') + 1);
     out.write(before, line, after, "\n");
   };
   Colours const colours(out.hasColours());

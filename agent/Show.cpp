@@ -42,6 +42,8 @@ class Show {
       evpnStatus();
     } else if (subject == "counters") {
       figures("counters", countersOf(site_));
+    } else if (subject == "agent") {
+      agent();
     } else if (subject == "tables") {
       figures("tables", tablesOf(site_));
     } else {
@@ -70,12 +72,28 @@ class Show {
     }
   }
 
-  template <class Figures>
-  void figures(std::string_view member, std::vector<Figures> const& all) {
+  void requireRows(std::string const& subject) const {
     RowFilter const& filter = options_.filter;
     if (options_.text || filter.vni || filter.mac || filter.vtep) {
-      throw UsageError(std::string(member) + " have neither a text form nor filters");
+      throw UsageError(subject + ": only rows have filters and a text form");
     }
+  }
+
+  void agent() {
+    requireRows("agent");
+    nlohmann::ordered_json const state = stateOf(site_);
+    title("agent", "agent");
+    if (options_.json) {
+      out_.write(state.dump());
+    } else {
+      std::vector<StateFigure> const all = figuresOf(state);
+      writeColumns(out_, StateFigure::columns(), std::span(all));
+    }
+  }
+
+  template <class Figures>
+  void figures(std::string const& member, std::vector<Figures> const& all) {
+    requireRows(member);
     title(member, member);
     std::span<Column<Figures> const> const columns = Figures::columns();
     if (options_.json) {
@@ -151,10 +169,10 @@ void addShowCommand(CLI::App& app, Run& run) {
       app.add_subcommand("show", "Show rows, status, counters or the state of the tables");
   command
       ->add_option("what", options->subjects,
-                   "hosts, floods, bridge-ids: rows of a table. evpn-status, counters: of the running agent. "
-                   "tables: their state")
+                   "hosts, floods, bridge-ids: rows of a table. tables: their state. "
+                   "agent, counters, evpn-status: what the running agent says")
       ->required()
-      ->check(CLI::IsMember({"hosts", "floods", "bridge-ids", "evpn-status", "counters", "tables"}));
+      ->check(CLI::IsMember({"hosts", "floods", "bridge-ids", "tables", "agent", "counters", "evpn-status"}));
   addViewOptions(*command, *options);
   addRowOptions(*command, *options);
   command->footer(
@@ -164,6 +182,7 @@ void addShowCommand(CLI::App& app, Run& run) {
       "  qorevpn show hosts --vni 5000 --vtep 10.99.0.11    of it, one VNI behind one VTEP\n"
       "  qorevpn show hosts --learned --mac 02:a0:00:13:88:01\n"
       "  qorevpn show tables                                rows, state, writer of each table\n"
+      "  qorevpn show agent                                 is the integration on, how far is the feed\n"
       "  qorevpn show hosts floods bridge-ids evpn-status --json");
   command->callback([options, &run] {
     run = [options] {

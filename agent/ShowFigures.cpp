@@ -1,5 +1,8 @@
 #include "agent/ShowFigures.h"
 
+#include <cinttypes>
+#include <cstdio>
+
 #include "agent/Control.h"
 #include "agent/FormatTable.h"
 
@@ -25,6 +28,10 @@ constexpr std::array counterColumns = {
     column<CounterFigure, &CounterFigure::name>("COUNTER", "name", false),
     column<CounterFigure, &CounterFigure::value>("VALUE", "value", true),
 };
+constexpr std::array stateColumns = {
+    column<StateFigure, &StateFigure::name>("STATE", "name", false),
+    column<StateFigure, &StateFigure::value>("VALUE", "value", false),
+};
 constexpr std::array tableColumns = {
     column<TableFigure, &TableFigure::table>("TABLE", "table", false),
     column<TableFigure, &TableFigure::status>("STATUS", "status", false),
@@ -32,8 +39,8 @@ constexpr std::array tableColumns = {
     column<TableFigure, &TableFigure::capacity>("CAPACITY", "capacity", true),
     column<TableFigure, &TableFigure::writerAlive>("WRITER ALIVE", "writerAlive", false),
     column<TableFigure, &TableFigure::quiesced>("QUIESCED", "quiesced", false),
-    column<TableFigure, &TableFigure::changeSequence>("CHANGES", "changeSequence", true),
-    column<TableFigure, &TableFigure::generation>("GENERATION", "generation", true),
+    column<TableFigure, &TableFigure::changeSequence>("CHANGE SEQUENCE", "changeSequence", true),
+    column<TableFigure, &TableFigure::generation>("GENERATION", "generation", false),
     column<TableFigure, &TableFigure::note>("NOTE", "note", false),
 };
 
@@ -43,14 +50,12 @@ nlohmann::ordered_json ask(Site const& site, std::string const& request, std::st
     return controlRequest(site.controlSocket(), request);
   } catch (std::system_error const& error) {
     int const code = error.code().value();
-    std::string text = std::string("the ").append(what).append(
-        " can be asked of a running agent only, by its user or root: ");
-    if (code == ENOENT || code == ECONNREFUSED)
-      text += "none runs for " + site.dir();
-    else if (code == EACCES || code == EPERM)
-      text += site.controlSocket() + " may not be used by you";
-    else
-      text += error.what();
+    std::string text = "no agent runs for " + site.dir() + ", and only a running one can tell the ";
+    if (code == EACCES || code == EPERM)
+      text = "only its user and root may ask the agent of " + site.dir() + " for the ";
+    else if (code != ENOENT && code != ECONNREFUSED)
+      throw;
+    text += what;
     throw std::runtime_error(text);
   }
 }
@@ -61,12 +66,16 @@ TableFigure figureOf(Site const& site, TablePlace const& place) {
   withReader(site, place, [&](auto& table) {
     table.deliver();  // says whether the writer is quiet
     figure.status = Brine::toText(table.mountStatus());
-    figure.note = table.mountDetail();
-    if (!Brine::isReadable(table.mountStatus())) return;
+    if (!Brine::isReadable(table.mountStatus())) {
+      figure.note = table.mountDetail();
+      return;
+    }
     Brine::Statistics const statistics = table.statistics();
     figure.rows = statistics.rows;
     figure.capacity = statistics.capacity;
-    figure.generation = statistics.generation;
+    char digits[17];
+    std::snprintf(digits, sizeof digits, "%016" PRIx64, statistics.generation);
+    figure.generation = digits;
     figure.changeSequence = statistics.changeSequence;
     figure.writerAlive = statistics.writerAlive;
     figure.quiesced = statistics.quiesced;
@@ -77,12 +86,29 @@ TableFigure figureOf(Site const& site, TablePlace const& place) {
 }  // namespace
 
 std::span<Column<CounterFigure> const> CounterFigure::columns() { return counterColumns; }
+std::span<Column<StateFigure> const> StateFigure::columns() { return stateColumns; }
 std::span<Column<TableFigure> const> TableFigure::columns() { return tableColumns; }
 
 std::vector<CounterFigure> countersOf(Site const& site) {
   std::vector<CounterFigure> figures;
   for (auto const& counter : ask(site, "counters", "counters")) {
     figures.push_back({counter.at("owner"), counter.at("name"), counter.at("value")});
+  }
+  return figures;
+}
+
+nlohmann::ordered_json stateOf(Site const& site) { return ask(site, "state", "state of the agent"); }
+
+std::vector<StateFigure> figuresOf(nlohmann::ordered_json const& state) {
+  std::vector<StateFigure> figures;
+  for (auto const& [name, value] : state.items()) {
+    if (!value.is_object()) {
+      figures.push_back({name, value.is_string() ? value.get<std::string>() : value.dump()});
+      continue;
+    }
+    for (StateFigure& inner : figuresOf(value)) {
+      figures.push_back({std::string(name).append(".").append(inner.name), std::move(inner.value)});
+    }
   }
   return figures;
 }

@@ -23,13 +23,22 @@ struct CounterFigure {
   static std::span<Column<CounterFigure> const> columns();
 };
 
+/// One thing that the running agent says of itself.
+struct StateFigure {
+  std::string name;
+  std::string value;
+
+  static std::span<Column<StateFigure> const> columns();
+};
+
 /// The state of one table. Where it cannot be read the numbers are 0 and `note` says why.
 struct TableFigure {
   std::string table;
   std::string status;
   std::uint64_t rows = 0;
   std::uint64_t capacity = 0;
-  std::uint64_t generation = 0;
+  std::string
+      generation;  ///< Hexadecimal: all 64 bits count, and JSON readers may keep only 53 of a number's.
   std::uint64_t changeSequence = 0;
   bool writerAlive = false;
   bool quiesced = false;
@@ -47,8 +56,12 @@ using EvpnStatus = std::map<Vxlan::Vni, VniRows>;
 
 /// The agent's. Raise where none runs, or where its socket may not be used; the message says so.
 std::vector<CounterFigure> countersOf(Site const& site);
+nlohmann::ordered_json stateOf(Site const& site);
 /// Without the rows that are not wanted; with a filter, also without VNIs of which nothing is left.
 EvpnStatus evpnStatusOf(Site const& site, RowFilter const& filter);
+
+/// Members of members as "outer.inner".
+std::vector<StateFigure> figuresOf(nlohmann::ordered_json const& state);
 
 /// Of all tables, by mounting each; never raises for a table.
 std::vector<TableFigure> tablesOf(Site const& site);
