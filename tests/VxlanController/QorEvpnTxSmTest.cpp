@@ -192,7 +192,8 @@ TEST_F(TxSm, CleanupEmptiesTheOutputsThenTheChildren) {
   auto const watch = [&](Orb::Notifier const& source, char letter) {
     return makePtr<TestSupport::Watcher>(source, [&order, letter](auto, auto) { order += letter; });
   };
-  auto const watchers = {watch(*brIds, 'b'), watch(*hostTable, 'h'), watch(*floodTable, 'f')};
+  std::vector<Orb::Ptr<TestSupport::Watcher>> const watchers = {watch(*brIds, 'b'), watch(*hostTable, 'h'),
+                                                                watch(*floodTable, 'f')};
   auto const children = {root->vniFdbStatusSm(Vni(10)), root->vniFdbStatusSm(Vni(20))};
   traced(), counts();
   Orb::attributeInvoke(*root, "cleanup");

@@ -151,7 +151,7 @@ inline std::string text(VniStatusDirV2 const& dir) {
 
 /// What surrounds the transmit machines.
 class Site : public testing::Test {
- protected:
+ public:
   Site() {
     folder.mount(hostTable, Brine::Mode::writer);
     folder.mount(floodTable, Brine::Mode::writer);

@@ -85,7 +85,7 @@ TEST_F(VniSm, ReportsUnsupportedEntriesWithoutARefresh) {
   start();
   auto const fromEvpn = evpn->vniStatusV2Is(Vni(10));
   traced();
-  for (auto const& [side, other] : std::map<bool, bool>{{false, true}, {true, false}}) {
+  for (bool const side : {false, true}) {
     auto const apply = [&](auto const& call) { side ? call(*fromEvpn) : call(*status); };
     EXPECT_FALSE(refreshes([&] { apply([](auto& of) { of.macVtepMultiPathTableIs({mac(1), {}}); }); }));
     EXPECT_EQ(traced(), unsupported("handleMultiPath(" + mac1 + ")"));
@@ -97,7 +97,6 @@ TEST_F(VniSm, ReportsUnsupportedEntriesWithoutARefresh) {
     status->macVtepMultiPathTableDel(mac(0));
     EXPECT_EQ(text(*brIds), "10 ");
     traced();
-    static_cast<void>(other);
   }
   status->macVtepMultiPathTableDel(mac(1));
   machine->handleMultiPath();
