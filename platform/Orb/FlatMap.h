@@ -57,28 +57,21 @@ class FlatMap {
   typename Iterator::End end() const { return {}; }
 
   /// The value under a key, or null. Good until the map changes.
-  Value const* find(Key const& key) const {
-    if (size_ == 0) return nullptr;
-    uint32_t const id = index_[slotOf(key, key.hash())].id;
-    return id == none ? nullptr : &entries_[id].value;
-  }
+  Value const* find(Key const& key) const { return find(key, key.hash()); }
   Value* find(Key const& key) { return const_cast<Value*>(std::as_const(*this).find(key)); }
   bool contains(Key const& key) const { return find(key) != nullptr; }
 
   /// Inserts or replaces; returns whether that changed anything, so that the caller announces effective
   /// changes only.
   bool put(Key const& key, Value value) {
-    if ((size_ + 1) * 4 > index_.size() * 3) rebuild(index_.size() * 2);
     uint32_t const hash = key.hash();
-    Slot& slot = index_[slotOf(key, hash)];
-    if (slot.id == none) {
-      slot = Slot{hash, store(key, std::move(value))};
-      ++size_;
+    Value const* const found = find(key, hash);
+    if (!found) {
+      insert(key, hash, std::move(value));
       return true;
     }
-    Value& current = entries_[slot.id].value;
-    if (current == value) return false;
-    std::swap(current, value);
+    if (*found == value) return false;
+    std::swap(const_cast<Value&>(*found), value);
     return true;
   }
 
@@ -126,6 +119,12 @@ class FlatMap {
     return id;
   }
 
+  Value const* find(Key const& key, uint32_t hash) const {
+    if (size_ == 0) return nullptr;
+    uint32_t const id = index_[slotOf(key, hash)].id;
+    return id == none ? nullptr : &entries_[id].value;
+  }
+
   /// The slot that holds the key, or the empty one where it belongs. The index is never full, nor empty here.
   size_t slotOf(Key const& key, uint32_t hash) const {
     size_t const mask = index_.size() - 1;
@@ -135,8 +134,10 @@ class FlatMap {
     }
   }
 
-  /// Puts a new entry at a free id, or at the end of the array, and returns its id.
-  uint32_t store(Key key, Value&& value) {
+  /// Puts a new entry at a free id or at the end of the array. Kept out of put(), which thus stays small enough
+  /// to be inlined where values are overwritten.
+  [[gnu::noinline]] void insert(Key key, uint32_t hash, Value&& value) {
+    if ((size_ + 1) * 4 > index_.size() * 3) rebuild(index_.size() * 2);
     if (free_ == none) {
       entries_.emplace_back();
       free_ = static_cast<uint32_t>(entries_.size() - 1);
@@ -144,10 +145,11 @@ class FlatMap {
     }
     uint32_t const id = free_;
     Entry& entry = entries_[id];
+    index_[slotOf(key, hash)] = Slot{hash, id};
     entry.key = std::move(key);
     entry.value = std::move(value);
     free_ = std::exchange(entry.link_, live);
-    return id;
+    ++size_;
   }
 
   /// Empties a slot and moves back those behind it that would be cut off from their home, so no tombstones
