@@ -194,17 +194,19 @@ bool TableBase::beginDelivery() {
 
 void TableBase::followWriter(WatchEvents const& events) {
   uint64_t const incarnation = loadAcquire(&segment_->header()->incarnation);
-  bool const another = incarnation != incarnation_;
-  if (another) {
-    incarnation_ = incarnation;
-    compareAll_ = true;
-  }
-  bool const gone = events.writerClosed || (another && writerLiveness() == Liveness::ended);
-  if (gone && status_ == MountStatus::mounted) {
-    // The writer may have died with changes made but not published.
-    compareAll_ = true;
-    setStatus(MountStatus::writerGone, "the table's writer has ended");
-  } else if (!gone && another && status_ == MountStatus::writerGone) {
+  bool const another = std::exchange(incarnation_, incarnation) != incarnation;
+  if (another) compareAll_ = true;
+  // Events are older than what the header says, and anybody may close a file: the writer itself is looked at.
+  bool const isAsked = events.writerClosed || events.lost || another;
+  if (status_ == MountStatus::mounted && isAsked) {
+    Liveness const liveness = writerLiveness();
+    if (liveness == Liveness::ended || (liveness == Liveness::unknown && events.writerClosed)) {
+      // The writer may have died with changes made but not published.
+      compareAll_ = true;
+      setStatus(MountStatus::writerGone, "the table's writer has ended");
+    }
+  } else if (status_ == MountStatus::writerGone && (another || (events.rung && !events.writerClosed)) &&
+             writerLiveness() != Liveness::ended) {
     setStatus(MountStatus::mounted, {});
   }
 }

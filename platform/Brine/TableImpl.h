@@ -296,9 +296,10 @@ DeliverResult Table<Row>::deliver() {
   if (!beginDelivery()) return result;
   uint64_t const serial = mountSerial_;
   try {
-    segment_->follow();
     uint64_t const quiet = loadAcquire(&segment_->header()->quiet);
     uint64_t const head = loadAcquire(&segment_->header()->head);
+    // After the head: the changes up to it are then within what is mapped.
+    segment_->follow();
     if (nextChange_ != 0 && (head + 1 != nextChange_)) reportQuiesced(false);
     if (serial != mountSerial_) return result;
     if (mustCompareAll() || !deliverRing(head, result.changes)) {
@@ -312,6 +313,10 @@ DeliverResult Table<Row>::deliver() {
     if (serial == mountSerial_ && quiet != 0 && quiet + 1 == nextChange_) reportQuiesced(true);
   } catch (CorruptionError const& error) {
     reportCorruption(error.what());
+  } catch (...) {
+    // The events were taken, but not all that they stand for was told.
+    if (watch_) watch_->kick();
+    throw;
   }
   return result;
 }

@@ -22,6 +22,8 @@ std::string parentOf(std::string const& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+bool isMissing(int error) { return error == ENOENT || error == ENOTDIR; }
+
 }  // namespace
 
 Watch::Watch(std::string const& path, std::string const& tableFile) : path_(path), tableFile_(tableFile) {
@@ -37,21 +39,36 @@ Watch::Watch(std::string const& path, std::string const& tableFile) : path_(path
   watchFolder();
 }
 
+int Watch::addFolder(std::string const& path) {
+  return sys.watchAdd(watch_.get(), path.c_str(), folderEvents);
+}
+
+void Watch::replace(int& watch, int other) {
+  bool const unused = watch != other && watch != (&watch == &folderWatch_ ? aboveWatch_ : folderWatch_);
+  if (watch >= 0 && unused) ::inotify_rm_watch(watch_.get(), watch);
+  watch = other;
+}
+
 void Watch::watchFolder() {
-  std::string path = path_;
-  int watch = sys.watchAdd(watch_.get(), path.c_str(), folderEvents);
-  while (watch < 0 && (errno == ENOENT || errno == ENOTDIR) && path != "/" && path != ".") {
-    path = parentOf(path);
-    watch = sys.watchAdd(watch_.get(), path.c_str(), folderEvents);
+  std::string const parent = parentOf(path_);
+  // From above: a directory that is made or removed after it was looked for is seen to be.
+  for (std::string last;;) {
+    std::string above = parent;
+    int watch = addFolder(above);
+    while (watch < 0 && isMissing(errno) && above != parentOf(above)) {
+      above = parentOf(above);
+      watch = addFolder(above);
+    }
+    replace(aboveWatch_, watch);
+    if (watch < 0 || above == parent || above == last) break;
+    last = above;
   }
-  if (watch < 0) {
-    int const error = errno;
-    throw MountFailure(error == EACCES ? MountStatus::notPermitted : MountStatus::noResources,
-                       "watching " + path + ": " + strerror(error));
-  }
-  if (folderWatch_ >= 0 && folderWatch_ != watch) ::inotify_rm_watch(watch_.get(), folderWatch_);
-  folderWatch_ = watch;
-  folderFound_ = path == path_;
+  int const watch = addFolder(path_);
+  int const error = errno;
+  replace(folderWatch_, watch);
+  if (watch >= 0 || (isMissing(error) && aboveWatch_ >= 0)) return;
+  throw MountFailure(error == EACCES ? MountStatus::notPermitted : MountStatus::noResources,
+                     "watching " + path_ + ": " + strerror(error));
 }
 
 void Watch::watchTable() {
@@ -59,6 +76,8 @@ void Watch::watchTable() {
   if (watch < 0) throw MountFailure::ofErrno(errno, "watching " + path_ + "/" + tableFile_);
   if (tableWatch_ != watch) unwatchTable();
   tableWatch_ = watch;
+  // Before the directory can go, the table must.
+  replace(aboveWatch_, -1);
 }
 
 void Watch::unwatchTable() {
@@ -83,18 +102,19 @@ WatchEvents Watch::take() {
       std::memcpy(&event, at, sizeof event);
       char const* const name = at + sizeof event;
       if ((event.mask & IN_Q_OVERFLOW) != 0) {
-        events.rung = events.renamed = true;
+        events.rung = events.renamed = events.lost = true;
       } else if (event.wd == tableWatch_) {
         // In order: a writer that opens the file after another one closed it rings when it is ready.
         if ((event.mask & IN_MODIFY) != 0) events.writerClosed = !(events.rung = true);
         if ((event.mask & IN_CLOSE_WRITE) != 0) events.writerClosed = true;
-      } else if (event.wd == folderWatch_ && (!folderFound_ || (event.len != 0 && tableFile_ == name))) {
+      } else if (event.wd == aboveWatch_ ||
+                 (event.wd == folderWatch_ && event.len != 0 && tableFile_ == name)) {
         events.renamed = true;
       }
       at += sizeof event + event.len;
     }
   }
-  if (events.renamed && !folderFound_) watchFolder();
+  if (events.renamed) watchFolder();
   return events;
 }
 

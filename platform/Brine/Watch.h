@@ -12,6 +12,7 @@ struct WatchEvents {
   bool writerClosed =
       false;  ///< The last thing to happen was that a writer closed the file, by its end or otherwise.
   bool renamed = false;  ///< A file came under the table's name, or the name went.
+  bool lost = false;     ///< There was more than the system keeps: anything may have happened.
 };
 
 /// A reader's wait for its writer, without registering anywhere that the writer knows of: the kernel watches
@@ -38,8 +39,10 @@ class Watch {
   WatchEvents take();
 
  private:
-  /// Watches the directory, once it exists, or the nearest one above.
+  /// Watches the directory, if there is one, and the nearest one above it: the directory may be made, also anew.
   void watchFolder();
+  int addFolder(std::string const& path);
+  void replace(int& watch, int other);
 
   std::string path_;
   std::string tableFile_;
@@ -47,8 +50,8 @@ class Watch {
   Fd event_;
   Fd poll_;
   int folderWatch_ = -1;
+  int aboveWatch_ = -1;  ///< Only while the table is not there.
   int tableWatch_ = -1;
-  bool folderFound_ = false;
 };
 
 }  // namespace Brine

@@ -76,19 +76,6 @@ struct Step {
   bool isTraced = true;
 };
 
-Model rowsOf(Table const& table) {
-  Model rows;
-  for (auto cursor = table.walk();;) {
-    try {
-      TestRow const* const row = cursor.next();
-      if (row == nullptr) return rows;
-      EXPECT_TRUE(rows.emplace(row->key, *row).second);
-    } catch (Brine::CorruptionError const&) {
-      // A damaged row is as good as gone; the next call passes it.
-    }
-  }
-}
-
 /// A child that is run one machine instruction at a time.
 class CrashTest : public testing::Test {
  protected:
@@ -168,11 +155,6 @@ class CrashTest : public testing::Test {
     writer.endTurn();
     expectSound(writer);
   }
-  static void expectSound(Table const& table) {
-    for (auto const& violation : table.check())
-      ADD_FAILURE() << violation.invariant << ": " << violation.detail;
-  }
-
   Brine::MountOptions options(TestFolder const& folder) const {
     Brine::MountOptions options = folder.options(Mode::writer);
     options.repair = repair_;

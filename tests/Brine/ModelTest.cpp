@@ -4,68 +4,13 @@
 #include <random>
 #include <set>
 
-#include "Brine/TestRows.h"
+#include "Brine/Copy.h"
 
 namespace {
 
 using Brine::Mode;
 using Brine::MountStatus;
 using Table = Brine::Table<TestRow>;
-
-/// A reader that keeps a copy of what it is shown, and fails where it is shown a removal that it cannot place
-/// or nothing new.
-class Copy {
- public:
-  explicit Copy(TestFolder const& folder, Mode mode) : folder_(folder), mode_(mode) {
-    table.onChanged = [this](TestKey const& key) { onChanged(key); };
-    table.onQuiesced = [this](bool quiesced) { quiesced_ = quiesced; };
-    table.onCorruption = [](std::string const& message) { ADD_FAILURE() << message; };
-    table.mount(folder.options(mode));
-  }
-
-  void remount() {
-    // What was shown stays shown: the next delivery tells how the table differs from it.
-    table.unmount();
-    table.mount(folder_.options(mode_));
-  }
-  void walk() {
-    Model seen;
-    for (auto cursor = table.walk(); auto const* row = cursor.next();) {
-      EXPECT_TRUE(seen.emplace(row->key, *row).second);
-      EXPECT_EQ(table.find(row->key), *row);
-    }
-    for (auto const& [key, row] : seen) rows_[key] = row;
-  }
-  void find(TestKey const& key) { place(key, table.find(key)); }
-  void deliver() {
-    table.deliver();
-    EXPECT_TRUE(quiesced_);
-  }
-  Model const& rows() const { return rows_; }
-
-  Table table;
-
- private:
-  void place(TestKey const& key, std::optional<TestRow> const& row) {
-    if (row) {
-      rows_[key] = *row;
-    } else {
-      rows_.erase(key);
-    }
-  }
-  void onChanged(TestKey const& key) {
-    auto const row = table.find(key);
-    if (mode_ == Mode::keyshadow) {
-      EXPECT_TRUE(row || rows_.contains(key)) << "told of the removal of " << key << ", which was not shown";
-    }
-    place(key, row);
-  }
-
-  TestFolder const& folder_;
-  Mode mode_;
-  Model rows_;
-  bool quiesced_ = false;
-};
 
 TEST(Model, RandomOperationsWithReopenInAllModes) {
   for (uint32_t seed = 1; seed <= 20; ++seed) {

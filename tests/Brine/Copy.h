@@ -1,0 +1,78 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <string>
+
+#include "Brine/TestRows.h"
+
+/// A reader that keeps a copy of what it is shown. As keyshadow it fails where it is told of a removal that it cannot
+/// place, or of nothing new; so every written row must differ from the row before.
+class Copy {
+ public:
+  Copy(TestFolder const& folder, Brine::Mode mode) : folder_(folder), mode_(mode) {
+    table.onChanged = [this](TestKey const& key) { onChanged(key); };
+    table.onQuiesced = [this](bool quiesced) { quiesced_ = quiesced; };
+    table.onCorruption = [this](std::string const& message) {
+      if (!expectsDamage) ADD_FAILURE() << message;
+    };
+    table.mount(folder.options(mode));
+  }
+
+  void remount() {
+    // What was shown stays shown: the next delivery tells how the table differs from it.
+    table.unmount();
+    table.mount(folder_.options(mode_));
+  }
+  void walk() {
+    Model seen;
+    for (auto cursor = table.walk(); auto const* row = cursor.next();) {
+      EXPECT_TRUE(seen.emplace(row->key, *row).second);
+      EXPECT_EQ(table.find(row->key), *row);
+    }
+    for (auto const& [key, row] : seen) rows_[key] = row;
+  }
+  void find(TestKey const& key) { place(key, table.find(key)); }
+  void deliver() {
+    table.deliver();
+    EXPECT_TRUE(quiesced_);
+  }
+  /// Waits for the next wake. A wait of a minute is a hang.
+  void await() {
+    pollfd poll{table.fd(), POLLIN, 0};
+    ASSERT_EQ(::poll(&poll, 1, 60000), 1) << "changes wait, but nothing wakes their reader";
+  }
+  bool isAwake() {
+    pollfd poll{table.fd(), POLLIN, 0};
+    return ::poll(&poll, 1, 0) == 1;
+  }
+  Model const& rows() const { return rows_; }
+  bool isQuiesced() const { return quiesced_; }
+
+  Brine::Table<TestRow> table;
+  bool expectsDamage = false;
+
+ private:
+  void place(TestKey const& key, std::optional<TestRow> const& row) {
+    if (row) {
+      rows_[key] = *row;
+    } else {
+      rows_.erase(key);
+    }
+  }
+  void onChanged(TestKey const& key) {
+    auto const row = table.find(key);
+    if (mode_ == Brine::Mode::keyshadow) {
+      auto const known = rows_.find(key);
+      EXPECT_TRUE(row || known != rows_.end()) << "told of the removal of " << key << ", which was not shown";
+      EXPECT_FALSE(row && known != rows_.end() && known->second == *row) << "told twice of " << key;
+    }
+    place(key, row);
+  }
+
+  TestFolder const& folder_;
+  Brine::Mode mode_;
+  Model rows_;
+  bool quiesced_ = false;
+};
