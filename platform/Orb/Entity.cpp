@@ -29,11 +29,12 @@ Ptr<Entity> const& Dir::entityPtr(Name const& name) const {
 }
 
 // A change of parent is announced, and whoever hears of it may change this directory or drop it: each step
-// looks again and the announcement of the entry finds the directory alive.
+// looks again, the announcement of the entry finds the directory alive, and arguments, which may refer into a
+// collection, are copied.
 
 void Dir::entryIs(Ptr<Entity> const& entity) {
   Ptr<Dir> const self(this);
-  Ptr<Entity> const added = entity;
+  Ptr<Entity> const added(entity.get());
   Name const name = added->name();
   Ptr<Entity> const former = entityPtr(name);
   if (!entries_.put(name, added)) return;
@@ -44,7 +45,7 @@ void Dir::entryIs(Ptr<Entity> const& entity) {
 
 Ptr<Entity> Dir::entryDel(Name const& name) {
   Ptr<Dir> const self(this);
-  Name const removed = name;
+  Name const removed(name.text());
   Ptr<Entity> entity;
   if (!entries_.take(removed, entity)) return nullptr;
   orphan(*entity);
