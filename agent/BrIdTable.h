@@ -1,5 +1,5 @@
-/// How bridge identifiers lie in the shared table in which a site's agent keeps `QorBrIdList`: Brine::Table of
-/// Bridging::BridgeId, where the row is its own key. Walks can be filtered on the low 24 bits, the VNI.
+/// How bridge identifiers lie in the shared table in which a site's agent keeps `QorBrIdList`: Brine::Table
+/// of Bridging::BridgeId, where the row is its own key. Walks can be filtered on the low 24 bits, the VNI.
 #pragma once
 
 #include <cstdint>

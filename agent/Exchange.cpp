@@ -124,8 +124,7 @@ void Exchange::floodIs(std::size_t site, VniVtepPair const& key, bool present) {
 }
 
 void Exchange::deliver(ExchangeSite& site) {
-  site.exported().host->deliver();
-  site.exported().flood->deliver();
+  site.exported().deliver();
   report();
 }
 

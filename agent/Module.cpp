@@ -155,8 +155,7 @@ void Module::handleBrId(Bridging::BridgeId const& brId) {
 
 void Module::deliver() {
   if (!learned_) return;
-  learned_->host->deliver();
-  learned_->flood->deliver();
+  learned_->deliver();
   reportLearned();
 }
 

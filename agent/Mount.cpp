@@ -18,10 +18,6 @@ std::string message(Brine::MountOptions const& options, Brine::MountStatus statu
   return mendable ? text + "; --repair keeps the rows that are sound" : text;
 }
 
-void mountReader(auto& table, std::string const& folder, std::string_view name) {
-  table.mount({.directory = folder, .name = std::string(name), .mode = Brine::Mode::keyshadow});
-}
-
 }  // namespace
 
 MountError::MountError(Brine::MountOptions const& options, Brine::MountStatus status,
@@ -38,9 +34,14 @@ void Tables::mountAsWriter(bool repair) {
   Agent::mountAsWriter(*flood, folder, Site::floodTable, repair);
 }
 
-void Tables::mountAsReader() {
-  mountReader(*host, folder, Site::hostTable);
-  mountReader(*flood, folder, Site::floodTable);
+void Tables::mountAsReader(Brine::Mode mode) {
+  host->mount({.directory = folder, .name = std::string(Site::hostTable), .mode = mode});
+  flood->mount({.directory = folder, .name = std::string(Site::floodTable), .mode = mode});
+}
+
+void Tables::deliver() {
+  host->deliver();
+  flood->deliver();
 }
 
 void Tables::endTurn() {

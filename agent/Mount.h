@@ -40,8 +40,9 @@ struct Tables {
   Tables(std::string const& name, std::string folder);
 
   void mountAsWriter(bool repair);
-  /// As readers that are told exactly what changes; tables that are not there yet mount themselves later.
-  void mountAsReader();
+  /// Tables that are not there yet mount themselves at a later delivery.
+  void mountAsReader(Brine::Mode mode = Brine::Mode::keyshadow);
+  void deliver();
   void endTurn();
   /// Both tables' rows.
   std::uint64_t rows() const;

@@ -18,6 +18,7 @@ int main(int argc, char** argv) {
   Agent::Run run;
   Agent::addAgentCommand(app, run);
   Agent::addEvpnCommand(app, run);
+  Agent::addDemoCommand(app, run);
   Agent::addShowCommand(app, run);
   Agent::addWatchCommand(app, run);
   Agent::addCheckCommand(app, run);

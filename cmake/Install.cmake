@@ -8,6 +8,7 @@ set(headerDir ${CMAKE_INSTALL_INCLUDEDIR}/qorevpn)
 install(TARGETS qorevpn-platform qorevpn EXPORT QorEvpnTargets INCLUDES DESTINATION ${headerDir})
 if(QOREVPN_AGENT)
   install(TARGETS qorevpn-agent)
+  install(FILES ${agentData} DESTINATION share/qorevpn)
 endif()
 
 # The two include roots of the source tree become one; includes are written the same for both.
