@@ -1,6 +1,7 @@
 #include "Brine/Folder.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -59,6 +60,8 @@ Folder::Folder(std::string const& path, std::string_view tableName, bool create)
   if ((status.st_mode & 022) != 0)
     throw notPermitted("the directory " + path + " is writable for group or others");
   owner_ = status.st_uid;
+  if (create && owner_ != ::geteuid())
+    throw notPermitted("the directory " + path + " belongs to another user");
 }
 
 Fd Folder::openTable(bool writable) const { return openFile(tableFile_, writable ? O_RDWR : O_RDONLY, 0); }

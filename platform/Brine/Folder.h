@@ -18,7 +18,8 @@ std::string encodeFileName(std::string_view name);
 /// not be writable for group or others. All functions that can fail raise `MountFailure`.
 class Folder {
  public:
-  /// Opens the directory `path`, if `create` after making it (0750) where it is missing.
+  /// Opens the directory `path`. With `create` it is made (0750) where it is missing, and must belong to the
+  /// process's user.
   Folder(std::string const& path, std::string_view tableName, bool create);
 
   /// The name of a table's file, without its directory.

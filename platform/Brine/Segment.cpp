@@ -229,7 +229,12 @@ void Segment::trim() {
   if (size() > fileBytes() && sys.truncate(fd_, static_cast<off_t>(fileBytes())) != 0) {
     throw MountFailure::ofErrno(errno, "trimming the table");
   }
-  for (Piece const& piece : pieces_) sys.populate(piece.address, piece.size);
+  bool populated = true;
+  for (Piece const& piece : pieces_) populated &= sys.populate(piece.address, piece.size) == 0;
+  // A file that was copied may have holes, which a full file system would turn into a fault at the first
+  // touch.
+  int const error = populated ? 0 : reserve(fd_, 0, fileBytes());
+  if (error != 0) throw MountFailure::ofErrno(error, "reserving space for the table");
 }
 
 void Segment::addExtent() {

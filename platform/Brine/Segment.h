@@ -73,7 +73,8 @@ class Segment {
 
   // For the claim's holder.
 
-  /// Cuts off what a killed writer had begun to add. Raises `MountFailure`.
+  /// Cuts off what a killed writer had begun to add, and makes sure of the space of the rest. Raises
+  /// `MountFailure`.
   void trim();
   /// Reserves and maps the next extent, without publishing it. Raises `SpaceError`; the table is as before
   /// then.

@@ -21,12 +21,14 @@ TableBase::~TableBase() {
 MountStatus TableBase::mount(MountOptions const& options) {
   requireUnmounted();
   options_ = options;
+  quiesced_ = false;
   ++mountSerial_;
   try {
     if (options.mode == Mode::writer) {
       mountWriter();
     } else {
       attachReader();
+      watch_->kick();
     }
   } catch (MountFailure const& failure) {
     detach();
@@ -155,7 +157,6 @@ void TableBase::attachReader() {
   incarnation_ = loadAcquire(&segment_->header()->incarnation);
   compareAll_ = true;
   onAttached(sameFile);
-  watch_->kick();
   successorFailed_ = false;
   bool const gone = writerLiveness() == Liveness::ended;
   setStatus(gone ? MountStatus::writerGone : MountStatus::mounted,
@@ -185,9 +186,15 @@ bool TableBase::beginDelivery() {
     } else {
       followWriter(events);
     }
+    if (segment_) segment_->follow();
+    if (segment_ && status_ == MountStatus::noResources) setStatus(MountStatus::mounted, {});
   } catch (MountFailure const& failure) {
     // What is mounted stays mounted: a successor that cannot be used does not take the rows away.
     if (!segment_) setStatus(failure.status(), failure.what());
+  } catch (SpaceError const& error) {
+    // The table has grown beyond what can be mapped: what is mapped can be read, but not brought up to date.
+    setStatus(MountStatus::noResources, error.what());
+    return false;
   }
   return segment_ != nullptr;
 }

@@ -293,14 +293,14 @@ DeliverResult Table<Row>::deliver() {
     explicit Guard(bool& f) : flag(f) { flag = true; }
     ~Guard() { flag = false; }
   } const guard(delivering_);
-  if (!beginDelivery()) return result;
-  uint64_t const serial = mountSerial_;
   try {
+    if (!beginDelivery()) return result;
+    uint64_t const serial = mountSerial_;
     uint64_t const quiet = loadAcquire(&segment_->header()->quiet);
     uint64_t const head = loadAcquire(&segment_->header()->head);
-    // After the head: the changes up to it are then within what is mapped.
+    // After the head: the rows of all changes up to it lie within what is followed now.
     segment_->follow();
-    if (nextChange_ != 0 && (head + 1 != nextChange_)) reportQuiesced(false);
+    if (mustCompareAll() || head + 1 != nextChange_) reportQuiesced(false);
     if (serial != mountSerial_) return result;
     if (mustCompareAll() || !deliverRing(head, result.changes)) {
       if (serial != mountSerial_) return result;

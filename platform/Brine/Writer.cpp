@@ -119,7 +119,8 @@ void Writer::recover(bool repair) {
   ring();
 }
 
-/// Before the first change of a recovery: a table whose recovery is cut short has a writer that died, not none.
+/// Before the first change of a recovery: a table whose recovery is cut short has a writer that died, not
+/// none.
 void Writer::sign() {
   Header* const header = segment_.header();
   struct stat status {};
