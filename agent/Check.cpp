@@ -19,17 +19,23 @@ struct Finding {
   Brine::MountStatus status;
   std::uint64_t rows;
   std::vector<Brine::Violation> violations;
+  std::string obstacle;  ///< Why it could not be checked.
+
+  bool isSound() const { return violations.empty() && obstacle.empty(); }
 };
 
-/// Mounts and checks one table. A table that cannot be mounted as it is violates the invariant "mount".
+/// Mounts and checks one table. A damaged one that cannot even be mounted violates the invariant "mount".
 Finding checkTable(Site const& site, TablePlace const& place) {
   return withReader(site, place, [&](auto const& table) {
-    Finding finding{place, table.mountStatus(), 0, {}};
+    Finding finding{place, table.mountStatus(), 0, {}, {}};
     if (Brine::isReadable(finding.status)) {
       finding.violations = table.check();
       finding.rows = table.statistics().rows;
-    } else if (finding.status != Brine::MountStatus::noTable) {
+    } else if (finding.status == Brine::MountStatus::corrupt ||
+               finding.status == Brine::MountStatus::incompatible) {
       finding.violations.push_back({"mount", explain(table, place)});
+    } else if (finding.status != Brine::MountStatus::noTable) {
+      finding.obstacle = explain(table, place);
     }
     return finding;
   });
@@ -40,7 +46,9 @@ void writePeople(Output& out, Finding const& finding) {
   out.write(finding.place.label(), ": ");
   if (finding.status == Brine::MountStatus::noTable) {
     out.write("no table\n");
-  } else if (finding.violations.empty()) {
+  } else if (!finding.obstacle.empty()) {
+    out.write("not checked: ", finding.obstacle, "\n");
+  } else if (finding.isSound()) {
     out.write(colours.added, "sound", colours.reset, ", ", countText(finding.rows, "row"), "\n");
   } else {
     out.write(colours.removed, "NOT SOUND", colours.reset, "\n");
@@ -55,6 +63,7 @@ nlohmann::ordered_json toJson(Finding const& finding) {
                                    {"status", Brine::toText(finding.status)},
                                    {"rows", finding.rows},
                                    {"violations", nlohmann::ordered_json::array()}};
+  if (!finding.obstacle.empty()) object["notChecked"] = finding.obstacle;
   for (Brine::Violation const& violation : finding.violations) {
     object["violations"].push_back({{"invariant", violation.invariant}, {"detail", violation.detail}});
   }
@@ -73,7 +82,7 @@ int check(CheckOptions const& options) {
   for (TablePlace const& place : places) {
     Finding const& finding = findings.emplace_back(checkTable(Site(options.dir), place));
     bool const isMissing = finding.status == Brine::MountStatus::noTable;
-    isSound = isSound && finding.violations.empty() && (all || !isMissing);
+    isSound = isSound && finding.isSound() && (all || !isMissing);
     isThere = isThere || !isMissing;
   }
 

@@ -43,7 +43,7 @@ TablePlace placeOf(std::string_view word, bool learned, RowFilter const& filter)
 std::string explain(Brine::TableBase const& table, TablePlace const& place) {
   using Brine::MountStatus;
   std::string const who = place.learned ? "the EVPN side" : "the agent";
-  std::string const where = place.label() + " in " + table.options().directory;
+  std::string const where = table.options().directory + "/" + table.options().name;
   std::string const& detail = table.mountDetail();
   switch (table.mountStatus()) {
     case MountStatus::mounted: return {};
@@ -51,8 +51,9 @@ std::string explain(Brine::TableBase const& table, TablePlace const& place) {
     case MountStatus::writerGone:
       return who + " that writes " + where + " is not running; its rows stay as it left them";
     case MountStatus::noTable:
-      return "there is no " + where + " yet: " + who + " has not run there, or --dir is another";
-    case MountStatus::notPermitted: return where + " may not be read: " + detail;
+      return "there is no table " + where + ": " + who + " has not run there, or --dir is another";
+    case MountStatus::notPermitted:
+      return where + " may not be read: " + detail + "; its readers are its directory's group";
     case MountStatus::incompatible: return where + " is of another version of this program: " + detail;
     case MountStatus::corrupt: return where + " is damaged: " + detail;
     default: break;

@@ -76,7 +76,7 @@ TEST_F(ShowTest, EachFailureSaysWhatIsWrong) {
     std::vector<std::string> errors;
   } const cases[] = {
       {{"hosts"}, 0, {"exported/host", "not running"}},
-      {{"hosts", "--learned"}, 1, {"no learned/host", "the EVPN side"}},
+      {{"hosts", "--learned"}, 1, {"no table " + dir() + "/learned/host", "the EVPN side"}},
       {{"counters"}, 1, {"no agent runs for " + dir(), "counters"}},
       {{"evpn-status"}, 1, {"no agent runs"}},
       {{"hosts", "--vni", "16777216"}, 2, {"--vni", "16777216", "not allowed"}},

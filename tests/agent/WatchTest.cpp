@@ -130,7 +130,7 @@ TEST_F(WatchTest, EndsWhenItIsNotWantedAnyMore) {
 TEST_F(WatchTest, NothingToWatchIsAFailure) {
   auto const missing = TestSupport::run(command({"hosts"}));
   EXPECT_EQ(missing.status, 1);
-  EXPECT_THAT(missing.err, HasSubstr("no exported/host"));
+  EXPECT_THAT(missing.err, HasSubstr("no table " + dir() + "/exported/host"));
   mountHosts();
   hosts.unmount();
   auto const left = TestSupport::run(command({"hosts"}));
