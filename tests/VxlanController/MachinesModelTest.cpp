@@ -14,8 +14,8 @@ struct Served {
   Ptr<MacVtepFloodListV2> list, listFromEvpn;
 };
 
-// What the transmit side must have written: for every key, what both sides held when an event last touched it. The
-// history that matters besides is which objects each VNI's machine was given.
+// What the transmit side must have written: for every key, what both sides held when an event last touched
+// it. The history that matters besides is which objects each VNI's machine was given.
 struct Model {
   Ptr<Orb::Dir> dir;
   Ptr<VniStatusDirV2> evpn;
@@ -362,7 +362,8 @@ TEST(MachinesModel, TablesAreWhatBothSidesAndTheirHistorySay) {
       world.compare();
       if (testing::Test::HasFailure()) return;
     }
-    // The full pass serves again what an alias of a name took away. Without aliases the next one changes nothing.
+    // The full pass serves again what an alias of a name took away. Without aliases the next one changes
+    // nothing.
     SCOPED_TRACE("QOREVPN_TEST_SEED=" + std::to_string(seed) + ", full pass");
     if (!world.root || !world.root->initialized()) continue;
     auto const pass = [&] {

@@ -147,25 +147,5 @@ TEST_F(RxSm, Assertions) {
   EXPECT_DEATH(VxlanController::qorEvpnRxSmFactory(hostTable, nullptr, dir), "null Orb::Ptr dereferenced");
 }
 
-TEST_F(RxSm, GenericInterface) {
-  make();
-  EXPECT_EQ(sm->fwkType().name(), "VxlanController::QorEvpnRxSm");
-  std::string names;
-  for (auto const& attribute : sm->fwkType().attributes()) {
-    EXPECT_EQ(attribute.id, Orb::firstOwnAttribute + std::count(names.begin(), names.end(), ' '));
-    (names += attribute.name) += " ";
-  }
-  EXPECT_EQ(names,
-            "hostTable floodTable vniStatusDir maybeDeleteVniStatus deleteHostEntry handleHost "
-            "deleteFloodEntry handleFloodEntry cleanup initSm ");
-  using Object = Ptr<Orb::PtrInterface const>;
-  EXPECT_EQ(Orb::attribute(*sm, "vniStatusDir").as<Object>(), dir);
-  EXPECT_EQ(Orb::attribute(*sm, Orb::firstOwnAttribute + 1).as<Object>(), floodTable);
-  EXPECT_THROW(Orb::attributeInvoke(*sm, "deleteHostEntry"), Orb::AttributeAccessError);
-  EXPECT_EQ(sm->hostTableDel(), hostTable);
-  EXPECT_EQ(sm->floodTableDel(), floodTable);
-  EXPECT_EQ(sm->orbFwkActivity(), nullptr);
-}
-
 }  // namespace
 }  // namespace MachineTests

@@ -48,11 +48,6 @@ inline Host host(uint32_t vni, uint32_t m, uint32_t vtep) { return hostOf(Vni(vn
 inline FloodEntry flood(uint32_t vni, uint32_t vtep) { return FloodEntry(VniVtepPair(Vni(vni), ip(vtep))); }
 inline Bridging::BridgeId brId(uint32_t vni) { return Bridging::BridgeId::ofVni(Vni(vni)); }
 
-/// What a handler that enters and returns traces.
-inline std::string run(std::string const& name, std::string const& inner = "") {
-  return "3 " + name + "\n" + inner + "4 " + name + " return\n";
-}
-
 /// A folder in shared memory, and a table in it.
 class Folder {
  public:
@@ -193,13 +188,13 @@ class Site : public testing::Test {
   }
   using Counts = std::array<uint64_t, 6>;
   std::string tables() const { return text(*hostTable) + "| " + text(*floodTable) + "| " + text(*brIds); }
-  static std::string namesOf(Orb::PtrInterface const& machine) {
-    std::string names;
-    for (auto const& attribute : machine.fwkType().attributes()) {
-      EXPECT_EQ(&machine.fwkType().attribute(attribute.id), &attribute);
-      (names += attribute.name) += " ";
-    }
-    return names;
+  /// Adds a step to the story: its traces, the outputs and the operations on both tables.
+  void told(std::string const& step) {
+    std::string outputs = tables();
+    while (outputs.ends_with(' ')) outputs.pop_back();
+    Orb::appendTexts(story, "# ", step, '\n', traced(), "= ", outputs, "\n=");
+    for (uint64_t count : counts()) Orb::appendTexts(story, ' ', count);
+    story += '\n';
   }
 
   Folder folder;
@@ -211,6 +206,7 @@ class Site : public testing::Test {
   Ptr<FloodTable> floodTable = QorEvpn::floodTableFactory("flood");
   std::vector<std::string> reports;
   Counts counted{};
+  std::string story;
   Ptr<QorEvpnTxSm> root;
 };
 

@@ -1,0 +1,345 @@
+#include <iterator>
+
+#include "VxlanController/QorEvpnTxSweep.h"
+#include "VxlanController/Site.h"
+#include "support/Paths.h"
+
+namespace MachineTests {
+namespace {
+
+using Object = Ptr<Orb::PtrInterface const>;
+using Texts = std::vector<std::string>;
+
+class Transmit : public Site {
+ public:
+  // VNI 10, served by a machine.
+  void serve() {
+    if (!root) make();
+    status = vniIs("10", 10);
+    machine = root->vniFdbStatusSm(Vni(10));
+    traced(), counts();
+  }
+  Ptr<VniFdbStatusV2> status;
+  Ptr<VniFdbStatusSm> machine;
+};
+
+// A life of the machines: every record with its level, the outputs after each step, and how often both tables
+// were written, removed from and notified.
+TEST_F(Transmit, TellsTheStoryInTheFileBesideThis) {
+  for (uint32_t vni : {10u, 30u, 40u}) {
+    for (uint32_t m : {1u, 3u, 4u}) hostTable->hostIs(host(vni, m, 99));
+    for (uint32_t vtep : {12u, 14u, 19u}) floodTable->floodEntryIs(flood(vni, vtep));
+  }
+  for (uint32_t vni : {30u, 5u, 25u}) brIds->brIdListIs(brId(vni), true);
+  auto const ten = vniIs("10"), fdb20 = vniIs("20");
+  dir->entryIs(makePtr<Orb::Dir>("5"));
+  ten->macVtepTableIs(MacVtepV2(mac(1), ip(11), Seqno32(7), 200)), ten->macVtepTableIs(entry(2, 12));
+  ten->macVtepFloodListTableIs(mac(5));
+  auto const list = listOf(ten, {{12, true}, {13, true}, {14, false}});
+  auto const evpn10 = evpn->vniStatusV2Is(Vni(10));
+  evpn10->macVtepTableIs(entry(2, 12));
+  auto const evpnList = listOf(evpn10, {{13, false}});
+  counts();
+  make();
+  EXPECT_EQ(std::ranges::count(traces.functions(), "cleanupStaleVniEntries"), 13);
+  EXPECT_EQ(std::ranges::count(traces.functions(), "cleanupStaleHostEntries"), 6);
+  told("start over what an earlier run left");
+  ten->macVtepTableIs(entry(3, 11)), told("a MAC is learned");
+  ten->macVtepTableDel(mac(3)), told("and forgotten");
+  evpn10->macVtepTableIs(MacVtepV2(mac(1), ip(11), Seqno32(7), 200)), told("EVPN supplies the same");
+  evpn10->macVtepTableIs(MacVtepV2(mac(1), ip(11), Seqno32(7), 201)), told("and something else");
+  brIds->brIdListDelAll();
+  ten->macVtepMultiPathTableIs({mac(1), {}}), evpn10->macVtepMultiPathTableIs({mac(1), {}});
+  ten->macVtepFloodListTableIs(mac(6)), evpn10->macVtepFloodListTableIs(mac(6));
+  told("unsupported entries leave two records each and do not refresh the identifier");
+  evpn10->macVtepMultiPathTableIs({bum, {}}), told("the all-BUM address does");
+  root->vniFdbStatusSm(Vni(10))->handleMultiPath(), told("and the full pass");
+  list->vtepIpFloodListIs(ip(14), true), told("a VTEP is switched on");
+  evpnList->vtepIpFloodListIs(ip(14), false), told("EVPN has it, switched off");
+  evpn10->macVtepFloodListTableDel(bum), told("EVPN withdraws its list");
+  evpn->vniStatusV2Del(Vni(10)), told("and its status");
+  evpn->vniStatusV2Is(Vni(20)), evpn->vniStatusV2Is(Vni(99)),
+      told("it has one for a VNI served and one for none");
+  ten->macVtepFloodListTableDel(bum), told("the flood list goes");
+  listOf(ten, {{15, true}}), told("and comes");
+  EXPECT_THROW(vniIs("10"), Orb::ReinstantiationError);
+  EXPECT_EQ(root->vniFdbStatusSm(Vni(10))->vniFdbStatus(), ten);
+  EXPECT_NE(dir->entityPtr("10"), ten);
+  told("another status of VNI 10 is refused");
+  dir->entryIs(ten), told("the same again is not");
+  dir->entryDel("10"), told("VNI 10 goes");
+  root->handleVniFdbStatus("40"), told("one that was never served");
+  fdb20->macVtepMultiPathTableIs({mac(1), {}}), listOf(fdb20, {{16, true}}), traced();
+  root->vniFdbStatusSm(Vni(20))->cleanup(), root->vniFdbStatusSm(Vni(20))->cleanup();
+  told("the machine of VNI 20 is cleaned up, alone and once");
+  root->vniFdbStatusSm(Vni(20))->initializedIs(true), traced();
+  root->cleanup(), told("all are");
+  root->cleanup(), root->handleVniFdbStatus(), root->cleanupStaleBrIdEntries();
+  root->publishBrId(brId(9)), root->unpublishBrId(brId(9)), vniIs("30"), evpn->vniStatusV2Del(Vni(99));
+  told("deaf until the next start");
+  Orb::attributeInvoke(*root, "handleInitialized"), told("start again");
+  std::ifstream file(TestSupport::sourcePath("tests/VxlanController/TransmitTest.story"));
+  EXPECT_EQ(story, std::string(std::istreambuf_iterator<char>(file), {}));
+}
+
+TEST_F(Transmit, NamesStandForTheNumberAtTheirBeginning) {
+  make();
+  for (auto const& [name, vni] : std::map<std::string, uint32_t>{
+           {"16777215", 16777215}, {"abc", 0}, {"4294967301", 5}, {" 7x", 7}, {"+8", 8}, {"010", 10}}) {
+    vniIs(name);
+    EXPECT_TRUE(root->vniFdbStatusSm(Vni(vni))) << name;
+    dir->entryDel(Orb::Name(name));
+    EXPECT_FALSE(root->vniFdbStatusSm(Vni(vni))) << name;
+  }
+  counts();
+  for (std::string const name : {"-1", "16777216"}) {
+    for (bool const add : {true, false}) {
+      traced();
+      try {
+        add ? static_cast<void>(vniIs(name)) : static_cast<void>(dir->entryDel(Orb::Name(name)));
+        ADD_FAILURE() << name;
+      } catch (Orb::RangeError const& error) {
+        EXPECT_STREQ(error.what(), "Vni::value < Vni::min or > Vni::max not allowed");
+      }
+      EXPECT_EQ(traced(), "3 QorEvpnTxSm()::handleVniFdbStatus(" + name + ")\n");
+    }
+  }
+  EXPECT_EQ(counts(), Counts());
+}
+
+TEST_F(Transmit, OutputsAreEmptiedInOrderAndTheChildIsOutBeforeItsCleanup) {
+  Texts seen;
+  auto const sink = Trace::sinkIs({});
+  Trace::sinkIs([&](Trace::Record const& record) {
+    if (record.text == "VniFdbStatusSm(10)::cleanup()")
+      seen.push_back(tables() + std::to_string(root->vniFdbStatusSm().members()));
+  });
+  auto const note = [&](Orb::Notifier const& source, std::string const& name) {
+    return makePtr<TestSupport::Watcher>(source, [&seen, name](auto, auto) { seen.push_back(name); });
+  };
+  for (bool const all : {false, true}) {
+    serve();
+    status->macVtepTableIs(entry(1, 11)), listOf(status, {{12, true}});
+    std::vector const watchers = {note(*floodTable, "f"), note(*hostTable, "h"), note(*brIds, "b")};
+    all ? root->cleanup() : static_cast<void>(dir->entryDel("10"));
+    EXPECT_FALSE(machine->initialized());
+  }
+  Trace::sinkIs(sink);
+  EXPECT_EQ(seen, (Texts{"b", "h", "f", "| | 0", "b", "h", "f", "| | 0"}));
+}
+
+TEST_F(Transmit, IdentifiersAreWrittenOnlyWhereThatChangesThem) {
+  make();
+  EXPECT_EQ(brId(5000).value(), 0x02001388u);
+  brIds->brIdListIs(brId(5), false);  // which a write would turn into true
+  root->publishBrId(brId(5)), root->publishBrId(brId(6));
+  EXPECT_FALSE(*brIds->brIdList().find(brId(5)));
+  EXPECT_TRUE(*brIds->brIdList().find(brId(6)));
+  root->unpublishBrId(brId(5)), root->unpublishBrId(brId(5));
+  EXPECT_EQ(text(*brIds), "6 ");
+}
+
+TEST_F(Transmit, DamageEndsItsWalkAndOtherErrorsTheHandler) {
+  for (uint32_t m : {1u, 2u, 3u}) hostTable->hostIs(host(10, m, m)), floodTable->floodEntryIs(flood(10, m));
+  make();
+  folder.damage(host(10, 2, 2)), folder.damage(flood(10, 2));
+  for (uint32_t vnis : {1u, 2u, 0u}) {  // swept, or started where there are none
+    hostTable->hostIs(host(10, 1, 1)), floodTable->floodEntryIs(flood(10, 1));
+    traced(), counts();
+    if (vnis == 0) status = vniIs("10");
+    if (vnis > 0)
+      QorEvpn::cleanupStaleVniEntries(root, vnis == 1 ? std::set{Vni(10)} : std::set{Vni(10), Vni(11)});
+    EXPECT_EQ(std::exchange(reports, {}), (Texts{"row 1 is damaged", "row 1 is damaged"}));
+    EXPECT_EQ(counts(), (Counts{0, 1, 1, 0, 1, 1}));
+    std::array<uint32_t, 9> levels{};
+    for (std::string const& line : traces.take()) ++levels.at(static_cast<size_t>(line[0] - '0'));
+    EXPECT_EQ(levels[8], 2u);
+    EXPECT_EQ(levels[3], levels[4] + vnis);  // whatever was entered returned
+  }
+  hostTable->hostIs(host(11, 1, 1));
+  auto const watcher = makePtr<TestSupport::Watcher>(*hostTable, [](auto, auto) { throw 7; });
+  EXPECT_THROW(QorEvpn::cleanupStaleVniEntries(root, {Vni(11)}), int);
+  // A notifiee's error leaves through the setter that it began with; what was changed stays.
+  EXPECT_THROW(status->macVtepTableIs(entry(4, 11)), int);
+  EXPECT_EQ(status->macVtepTables(), 1u);
+  EXPECT_EQ(hostTable->host(host(10, 4, 11).key()), host(10, 4, 11));
+}
+
+TEST_F(Transmit, IdentifiersOfAttributesDifferBySide) {
+  evpn->vniStatusV2Is(Vni(10));
+  serve();
+  auto const heard = [&](auto const& reactor) {
+    std::string out;
+    EthAddr const key = mac(1);
+    for (Orb::AttributeId id = 256; id < 264; ++id) {
+      reactor->onAttribute(id, nullptr);
+      EXPECT_EQ(traced(), "");
+      reactor->onAttribute(id, &key);
+      std::string const lines = traced();
+      if (!lines.empty()) Orb::appendTexts(out, id, lines.substr(28, 2), ' ');
+    }
+    return out;
+  };
+  EXPECT_EQ(heard(machine->orbVniFdbStatus()), "258Ho 259Mu 260Fl ");
+  EXPECT_EQ(heard(machine->orbVniStatusFromEvpn()), "259Ho 260Mu 261Fl ");
+}
+
+TEST_F(Transmit, EvpnStatusMayComeBeforeTheStartAndIsALateInput) {
+  serve();
+  status->macVtepTableIs(entry(1, 11));
+  auto const other = QorEvpn::vniFdbStatusSmFactory(Vni(10), status, root.get());
+  EXPECT_TRUE(other->hasNotificationActive());
+  auto const first = makePtr<VniStatusV2>(Vni(10)), second = makePtr<VniStatusV2>(Vni(10));
+  first->macVtepTableIs(entry(1, 11));
+  traced();
+  std::string const pass = "3 VniFdbStatusSm(10)::handleInitialized()\n";
+  other->vniStatusFromEvpnIs(first), other->vniStatusFromEvpnIs(first);
+  other->handleHost(), other->handleHost(mac(1)), other->handleMultiPath(), other->handleMultiPath(bum);
+  other->handleFloodList(), other->handleFloodList(bum), other->cleanupStaleHostEntries();
+  other->cleanupStaleFloodListEntries(), other->cleanup();
+  EXPECT_EQ(traced(), pass);
+  other->initializedIs(true), other->initializedIs(true);
+  EXPECT_EQ(traced().rfind(pass), 0u);
+  EXPECT_EQ(tables(), "| | 10 ");
+  auto const reactor = other->orbVniStatusFromEvpn();
+  other->vniStatusFromEvpnIs(second);
+  EXPECT_EQ(other->orbVniStatusFromEvpn(), reactor);
+  EXPECT_EQ(tables(), "10:1>11/1/16 | | 10 ");
+  other->vniStatusFromEvpnIs(first);
+  EXPECT_EQ(other->vniStatusFromEvpnDel(), first);
+  EXPECT_EQ(other->vniStatusFromEvpnDel(), nullptr);
+  EXPECT_EQ(tables(), "10:1>11/1/16 | | 10 ");
+}
+
+TEST_F(Transmit, FloodListMachine) {
+  evpn->vniStatusV2Is(Vni(10));
+  serve();
+  auto const own = listOf(status, {{11, true}, {12, false}}), fromEvpn = makePtr<MacVtepFloodListV2>(bum);
+  auto const child = machine->macVtepFloodListSm(bum);
+  EXPECT_TRUE(child->hasNotificationActive());
+  // Only another list of EVPN's runs the child's pass again; `initialized` is set in any case.
+  traced(), counts();
+  child->initializedIs(false);
+  machine->handleFloodList(bum);
+  EXPECT_TRUE(child->initialized());
+  EXPECT_EQ(counts(), Counts());
+  fromEvpn->vtepIpFloodListIs(ip(11), false);
+  child->floodListFromEvpnIs(fromEvpn), child->floodListFromEvpnIs(fromEvpn);
+  EXPECT_EQ(counts(), (Counts{0, 0, 0, 0, 2, 1}));
+  EXPECT_EQ(child->floodListFromEvpnDel(), fromEvpn);
+  EXPECT_EQ(child->floodListFromEvpnDel(), nullptr);
+  EXPECT_EQ(tables(), "| 10>11 | 10 ");
+  EXPECT_THROW(status->macVtepFloodListTableIs(fromEvpn), Orb::ReinstantiationError);
+  EXPECT_EQ(child->macVtepFloodList(), own);
+  // The row's key holds no MAC: another machine of the VNI writes and deletes the same rows.
+  auto const second = QorEvpn::macVtepFloodListSmFactory(mac(2), own, machine.get());
+  counts();
+  second->cleanup(), second->cleanup(), second->handleVtepIp(ip(11)), second->handleVtepIp();
+  EXPECT_EQ(counts(), (Counts{0, 0, 0, 0, 2, 1}));
+  // Without a list no address is wanted and none is known.
+  EXPECT_EQ(child->macVtepFloodListDel(), own);
+  floodTable->floodEntryIs(flood(10, 11));
+  child->handleVtepIp(), child->cleanup();
+  EXPECT_EQ(tables(), "| 10>11 | 10 ");
+  child->initializedIs(true), child->handleVtepIp(ip(11));
+  EXPECT_EQ(tables(), "| | 10 ");
+}
+
+TEST_F(Transmit, DestructionWritesNothingAndTheSwitchReachesChildren) {
+  serve();
+  status->macVtepTableIs(entry(1, 11));
+  auto const list = listOf(status, {{12, true}});
+  std::string const before = tables();
+  counts();
+  root->hasNotificationActiveIs(false);
+  status->macVtepTableIs(entry(2, 11)), list->vtepIpFloodListIs(ip(13), true), evpn->vniStatusV2Is(Vni(10));
+  machine = nullptr, root = nullptr;
+  EXPECT_EQ(counts(), Counts());
+  EXPECT_EQ(tables(), before);
+  EXPECT_EQ(dir->notifieeList()->size() + evpn->notifieeList()->size() + status->notifieeList()->size(), 0u);
+}
+
+TEST_F(Transmit, Assertions) {
+  serve();
+  listOf(status, {});
+  auto const child = machine->macVtepFloodListSm(bum);
+  child->initializedIs(false), machine->initializedIs(false);
+  Trace::levelsIs("VxlanControllerEvpnTxSm", 0);
+  std::string const failed = "assertion failed: initialized\\(\\), function .*";
+  EXPECT_DEATH(machine->macEntryProvidedByEvpn(mac(1)), failed + "macEntryProvidedByEvpn");
+  EXPECT_DEATH(machine->updateBrIdList(), failed + "updateBrIdList");
+  EXPECT_DEATH(child->floodIpProvidedByEvpn(ip(1)), failed + "floodIpProvidedByEvpn");
+  Bridging::BridgeId const other(0x01000005);
+  brIds->brIdListIs(other, true);
+  std::string const type = "assertion failed: brType\\(\\) == brTypeVni\\(\\), function .*vni";
+  EXPECT_DEATH(root->publishBrId(other), type);
+  EXPECT_DEATH(root->unpublishBrId(other), type);
+  EXPECT_DEATH(root->cleanupStaleBrIdEntries(), type);
+  EXPECT_EQ(machine->vniFdbStatusDel(), status);
+  EXPECT_DEATH(machine->initializedIs(true), "null Orb::Ptr dereferenced.*VniFdbStatusV2");
+}
+
+TEST_F(Transmit, GenericInterface) {
+  serve();
+  auto const list = listOf(status, {{12, true}});
+  auto const child = machine->macVtepFloodListSm(bum);
+  auto const rx =
+      VxlanController::qorEvpnRxSmFactory(hostTable, floodTable, makePtr<VniStatusDirV2>("other"));
+  struct {
+    Ptr<Orb::PtrInterface> machine;
+    std::string attributes;
+    std::map<size_t, Object> values;  // by place
+  } const all[] = {
+      {root,
+       "QorEvpn::QorEvpnTxSm vniDir vniStatusDirFromEvpn qorBrIdList hostTableOut floodTableOut "
+       "vniFdbStatusSm "
+       "initialized handleInitialized handleVniFdbStatus handleVniStatusFromEvpn publishBrId unpublishBrId "
+       "cleanupStaleBrIdEntries cleanup ",
+       {{0, dir}, {1, evpn}, {2, brIds}, {3, hostTable}, {4, floodTable}}},
+      {machine,
+       "QorEvpn::VniFdbStatusSm vni vniFdbStatus vniStatusFromEvpn macVtepFloodListSm initialized "
+       "qorEvpnTxSm "
+       "handleInitialized handleHost handleMultiPath macEntryProvidedByEvpn handleFloodList updateBrIdList "
+       "cleanupStaleHostEntries cleanupStaleFloodListEntries cleanup ",
+       {{1, status}, {2, nullptr}, {5, root}}},
+      {child,
+       "QorEvpn::MacVtepFloodListSm macAddr macVtepFloodList floodListFromEvpn floodIpProvidedByEvpn "
+       "handleVtepIp "
+       "cleanup initialized handleInitialized vniFdbStatusSm ",
+       {{1, list}, {2, nullptr}, {8, machine}}},
+      {rx,
+       "VxlanController::QorEvpnRxSm hostTable floodTable vniStatusDir maybeDeleteVniStatus deleteHostEntry "
+       "handleHost deleteFloodEntry handleFloodEntry cleanup initSm ",
+       {{0, hostTable}, {1, floodTable}, {2, rx->vniStatusDir()}}}};
+  for (auto const& [of, attributes, values] : all) {
+    std::string names(of->fwkType().name());
+    Orb::AttributeId id = Orb::firstOwnAttribute;
+    for (auto const& attribute : of->fwkType().attributes()) {
+      EXPECT_EQ(attribute.id, id++);
+      (names += " ") += attribute.name;
+      EXPECT_EQ(attribute.write != nullptr, attribute.name == "initialized");
+    }
+    EXPECT_EQ(names + " ", attributes);
+    for (auto const& [place, value] : values)
+      EXPECT_EQ(Orb::attribute(*of, Orb::firstOwnAttribute + static_cast<uint32_t>(place)).as<Object>(),
+                value);
+    EXPECT_EQ(of->orbFwkActivity(), nullptr);
+  }
+  EXPECT_EQ(Orb::attribute(*root, "vniFdbStatusSm").as<std::vector<Orb::Value>>().at(0).as<Vni>(), Vni(10));
+  EXPECT_EQ(Orb::attribute(*machine, "macVtepFloodListSm").as<std::vector<Orb::Value>>().at(0).as<EthAddr>(),
+            bum);
+  traced();
+  Orb::attributeIs(*machine, "initialized", false);  // through the setter
+  EXPECT_EQ(traced(), "3 VniFdbStatusSm(10)::handleInitialized()\n");
+  Orb::attributeInvoke(*child, Orb::firstOwnAttribute + 5);
+  EXPECT_EQ(tables(), "| | 10 ");
+  EXPECT_THROW(Orb::attributeInvoke(*root, "publishBrId"), Orb::AttributeAccessError);
+  EXPECT_EQ(root->vniDirDel(), dir);
+  EXPECT_EQ(root->vniDirDel(), nullptr);
+  EXPECT_EQ(root->vniStatusDirFromEvpnDel(), evpn);
+  EXPECT_EQ(rx->hostTableDel(), hostTable);
+  EXPECT_EQ(rx->floodTableDel(), floodTable);
+}
+
+}  // namespace
+}  // namespace MachineTests
