@@ -18,7 +18,7 @@ bool isReadable(int fd) {
 }  // namespace
 
 std::optional<LineCutter::Line> LineCutter::next() {
-  auto const end = buffer_.find('\n', begin_);
+  auto const end = buffer_.find('\n', scanned_);
   if (end == std::string::npos && !(ended_ && (begin_ < buffer_.size() || skipping_))) {
     buffer_.erase(0, begin_);
     begin_ = 0;
@@ -26,13 +26,14 @@ std::optional<LineCutter::Line> LineCutter::next() {
       skipping_ = true;
       buffer_.clear();
     }
+    scanned_ = buffer_.size();
     return std::nullopt;
   }
   auto const length = std::min(end, buffer_.size()) - begin_;
   Line line{++number_, {}, skipping_ || length > lengthLimit};
   if (!line.tooLong) line.text = buffer_.substr(begin_, length);
   if (line.text.ends_with('\r')) line.text.pop_back();
-  begin_ = end == std::string::npos ? buffer_.size() : end + 1;
+  begin_ = scanned_ = end == std::string::npos ? buffer_.size() : end + 1;
   skipping_ = false;
   return line;
 }

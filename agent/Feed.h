@@ -39,6 +39,7 @@ class LineCutter {
  private:
   std::string buffer_;
   std::size_t begin_ = 0;
+  std::size_t scanned_ = 0;  ///< No line ends between `begin_` and here.
   std::uint64_t number_ = 0;
   bool skipping_ = false;
   bool ended_ = false;

@@ -3,7 +3,7 @@
 ///
 ///   feed: enabled, capability ─► QorEvpnIntegrationModeSm ─► on: receive machine, then transmit root
 ///                                                           off: both are cleaned up and dropped
-///   feed: the controller's ─► Controller ─► transmit machines ─► exported tables, QorBrIdList ─► brId table
+///   feed: switches ─► Controller ─► transmit machines ─► exported tables, QorBrIdList ─► brId table
 ///   learned tables ─► receive machine ─► VniStatusDirV2 ─► Controller, then transmit machines
 ///
 /// Start: the list of bridge identifiers is seeded with what the last run left in its table and with the VNI

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "agent/Control.h"
+#include "agent/SiteView.h"
+#include "support/Paths.h"
+#include "support/Program.h"
+
+/// A site of a test's own and what can be seen of it from outside.
+struct AgentSite {
+  explicit AgentSite(std::string const& name = "site")
+      : dir(folder.path() + '/' + name), view(Agent::Site(dir)) {}
+
+  nlohmann::ordered_json ask(std::string const& request) const {
+    return Agent::controlRequest(Agent::Site(dir).controlSocket(), request);
+  }
+  /// False as long as no agent answers.
+  bool feedHasEnded() const {
+    try {
+      return ask("state")["feed"]["ended"].get<bool>();
+    } catch (std::exception const&) {
+      return false;
+    }
+  }
+
+  TestSupport::ScratchFolder folder;
+  std::string dir;
+  Agent::SiteView view;
+};
+
+/// Waits for a condition; false after a minute, which only a fault takes.
+inline bool becomes(std::function<bool()> const& condition) {
+  auto const deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
+inline std::string tracePath(std::string const& name) { return TestSupport::sourcePath("data/" + name); }
+
+inline std::vector<std::string> linesOf(std::string const& path) {
+  std::ifstream file(path);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(file, line);) lines.push_back(line + '\n');
+  return lines;
+}

@@ -1,0 +1,181 @@
+#include <gmock/gmock.h>
+
+#include <csignal>
+#include <random>
+
+#include "AgentSite.h"
+#include "FeedModel.h"
+
+namespace {
+
+using Agent::Expectation;
+using Agent::SiteRows;
+using testing::HasSubstr;
+using TestSupport::Program;
+
+std::uint64_t counter(AgentSite const& site, std::string const& owner, std::string const& name) {
+  for (auto const& each : site.ask("counters")) {
+    if (each["owner"] == owner && each["name"] == name) return each["value"].get<std::uint64_t>();
+  }
+  ADD_FAILURE() << "no counter " << owner << ' ' << name;
+  return 0;
+}
+
+class TraceTest : public testing::TestWithParam<std::string> {};
+
+INSTANTIATE_TEST_SUITE_P(Traces, TraceTest, testing::Values("fabric-3vni", "corner-cases"),
+                         [](auto const& each) {
+                           return each.param == "fabric-3vni" ? "Recorded" : "Written";
+                         });
+
+TEST_P(TraceTest, EachEventLeavesWhatBothSidesMakeOfIt) {
+  AgentSite site;
+  Program agent({"agent", "--dir", site.dir, "--feed", "-", "--with-evpn", "--strict"});
+  FeedModel model;
+  std::size_t events = 0;
+  for (std::string const& line : linesOf(tracePath(GetParam() + ".jsonl"))) {
+    agent.write(line);
+    model.apply(Agent::parseEvent(line));
+    ++events;
+    ASSERT_TRUE(becomes([&] {
+      try {
+        return site.ask("state")["feed"]["events"] == events;
+      } catch (std::system_error const&) {
+        return false;
+      }
+    })) << agent.errors();
+    ASSERT_EQ(site.view.exported(), model.exported()) << "after " << line;
+    ASSERT_EQ(nlohmann::json(site.ask("evpn-status")), model.evpnStatus()) << "after " << line;
+  }
+  Expectation const expected = Expectation::ofFile(tracePath(GetParam() + ".end.json"));
+  EXPECT_EQ(site.view.exported(), expected.exported);
+  EXPECT_EQ(nlohmann::json(site.ask("evpn-status")), expected.evpnStatus);
+  // More of them would be entries of EVPN's that were exported for a moment on their way out.
+  if (GetParam() == "fabric-3vni") {
+    EXPECT_EQ(counter(site, "exported/host", "hostIs"), 278U);
+  }
+}
+
+TEST_P(TraceTest, TwoProcessesEndAsExpectedAndARestartWithdrawsNothing) {
+  AgentSite site;
+  std::string const feed = tracePath(GetParam() + ".jsonl");
+  Expectation const expected = Expectation::ofFile(tracePath(GetParam() + ".end.json"));
+  auto const settles = [&] {
+    return becomes([&] {
+      return site.feedHasEnded() && site.view.exported() == expected.exported &&
+             site.ask("evpn-status") == expected.evpnStatus;
+    });
+  };
+  std::vector<std::string> const arguments = {"agent", "--dir", site.dir, "--feed", feed};
+  Program evpn({"evpn", "--dir", site.dir, "--feed", feed});
+  std::optional<Program> agent(std::in_place, arguments);
+  ASSERT_TRUE(settles()) << agent->errors() << evpn.errors();
+
+  auto const second = TestSupport::run(arguments);
+  EXPECT_EQ(second.status, 1);
+  EXPECT_THAT(second.err, HasSubstr(site.dir + "/exported/host: busy: "));
+  EXPECT_TRUE(site.ask("state")["integration"]);
+
+  agent->signal(SIGTERM);
+  EXPECT_EQ(agent->wait(), 0);
+  EXPECT_EQ(site.view.exported(), expected.exported) << "an orderly stop leaves the rows";
+
+  agent.emplace(std::vector<std::string>{"agent", "--dir", site.dir, "--feed", feed, "--cleanup"});
+  ASSERT_TRUE(settles()) << agent->errors();
+  // Every row is written once more; a removal would be one more notification.
+  EXPECT_EQ(counter(site, "exported/host", "hostIs"), expected.exported.hosts.size());
+  EXPECT_EQ(counter(site, "exported/host", "hostNotify"), expected.exported.hosts.size());
+
+  agent->signal(SIGINT);
+  EXPECT_EQ(agent->wait(), 0);
+  EXPECT_EQ(site.view.exported(), SiteRows()) << "--cleanup removes them";
+}
+
+TEST(AgentTest, EndsInTheSameTablesWhereverItIsKilled) {
+  auto const seed = std::random_device()();
+  SCOPED_TRACE("seed " + std::to_string(seed));
+  std::mt19937 random(seed);
+  AgentSite site;
+  std::string const feed = tracePath("fabric-3vni.jsonl");
+  std::vector<std::string> const lines = linesOf(feed);
+  Expectation const expected = Expectation::ofFile(tracePath("fabric-3vni.end.json"));
+  for (int kill = 0; kill < 10; ++kill) {
+    std::size_t const point = random() % lines.size();
+    std::string part;
+    for (std::size_t i = 0; i <= point; ++i) part += lines[i];
+    {
+      Program evpn({"evpn", "--dir", site.dir, "--feed", "-"});
+      Program agent({"agent", "--dir", site.dir, "--feed", "-"});
+      evpn.write(part);
+      agent.write(part);
+      if (random() % 4 != 0) {
+        ASSERT_TRUE(
+            becomes([&] { return access(Agent::Site(site.dir).controlSocket().c_str(), F_OK) == 0; }));
+        std::this_thread::sleep_for(std::chrono::microseconds(random() % 5000));
+      }
+      agent.signal(SIGKILL);
+      evpn.signal(SIGKILL);
+      agent.wait();
+      evpn.wait();
+    }
+    Program evpn({"evpn", "--dir", site.dir, "--feed", feed});
+    Program agent({"agent", "--dir", site.dir, "--feed", feed});
+    ASSERT_TRUE(becomes([&] {
+      return site.feedHasEnded() && site.view.exported() == expected.exported &&
+             site.ask("evpn-status") == expected.evpnStatus;
+    })) << "killed after event "
+        << point << '\n'
+        << agent.errors() << evpn.errors();
+  }
+  EXPECT_EQ(TestSupport::run({"check", "--dir", site.dir}).status, 0);
+}
+
+TEST(AgentTest, SkipsBadLinesOrStopsAtThem) {
+  std::string const feed =
+      R"({"from":"controller","op":"enabled","value":true})"
+      "\n"
+      R"({"from":"evpn","op":"capability","value":true})"
+      "\n"
+      R"({"t":1,"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:01","vtep":"10.0.0.1"})"
+      "\nnonsense\n"
+      R"({"t":0.5,"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:02","vtep":"10.0.0.1"})"
+      "\n"
+      R"({"t":1,"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:03","vtep":"10.0.0.1"})";
+  for (bool const strict : {false, true}) {
+    AgentSite site;
+    std::vector<std::string> arguments = {"agent", "--dir", site.dir, "--feed", "-", "--exit-at-end"};
+    if (strict) arguments.push_back("--strict");
+    Program agent(arguments);
+    agent.write(feed);
+    agent.endInput();
+    EXPECT_EQ(agent.wait(), strict ? 1 : 0);
+    EXPECT_THAT(agent.errors(), HasSubstr("standard input:4: not JSON"));
+    EXPECT_EQ(agent.errors().find("standard input:5: t goes back in time") != std::string::npos, !strict);
+    EXPECT_EQ(site.view.exported().hosts.size(), strict ? 1U : 2U) << "earlier events stay in force";
+  }
+}
+
+TEST(AgentTest, SwitchesTracesWhileItRuns) {
+  AgentSite site;
+  std::string const file = site.folder.path() + "/traces";
+  Program agent(
+      {"agent", "--dir", site.dir, "--feed", "-", "--trace", "QorEvpnModeSm/8", "--trace-file", file});
+  ASSERT_TRUE(becomes([&] { return access(Agent::Site(site.dir).controlSocket().c_str(), F_OK) == 0; }));
+  EXPECT_THAT(
+      TestSupport::run({"trace", "--dir", site.dir, "QorEvpnModeSm/", "VxlanControllerEvpnTxSm/3,4"}).out,
+      HasSubstr("QorEvpnModeSm/\nVxlanControllerEvpnTxSm/3,4\n"));
+  auto const refused = TestSupport::run({"trace", "--dir", site.dir, "QorEvpnModeSm/10"});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_THAT(refused.err, HasSubstr("trace level > 9"));
+  agent.write(
+      "{\"from\":\"controller\",\"op\":\"enabled\",\"value\":true}\n"
+      "{\"from\":\"evpn\",\"op\":\"capability\",\"value\":true}\n");
+  ASSERT_TRUE(becomes([&] { return site.ask("state")["integration"].get<bool>(); }));
+  std::string traced;
+  for (std::string const& line : linesOf(file)) traced += line;
+  EXPECT_THAT(traced, HasSubstr("Turning qorEvpnIntegrationMode OFF"));
+  EXPECT_THAT(traced, testing::Not(HasSubstr("Turning qorEvpnIntegrationMode ON")));
+  EXPECT_THAT(traced, HasSubstr("QorEvpnTxSm()::handleInitialized() return"));
+}
+
+}  // namespace

@@ -1,0 +1,104 @@
+#include <gtest/gtest.h>
+
+#include "AgentSite.h"
+#include "SiteWriter.h"
+
+namespace {
+
+using Agent::SiteRows;
+using TestSupport::Program;
+
+/// The EVPN side between three sites, whose agents' tables the test writes itself.
+class ExchangeTest : public testing::Test {
+ protected:
+  void start() {
+    evpn_.emplace(std::vector<std::string>{"evpn", "--dir", sites_[0].dir(), "--peer", sites_[1].dir(),
+                                           "--peer", sites_[2].dir()});
+  }
+  void mount() {
+    for (SiteWriter& site : sites_) {
+      site.mountHosts();
+      site.mount(site.floods, site.site().exported(), Agent::Site::floodTable);
+    }
+  }
+  void write(std::size_t site, QorEvpn::Host const& row) {
+    sites_[site].hosts.write(row);
+    sites_[site].hosts.endTurn();
+  }
+  void remove(std::size_t site, QorEvpn::Host const& row) {
+    sites_[site].hosts.remove(row.key());
+    sites_[site].hosts.endTurn();
+  }
+  /// Waits until every site has learned exactly these rows.
+  void expectLearned(std::vector<std::vector<QorEvpn::Host>> const& wanted) {
+    for (std::size_t i = 0; i < 3; ++i) {
+      SiteRows rows;
+      for (QorEvpn::Host const& row : wanted[i]) rows.hosts.emplace(row.key(), row);
+      EXPECT_TRUE(becomes([&] { return views_[i].learned().hosts == rows.hosts; }))
+          << "site " << i << " learned " << views_[i].learned().hosts.size() << " hosts";
+    }
+  }
+
+  SiteWriter sites_[3];
+  Agent::SiteView views_[3]{Agent::SiteView(sites_[0].site()), Agent::SiteView(sites_[1].site()),
+                            Agent::SiteView(sites_[2].site())};
+  std::optional<Program> evpn_;
+};
+
+TEST_F(ExchangeTest, SequenceNumbersDecideAndNothingReturns) {
+  start();
+  mount();
+  auto const first = host(5000, 1, 1, 4), newer = host(5000, 1, 2, 5), tied = host(5000, 1, 3, 5);
+  write(0, first);
+  expectLearned({{}, {first}, {first}});
+  write(1, newer);
+  expectLearned({{newer}, {}, {newer}});
+  // Of equals the lower VTEP address wins, and the loser learns the winner's.
+  write(2, tied);
+  expectLearned({{newer}, {}, {newer}});
+  remove(1, newer);
+  expectLearned({{tied}, {tied}, {}});
+  remove(2, tied);
+  expectLearned({{}, {first}, {first}});
+
+  for (std::size_t const site : {0U, 1U}) {
+    sites_[site].floods.write(flood(5000, 9));
+    sites_[site].floods.endTurn();
+  }
+  EXPECT_TRUE(becomes([&] {
+    return views_[0].learned().floods.size() == 1 && views_[1].learned().floods.size() == 1 &&
+           views_[2].learned().floods.size() == 1;
+  }));
+  sites_[0].floods.erase(flood(5000, 9).key());
+  sites_[0].floods.endTurn();
+  EXPECT_TRUE(
+      becomes([&] { return views_[1].learned().floods.empty() && !views_[0].learned().floods.empty(); }));
+}
+
+TEST_F(ExchangeTest, ARestartWithdrawsWhatIsNoLongerExportedAndTouchesNothingElse) {
+  mount();
+  start();
+  auto const stays = host(5000, 1, 1), goes = host(5000, 2, 1), comes = host(5000, 3, 2);
+  write(0, stays);
+  write(0, goes);
+  expectLearned({{}, {stays, goes}, {stays, goes}});
+  Agent::Tables learned("learned", sites_[2].site().learned());
+  learned.mountAsReader();
+  learned.deliver();
+
+  evpn_->signal(SIGKILL);
+  evpn_->wait();
+  remove(0, goes);
+  write(1, comes);
+  expectLearned({{}, {stays, goes}, {stays, goes}});
+  auto const before = learned.host->statistics().delivered;
+  start();
+  expectLearned({{comes}, {stays}, {stays, comes}});
+  EXPECT_TRUE(becomes([&] {
+    learned.deliver();
+    return learned.host->statistics().delivered >= before + 2;
+  }));
+  EXPECT_EQ(learned.host->statistics().delivered, before + 2) << "one removal, one insertion";
+}
+
+}  // namespace
