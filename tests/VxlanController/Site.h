@@ -144,6 +144,18 @@ inline std::string text(VniStatusDirV2 const& dir) {
   return out;
 }
 
+/// What the receive machine makes of these rows.
+inline Ptr<VniStatusDirV2> mirrorOf(std::map<MacVniPair, Host> const& hosts,
+                                    std::map<VniVtepPair, FloodEntry> const& floods) {
+  auto const dir = makePtr<VniStatusDirV2>("mirror");
+  for (auto const& [key, row] : hosts)
+    dir->vniStatusV2Is(key.vni())->macVtepTableIs(
+        MacVtepV2(key.macAddr(), row.vtepAddr(), row.seqNo(), row.preference()));
+  for (auto const& [key, row] : floods)
+    dir->vniStatusV2Is(key.vni())->macVtepFloodListTableIs(bum)->vtepIpFloodListIs(key.vtepAddr(), true);
+  return dir;
+}
+
 /// What surrounds the transmit machines.
 class Site : public testing::Test {
  public:

@@ -73,6 +73,9 @@ TEST_F(Transmit, TellsTheStoryInTheFileBesideThis) {
   root->vniFdbStatusSm(Vni(20))->cleanup(), root->vniFdbStatusSm(Vni(20))->cleanup();
   told("the machine of VNI 20 is cleaned up, alone and once");
   root->vniFdbStatusSm(Vni(20))->initializedIs(true), traced();
+  root->initializedIs(false), evpn->vniStatusV2Del(Vni(20)),
+      told("EVPN's status of VNI 20 goes behind the root's back");
+  root->initializedIs(true);
   root->cleanup(), told("all are");
   root->cleanup(), root->handleVniFdbStatus(), root->cleanupStaleBrIdEntries();
   root->publishBrId(brId(9)), root->unpublishBrId(brId(9)), vniIs("30"), evpn->vniStatusV2Del(Vni(99));

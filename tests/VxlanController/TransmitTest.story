@@ -342,6 +342,10 @@
 4 VniFdbStatusSm(20)::cleanup() return
 = | | 20
 = 0 0 0 1 1 2
+# EVPN's status of VNI 20 goes behind the root's back
+8 void QorEvpn::QorEvpnTxSm::handleVniStatusFromEvpn(Vxlan::Vni) init false vni 20
+= | 20>16 | 20
+= 0 0 0 1 0 1
 # all are
 3 QorEvpnTxSm()::cleanup()
 3 VniFdbStatusSm(20)::cleanup()
@@ -352,7 +356,7 @@
 4 VniFdbStatusSm(20)::cleanup() return
 4 QorEvpnTxSm()::cleanup() return
 = | |
-= 0 0 0 1 2 2
+= 0 0 0 0 2 1
 # deaf until the next start
 8 void QorEvpn::QorEvpnTxSm::handleVniStatusFromEvpn(Vxlan::Vni) init false vni 99
 = | |
@@ -385,7 +389,6 @@
 4 VniFdbStatusSm(30)::handleInitialized() return
 4 QorEvpnTxSm()::handleVniFdbStatus(30) return
 3 QorEvpnTxSm()::handleVniFdbStatus(20)
-3 VniFdbStatusSm(20)::handleInitialized()
 3 VniFdbStatusSm(20)::handleInitialized()
 3 VniFdbStatusSm(20)::handleHost()
 3 VniFdbStatusSm(20)::updateBrIdList()
