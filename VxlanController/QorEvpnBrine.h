@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -33,14 +34,15 @@ struct Brine::Codec<QorEvpn::Host> {
     if (words[0] >> 48 != 0 || words[1] > Vxlan::Vni::max) return std::nullopt;
     return Key(Wirix::EthAddr::ofValue(words[0]), Vxlan::Vni(static_cast<uint32_t>(words[1])));
   }
-  static std::optional<QorEvpn::Host> decode(uint64_t const* words) {
-    std::optional<Key> const key = decodeKey(words);
-    if (!key || words[3] > UINT8_MAX) return std::nullopt;
-    QorEvpn::Host row(*key);
+  static bool decode(uint64_t const* words, QorEvpn::Host& row) {
+    if (words[0] >> 48 != 0 || words[1] > Vxlan::Vni::max || words[3] > UINT8_MAX) return false;
+    // In place: copying what was just stored field by field would wait for the stores.
+    std::construct_at(&row,
+                      Key(Wirix::EthAddr::ofValue(words[0]), Vxlan::Vni(static_cast<uint32_t>(words[1]))));
     row.vtepAddrIs(Wirix::IpAddr(static_cast<uint32_t>(words[2] >> 32)));
     row.seqNoIs(Seqno32(static_cast<uint32_t>(words[2])));
     row.preferenceIs(static_cast<uint8_t>(words[3]));
-    return row;
+    return true;
   }
   /// As `MacVniPair::hash()`, for any words.
   static uint32_t hash(uint64_t const* words) {
@@ -67,9 +69,10 @@ struct Brine::Codec<QorEvpn::FloodEntry> {
     if (vni > Vxlan::Vni::max) return std::nullopt;
     return Key(Vxlan::Vni(vni), Wirix::IpAddr(static_cast<uint32_t>(words[0])));
   }
-  static std::optional<QorEvpn::FloodEntry> decode(uint64_t const* words) {
+  static bool decode(uint64_t const* words, QorEvpn::FloodEntry& row) {
     std::optional<Key> const key = decodeKey(words);
-    return key ? std::optional(QorEvpn::FloodEntry(*key)) : std::nullopt;
+    if (key) row = QorEvpn::FloodEntry(*key);
+    return key.has_value();
   }
   /// As `VniVtepPair::hash()`, for any words.
   static uint32_t hash(uint64_t const* words) {

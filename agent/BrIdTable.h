@@ -22,7 +22,11 @@ struct Brine::Codec<Bridging::BridgeId> {
     if (words[0] > Bridging::BridgeId::max) return std::nullopt;
     return Key(static_cast<std::uint32_t>(words[0]));
   }
-  static std::optional<Bridging::BridgeId> decode(std::uint64_t const* words) { return decodeKey(words); }
+  static bool decode(std::uint64_t const* words, Bridging::BridgeId& row) {
+    std::optional<Key> const key = decodeKey(words);
+    if (key) row = *key;
+    return key.has_value();
+  }
   /// As `BridgeId::hash()`, for any words.
   static std::uint32_t hash(std::uint64_t const* words) {
     return Orb::hashMix(static_cast<std::uint32_t>(words[0]));

@@ -18,7 +18,7 @@ namespace Brine {
 ///     static void encodeKey(Key const& key, uint64_t* words);  // keyWords
 ///     static void encode(Row const& row, uint64_t* words);     // rowWords
 ///     static std::optional<Key> decodeKey(uint64_t const* words);
-///     static std::optional<Row> decode(uint64_t const* words);
+///     static bool decode(uint64_t const* words, Row& row);     // False, with any row, for words to refuse.
 ///     static uint32_t hash(uint64_t const* keyWords);
 ///     static uint32_t column(uint64_t const* keyWords);
 ///   };
@@ -32,13 +32,14 @@ struct Codec;
 
 /// A row type that a table can hold.
 template <class Row>
-concept TableRow = requires(Row const& row, typename Codec<Row>::Key const& key, uint64_t* words) {
+concept TableRow = requires(Row const& row, typename Codec<Row>::Key const& key, uint64_t* words,
+                            Row& decoded) {
   { Codec<Row>::rowType } -> std::convertible_to<std::string_view>;
   { Codec<Row>::key(row) } -> std::convertible_to<typename Codec<Row>::Key>;
   {Codec<Row>::encodeKey(key, words)};
   {Codec<Row>::encode(row, words)};
   { Codec<Row>::decodeKey(words) } -> std::same_as<std::optional<typename Codec<Row>::Key>>;
-  { Codec<Row>::decode(words) } -> std::same_as<std::optional<Row>>;
+  { Codec<Row>::decode(words, decoded) } -> std::same_as<bool>;
   { Codec<Row>::hash(words) } -> std::same_as<uint32_t>;
   { Codec<Row>::column(words) } -> std::same_as<uint32_t>;
   { key < key } -> std::convertible_to<bool>;
@@ -60,11 +61,15 @@ struct RowShape {
 
   template <TableRow Row>
   static RowShape of() {
-    return {
-        Codec<Row>::rowType,  Codec<Row>::keyWords,
-        Codec<Row>::rowWords, &Codec<Row>::hash,
-        &Codec<Row>::column,  [](uint64_t const* words) {
-              return Codec<Row>::decode(words).has_value(); }};
+    return {Codec<Row>::rowType,
+            Codec<Row>::keyWords,
+            Codec<Row>::rowWords,
+            &Codec<Row>::hash,
+            &Codec<Row>::column,
+            [](uint64_t const* words) {
+              Row row;
+              return Codec<Row>::decode(words, row);
+            }};
   }
 };
 

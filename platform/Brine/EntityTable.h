@@ -137,12 +137,14 @@ class EntityTable : public Orb::Entity {
   // ---- The operations, to be named by the derived class ----
 
   Row row(Key const& key) const {
+    Row found;
     try {
-      return map_.table().find(key).value_or(Row());
+      if (!map_.table().find(key, found)) found = Row();
     } catch (CorruptionError const& error) {
       handleCorruption(error.what());
-      return Row();
+      found = Row();
     }
+    return found;
   }
 
   void rowIs(Row const& row) {

@@ -45,42 +45,27 @@ class Index {
   /// whatever they hold.
   template <class Match>
   uint32_t find(uint32_t hash, uint16_t tag, Match&& match) const {
-    uint64_t const wanted = tag * lowLaneBits;
     uint32_t number = homeLine(hash);
     for (uint32_t seen = 0; seen < lineCount_; ++seen) {
       uint64_t const* const words = line(number);
-      uint64_t const tags2 = loadAcquire(words + 2);
-      // Bit 15 of a lane is set where the tag matches. A lane above a match may be set wrongly, which costs a
-      // look.
-      uint64_t hits = matchLanes(loadAcquire(words) ^ wanted);
-      for (unsigned group = 0;;) {
-        for (; hits != 0; hits &= hits - 1) {
-          unsigned const lane = group * 4 + static_cast<unsigned>(__builtin_ctzll(hits)) / 16;
-          uint32_t const id = idOfLane(words, lane);
-          if (match(id)) return id;
-        }
-        if (++group == 3) break;
-        hits = group == 1 ? matchLanes(loadAcquire(words + 1) ^ wanted)
-                          : matchLanes((tags2 ^ wanted) | ~uint64_t{0xFFFFFFFFU}) & 0xFFFFFFFFU;
+      uint64_t const last = loadAcquire(words + 2);
+      for (uint64_t hits = lanesOf(tag, words, last); hits != 0; hits &= hits - 1) {
+        uint32_t const id = idOfLane(words, laneOfHit(hits));
+        if (match(id)) return id;
       }
-      if (tags2 >> 32 == 0) return noRow;
+      if (last >> 32 == 0) return noRow;
       number = next(number);
     }
     return noRow;
   }
 
-  /// Calls `visit(id)` for the entries of the home line only, matching or not: to prefetch the rows that a
+  /// Calls `visit(id)` for the entries of the home line that have the tag: to prefetch the rows that a
   /// look-up will read.
   template <class Visit>
   void visitTagged(uint32_t hash, uint16_t tag, Visit&& visit) const {
-    uint64_t const wanted = tag * lowLaneBits;
     uint64_t const* const words = line(homeLine(hash));
-    for (unsigned group = 0; group < 3; ++group) {
-      uint64_t hits = matchLanes(loadAcquire(words + group) ^ wanted);
-      if (group == 2) hits &= 0xFFFFFFFFU;
-      for (; hits != 0; hits &= hits - 1) {
-        visit(idOfLane(words, group * 4 + static_cast<unsigned>(__builtin_ctzll(hits)) / 16));
-      }
+    for (uint64_t hits = lanesOf(tag, words, loadAcquire(words + 2)); hits != 0; hits &= hits - 1) {
+      visit(idOfLane(words, laneOfHit(hits)));
     }
   }
 
@@ -107,8 +92,9 @@ class Index {
     uint32_t number = home;
     for (uint32_t seen = 0; seen < lineCount_; ++seen, number = next(number)) {
       uint64_t* const words = lines_ + uint64_t{number} * lineWords;
-      for (unsigned lane = 0; lane < lanesPerLine; ++lane) {
-        if (tagOfLane(words, lane) != tag || idOfLane(words, lane) != id) continue;
+      for (uint64_t hits = lanesOf(tag, words, loadRelaxed(words + 2)); hits != 0; hits &= hits - 1) {
+        unsigned const lane = laneOfHit(hits);
+        if (idOfLane(words, lane) != id) continue;
         setTag(words, lane, 0);
         for (uint32_t passed = home; passed != number; passed = next(passed)) addPassed(passed, -1);
         return true;
@@ -133,17 +119,27 @@ class Index {
  private:
   static constexpr uint64_t lowLaneBits = 0x0001000100010001U;
 
-  static constexpr uint64_t matchLanes(uint64_t difference) {
-    return (difference - lowLaneBits) & ~difference & (lowLaneBits << 15);
+  /// The lanes of a line that have the tag, one bit each, in an order of their own: see `laneOfHit()`. `last`
+  /// is the line's third word. Without a branch, since which lane it is cannot be foreseen, and a wrong guess
+  /// would wait for the line.
+  static uint64_t lanesOf(uint16_t tag, uint64_t const* words, uint64_t last) {
+    uint64_t const wanted = tag * lowLaneBits;
+    return zeroLanes(loadAcquire(words) ^ wanted) >> 15 | zeroLanes(loadAcquire(words + 1) ^ wanted) >> 14 |
+           (zeroLanes(last ^ wanted) & 0xFFFFFFFFU) >> 13;
+  }
+  /// The lane of the lowest bit.
+  static unsigned laneOfHit(uint64_t hits) {
+    auto const place = static_cast<unsigned>(__builtin_ctzll(hits));
+    return place % 16 * 4 + place / 16;
+  }
+  /// Bit 15 of each lane that is zero.
+  static constexpr uint64_t zeroLanes(uint64_t lanes) {
+    constexpr uint64_t low = lowLaneBits * 0x7FFF;
+    return ~(((lanes & low) + low) | lanes | low);
   }
   static unsigned freeLane(uint64_t const* words) {
-    for (unsigned group = 0; group < 3; ++group) {
-      uint64_t free = matchLanes(loadRelaxed(words + group));
-      if (group == 2) free &= 0xFFFFFFFFU;
-      // The lowest match is always a true one.
-      if (free != 0) return group * 4 + static_cast<unsigned>(__builtin_ctzll(free)) / 16;
-    }
-    return lanesPerLine;
+    uint64_t const free = lanesOf(0, words, loadRelaxed(words + 2));
+    return free == 0 ? lanesPerLine : laneOfHit(free);
   }
   static void setTag(uint64_t* words, unsigned lane, uint16_t tag) {
     unsigned const shift = lane % 4 * 16;

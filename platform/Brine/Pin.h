@@ -1,7 +1,5 @@
 #pragma once
 
-#include <optional>
-
 #include "Brine/Shadow.h"
 
 namespace Brine {
@@ -17,8 +15,8 @@ class Pin {
   Pin& operator=(Pin const&) = delete;
   ~Pin() { unlink(); }
 
-  /// Pins `row`, or the key's absence.
-  void link(Pin*& list, KeyWords<Row> const& key, std::optional<Row> const& row) {
+  /// Pins the key with `row`, or its absence for null. The row must outlive the pin.
+  void link(Pin*& list, KeyWords<Row> const& key, Row const* row) {
     unlink();
     key_ = key;
     row_ = row;
@@ -36,14 +34,14 @@ class Pin {
   }
 
   Pin* next() const { return next_; }
-  std::optional<Row> const& row() const { return row_; }
+  Row const* row() const { return row_; }
   bool isFor(KeyWords<Row> const& key) const { return key.equals(key_.words); }
 
  private:
   Pin* next_ = nullptr;
   Pin** link_ = nullptr;
   KeyWords<Row> key_;
-  std::optional<Row> row_;
+  Row const* row_ = nullptr;
 };
 
 }  // namespace Brine

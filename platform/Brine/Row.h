@@ -28,8 +28,11 @@ namespace Brine {
   return static_cast<uint32_t>(sum ^ sum >> 32);
 }
 
+/// The valid copy, 0 or 1: a number to compute with, since no branch on it could be foreseen.
+constexpr unsigned copyOf(uint64_t version) { return static_cast<unsigned>(version / versionCopyB % 2); }
+
 constexpr uint32_t checkOfCopy(uint64_t checks, uint64_t version) {
-  return static_cast<uint32_t>((version & versionCopyB) != 0 ? checks >> 32 : checks);
+  return static_cast<uint32_t>(checks >> (copyOf(version) * 32));
 }
 
 constexpr uint64_t sequenceOf(uint64_t version) { return version >> versionSequenceShift; }
@@ -63,7 +66,7 @@ inline constexpr unsigned maxRowRetries = 1U << 16;
                                                                                      : RowState::damaged;
     }
     uint64_t const* const key = slot + 2;
-    uint64_t const* const value = key + keyWords + ((version & versionCopyB) != 0 ? valueWords : 0);
+    uint64_t const* const value = key + keyWords + copyOf(version) * valueWords;
     for (unsigned i = 0; i < keyWords; ++i) words[i] = loadAcquire(key + i);
     for (unsigned i = 0; i < valueWords; ++i) words[keyWords + i] = loadAcquire(value + i);
     if (loadRelaxed(slot) != version) continue;
@@ -95,7 +98,7 @@ class RowWriter {
     if (insertion) {
       for (unsigned i = 0; i < keyWords; ++i) storeRelease(key + i, words[i]);
     }
-    uint64_t* const value = key + keyWords + ((version_ & versionCopyB) != 0 ? valueWords : 0);
+    uint64_t* const value = key + keyWords + copyOf(version_) * valueWords;
     for (unsigned i = 0; i < valueWords; ++i) storeRelease(value + i, words[keyWords + i]);
     storeCheck(rowCheck(seed_, id_, version_, words, keyWords + valueWords));
   }
@@ -114,9 +117,9 @@ class RowWriter {
     return sequence << versionSequenceShift | (~loadRelaxed(slot_) & versionCopyB);
   }
   void storeCheck(uint32_t check) {
-    uint64_t const old = loadRelaxed(slot_ + 1);
-    storeRelease(slot_ + 1, (version_ & versionCopyB) != 0 ? (old & 0xFFFFFFFFU) | uint64_t{check} << 32
-                                                           : (old & ~uint64_t{0xFFFFFFFFU}) | check);
+    unsigned const shift = copyOf(version_) * 32;
+    uint64_t const old = loadRelaxed(slot_ + 1) & ~(uint64_t{0xFFFFFFFFU} << shift);
+    storeRelease(slot_ + 1, old | uint64_t{check} << shift);
   }
 
   uint64_t* slot_;

@@ -57,6 +57,8 @@ class Table : public TableBase {
 
   /// The key's row. While a reader is told of a row, or walks over it, that row.
   std::optional<Row> find(Key const& key) const;
+  /// The same into `row`, whose content is undefined if there is none.
+  bool find(Key const& key, Row& row) const;
   /// Hints that these keys will be looked up, written or removed next. Best with some tens of them.
   void stage(std::span<Key const> keys) const;
 
@@ -97,10 +99,9 @@ class Table : public TableBase {
     Words key;
   };
 
-  static Row decode(uint64_t const* words, uint32_t id) {
-    std::optional<Row> const row = C::decode(words);
-    if (!row) throwImpossible(id);
-    return *row;
+  static void decode(uint64_t const* words, uint32_t id, Row& row) {
+    if (!C::decode(words, row)) [[unlikely]]
+      throwImpossible(id);
   }
   [[noreturn, gnu::cold]] static void throwImpossible(uint32_t id);
   [[noreturn, gnu::cold]] static void throwDamaged(uint32_t id);
@@ -128,7 +129,7 @@ class Table : public TableBase {
   }
   bool findCurrent(Words const& key, uint32_t likelyId, Found& found);
   void settle(Words const& key, Found const* found, uint64_t& changes);
-  void announce(Words const& key, std::optional<Row> const& row, uint64_t& changes);
+  void announce(Words const& key, uint64_t const* words, uint64_t& changes);
 
   void onAttached(bool sameFile) override;
   void onDetached() override {}
@@ -161,14 +162,21 @@ class [[nodiscard]] Cursor {
   Cursor(Table<Row> const& table, uint32_t first, std::optional<uint32_t> column)
       : table_(table), mountSerial_(table.mountSerial_), id_(first), column_(column) {}
 
-  bool skipToMatch(uint32_t end);
+  uint32_t nextId();
+  bool hasMore();
+  void gatherMatches();
 
   Table<Row> const& table_;
   uint64_t mountSerial_;
   uint32_t id_;
+  uint32_t end_ = 0;  ///< Below it ids are known to be in use; looked at again where the walk reaches it.
   std::optional<uint32_t> column_;
+  // Filtered: the next matches, gathered so that their rows arrive while others are looked at.
+  uint32_t matches_[16];
+  unsigned match_ = 0;
+  unsigned matchCount_ = 0;
   Row row_;
-  Pin<Row> pin_;
+  Pin<Row> pin_;  // After the row, which it points to.
 };
 
 }  // namespace Brine

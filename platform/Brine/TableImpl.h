@@ -42,20 +42,29 @@ bool Table<Row>::search(Words const& key, Found& found) const {
 
 template <TableRow Row>
 std::optional<Row> Table<Row>::find(Key const& key) const {
-  if (!segment_) return std::nullopt;
+  std::optional<Row> row(std::in_place);
+  if (!find(key, *row)) row.reset();
+  return row;
+}
+
+template <TableRow Row>
+bool Table<Row>::find(Key const& key, Row& row) const {
+  if (!segment_) return false;
   Words const words(key);
   for (Pin<Row> const* pin = pins_; pin != nullptr; pin = pin->next()) {
-    if (pin->isFor(words)) return pin->row();
+    if (!pin->isFor(words)) continue;
+    if (pin->row() != nullptr) row = *pin->row();
+    return pin->row() != nullptr;
   }
   Found found;
   if (!search(words, found)) {
     if (isShadowed()) shadow_.erase(words);
-    return std::nullopt;
+    return false;
   }
-  Row const row = decode(found.words, found.id);
+  decode(found.words, found.id, row);
   lastId_ = found.id;
   shown(words, found.id, found.version);
-  return row;
+  return true;
 }
 
 template <TableRow Row>
@@ -177,7 +186,8 @@ std::optional<Row> Table<Row>::remove(Key const& key) {
   if (id == noRow) return std::nullopt;
   Found found;
   if (read(id, found.words, found.version) != RowState::live) throwDamaged(id);
-  Row const removed = decode(found.words, id);
+  std::optional<Row> removed(std::in_place);
+  decode(found.words, id, *removed);
   eraseAt(id, words);
   return removed;
 }
@@ -208,51 +218,69 @@ void Table<Row>::eraseAt(uint32_t id, Words const& key) {
 
 // ---- Walk ----
 
+/// Looks how far the table has grown; false at its end.
 template <TableRow Row>
-bool Cursor<Row>::skipToMatch(uint32_t end) {
+bool Cursor<Row>::hasMore() {
+  if (id_ < end_) return true;
+  table_.segment_->follow();
+  end_ = table_.segment_->highWater();
+  return id_ < end_;
+}
+
+template <TableRow Row>
+void Cursor<Row>::gatherMatches() {
   Segment const& segment = *table_.segment_;
   bool const own = table_.writer_ != nullptr;
-  while (id_ < end) {
-    uint32_t const stop = std::min(end, segment.pieceEnd(id_));
+  match_ = matchCount_ = 0;
+  while (matchCount_ < std::size(matches_) && id_ < end_) {
+    uint32_t const stop = std::min(end_, segment.pieceEnd(id_));
     uint32_t const* const column = segment.column(id_);
     id_ =
         own ? findInOwnColumn(column, id_, stop, *column_) : findInSharedColumn(column, id_, stop, *column_);
-    if (id_ < stop) return true;
+    if (id_ == stop) continue;
+    table_.prefetchRow(id_);
+    matches_[matchCount_++] = id_++;
   }
-  return false;
+}
+
+/// The next row to look at, or `noRow`.
+template <TableRow Row>
+uint32_t Cursor<Row>::nextId() {
+  // The processor's own prefetch stops at the end of a page.
+  constexpr uint32_t rowsAhead = 24;
+  if (!column_) {
+    if (!hasMore()) return noRow;
+    table_.prefetchRow(id_ + rowsAhead);
+    return id_++;
+  }
+  while (match_ == matchCount_) {
+    if (!hasMore()) return noRow;
+    gatherMatches();
+  }
+  return matches_[match_++];
 }
 
 template <TableRow Row>
 Row const* Cursor<Row>::next() {
   pin_.unlink();
   if (!table_.segment_ || table_.mountSerial_ != mountSerial_) return nullptr;
-  Segment& segment = *table_.segment_;
-  segment.follow();
-  // The processor's own prefetch stops at the end of a page.
-  constexpr uint32_t rowsAhead = 24;
-  for (;;) {
-    uint32_t const end = segment.highWater();
-    while (id_ < end) {
-      if (column_ && !skipToMatch(end)) break;
-      uint32_t const id = id_++;
-      if (!column_) table_.prefetchRow(id + rowsAhead);
-      typename Table<Row>::Found found;
-      RowState const state = table_.read(id, found.words, found.version);
-      if (state == RowState::dead) continue;
-      if (state == RowState::damaged) Table<Row>::throwDamaged(id);
-      // The slot may have gone to a row of another column value since the column was read.
-      if (column_ && Codec<Row>::column(found.words) != *column_) continue;
-      row_ = Table<Row>::decode(found.words, id);
-      table_.lastId_ = id;
-      if (table_.writer_ == nullptr) {
-        KeyWords<Row> const key(found.words);
-        table_.shown(key, id, found.version);
-        pin_.link(table_.pins_, key, row_);
-      }
-      return &row_;
+  for (uint32_t id = nextId(); id != noRow; id = nextId()) {
+    typename Table<Row>::Found found;
+    RowState const state = table_.read(id, found.words, found.version);
+    if (state == RowState::dead) continue;
+    if (state == RowState::damaged) Table<Row>::throwDamaged(id);
+    // The slot may have gone to a row of another column value since the column was read.
+    if (column_ && Codec<Row>::column(found.words) != *column_) continue;
+    Table<Row>::decode(found.words, id, row_);
+    table_.lastId_ = id;
+    if (table_.writer_ == nullptr) {
+      KeyWords<Row> const key(found.words);
+      table_.shown(key, id, found.version);
+      pin_.link(table_.pins_, key, &row_);
     }
-    if (!segment.follow()) return nullptr;
+    return &row_;
   }
+  return nullptr;
 }
 
 // ---- Delivery ----
@@ -358,23 +386,24 @@ void Table<Row>::deliverChange(Change const& change, uint64_t& changes) {
   }
   // A change that is not the key's last one is left to the last one, which is still to come.
   if (present ? sequenceOf(found.version) > change.sequence : !change.removal) return;
-  announce(change.key, present ? C::decode(found.words) : std::nullopt, changes);
+  announce(change.key, present ? found.words : nullptr, changes);
 }
 
 /// Finds the key's row as it is now, in the slot where it most likely is or else through the index. Damage is
 /// reported, and makes the row absent.
 template <TableRow Row>
 bool Table<Row>::findCurrent(Words const& key, uint32_t likelyId, Found& found) {
+  Row row;
   try {
     if (likelyId < segment_->capacity()) {
       found.id = likelyId;
       if (read(likelyId, found.words, found.version) == RowState::live && key.equals(found.words)) {
-        decode(found.words, likelyId);
+        decode(found.words, likelyId, row);
         return true;
       }
     }
     if (!search(key, found)) return false;
-    decode(found.words, found.id);
+    decode(found.words, found.id, row);
     return true;
   } catch (CorruptionError const& error) {
     reportCorruption(error.what());
@@ -386,7 +415,7 @@ bool Table<Row>::findCurrent(Words const& key, uint32_t likelyId, Found& found) 
 template <TableRow Row>
 void Table<Row>::settle(Words const& key, Found const* found, uint64_t& changes) {
   if (found == nullptr) {
-    if (shadow_.erase(key)) announce(key, std::nullopt, changes);
+    if (shadow_.erase(key)) announce(key, nullptr, changes);
     return;
   }
   if (auto* const entry = shadow_.find(key)) {
@@ -395,11 +424,11 @@ void Table<Row>::settle(Words const& key, Found const* found, uint64_t& changes)
   } else {
     shadow_.add(key, found->id, found->version);
   }
-  announce(key, C::decode(found->words), changes);
+  announce(key, found->words, changes);
 }
 
 template <TableRow Row>
-void Table<Row>::announce(Words const& key, std::optional<Row> const& row, uint64_t& changes) {
+void Table<Row>::announce(Words const& key, uint64_t const* words, uint64_t& changes) {
   std::optional<Key> const decoded = C::decodeKey(key.words);
   if (!decoded) {
     reportCorruption("the table's change ring is damaged");
@@ -414,8 +443,10 @@ void Table<Row>::announce(Words const& key, std::optional<Row> const& row, uint6
   ++changes;
   ++delivered_;
   if (!onChanged) return;
+  Row row;
+  bool const present = words != nullptr && C::decode(words, row);
   Pin<Row> pin;
-  pin.link(pins_, key, row);
+  pin.link(pins_, key, present ? &row : nullptr);
   onChanged(*decoded);
 }
 
@@ -467,13 +498,14 @@ void Table<Row>::compareRow(uint32_t id, uint64_t& changes) {
   Found found;
   found.id = id;
   RowState const state = read(id, found.words, found.version);
-  if (state == RowState::damaged || (state == RowState::live && !C::decode(found.words))) {
+  Row row;
+  if (state == RowState::damaged || (state == RowState::live && !C::decode(found.words, row))) {
     reportCorruption("row " + std::to_string(id) + " is damaged");
     return;
   }
   if (state == RowState::live) {
     Words const key(found.words);
-    isShadowed() ? settle(key, &found, changes) : announce(key, C::decode(found.words), changes);
+    isShadowed() ? settle(key, &found, changes) : announce(key, found.words, changes);
   } else if (!isShadowed() && nextChange_ != 0) {
     // A plain reader learns of a removal from what the slot still holds, unless the key lives elsewhere.
     Words key;
@@ -481,7 +513,7 @@ void Table<Row>::compareRow(uint32_t id, uint64_t& changes) {
     key.complete();
     if (loadAcquire(segment_->slot(id)) == found.version && C::decodeKey(key.words) &&
         !findCurrent(key, id, found)) {
-      announce(key, std::nullopt, changes);
+      announce(key, nullptr, changes);
     }
   }
 }

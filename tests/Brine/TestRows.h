@@ -50,9 +50,10 @@ struct Brine::Codec<TestRow> {
     if (words[0] >> 48 != 0 || words[1] > 0xFFFFFF) return std::nullopt;
     return Key{words[0], static_cast<uint32_t>(words[1])};
   }
-  static std::optional<TestRow> decode(uint64_t const* words) {
+  static bool decode(uint64_t const* words, TestRow& row) {
     auto const key = decodeKey(words);
-    return key ? std::optional(TestRow{*key, words[2], words[3]}) : std::nullopt;
+    if (key) row = {*key, words[2], words[3]};
+    return key.has_value();
   }
   // Weak on purpose: index lines overflow.
   static uint32_t hash(uint64_t const* words) {
