@@ -80,14 +80,38 @@ class RedisStore {
         });
     return sum;
   }
-  void clear() { freeReplyObject(redisCommand(context_, "FLUSHALL")); }
+  /// Publishes each row to whoever subscribed.
+  void publish(std::span<QorEvpn::Host const> hosts) {
+    while (!hosts.empty()) {
+      auto const some = hosts.first(std::min(depth, hosts.size()));
+      hosts = hosts.subspan(some.size());
+      for (QorEvpn::Host const& host : some) {
+        Bytes const bytes(host);
+        char const* words[] = {"PUBLISH", "host", bytes.key};
+        size_t const sizes[] = {7, 4, sizeof bytes};
+        redisAppendCommandArgv(context_, 3, words, sizes);
+      }
+      for (size_t i = 0; i < some.size(); ++i) takeReply([](redisReply const&) {});
+    }
+  }
+  /// Subscribes, says so, and takes `count` rows.
+  template <class Ready>
+  void subscribe(uint64_t count, Ready const& ready) {
+    redisAppendCommand(context_, "SUBSCRIBE host");
+    takeReply([](redisReply const&) {});
+    ready();
+    uint64_t sum = 0;
+    for (; count != 0; --count) {
+      takeReply([&](redisReply const& reply) { sum += Bytes::sumOf(reply.element[2]->str + sizeof(Bytes::key)); });
+    }
+    use(sum);
+  }
   double bytes() {
     auto* const reply = static_cast<redisReply*>(redisCommand(context_, "INFO memory"));
     std::string const text(reply->str, reply->len);
     freeReplyObject(reply);
     return std::stod(text.substr(text.find("used_memory:") + 12));
   }
-  redisContext* context() { return context_; }
 
  private:
   template <class Item, class ToBytes, class Action>
@@ -102,13 +126,15 @@ class RedisStore {
         size_t const sizes[] = {3, sizeof bytes.key, sizeof bytes.value};
         redisAppendCommandArgv(context_, command[0] == 'S' ? 3 : 2, const_cast<char const**>(words), sizes);
       }
-      for (size_t i = 0; i < some.size(); ++i) {
-        void* reply = nullptr;
-        if (redisGetReply(context_, &reply) != REDIS_OK) fail("Redis went away");
-        action(*static_cast<redisReply const*>(reply));
-        freeReplyObject(reply);
-      }
+      for (size_t i = 0; i < some.size(); ++i) takeReply(action);
     }
+  }
+  template <class Action>
+  void takeReply(Action const& action) {
+    void* reply = nullptr;
+    if (redisGetReply(context_, &reply) != REDIS_OK) fail("Redis went away");
+    action(*static_cast<redisReply const*>(reply));
+    freeReplyObject(reply);
   }
 
   redisContext* context_;
