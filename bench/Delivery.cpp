@@ -156,7 +156,8 @@ void readBrine(std::string const& directory, Brine::Mode mode, uint64_t count) {
 
 int runRole(std::vector<std::string> const& role) {
   if (role[0] == "brine") {
-    readBrine(role[1], role[2] == "reader" ? Brine::Mode::reader : Brine::Mode::keyshadow, std::stoull(role[3]));
+    readBrine(role[1], role[2] == "reader" ? Brine::Mode::reader : Brine::Mode::keyshadow,
+              std::stoull(role[3]));
   } else if (role[0] == "spin") {
     BrineStore reader(role[1], Brine::Mode::reader);
     uint64_t changes = 0;
@@ -185,9 +186,10 @@ int runRole(std::vector<std::string> const& role) {
 }
 
 int run(Options const& options) {
-  Report report(options, {{"delivery-1", "Changes delivered to one reader", "million a second", true},
-                          {"delivery-4", "Changes delivered to four readers, all together", "million a second", true},
-                          {"spinning-readers", "Writer's time with four spinning readers", "times that without"}});
+  Report report(options,
+                {{"delivery-1", "Changes delivered to one reader", "million a second", true},
+                 {"delivery-4", "Changes delivered to four readers, all together", "million a second", true},
+                 {"spinning-readers", "Writer's time with four spinning readers", "times that without"}});
   for (char const* const row : {"delivery-1", "delivery-4"}) {
     report.goal(row, "Redis publish and subscribe", 20, 40);
     report.goal(row, "Boost message queue", 4, 8);

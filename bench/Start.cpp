@@ -29,7 +29,8 @@ void round(Options const& options, Report& report, std::vector<QorEvpn::Host> co
   mount.mode = Brine::Mode::writer;
   Brine::MountStatus status{};
   report.add("remount", "Brine", seconds(Clock::cpu, [&] { status = table.mount(mount); }) * 1e3);
-  if (status != Brine::MountStatus::mounted || table.statistics().rows != options.rows) fail(table.mountDetail());
+  if (status != Brine::MountStatus::mounted || table.statistics().rows != options.rows)
+    fail(table.mountDetail());
 
   uint64_t sum = 0, found = 0;
   double const walks = seconds(Clock::cpu, [&] {

@@ -17,7 +17,8 @@ namespace Bench {
 class QueueStore {
  public:
   explicit QueueStore(unsigned number)
-      : name_("qorevpn-bench-queue-" + std::to_string(::getpid()) + "-" + std::to_string(number)), owner_(true) {
+      : name_("qorevpn-bench-queue-" + std::to_string(::getpid()) + "-" + std::to_string(number)),
+        owner_(true) {
     using namespace boost::interprocess;
     message_queue::remove(name_.c_str());
     queue_ = std::make_unique<message_queue>(create_only, name_.c_str(), 8192, sizeof(QorEvpn::Host));

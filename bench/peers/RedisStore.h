@@ -102,7 +102,8 @@ class RedisStore {
     ready();
     uint64_t sum = 0;
     for (; count != 0; --count) {
-      takeReply([&](redisReply const& reply) { sum += Bytes::sumOf(reply.element[2]->str + sizeof(Bytes::key)); });
+      takeReply(
+          [&](redisReply const& reply) { sum += Bytes::sumOf(reply.element[2]->str + sizeof(Bytes::key)); });
     }
     use(sum);
   }
