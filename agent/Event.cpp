@@ -144,10 +144,10 @@ Json parseObject(std::string_view line) {
 /// Which keys the object has. An unknown one is an error.
 unsigned keysOf(Json const& object) {
   unsigned result = 0;
-  for (auto const& [name, value] : object.items()) {
+  for (auto const& member : object.items()) {
     auto const found =
-        std::find_if(keys.begin(), keys.end(), [&](auto const& key) { return key.first == name; });
-    if (found == keys.end()) throw EventError("unknown key " + shown(name));
+        std::find_if(keys.begin(), keys.end(), [&](auto const& key) { return key.first == member.key(); });
+    if (found == keys.end()) throw EventError("unknown key " + shown(member.key()));
     result |= found->second;
   }
   return result;

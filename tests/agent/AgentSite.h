@@ -20,6 +20,7 @@ struct AgentSite {
   nlohmann::ordered_json ask(std::string const& request) const {
     return Agent::controlRequest(Agent::Site(dir).controlSocket(), request);
   }
+  nlohmann::json evpnStatus() const { return ask("evpn-status"); }
   /// False as long as no agent answers.
   bool feedHasEnded() const {
     try {

@@ -45,11 +45,11 @@ TEST_P(TraceTest, EachEventLeavesWhatBothSidesMakeOfIt) {
       }
     })) << agent.errors();
     ASSERT_EQ(site.view.exported(), model.exported()) << "after " << line;
-    ASSERT_EQ(nlohmann::json(site.ask("evpn-status")), model.evpnStatus()) << "after " << line;
+    ASSERT_EQ(site.evpnStatus(), model.evpnStatus()) << "after " << line;
   }
   Expectation const expected = Expectation::ofFile(tracePath(GetParam() + ".end.json"));
   EXPECT_EQ(site.view.exported(), expected.exported);
-  EXPECT_EQ(nlohmann::json(site.ask("evpn-status")), expected.evpnStatus);
+  EXPECT_EQ(site.evpnStatus(), expected.evpnStatus);
   // More of them would be entries of EVPN's that were exported for a moment on their way out.
   if (GetParam() == "fabric-3vni") {
     EXPECT_EQ(counter(site, "exported/host", "hostIs"), 278U);
@@ -63,7 +63,7 @@ TEST_P(TraceTest, TwoProcessesEndAsExpectedAndARestartWithdrawsNothing) {
   auto const settles = [&] {
     return becomes([&] {
       return site.feedHasEnded() && site.view.exported() == expected.exported &&
-             site.ask("evpn-status") == expected.evpnStatus;
+             site.evpnStatus() == expected.evpnStatus;
     });
   };
   std::vector<std::string> const arguments = {"agent", "--dir", site.dir, "--feed", feed};
@@ -122,7 +122,7 @@ TEST(AgentTest, EndsInTheSameTablesWhereverItIsKilled) {
     Program agent({"agent", "--dir", site.dir, "--feed", feed});
     ASSERT_TRUE(becomes([&] {
       return site.feedHasEnded() && site.view.exported() == expected.exported &&
-             site.ask("evpn-status") == expected.evpnStatus;
+             site.evpnStatus() == expected.evpnStatus;
     })) << "killed after event "
         << point << '\n'
         << agent.errors() << evpn.errors();
