@@ -8,11 +8,12 @@
 
 namespace TestSupport {
 
-/// The program `qorevpn` in a process of its own. Whatever waits for it gives up, by ending the test program, after a
-/// minute: a hang, not slowness.
+/// The program `qorevpn` in a process of its own. Whatever waits for it gives up, by ending the test program,
+/// after a minute: a hang, not slowness.
 class Program {
  public:
-  /// As another user if `user` is not 0, without any group but the primary one of the same number. Only root can.
+  /// As another user if `user` is not 0, without any group but the primary one of the same number. Only root
+  /// can.
   explicit Program(std::vector<std::string> const& arguments, uid_t user = 0);
   /// Kills it if it still runs.
   ~Program();
