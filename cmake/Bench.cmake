@@ -36,3 +36,15 @@ foreach(source IN LISTS benches)
   set_target_properties(bench-${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bench)
   target_link_libraries(bench-${name} PRIVATE bench-support)
 endforeach()
+
+# The machines once more, built against standard maps in place of the flat maps and the shared tables: their headers
+# are found in bench/standard first.
+set(standardSources ${platformSources} ${moduleSources})
+list(FILTER standardSources EXCLUDE REGEX "/platform/Brine/|QorEvpn(Brine|Module)\\.cpp$")
+add_executable(bench-EventsStandard bench/standard/main.cpp bench/support/Harness.cpp
+  platform/Brine/Errors.cpp ${standardSources})
+target_include_directories(bench-EventsStandard PRIVATE
+  ${PROJECT_SOURCE_DIR}/bench/standard ${PROJECT_SOURCE_DIR}/bench
+  ${PROJECT_SOURCE_DIR}/platform ${PROJECT_SOURCE_DIR})
+set_target_properties(bench-EventsStandard PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bench)
+add_dependencies(benches bench-EventsStandard)

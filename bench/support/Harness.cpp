@@ -150,7 +150,7 @@ std::vector<QorEvpn::MacVniPair> keysOf(std::vector<QorEvpn::Host> const& hosts)
   return keys;
 }
 
-Child::Child(std::vector<std::string> const& role) {
+Child::Child(std::vector<std::string> const& role, std::string const& program) {
   int toChild[2], fromChild[2];
   if (::pipe(toChild) != 0 || ::pipe(fromChild) != 0) fail("cannot make a pipe");
   std::vector<std::string> arguments{"bench", "--role"};
@@ -165,7 +165,7 @@ Child::Child(std::vector<std::string> const& role) {
     ::dup2(toChild[0], 0);
     ::dup2(fromChild[1], 1);
     for (int fd = 3; fd < 256; ++fd) ::close(fd);
-    ::execv("/proc/self/exe", pointers.data());
+    ::execv(program.c_str(), pointers.data());
     ::_exit(127);
   }
   ::close(toChild[0]);
