@@ -1,4 +1,5 @@
-/// Changes told to other processes: how many a second to one and to four of them, and what readers cost the writer.
+/// Changes told to other processes: how many a second to one and to four of them, and what readers cost the
+/// writer.
 
 #include <poll.h>
 

@@ -1,5 +1,5 @@
-/// One MAC event on the whole path, from the controller's status through the machines to the row in shared memory,
-/// beside the same machines on standard maps; and what traces cost.
+/// One MAC event on the whole path, from the controller's status through the machines to the row in shared
+/// memory, beside the same machines on standard maps; and what traces cost.
 
 #include <unistd.h>
 

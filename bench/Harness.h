@@ -107,8 +107,8 @@ inline constexpr uint32_t vniCount = 4000;
 std::vector<QorEvpn::Host> hosts(uint32_t count, uint64_t seed = 1);
 std::vector<QorEvpn::MacVniPair> keysOf(std::vector<QorEvpn::Host> const& hosts);
 
-/// This program, or another one, in a second process, with `--role` and these arguments. Both talk by lines: `line()` reads
-/// what the role printed, `tell()` is what `heard()` waits for in it.
+/// This program, or another one, in a second process, with `--role` and these arguments. Both talk by lines:
+/// `line()` reads what the role printed, `tell()` is what `heard()` waits for in it.
 class Child {
  public:
   explicit Child(std::vector<std::string> const& role, std::string const& program = "/proc/self/exe");

@@ -1,4 +1,5 @@
-/// Beginnings: a table mounted again after its writer was killed, and what 4,000 VNIs do to a table when they start.
+/// Beginnings: a table mounted again after its writer was killed, and what 4,000 VNIs do to a table when they
+/// start.
 
 #include <signal.h>
 

@@ -6,8 +6,8 @@
 
 namespace Bench {
 
-/// The transmit machines between a controller's status and a host table, whatever maps and table they are built with:
-/// what one MAC event costs from the controller's `macVtepTableIs` to the row.
+/// The transmit machines between a controller's status and a host table, whatever maps and table they are
+/// built with: what one MAC event costs from the controller's `macVtepTableIs` to the row.
 class MacEvents {
  public:
   /// `endTurn` ends a turn of the table's writer.
@@ -25,8 +25,9 @@ class MacEvents {
                                     Orb::makePtr<QorEvpn::QorBrIdList>(Orb::Name("bridges")), hosts, floods);
   }
 
-  /// Nanoseconds an event: every VNI learns `macs` MAC addresses, VNI by VNI, all with that sequence number. A MAC
-  /// address's number is taken `step` apart from the next one's, as numbers come that were dealt over the VNIs.
+  /// Nanoseconds an event: every VNI learns `macs` MAC addresses, VNI by VNI, all with that sequence number.
+  /// A MAC address's number is taken `step` apart from the next one's, as numbers come that were dealt over
+  /// the VNIs.
   double learn(uint32_t macs, uint32_t seqNo, uint32_t step) {
     uint64_t events = 0;
     double const time = seconds(Clock::cpu, [&] {

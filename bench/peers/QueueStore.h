@@ -12,8 +12,8 @@
 
 namespace Bench {
 
-/// Boost's message queue in shared memory: one reader each, since a message goes to whoever takes it first. The writer
-/// waits for a reader that is slow.
+/// Boost's message queue in shared memory: one reader each, since a message goes to whoever takes it first.
+/// The writer waits for a reader that is slow.
 class QueueStore {
  public:
   explicit QueueStore(unsigned number)

@@ -39,7 +39,8 @@ class Watch {
   WatchEvents take();
 
  private:
-  /// Watches the directory, if there is one, and the nearest one above it: the directory may be made, also anew.
+  /// Watches the directory, if there is one, and the nearest one above it: the directory may be made, also
+  /// anew.
   void watchFolder();
   int addFolder(std::string const& path);
   void replace(int& watch, int other);

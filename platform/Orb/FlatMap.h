@@ -134,8 +134,8 @@ class FlatMap {
     }
   }
 
-  /// Puts a new entry at a free id or at the end of the array. Kept out of put(), which thus stays small enough
-  /// to be inlined where values are overwritten.
+  /// Puts a new entry at a free id or at the end of the array. Kept out of put(), which thus stays small
+  /// enough to be inlined where values are overwritten.
   [[gnu::noinline]] void insert(Key key, uint32_t hash, Value&& value) {
     if ((size_ + 1) * 4 > index_.size() * 3) rebuild(index_.size() * 2);
     if (free_ == none) {

@@ -7,8 +7,8 @@
 
 #include "Brine/TestRows.h"
 
-/// A reader that keeps a copy of what it is shown. As keyshadow it fails where it is told of a removal that it cannot
-/// place, or of nothing new; so every written row must differ from the row before.
+/// A reader that keeps a copy of what it is shown. As keyshadow it fails where it is told of a removal that
+/// it cannot place, or of nothing new; so every written row must differ from the row before.
 class Copy {
  public:
   Copy(TestFolder const& folder, Brine::Mode mode) : folder_(folder), mode_(mode) {

@@ -21,7 +21,8 @@ using Brine::Mode;
 using Brine::MountStatus;
 using Table = Brine::Table<TestRow>;
 
-/// A file of a traced process, mapped where it lies, so that a look for changes costs little more than a comparison.
+/// A file of a traced process, mapped where it lies, so that a look for changes costs little more than a
+/// comparison.
 class Followed {
  public:
   explicit Followed(std::string path) : path_(std::move(path)) {}
@@ -92,8 +93,9 @@ class CrashTest : public testing::Test {
     if (!TestSupport::isSanitized) ::sched_setaffinity(0, sizeof cpus_, &cpus_);
   }
 
-  /// Lets a child run the steps on a table with these rows. Whenever the folder's files have changed, verifies a copy
-  /// of them, which is what a child killed there would leave. Kills it after `maxStates` such states.
+  /// Lets a child run the steps on a table with these rows. Whenever the folder's files have changed,
+  /// verifies a copy of them, which is what a child killed there would leave. Kills it after `maxStates` such
+  /// states.
   void trace(TestFolder const& folder, Model before, std::vector<Step> const& steps,
              size_t maxStates = SIZE_MAX) {
     TestSupport::Child child([&](TestSupport::Child&) {
@@ -136,8 +138,8 @@ class CrashTest : public testing::Test {
     }
   }
 
-  /// The copy holds the rows of before or of after the step, for a reader and for the next writer. Sets `before` to
-  /// `after` once these have been seen: no later state may show the former again.
+  /// The copy holds the rows of before or of after the step, for a reader and for the next writer. Sets
+  /// `before` to `after` once these have been seen: no later state may show the former again.
   void verify(Model& before, Model const& after) {
     Table reader;
     Model seen;

@@ -12,8 +12,8 @@ using Orb::Ptr;
 using TestSupport::Source;
 using TestSupport::Watcher;
 
-// A source and its watchers, named by letters. When b is called for the first time it does as its script says,
-// and then a, the next time, as its own. A script is a sequence of (what, whom).
+// A source and its watchers, named by letters. When b is called for the first time it does as its script
+// says, and then a, the next time, as its own. A script is a sequence of (what, whom).
 struct Stage {
   std::string outer, inner;
   Ptr<Source> source = makePtr<Source>();

@@ -6,9 +6,9 @@
 #include "agent/Event.h"
 #include "agent/SiteView.h"
 
-/// What a site's tables must hold after some events, as a pure function of what both sides know. (Of an entry that
-/// the module does not support, the model says that it publishes its VNI; the module does so from the VNI's next
-/// event on. The traces have such entries only beside others.)
+/// What a site's tables must hold after some events, as a pure function of what both sides know. (Of an entry
+/// that the module does not support, the model says that it publishes its VNI; the module does so from the
+/// VNI's next event on. The traces have such entries only beside others.)
 class FeedModel {
  public:
   void apply(Agent::Event const& event) {

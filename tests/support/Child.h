@@ -9,8 +9,8 @@
 
 namespace TestSupport {
 
-/// A function in a forked process of its own. Its exit status is 0, or 1 where a check in it failed or an exception
-/// left it.
+/// A function in a forked process of its own. Its exit status is 0, or 1 where a check in it failed or an
+/// exception left it.
 class Child {
  public:
   explicit Child(std::function<void(Child& parent)> const& body);
@@ -22,8 +22,8 @@ class Child {
   pid_t pid() const { return pid_; }
   /// Either side: lets one `hear()` of the other side return.
   void tell() const;
-  /// Either side: waits for that; false if the other side has ended. Gives up after a minute, which is a hang, by
-  /// ending the program.
+  /// Either side: waits for that; false if the other side has ended. Gives up after a minute, which is a
+  /// hang, by ending the program.
   bool hear() const;
   /// Waits for its end: the exit status, or 128 and the signal.
   int wait();
@@ -56,8 +56,8 @@ class Shared {
   Value* value_;
 };
 
-/// A user without rights, and what makes the calling process, which is root's, his. Its group stays unless another
-/// one is given.
+/// A user without rights, and what makes the calling process, which is root's, his. Its group stays unless
+/// another one is given.
 inline constexpr uid_t nobody = 65534;
 void becomeNobody(gid_t group = nobody);
 

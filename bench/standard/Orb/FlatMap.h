@@ -5,7 +5,8 @@
 
 namespace Orb {
 
-/// In the place of the flat map, for comparison: the same interface and the same robust walks over `std::map`.
+/// In the place of the flat map, for comparison: the same interface and the same robust walks over
+/// `std::map`.
 template <class Key, class Value>
 class FlatMap {
  public:
