@@ -81,10 +81,10 @@ void Timer::start(std::chrono::nanoseconds delay) {
   // A delay of zero would switch the timer off.
   auto const wait = std::max(delay, std::chrono::nanoseconds(1));
   auto const seconds = std::chrono::duration_cast<std::chrono::seconds>(wait);
-  itimerspec spec{};
-  spec.it_value.tv_sec = seconds.count();
-  spec.it_value.tv_nsec = (wait - seconds).count();
-  checked(timerfd_settime(timer_.get(), 0, &spec, nullptr), "timerfd_settime");
+  itimerspec setting{};
+  setting.it_value.tv_sec = seconds.count();
+  setting.it_value.tv_nsec = (wait - seconds).count();
+  checked(timerfd_settime(timer_.get(), 0, &setting, nullptr), "timerfd_settime");
   running_ = true;
 }
 
