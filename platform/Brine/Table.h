@@ -182,3 +182,5 @@ class [[nodiscard]] Cursor {
 }  // namespace Brine
 
 #include "Brine/TableImpl.h"
+
+#include "Brine/TableDelivery.h"

@@ -1,0 +1,240 @@
+#pragma once
+
+// The member functions of Brine/Table.h that tell a reader of changes.
+
+namespace Brine {
+
+template <TableRow Row>
+void Table<Row>::onAttached(bool sameFile) {
+  ++mountSerial_;
+  lastId_ = noRow;
+  if (!sameFile) shadow_.forgetVersions();
+  nextChange_ = 0;
+}
+
+/// Reads a ring entry, or returns false where the ring has moved on.
+///  1. Load the sequence number, acquire: the expected one means that the entry is whole, and its row
+///  committed.
+///  2. Load row id and key, acquire each.
+///  3. Load the number again: unchanged means that step 2 saw nothing of a later change.
+template <TableRow Row>
+bool Table<Row>::readChange(uint64_t sequence, Change& change) const {
+  uint64_t const* const entry = segment_->ringEntry(sequence);
+  if (loadAcquire(entry) != sequence) return false;
+  uint64_t const place = loadAcquire(entry + 1);
+  for (unsigned i = 0; i < keyWordCount; ++i) change.key.words[i] = loadAcquire(entry + 2 + i);
+  if (loadRelaxed(entry) != sequence) return false;
+  change.key.complete();
+  change.sequence = sequence;
+  change.id = static_cast<uint32_t>(place);
+  change.removal = (place & ringRemoval) != 0;
+  return true;
+}
+
+template <TableRow Row>
+DeliverResult Table<Row>::deliver() {
+  DeliverResult result;
+  if (delivering_ || mode() == Mode::writer) return result;
+  struct Guard {
+    bool& flag;
+    explicit Guard(bool& f) : flag(f) { flag = true; }
+    ~Guard() { flag = false; }
+  } const guard(delivering_);
+  try {
+    if (!beginDelivery()) return result;
+    uint64_t const serial = mountSerial_;
+    uint64_t const quiet = loadAcquire(&segment_->header()->quiet);
+    uint64_t const head = loadAcquire(&segment_->header()->head);
+    // After the head: the rows of all changes up to it lie within what is followed now.
+    segment_->follow();
+    if (mustCompareAll() || head + 1 != nextChange_) reportQuiesced(false);
+    if (serial != mountSerial_) return result;
+    if (mustCompareAll() || !deliverRing(head, result.changes)) {
+      if (serial != mountSerial_) return result;
+      if (!mustCompareAll()) ++laps_;
+      compareAll(result.changes, result);
+      if (serial != mountSerial_) return result;
+      comparedAll();
+      nextChange_ = head + 1;
+    }
+    if (serial == mountSerial_ && quiet != 0 && quiet + 1 == nextChange_) reportQuiesced(true);
+  } catch (CorruptionError const& error) {
+    reportCorruption(error.what());
+  } catch (...) {
+    // The events were taken, but not all that they stand for was told.
+    if (watch_) watch_->kick();
+    throw;
+  }
+  return result;
+}
+
+/// Delivers the ring's changes up to `head`. Returns false where they are not all there any more.
+template <TableRow Row>
+bool Table<Row>::deliverRing(uint64_t head, uint64_t& changes) {
+  constexpr unsigned batch = 32;
+  Change staged[batch];
+  uint64_t const serial = mountSerial_;
+  if (head + 1 < nextChange_) return false;
+  while (nextChange_ <= head) {
+    if (head - nextChange_ >= segment_->layout().ringEntries()) return false;
+    unsigned count = 0;
+    bool complete = true;
+    for (; count < batch && nextChange_ + count <= head; ++count) {
+      if (!(complete = readChange(nextChange_ + count, staged[count]))) break;
+      prefetchRow(staged[count].id);
+      if (isShadowed()) shadow_.prefetch(staged[count].key);
+    }
+    for (unsigned i = 0; i < count && isShadowed(); ++i) shadow_.prefetchEntry(staged[i].key);
+    for (unsigned i = 0; i < count; ++i) {
+      nextChange_ = staged[i].sequence + 1;
+      deliverChange(staged[i], changes);
+      if (serial != mountSerial_) return true;
+    }
+    if (!complete) return false;
+  }
+  return true;
+}
+
+template <TableRow Row>
+void Table<Row>::deliverChange(Change const& change, uint64_t& changes) {
+  Found found;
+  bool const present = findCurrent(change.key, change.id, found);
+  if (isShadowed()) {
+    settle(change.key, present ? &found : nullptr, changes);
+    return;
+  }
+  // A change that is not the key's last one is left to the last one, which is still to come.
+  if (present ? sequenceOf(found.version) > change.sequence : !change.removal) return;
+  announce(change.key, present ? found.words : nullptr, changes);
+}
+
+/// Finds the key's row as it is now, in the slot where it most likely is or else through the index. Damage is
+/// reported, and makes the row absent.
+template <TableRow Row>
+bool Table<Row>::findCurrent(Words const& key, uint32_t likelyId, Found& found) {
+  Row row;
+  try {
+    if (likelyId < segment_->capacity()) {
+      found.id = likelyId;
+      if (read(likelyId, found.words, found.version) == RowState::live && key.equals(found.words)) {
+        decode(found.words, likelyId, row);
+        return true;
+      }
+    }
+    if (!search(key, found)) return false;
+    decode(found.words, found.id, row);
+    return true;
+  } catch (CorruptionError const& error) {
+    reportCorruption(error.what());
+    return false;
+  }
+}
+
+/// Tells the difference between the key's row as it is and as it was shown, if there is one.
+template <TableRow Row>
+void Table<Row>::settle(Words const& key, Found const* found, uint64_t& changes) {
+  if (found == nullptr) {
+    if (shadow_.erase(key)) announce(key, nullptr, changes);
+    return;
+  }
+  if (auto* const entry = shadow_.find(key)) {
+    if (entry->version == found->version) return;
+    shadow_.update(*entry, found->id, found->version);
+  } else {
+    shadow_.add(key, found->id, found->version);
+  }
+  announce(key, found->words, changes);
+}
+
+template <TableRow Row>
+void Table<Row>::announce(Words const& key, uint64_t const* words, uint64_t& changes) {
+  std::optional<Key> const decoded = C::decodeKey(key.words);
+  if (!decoded) {
+    reportCorruption("the table's change ring is damaged");
+    return;
+  }
+  // A walk further out on the stack showed an older state of the key.
+  for (Pin<Row>* pin = pins_; pin != nullptr;) {
+    Pin<Row>* const next = pin->next();
+    if (pin->isFor(key)) pin->unlink();
+    pin = next;
+  }
+  ++changes;
+  ++delivered_;
+  if (!onChanged) return;
+  Row row;
+  bool const present = words != nullptr && C::decode(words, row);
+  Pin<Row> pin;
+  pin.link(pins_, key, present ? &row : nullptr);
+  onChanged(*decoded);
+}
+
+/// Compares every row with what was shown. Costs a look at each version; keys are looked at where versions
+/// differ.
+template <TableRow Row>
+void Table<Row>::compareAll(uint64_t& changes, DeliverResult& result) {
+  uint64_t const serial = mountSerial_;
+  if (!isShadowed()) result.mayHaveMissedRemovals = nextChange_ != 0;
+  // Keys that were shown and are not there any more.
+  for (size_t slot = 0; slot < shadow_.slots(); ++slot) {
+    typename Shadow<Row>::Entry const& entry = shadow_.at(slot);
+    if (entry.used == 0) continue;
+    if (entry.id < segment_->capacity() && loadAcquire(segment_->slot(entry.id)) == entry.version) continue;
+    Words const key(entry.key);
+    Found found;
+    bool const present = findCurrent(key, entry.id, found);
+    settle(key, present ? &found : nullptr, changes);
+    if (serial != mountSerial_) return;
+  }
+  // The number of rows is a hint from shared memory; their ids are bounded.
+  uint32_t const ids = segment_->highWater();
+  if (isShadowed()) shadow_.reserve(std::min<uint64_t>(loadRelaxed(&segment_->header()->rows), ids), ids);
+  constexpr unsigned batch = 32;
+  for (uint32_t id = 0; id < segment_->highWater();) {
+    uint32_t news[batch];
+    unsigned count = 0;
+    for (uint32_t const end = segment_->highWater(); id < end && count < batch; ++id) {
+      prefetchRow(id + batch);
+      uint64_t const version = loadAcquire(segment_->slot(id));
+      bool const isNews = isShadowed() ? (version & versionLive) != 0 && version != shadow_.seen(id)
+                                       : version != 0 && sequenceOf(version) >= nextChange_;
+      if (!isNews) continue;
+      news[count++] = id;
+      if (!isShadowed()) continue;
+      uint64_t key[keyWordCount];
+      for (unsigned i = 0; i < keyWordCount; ++i) key[i] = loadRelaxed(segment_->slot(id) + 2 + i);
+      shadow_.prefetch(Words(key));
+    }
+    for (unsigned i = 0; i < count; ++i) {
+      compareRow(news[i], changes);
+      if (serial != mountSerial_) return;
+    }
+  }
+}
+
+template <TableRow Row>
+void Table<Row>::compareRow(uint32_t id, uint64_t& changes) {
+  Found found;
+  found.id = id;
+  RowState const state = read(id, found.words, found.version);
+  Row row;
+  if (state == RowState::damaged || (state == RowState::live && !C::decode(found.words, row))) {
+    reportCorruption("row " + std::to_string(id) + " is damaged");
+    return;
+  }
+  if (state == RowState::live) {
+    Words const key(found.words);
+    isShadowed() ? settle(key, &found, changes) : announce(key, found.words, changes);
+  } else if (!isShadowed() && nextChange_ != 0) {
+    // A plain reader learns of a removal from what the slot still holds, unless the key lives elsewhere.
+    Words key;
+    for (unsigned i = 0; i < keyWordCount; ++i) key.words[i] = loadAcquire(segment_->slot(id) + 2 + i);
+    key.complete();
+    if (loadAcquire(segment_->slot(id)) == found.version && C::decodeKey(key.words) &&
+        !findCurrent(key, id, found)) {
+      announce(key, nullptr, changes);
+    }
+  }
+}
+
+}  // namespace Brine
