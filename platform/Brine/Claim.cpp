@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "Brine/Errors.h"
+#include "Brine/Segment.h"
 
 namespace Brine {
 namespace {
@@ -69,6 +71,11 @@ void Claim::tableIs(Fd table) {
   table_ = std::move(table);
 }
 
+void Claim::segmentIs(Segment* segment) {
+  std::lock_guard const guard(claimsMutex());
+  segment_ = segment;
+}
+
 Fd Claim::releaseTable() {
   std::lock_guard const guard(claimsMutex());
   return std::move(table_);
@@ -80,6 +87,11 @@ void Claim::onForkParent() { claimsMutex().unlock(); }
 void Claim::onForkChild() {
   for (Claim* const claim : claims()) {
     claim->held_ = false;
+    if (claim->segment_ != nullptr) {
+      std::string const path = "/proc/self/fd/" + std::to_string(claim->table_.get());
+      Fd const readable(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+      if (readable) claim->segment_->becomeReadOnly(readable.get());
+    }
     claim->table_.reset();
     claim->lock_.reset();
   }

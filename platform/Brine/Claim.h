@@ -8,6 +8,8 @@
 
 namespace Brine {
 
+class Segment;
+
 /// The right to write a table, held by one table object of one process.
 ///
 /// Between processes it is a record lock on the lock file: it ends with the process however that ends, a
@@ -16,8 +18,8 @@ namespace Brine {
 /// file; so a list of the process's own claims is asked first, before the file is opened.
 ///
 /// A child made by fork() inherits memory and descriptors but not the right: there `isHeld()` is false, and
-/// the inherited descriptors are closed at once, so that the kernel reports the writer's end when the writer
-/// ends.
+/// the inherited descriptors are closed and the mappings made read-only at once, so that the kernel reports
+/// the writer's end when the writer ends.
 class Claim {
  public:
   /// Raises `MountFailure`, `busy` if another one holds it.
@@ -31,6 +33,8 @@ class Claim {
   /// The table's descriptor, kept here so that a forked child can close it.
   void tableIs(Fd table);
   int table() const { return table_.get(); }
+  /// The segment that maps it, or null.
+  void segmentIs(Segment* segment);
   /// Gives it up without closing it.
   Fd releaseTable();
 
@@ -41,6 +45,7 @@ class Claim {
 
   Fd lock_;
   Fd table_;
+  Segment* segment_ = nullptr;
   dev_t device_ = 0;
   ino_t inode_ = 0;
   bool held_ = false;

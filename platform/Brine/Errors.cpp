@@ -13,6 +13,8 @@ MountFailure MountFailure::ofErrno(int error, std::string const& what) {
     case EPERM:
     case EROFS:
     case ELOOP:
+    case EISDIR:
+    case ENXIO:
     case ENOTDIR: status = MountStatus::notPermitted; break;
     case ENOSPC:
     case EDQUOT:

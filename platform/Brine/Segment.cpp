@@ -15,15 +15,6 @@ namespace {
 
 MountFailure corrupt(std::string const& what) { return {MountStatus::corrupt, what}; }
 
-uint64_t identityCheckOf(Header const& header) {
-  uint64_t words[offsetof(Header, incarnation) / 8];
-  std::memcpy(words, &header, sizeof words);
-  words[offsetof(Header, identityCheck) / 8] = 0;
-  uint64_t sum = layoutVersion;
-  for (uint64_t const word : words) sum = mixWords(sum ^ word, 0xE7037ED1A0B428DBU) + 0x8EBC6AF09C88C6E3U;
-  return sum;
-}
-
 /// Copies the identity lines, which nobody writes after creation, word by word.
 Header readIdentity(std::byte const* page) {
   Header header{};
@@ -56,6 +47,15 @@ uint64_t nanoseconds() {
 
 }  // namespace
 
+uint64_t identityCheckOf(Header const& header) {
+  uint64_t words[offsetof(Header, incarnation) / 8];
+  std::memcpy(words, &header, sizeof words);
+  words[offsetof(Header, identityCheck) / 8] = 0;
+  uint64_t sum = layoutVersion;
+  for (uint64_t const word : words) sum = mixWords(sum ^ word, 0xE7037ED1A0B428DBU) + 0x8EBC6AF09C88C6E3U;
+  return sum;
+}
+
 uint64_t RowShape::fingerprint() const {
   uint64_t sum = mixWords(layoutVersion ^ 0xA0761D6478BD642FU, uint64_t{keyWords} << 32 | rowWords);
   auto const add = [&sum](uint64_t word) { sum = mixWords(sum ^ word, 0x9E3779B97F4A7C15U) + 1; };
@@ -72,6 +72,8 @@ uint64_t RowShape::fingerprint() const {
 
 Segment::Segment(RowShape const& shape, int fd, bool writable, bool repair)
     : shape_(shape), fd_(fd), writable_(writable) {
+  // Never moved: another thread may fork while an extent is added.
+  pieces_.reserve(2 + maxExtents);
   try {
     attach(repair);
   } catch (...) {
@@ -176,7 +178,7 @@ std::byte* Segment::map(uint64_t offset, uint64_t size) {
   void* const address =
       sys.map(size, writable_ ? PROT_READ | PROT_WRITE : PROT_READ, fd_, static_cast<off_t>(offset));
   if (address == MAP_FAILED) throw MountFailure::ofErrno(errno, "mapping the table");
-  pieces_.push_back({address, size});
+  pieces_.push_back({address, size, offset});
   return static_cast<std::byte*>(address);
 }
 
@@ -277,6 +279,13 @@ void Segment::publishSpare(unsigned level) {
   uint64_t const word = sealWord(seed_, geometryPlace, next.payload());
   storeRelease(&header_->geometry, word);
   useGeometry(word);
+}
+
+void Segment::becomeReadOnly(int fd) {
+  for (Piece const& piece : pieces_) {
+    ::mmap(piece.address, piece.size, PROT_READ, MAP_SHARED | MAP_FIXED, fd,
+           static_cast<off_t>(piece.offset));
+  }
 }
 
 void Segment::publishHighWater(uint32_t id) const {

@@ -16,6 +16,9 @@
 
 namespace Brine {
 
+/// The check of a header's identity lines, to be compared with, or stored as, their `identityCheck`.
+uint64_t identityCheckOf(Header const& header);
+
 /// A table's file in memory: the checked header, and each extent mapped where it stays until the segment
 /// goes, so that no pointer into a table goes stale while it grows.
 ///
@@ -87,10 +90,15 @@ class Segment {
 
   uint64_t fileBytes() const { return layout_.fileBytes(geometry_.level); }
 
+  /// In a forked child: puts read-only mappings of `fd` in place of those that it inherited. Through these it
+  /// would keep the file open for writing, and readers would not be told of the writer's end.
+  void becomeReadOnly(int fd);
+
  private:
   struct Piece {
     void* address;
     size_t size;
+    uint64_t offset;
   };
 
   unsigned extentOf(uint32_t id) const { return static_cast<unsigned>(std::bit_width(id >> shift_)); }

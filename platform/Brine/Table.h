@@ -5,6 +5,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Brine/Column.h"
@@ -154,7 +155,7 @@ class [[nodiscard]] Cursor {
 
   /// The next row, verified and copied, or null at the end. Valid until the next call or the cursor's end; so
   /// long, look-ups of a reader give this row too. Raises `CorruptionError` for a damaged row, which the next
-  /// call passes.
+  /// call passes, and for a damaged header, which ends the walk.
   Row const* next();
 
  private:

@@ -16,6 +16,7 @@ TableBase::~TableBase() {
   onQuiesced = nullptr;
   onMountStatus = nullptr;
   if (isWritable()) writer_->sayGoodbye();
+  if (claim_) claim_->segmentIs(nullptr);
 }
 
 MountStatus TableBase::mount(MountOptions const& options) {
@@ -78,6 +79,7 @@ void TableBase::unmount() {
 
 void TableBase::detach() {
   if (segment_) onDetached();
+  if (claim_) claim_->segmentIs(nullptr);
   writer_.reset();
   segment_.reset();
   file_.reset();
@@ -94,6 +96,7 @@ void TableBase::mountWriter() {
     folder.removeNew();
     throw;
   }
+  claim_->segmentIs(segment_.get());
   onAttached(false);
   quiesced_ = true;
   setStatus(MountStatus::mounted, {});

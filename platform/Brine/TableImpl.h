@@ -222,8 +222,11 @@ void Table<Row>::eraseAt(uint32_t id, Words const& key) {
 template <TableRow Row>
 bool Cursor<Row>::hasMore() {
   if (id_ < end_) return true;
+  // A walk whose end is damaged is over: whoever passes over damage must come to an end too.
+  uint64_t const serial = std::exchange(mountSerial_, 0);
   table_.segment_->follow();
   end_ = table_.segment_->highWater();
+  mountSerial_ = serial;
   return id_ < end_;
 }
 

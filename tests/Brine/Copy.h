@@ -7,6 +7,25 @@
 
 #include "Brine/TestRows.h"
 
+/// The rows that a walk shows. Damaged ones are as good as gone.
+inline Model rowsOf(Brine::Table<TestRow> const& table) {
+  Model rows;
+  for (auto cursor = table.walk();;) {
+    try {
+      TestRow const* const row = cursor.next();
+      if (row == nullptr) return rows;
+      EXPECT_TRUE(rows.emplace(row->key, *row).second);
+    } catch (Brine::CorruptionError const&) {
+      // The next call passes it.
+    }
+  }
+}
+
+inline void expectSound(Brine::Table<TestRow> const& table) {
+  for (auto const& violation : table.check())
+    ADD_FAILURE() << violation.invariant << ": " << violation.detail;
+}
+
 /// A reader that keeps a copy of what it is shown. As keyshadow it fails where it is told of a removal that
 /// it cannot place, or of nothing new; so every written row must differ from the row before.
 class Copy {
@@ -33,6 +52,14 @@ class Copy {
     }
     for (auto const& [key, row] : seen) rows_[key] = row;
   }
+  /// The table showed this to somebody else than the copy.
+  void place(TestKey const& key, std::optional<TestRow> const& row) {
+    if (row) {
+      rows_[key] = *row;
+    } else {
+      rows_.erase(key);
+    }
+  }
   void find(TestKey const& key) { place(key, table.find(key)); }
   void deliver() {
     table.deliver();
@@ -54,13 +81,6 @@ class Copy {
   bool expectsDamage = false;
 
  private:
-  void place(TestKey const& key, std::optional<TestRow> const& row) {
-    if (row) {
-      rows_[key] = *row;
-    } else {
-      rows_.erase(key);
-    }
-  }
   void onChanged(TestKey const& key) {
     auto const row = table.find(key);
     if (mode_ == Brine::Mode::keyshadow) {

@@ -11,7 +11,7 @@
 #include <fstream>
 #include <functional>
 
-#include "Brine/TestRows.h"
+#include "Brine/Copy.h"
 #include "support/Child.h"
 #include "support/Sanitizer.h"
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <compare>
@@ -63,25 +62,6 @@ struct Brine::Codec<TestRow> {
 };
 
 using Model = std::map<TestKey, TestRow>;
-
-/// The rows that a walk shows. Damaged ones are as good as gone.
-inline Model rowsOf(Brine::Table<TestRow> const& table) {
-  Model rows;
-  for (auto cursor = table.walk();;) {
-    try {
-      TestRow const* const row = cursor.next();
-      if (row == nullptr) return rows;
-      EXPECT_TRUE(rows.emplace(row->key, *row).second);
-    } catch (Brine::CorruptionError const&) {
-      // The next call passes it.
-    }
-  }
-}
-
-inline void expectSound(Brine::Table<TestRow> const& table) {
-  for (auto const& violation : table.check())
-    ADD_FAILURE() << violation.invariant << ": " << violation.detail;
-}
 
 /// A directory for tables, removed with its owner.
 class TestFolder {
