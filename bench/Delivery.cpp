@@ -155,7 +155,7 @@ void readBrine(std::string const& directory, Brine::Mode mode, uint64_t count) {
   say("done");
 }
 
-int runRole(std::vector<std::string> const& role) {
+void runRole(std::vector<std::string> const& role) {
   if (role[0] == "brine") {
     readBrine(role[1], role[2] == "reader" ? Brine::Mode::reader : Brine::Mode::keyshadow,
               std::stoull(role[3]));
@@ -183,10 +183,9 @@ int runRole(std::vector<std::string> const& role) {
     say("done");
   }
 #endif
-  return 0;
 }
 
-int run(Options const& options) {
+void run(Options const& options) {
   Report report(options,
                 {{"delivery-1", "Changes delivered to one reader", "million a second", true},
                  {"delivery-4", "Changes delivered to four readers, all together", "million a second", true},
@@ -199,13 +198,9 @@ int run(Options const& options) {
   Delivery delivery(options, report);
   for (unsigned i = 0; i < options.rounds; ++i) delivery.round();
   report.print();
-  return 0;
 }
 
 }  // namespace
 }  // namespace Bench
 
-int main(int argc, char** argv) {
-  Bench::Options const options = Bench::parseOptions(argc, argv);
-  return options.role.empty() ? Bench::run(options) : Bench::runRole(options.role);
-}
+int main(int argc, char** argv) { return Bench::main(argc, argv, Bench::run, Bench::runRole); }

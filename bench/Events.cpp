@@ -66,7 +66,7 @@ double disabledTrace() {
   return std::max(0.0, with - without) * 1e9 / times;
 }
 
-int run(Options const& options) {
+void run(Options const& options) {
   Report report(options, {{"event-cached", "One MAC event, whole path, 256 MACs of one VNI", "ns"},
                           {"event-start", "One MAC event, whole path, 1 M MACs learned VNI by VNI", "ns"},
                           {"event-again", "The same MACs again, in the same order", "ns"},
@@ -87,10 +87,9 @@ int run(Options const& options) {
     report.add("trace-off", "Brine", disabledTrace());
   }
   report.print();
-  return 0;
 }
 
 }  // namespace
 }  // namespace Bench
 
-int main(int argc, char** argv) { return Bench::run(Bench::parseOptions(argc, argv)); }
+int main(int argc, char** argv) { return Bench::main(argc, argv, Bench::run); }

@@ -27,8 +27,10 @@ struct Options {
   std::vector<std::string> role;  ///< --role NAME ARGUMENT...: this is a second process; see `Child`.
 };
 
-/// Ends the program with status 2 on a wrong option.
-Options parseOptions(int argc, char** argv);
+/// What a program's main function does: measures with `run`, or is one of the program's second processes with
+/// `runRole`. Ends with status 2 on a wrong option.
+int main(int argc, char** argv, void (*run)(Options const&),
+         void (*runRole)(std::vector<std::string> const& role) = nullptr);
 
 /// Seconds of work: of the clock on the wall where another process takes part, of this thread's processor
 /// time where none does, since the machine may have other things to do.

@@ -50,7 +50,7 @@ void round(Report& report) {
   report.add("import", "Brine", (now(Clock::wall) - start) * 1e3);
 }
 
-int runRole(std::vector<std::string> const& role) {
+void runRole(std::vector<std::string> const& role) {
   auto const hosts = QorEvpn::hostTableFactory(Orb::Name("host"));
   auto const floods = QorEvpn::floodTableFactory(Orb::Name("flood"));
   if (mount(hosts, role.at(1), Brine::Mode::writer) != Brine::MountStatus::mounted ||
@@ -69,19 +69,15 @@ int runRole(std::vector<std::string> const& role) {
   for (;;) heard();
 }
 
-int run(Options const& options) {
+void run(Options const& options) {
   Report report(options,
                 {{"import", "132,000 MACs from the EVPN side's write to the controller's status", "ms"}});
   report.goal("import", "Brine", 1000, 100);
   for (unsigned i = 0; i < options.rounds; ++i) round(report);
   report.print();
-  return 0;
 }
 
 }  // namespace
 }  // namespace Bench
 
-int main(int argc, char** argv) {
-  Bench::Options const options = Bench::parseOptions(argc, argv);
-  return options.role.empty() ? Bench::run(options) : Bench::runRole(options.role);
-}
+int main(int argc, char** argv) { return Bench::main(argc, argv, Bench::run, Bench::runRole); }

@@ -174,7 +174,7 @@ void lookUp(Store& store, std::string const& how, Clock clock, std::vector<QorEv
 }
 
 /// The other process: prints seconds, a word on how, and the sum of the rows; at the end -1.
-int runRole(std::vector<std::string> const& role) {
+void runRole(std::vector<std::string> const& role) {
   auto const keys = keysOf(hosts(static_cast<uint32_t>(std::stoul(role.at(2))), 5));
   if (role[0] == "brine") {
     BrineStore reader(role[1], Brine::Mode::reader);
@@ -202,10 +202,9 @@ int runRole(std::vector<std::string> const& role) {
   }
 #endif
   say(-1);
-  return 0;
 }
 
-int run(Options const& options) {
+void run(Options const& options) {
   Report report(options,
                 {{"insert", "Insert", "ns a row"},
                  {"overwrite", "Overwrite", "ns a row"},
@@ -231,13 +230,9 @@ int run(Options const& options) {
   Rows rows(options, report);
   for (unsigned i = 0; i < options.rounds; ++i) rows.round();
   report.print();
-  return 0;
 }
 
 }  // namespace
 }  // namespace Bench
 
-int main(int argc, char** argv) {
-  Bench::Options const options = Bench::parseOptions(argc, argv);
-  return options.role.empty() ? Bench::run(options) : Bench::runRole(options.role);
-}
+int main(int argc, char** argv) { return Bench::main(argc, argv, Bench::run, Bench::runRole); }

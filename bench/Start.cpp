@@ -51,7 +51,7 @@ void round(Options const& options, Report& report, std::vector<QorEvpn::Host> co
   report.add("start-vnis", "flat map walked for each", mapWalks * 1e3 * vniCount / mapVnis);
 }
 
-int runRole(std::vector<std::string> const& role) {
+void runRole(std::vector<std::string> const& role) {
   BrineStore store(role.at(1), Brine::Mode::writer);
   auto const all = hosts(static_cast<uint32_t>(std::stoul(role.at(2))));
   for (QorEvpn::Host const& host : all) store.table.write(host);
@@ -61,7 +61,7 @@ int runRole(std::vector<std::string> const& role) {
   }
 }
 
-int run(Options const& options) {
+void run(Options const& options) {
   Report report(options, {{"remount", "1 M rows mounted again after `kill -9` of the writer", "ms"},
                           {"start-vnis", "4,000 VNIs look for their rows among 1 M", "ms"}});
   report.goal("remount", "Brine", 40, 15);
@@ -69,13 +69,9 @@ int run(Options const& options) {
   auto const all = hosts(options.rows);
   for (unsigned i = 0; i < options.rounds; ++i) round(options, report, all);
   report.print();
-  return 0;
 }
 
 }  // namespace
 }  // namespace Bench
 
-int main(int argc, char** argv) {
-  Bench::Options const options = Bench::parseOptions(argc, argv);
-  return options.role.empty() ? Bench::run(options) : Bench::runRole(options.role);
-}
+int main(int argc, char** argv) { return Bench::main(argc, argv, Bench::run, Bench::runRole); }

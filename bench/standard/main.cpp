@@ -2,9 +2,10 @@
 
 #include "events/MacEvents.h"
 
-int main(int argc, char** argv) {
-  Bench::Options const options = Bench::parseOptions(argc, argv);
-  auto const rows = static_cast<uint32_t>(std::stoul(options.role.at(0)));
+namespace {
+
+void measure(std::vector<std::string> const& role) {
+  auto const rows = static_cast<uint32_t>(std::stoul(role.at(0)));
   auto const figures = Bench::measureEvents(rows, [](uint32_t vnis) {
     return std::make_unique<Bench::MacEvents>(Orb::makePtr<QorEvpn::HostTable>(Orb::Name("host")),
                                               Orb::makePtr<QorEvpn::FloodTable>(Orb::Name("flood")), vnis,
@@ -12,5 +13,11 @@ int main(int argc, char** argv) {
   });
   for (double const figure : {figures.cached, figures.traced, figures.startUp, figures.again})
     Bench::say(figure);
-  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  auto const alone = [](Bench::Options const&) { Bench::fail("bench-Events starts this program"); };
+  return Bench::main(argc, argv, alone, measure);
 }

@@ -35,8 +35,6 @@ std::string shortText(double value) {
   return buffer;
 }
 
-}  // namespace
-
 Options parseOptions(int argc, char** argv) {
   Options options;
   std::vector<std::string> const arguments(argv + 1, argv + argc);
@@ -58,6 +56,15 @@ Options parseOptions(int argc, char** argv) {
     }
   }
   return options;
+}
+
+}  // namespace
+
+int main(int argc, char** argv, void (*run)(Options const&),
+         void (*runRole)(std::vector<std::string> const& role)) {
+  Options const options = parseOptions(argc, argv);
+  options.role.empty() || runRole == nullptr ? run(options) : runRole(options.role);
+  return 0;
 }
 
 double now(Clock clock) {
