@@ -1,4 +1,4 @@
-#include "Brine/Images.h"
+#include "fuzz/Images.h"
 
 /// The input is a script of damage to a table's file; see `Images`. The file is then read in every way, and a
 /// writer repairs it now and then. A row that was never written, or damage that outlives the repair, ends the

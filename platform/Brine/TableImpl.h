@@ -106,14 +106,19 @@ uint32_t Table<Row>::placeAfter(Key const& key) const {
   Words const words(key);
   Found found;
   if (search(words, found)) return found.id + 1;
-  // A dead slot keeps its key until it is used again.
+  // A dead slot keeps its key until it is used again. Where there are several, the last one counts.
+  uint32_t place = 0;
+  uint64_t latest = 0;
   for (uint32_t id = 0; id < segment_->highWater(); ++id) {
     uint64_t const* const slot = segment_->slot(id);
     bool same = true;
     for (unsigned i = 0; i < keyWordCount; ++i) same &= loadAcquire(slot + 2 + i) == words.words[i];
-    if (same && loadAcquire(slot) != 0) return id + 1;
+    uint64_t const version = loadAcquire(slot);
+    if (!same || version <= latest) continue;
+    latest = version;
+    place = id + 1;
   }
-  return 0;
+  return place;
 }
 
 // ---- Writer ----

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 
+#include <fstream>
 #include <string>
 
 #include "Brine/TestRows.h"
@@ -24,6 +25,14 @@ inline Model rowsOf(Brine::Table<TestRow> const& table) {
 inline void expectSound(Brine::Table<TestRow> const& table) {
   for (auto const& violation : table.check())
     ADD_FAILURE() << violation.invariant << ": " << violation.detail;
+}
+
+/// Damages row `id`, one of the first 16, in both its copies.
+inline void damageRow(TestFolder const& folder, uint64_t id) {
+  Brine::Layout const layout(16, 16, 2, 4);
+  std::fstream file(folder.path() + "/table.table", std::ios::in | std::ios::out | std::ios::binary);
+  file.seekp(static_cast<std::streamoff>(layout.extentOffset(0) + id * layout.rowStride() * 8 + 4 * 8));
+  file << std::string(32, 'x');
 }
 
 /// A reader that keeps a copy of what it is shown. As keyshadow it fails where it is told of a removal that

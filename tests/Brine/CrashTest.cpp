@@ -93,13 +93,30 @@ class CrashTest : public testing::Test {
     if (!TestSupport::isSanitized) ::sched_setaffinity(0, sizeof cpus_, &cpus_);
   }
 
+  /// A child that stops at each SIGSTOP that it raises.
+  static void beTraced() {
+    if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) ::_exit(77);
+  }
+  /// Waits until the child has stopped: the signal, or 0 if it ended.
+  static int awaitStop(TestSupport::Child const& child) {
+    int status = 0;
+    EXPECT_EQ(::waitpid(child.pid(), &status, 0), child.pid());
+    if (WIFSTOPPED(status)) return WSTOPSIG(status);
+    EXPECT_TRUE(WIFEXITED(status) && (WEXITSTATUS(status) == 0 || WEXITSTATUS(status) == 77)) << status;
+    return 0;
+  }
+  static int step(TestSupport::Child const& child, bool isSingle) {
+    EXPECT_EQ(::ptrace(isSingle ? PTRACE_SINGLESTEP : PTRACE_CONT, child.pid(), nullptr, nullptr), 0);
+    return awaitStop(child);
+  }
+
   /// Lets a child run the steps on a table with these rows. Whenever the folder's files have changed,
   /// verifies a copy of them, which is what a child killed there would leave. Kills it after `maxStates` such
   /// states.
   void trace(TestFolder const& folder, Model before, std::vector<Step> const& steps,
              size_t maxStates = SIZE_MAX) {
     TestSupport::Child child([&](TestSupport::Child&) {
-      if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) ::_exit(77);
+      beTraced();
       Table table;
       for (Step const& step : steps) {
         ::raise(SIGSTOP);
@@ -109,32 +126,21 @@ class CrashTest : public testing::Test {
     });
     Followed table(folder.path() + "/table.table");
     Followed made(folder.path() + "/table.new");
-    Step const* step = nullptr;
-    for (size_t states = 0; states < maxStates;) {
-      int status = 0;
-      ASSERT_EQ(::waitpid(child.pid(), &status, 0), child.pid());
-      if (WIFEXITED(status)) {
-        if (WEXITSTATUS(status) == 77) GTEST_SKIP() << "this process may not trace another one";
-        ASSERT_EQ(WEXITSTATUS(status), 0);
-        return;
-      }
-      ASSERT_TRUE(WIFSTOPPED(status));
+    if (awaitStop(child) == 0) GTEST_SKIP() << "this process may not trace another one";
+    Step const* step = steps.data();
+    for (size_t states = 0; states < maxStates && !HasFailure();) {
+      int const signal = CrashTest::step(child, step->isTraced);
+      if (signal == 0) return;
       bool const changed = static_cast<int>(table.hasChanged()) + static_cast<int>(made.hasChanged()) != 0;
-      if (WSTOPSIG(status) == SIGSTOP) {
-        if (step != nullptr) before = step->after;
-        step = step == nullptr ? steps.data() : step + 1;
-      } else {
-        ASSERT_EQ(WSTOPSIG(status), SIGTRAP);
-        if (changed) {
-          SCOPED_TRACE("step " + std::to_string(step - steps.data()) + ", state " + std::to_string(++states));
-          table.copyTo(copy_.path() + "/table.table");
-          made.copyTo(copy_.path() + "/table.new");
-          verify(before, step->after);
-          if (HasFailure()) return;
-          ++states_;
-        }
+      if (signal == SIGSTOP) {
+        before = step++->after;
+      } else if (changed) {
+        SCOPED_TRACE("step " + std::to_string(step - steps.data()) + ", state " + std::to_string(++states));
+        table.copyTo(copy_.path() + "/table.table");
+        made.copyTo(copy_.path() + "/table.new");
+        verify(before, step->after);
+        ++states_;
       }
-      ASSERT_EQ(::ptrace(step->isTraced ? PTRACE_SINGLESTEP : PTRACE_CONT, child.pid(), nullptr, nullptr), 0);
     }
   }
 
@@ -213,17 +219,57 @@ TEST_F(CrashTest, ARecoveryThatIsKilledAtAnyInstructionIsMadeUpForByTheNextOne) 
   trace(folder, {}, steps, 40);
   ASSERT_EQ(states_, 40U);
 
-  // The row of slot 5 is damaged too, in both its copies.
-  Brine::Layout const layout(16, 16, 2, 4);
-  std::fstream file(folder.path() + "/table.table", std::ios::in | std::ios::out | std::ios::binary);
-  file.seekp(static_cast<std::streamoff>(layout.extentOffset(0) + 5 * layout.rowStride() * 8 + 4 * 8));
-  file.write("damage of 32 bytes, 4 value words", 32);
-  file.close();
+  // A row is damaged too.
+  damageRow(folder, 5);
   model_ = full;
   model_.erase({5, 1});
   repair_ = true;
   trace(folder, model_, {mount(folder)});
   EXPECT_GT(states_, 70U);
+}
+
+TEST_F(CrashTest, ALookUpFindsItsRowWholeWhateverHappensAtWhicheverInstruction) {
+  TestFolder const folder;
+  Table writer;
+  ASSERT_EQ(writer.mount(folder.options(Mode::writer)), MountStatus::mounted) << writer.mountDetail();
+  uint64_t value = 0;
+  auto const put = [&](uint64_t number) {
+    ++value;
+    writer.write({{number, 1}, value, ~value});
+  };
+  for (uint64_t number = 0; number < 16; ++number) put(number);
+  TestSupport::Child child([&](TestSupport::Child&) {
+    beTraced();
+    Table reader;
+    reader.mount(folder.options(Mode::reader));
+    pid_t const self = ::getpid();
+    for (uint64_t last = 0;;) {
+      ::kill(self, SIGSTOP);
+      auto const row = reader.find({7, 1});
+      if (!row || row->other != ~row->value || row->value < last) ::_exit(1);
+      last = row->value;
+    }
+  });
+  if (awaitStop(child) == 0) GTEST_SKIP() << "this process may not trace another one";
+  std::function<void()> const disturbances[] = {
+      [&] { put(7), put(7); },                      // Both its copies are overwritten.
+      [&] { writer.recover(), writer.recover(); },  // Both indexes are rebuilt.
+      [&] {                                         // Others leave its line of the index and come back.
+        for (uint64_t number = 0; number < 16; ++number) {
+          if (number != 7) writer.erase({number, 1});
+        }
+        for (uint64_t number = 15; number != 7; --number) put(number);
+      }};
+  for (auto const& disturb : disturbances) {
+    size_t instructions = 0;
+    for (bool isOver = false; !isOver && !HasFailure(); ++instructions) {
+      for (size_t i = 0; i <= instructions && !isOver; ++i) isOver = step(child, true) != SIGTRAP;
+      if (isOver) continue;
+      disturb();
+      ASSERT_EQ(step(child, false), SIGSTOP);
+    }
+    EXPECT_GT(instructions, 100U);
+  }
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "Brine/Images.h"
+#include "fuzz/Images.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <map>
 #include <random>
 #include <set>
 
@@ -12,112 +11,136 @@ using Brine::Mode;
 using Brine::MountStatus;
 using Table = Brine::Table<TestRow>;
 
-TEST(Model, RandomOperationsWithReopenInAllModes) {
-  for (uint32_t seed = 1; seed <= 20; ++seed) {
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
-    auto const below = [&random](uint32_t bound) { return static_cast<uint32_t>(random() % bound); };
-    auto const anyKey = [&] { return TestKey{below(100), below(4)}; };
-    TestFolder const folder;
-    Table writer;
-    Copy shadow(folder, Mode::keyshadow);
-    Copy reader(folder, Mode::reader);
-    EXPECT_EQ(shadow.table.mountStatus(), MountStatus::noTable);
-    ASSERT_EQ(writer.mount(folder.options(Mode::writer)), MountStatus::mounted) << writer.mountDetail();
-    Model model;
-    for (int step = 0; step < 3000; ++step) {
-      TestKey const key = anyKey();
-      switch (below(20)) {
-        default: {
-          TestRow const row{key, random(), random()};
-          EXPECT_EQ(writer.write(row), !model.contains(key));
-          model[key] = row;
-          break;
-        }
-        case 7:
-        case 8:
-        case 9:
-        case 10:
-        case 11: {
-          auto const known = model.find(key);
-          auto const expected = known == model.end() ? std::nullopt : std::optional(known->second);
-          EXPECT_EQ(writer.find(key), expected);
-          EXPECT_EQ(writer.remove(key), expected);
-          model.erase(key);
-          break;
-        }
-        case 12: {
-          TestRow const row{key, random(), random()};
-          writer.find(anyKey());
-          writer.commit(&row);
-          model[key] = row;
-          break;
-        }
-        case 13: {
-          TestKey const keys[] = {key, anyKey(), anyKey()};
-          writer.stage(keys);
-          shadow.table.stage(keys);
-          break;
-        }
-        case 14:
-          writer.endTurn();
-          shadow.deliver();
-          EXPECT_EQ(shadow.rows(), model);
-          break;
-        case 15:
-          shadow.find(key);
-          shadow.walk();
-          break;
-        case 16: {
-          // A walk over one group, in which its rows go.
-          std::set<TestKey> left;
-          for (auto const& [known, row] : model) {
-            if (known.group == key.group) left.insert(known);
-          }
-          for (auto cursor = writer.walk(key.group); auto const* row = cursor.next();) {
-            EXPECT_EQ(left.erase(row->key), 1U);
-            EXPECT_EQ(model[row->key], *row);
-            if (below(2) == 0) model.erase(writer.remove(row->key)->key);
-          }
-          EXPECT_TRUE(left.empty());
-          break;
-        }
-        case 17:
-          if (below(20) == 0) {
-            writer.unmount();
-            EXPECT_EQ(shadow.table.deliver().mayHaveMissedRemovals, false);
-            EXPECT_EQ(shadow.table.mountStatus(), MountStatus::writerGone);
-            EXPECT_EQ(shadow.rows(), model);
-            EXPECT_TRUE(shadow.table.check().empty());
-            ASSERT_EQ(writer.mount(folder.options(Mode::writer)), MountStatus::mounted)
-                << writer.mountDetail();
-          }
-          break;
-        case 18:
-          if (below(20) == 0) shadow.remount();
-          break;
-        case 19: {
-          std::vector<TestRow> expected;
-          for (auto const& [known, row] : model) expected.push_back(row);
-          EXPECT_EQ(writer.sorted(), expected);
-          EXPECT_EQ(writer.statistics().rows, model.size());
-          writer.endTurn();
-          auto const violations = writer.check();
-          EXPECT_TRUE(violations.empty()) << violations[0].invariant << ": " << violations[0].detail;
-          if (!reader.table.deliver().mayHaveMissedRemovals) {
-            EXPECT_EQ(reader.table.sorted(), expected);
-          }
-          break;
-        }
-      }
-      if (HasFailure()) return;
-    }
-    writer.endTurn();
-    shadow.deliver();
-    EXPECT_EQ(shadow.rows(), model);
-    EXPECT_GT(writer.statistics().capacity, 16U);
-    EXPECT_GT(shadow.table.statistics().laps, 0U);
+/// A writer and both kinds of readers under random operations, and what they must show.
+class ModelTest : public testing::TestWithParam<uint32_t> {
+ protected:
+  uint32_t below(uint32_t bound) { return static_cast<uint32_t>(random_() % bound); }
+  TestKey anyKey() { return {below(100), below(4)}; }
+  void mount() {
+    ASSERT_EQ(writer_.mount(folder_.options(Mode::writer)), MountStatus::mounted) << writer_.mountDetail();
   }
+  void remove(TestKey const& key) {
+    auto const known = model_.find(key);
+    auto const expected = known == model_.end() ? std::nullopt : std::optional(known->second);
+    EXPECT_EQ(writer_.find(key), expected);
+    EXPECT_EQ(writer_.remove(key), expected);
+    model_.erase(key);
+    removed_.insert(key);
+  }
+  void change() {
+    TestKey const key = anyKey();
+    if (below(3) == 0) return remove(key);
+    TestRow const row{key, random_(), random_()};
+    if (below(8) == 0) {
+      writer_.find(anyKey());
+      writer_.commit(&row);
+    } else {
+      EXPECT_EQ(writer_.write(row), !model_.contains(key));
+    }
+    model_[key] = row;
+  }
+
+  /// Walks over all rows or a group's, which change between any two steps. What is there throughout is shown
+  /// exactly once.
+  void walk(Table& table, std::optional<uint32_t> group) {
+    Model const before = model_;
+    std::set<TestKey> shown;
+    removed_.clear();
+    auto cursor = group ? table.walk(*group) : table.walk();
+    while (auto const* const row = cursor.next()) {
+      TestRow const current = *row;
+      EXPECT_EQ(current, model_[current.key]);
+      EXPECT_EQ(group.value_or(current.key.group), current.key.group);
+      EXPECT_TRUE(shown.insert(current.key).second || removed_.contains(current.key)) << "shown twice";
+      if (&table == &shadow_.table) shadow_.place(current.key, current);
+      // The row that is shown may go too; for a reader it stays until the next step.
+      if (below(4) == 0) remove(current.key);
+      for (auto changes = below(8); changes != 0; --changes) change();
+      if (&table != &writer_) {
+        EXPECT_EQ(table.find(current.key), current);
+      }
+    }
+    for (auto const& [key, row] : before) {
+      bool const isDue = key.group == group.value_or(key.group) && !removed_.contains(key);
+      EXPECT_TRUE(!isDue || shown.contains(key)) << key << " is not shown";
+    }
+  }
+
+  /// Goes on behind a key, also where it has gone.
+  void walkBehind(Table& table) {
+    std::vector<TestRow> order;
+    for (auto cursor = table.walk(); auto const* const row = cursor.next();) order.push_back(*row);
+    if (order.empty()) return;
+    size_t next = below(static_cast<uint32_t>(order.size()));
+    TestKey const key = order[next].key;
+    if (below(2) == 0) remove(key);
+    for (auto cursor = table.walkAfter(key); auto const* const row = cursor.next();) {
+      EXPECT_EQ(*row, order.at(++next));
+    }
+    EXPECT_EQ(next + 1, order.size());
+  }
+
+  TestFolder const folder_;
+  std::mt19937 random_{GetParam()};
+  Table writer_;
+  Copy shadow_{folder_, Mode::keyshadow};
+  Copy reader_{folder_, Mode::reader};
+  Model model_;
+  std::set<TestKey> removed_;
+};
+
+TEST_P(ModelTest, RandomOperationsWithReopenInAllModes) {
+  EXPECT_EQ(shadow_.table.mountStatus(), MountStatus::noTable);
+  mount();
+  shadow_.deliver();
+  reader_.deliver();
+  Table* const tables[] = {&writer_, &shadow_.table, &reader_.table};
+  for (int step = 0; step < 3000 && !HasFailure(); ++step) {
+    uint32_t const operation = below(200);
+    if (operation == 0) {
+      writer_.unmount();
+      EXPECT_FALSE(shadow_.table.deliver().mayHaveMissedRemovals);
+      EXPECT_EQ(shadow_.table.mountStatus(), MountStatus::writerGone);
+      EXPECT_EQ(shadow_.rows(), model_);
+      expectSound(shadow_.table);
+      mount();
+    } else if (operation == 1) {
+      shadow_.remount();
+    } else if (operation < 5) {
+      walk(*tables[below(3)], below(2) == 0 ? std::nullopt : std::optional(below(4)));
+    } else if (operation == 5) {
+      walkBehind(below(2) == 0 ? writer_ : reader_.table);
+    } else if (operation == 6) {
+      std::vector<TestRow> expected;
+      for (auto const& [key, row] : model_) expected.push_back(row);
+      EXPECT_EQ(writer_.sorted(), expected);
+      EXPECT_EQ(writer_.statistics().rows, model_.size());
+      writer_.endTurn();
+      expectSound(writer_);
+      if (!reader_.table.deliver().mayHaveMissedRemovals) {
+        EXPECT_EQ(reader_.table.sorted(), expected);
+      }
+    } else if (operation < 9) {
+      shadow_.find(anyKey());
+    } else if (operation == 9) {
+      TestKey const keys[] = {anyKey(), anyKey(), anyKey()};
+      for (Table* const table : tables) table->stage(keys);
+    } else if (operation < 20) {
+      writer_.endTurn();
+      shadow_.deliver();
+      EXPECT_EQ(shadow_.rows(), model_);
+    } else {
+      change();
+    }
+  }
+  EXPECT_GT(writer_.statistics().capacity, 16U);
+  EXPECT_GT(shadow_.table.statistics().laps, 0U);
+  auto cursor = reader_.table.walkAfter({999, 9});
+  EXPECT_EQ(*cursor.next(), *reader_.table.walk().next());
+  reader_.table.unmount();
+  EXPECT_EQ(cursor.next(), nullptr) << "a walk ends with its mount";
 }
+
+INSTANTIATE_TEST_SUITE_P(Seeds, ModelTest, testing::Range(1U, 21U));
 
 }  // namespace
