@@ -1,5 +1,8 @@
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
+
 #include "Brine/Shadow.h"
 
 namespace Brine {
@@ -16,9 +19,9 @@ class Pin {
   ~Pin() { unlink(); }
 
   /// Pins the key with `row`, or its absence for null. The row must outlive the pin.
-  void link(Pin*& list, KeyWords<Row> const& key, Row const* row) {
+  void link(Pin*& list, uint64_t const* keyWords, Row const* row) {
     unlink();
-    key_ = key;
+    std::copy_n(keyWords, Codec<Row>::keyWords, key_);
     row_ = row;
     next_ = list;
     if (next_ != nullptr) next_->link_ = &next_;
@@ -35,12 +38,12 @@ class Pin {
 
   Pin* next() const { return next_; }
   Row const* row() const { return row_; }
-  bool isFor(KeyWords<Row> const& key) const { return key.equals(key_.words); }
+  bool isFor(uint64_t const* keyWords) const { return KeyWords<Row>::equal(key_, keyWords); }
 
  private:
   Pin* next_ = nullptr;
   Pin** link_ = nullptr;
-  KeyWords<Row> key_;
+  uint64_t key_[Codec<Row>::keyWords];
   Row const* row_ = nullptr;
 };
 

@@ -1,7 +1,9 @@
 #pragma once
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "Brine/Codec.h"
@@ -32,124 +34,159 @@ struct KeyWords {
     hash = C::hash(words);
     tag = Index::tagOf(words, C::keyWords);
   }
-  bool equals(uint64_t const* other) const {
+  bool equals(uint64_t const* other) const { return equal(words, other); }
+  static bool equal(uint64_t const* left, uint64_t const* right) {
     for (unsigned i = 0; i < C::keyWords; ++i) {
-      if (words[i] != other[i]) return false;
+      if (left[i] != right[i]) return false;
     }
     return true;
   }
 };
 
-/// What a keyshadow reader was last shown: each key that it believes to be in the table, with the row id and
-/// version that it was shown. Private to the reader.
+/// What a keyshadow reader was last shown: each key that it believes to be in the table, with the version that
+/// it was shown. Private to the reader.
+///
+/// A key's entry stands under the id of the row that it was last shown in, so a change of a key that stayed
+/// where it was costs one line and no search. A key whose place is taken, since the row had gone to it before
+/// the reader was told that the former key left, is a stray until it is shown again. An index finds both.
 template <class Row>
 class Shadow {
  public:
   using Key = KeyWords<Row>;
 
-  struct Entry {
-    uint64_t version;  ///< 0: shown, but in another file.
-    uint32_t id;
-    uint32_t used;
+  struct alignas(std::bit_ceil(sizeof(uint64_t) * (1 + Key::C::keyWords))) Entry {
+    uint64_t version = 0;  ///< 0: no key here. `elsewhere`: shown, but in another file.
     uint64_t key[Key::C::keyWords];
   };
+  static constexpr uint64_t elsewhere = versionCopyB;  // No row that lives has it.
 
   Shadow() { resize(64); }
 
-  size_t size() const { return entries_.size() - free_.size(); }
-  /// Entries by number, used or not: for passes over all of them, during which others may come and go.
-  size_t slots() const { return entries_.size(); }
-  Entry const& at(size_t slot) const { return entries_[slot]; }
+  size_t size() const { return size_; }
 
-  /// Valid until the next change.
-  Entry* find(Key const& key) {
-    uint32_t const slot = findSlot(key);
-    return slot == noRow ? nullptr : &entries_[slot];
+  /// The entry under a row's id, or null. Valid until the next change.
+  Entry const* home(uint32_t id) const {
+    return id < homes_.size() && homes_[id].version != 0 ? &homes_[id] : nullptr;
   }
-  /// Two steps of a look-up that is to come: the first for all of some tens of keys, then the second.
-  void prefetch(Key const& key) const { index_.prefetch(key.hash); }
-  void prefetchEntry(Key const& key) const {
-    index_.visitTagged(key.hash, key.tag, [&](uint32_t slot) {
-      if (slot < entries_.size()) Brine::prefetch(&entries_[slot]);
-    });
+  /// The version of the key that was last shown in that row, 0 if none: a row with it holds nothing new.
+  uint64_t version(uint32_t id) const { return id < homes_.size() ? homes_[id].version : 0; }
+  /// Ids that have entries are below.
+  uint32_t homes() const { return static_cast<uint32_t>(homes_.size()); }
+  /// Strays by number, for passes over all of them, during which others may come and go; null if unused.
+  uint32_t strays() const { return static_cast<uint32_t>(strays_.size()); }
+  Entry const* stray(uint32_t number) const {
+    return strays_[number].version != 0 ? &strays_[number] : nullptr;
   }
 
-  /// The reader was shown the key's row with that version.
-  void show(Key const& key, uint32_t id, uint64_t version) {
-    Entry* const entry = find(key);
-    entry != nullptr ? update(*entry, id, version) : add(key, id, version);
+  /// For a look-up or a change of row `id` that is to come.
+  void prefetch(uint32_t id) const {
+    if (id < homes_.size()) Brine::prefetchForWriting(&homes_[id]);
   }
-  void update(Entry& entry, uint32_t id, uint64_t version) {
-    entry.version = version;
-    entry.id = id;
-    if (id >= seen_.size()) seen_.resize(std::max<size_t>(id + size_t{1}, seen_.size() * 2));
-    seen_[id] = version;
-  }
-  /// The same for a key that has no entry.
-  void add(Key const& key, uint32_t id, uint64_t version) {
-    if (size() >= uint64_t{index_.lineCount()} * rowsPerLine) resize(index_.lineCount() * 2);
-    uint32_t slot = 0;
-    if (free_.empty()) {
-      slot = static_cast<uint32_t>(entries_.size());
-      entries_.emplace_back();
-    } else {
-      slot = free_.back();
-      free_.pop_back();
+  /// For a key that has no entry yet.
+  void prefetchIndex(Key const& key) const { index_.prefetch(key.hash); }
+
+  /// The reader is shown the key's row. False if that is what it was last shown.
+  bool show(uint64_t const* keyWords, uint32_t id, uint64_t version) {
+    if (isHome(keyWords, id)) return std::exchange(homes_[id].version, version) != version;
+    Key const key(keyWords);
+    uint32_t const number = search(key);
+    if (number != noRow) {
+      if (entry(number).version == version) return false;
+      remove(key, number);
     }
-    entries_[slot].used = 1;
-    std::copy_n(key.words, Key::C::keyWords, entries_[slot].key);
-    index_.insert(key.hash, key.tag, slot);
-    update(entries_[slot], id, version);
+    add(key, id, version);
+    return true;
   }
+  /// The reader is shown that the key, which most likely was in row `id`, is absent. False if it did not
+  /// believe otherwise.
+  bool erase(uint64_t const* keyWords, uint32_t id) {
+    Key const key(keyWords);
+    uint32_t const number = isHome(keyWords, id) ? id : search(key);
+    if (number != noRow) remove(key, number);
+    return number != noRow;
+  }
+
   /// Room for that many keys, and rows up to that id.
   void reserve(size_t keys, uint32_t ids) {
-    if (entries_.capacity() < keys) entries_.reserve(keys);
-    if (seen_.size() < ids) seen_.resize(ids);
+    if (homes_.size() < ids) homes_.resize(ids);
     if (keys > uint64_t{index_.lineCount()} * rowsPerLine)
       resize(static_cast<uint32_t>(keys / rowsPerLine + 1));
   }
 
-  /// The reader was shown that the key is absent. False if it did not believe otherwise.
-  bool erase(Key const& key) {
-    uint32_t const slot = findSlot(key);
-    if (slot == noRow) return false;
-    index_.erase(key.hash, key.tag, slot);
-    entries_[slot].used = 0;
-    free_.push_back(slot);
-    return true;
-  }
-
-  /// The version that was shown in that row, 0 if none: a row with this version holds nothing new.
-  uint64_t seen(uint32_t id) const { return id < seen_.size() ? seen_[id] : 0; }
-
-  /// The table's file is another one: what was shown stays shown, but its versions mean nothing there.
+  /// The table's file is another one: what was shown stays shown, but its ids and versions mean nothing
+  /// there.
   void forgetVersions() {
-    seen_.clear();
-    for (Entry& entry : entries_) {
-      entry.version = 0;
-      entry.id = noRow;
+    for (Entry& stray : strays_) {
+      if (stray.version != 0) stray.version = elsewhere;
     }
+    for (Entry& home : homes_) {
+      if (home.version == 0) continue;
+      home.version = elsewhere;
+      strays_.push_back(home);
+    }
+    homes_.clear();
+    resize(index_.lineCount());
   }
 
  private:
   static constexpr uint32_t rowsPerLine = 6;
+  /// In the number of an entry: it is a stray's. Row ids are smaller.
+  static constexpr uint32_t strayNumber = maxRows;
 
-  uint32_t findSlot(Key const& key) const {
-    return index_.find(key.hash, key.tag, [&](uint32_t slot) { return key.equals(entries_[slot].key); });
+  Entry& entry(uint32_t number) {
+    return number < strayNumber ? homes_[number] : strays_[number - strayNumber];
+  }
+  bool isHome(uint64_t const* keyWords, uint32_t id) const {
+    return version(id) != 0 && Key::equal(keyWords, homes_[id].key);
+  }
+  uint32_t search(Key const& key) {
+    return index_.find(key.hash, key.tag, [&](uint32_t number) { return key.equals(entry(number).key); });
+  }
+  void add(Key const& key, uint32_t id, uint64_t version) {
+    if (size_ >= uint64_t{index_.lineCount()} * rowsPerLine) resize(index_.lineCount() * 2);
+    if (id >= homes_.size()) homes_.resize(id + size_t{1});
+    uint32_t const number = homes_[id].version == 0 ? id : takeStray();
+    Entry& made = entry(number);
+    made.version = version;
+    std::copy_n(key.words, Key::C::keyWords, made.key);
+    index_.insert(key.hash, key.tag, number);
+    ++size_;
+  }
+  void remove(Key const& key, uint32_t number) {
+    index_.erase(key.hash, key.tag, number);
+    entry(number).version = 0;
+    if (number >= strayNumber) freeStrays_.push_back(number);
+    --size_;
+  }
+  uint32_t takeStray() {
+    if (freeStrays_.empty()) {
+      strays_.emplace_back();
+      return static_cast<uint32_t>(strays_.size() - 1) + strayNumber;
+    }
+    uint32_t const number = freeStrays_.back();
+    freeStrays_.pop_back();
+    return number;
   }
   void resize(uint32_t lineCount) {
     lines_.assign(uint64_t{lineCount} * Index::lineWords, 0);
     index_ = Index(lines_.data(), lineCount);
-    for (uint32_t slot = 0; slot < entries_.size(); ++slot) {
-      if (entries_[slot].used == 0) continue;
-      Key const key(entries_[slot].key);
-      index_.insert(key.hash, key.tag, slot);
+    enter(homes_, 0);
+    enter(strays_, strayNumber);
+  }
+  void enter(std::vector<Entry> const& entries, uint32_t number) {
+    for (Entry const& entered : entries) {
+      if (entered.version != 0) {
+        Key const key(entered.key);
+        index_.insert(key.hash, key.tag, number);
+      }
+      ++number;
     }
   }
 
-  std::vector<Entry> entries_;
-  std::vector<uint32_t> free_;
-  std::vector<uint64_t> seen_;
+  std::vector<Entry> homes_;
+  std::vector<Entry> strays_;
+  std::vector<uint32_t> freeStrays_;
+  size_t size_ = 0;
   std::vector<uint64_t> lines_;
   Index index_;
 };

@@ -97,7 +97,7 @@ class Table : public TableBase {
     uint64_t sequence;
     uint32_t id;
     bool removal;
-    Words key;
+    uint64_t key[keyWordCount];
   };
 
   static void decode(uint64_t const* words, uint32_t id, Row& row) {
@@ -117,20 +117,22 @@ class Table : public TableBase {
   uint32_t placeAfter(Key const& key) const;
 
   bool isShadowed() const { return mode() == Mode::keyshadow; }
-  void shown(Words const& key, uint32_t id, uint64_t version) const {
+  void shown(uint64_t const* key, uint32_t id, uint64_t version) const {
     if (isShadowed()) shadow_.show(key, id, version);
   }
   bool readChange(uint64_t sequence, Change& change) const;
   bool deliverRing(uint64_t head, uint64_t& changes);
   void deliverChange(Change const& change, uint64_t& changes);
   void compareAll(uint64_t& changes, DeliverResult& result);
+  bool isNews(uint32_t id) const;
   void compareRow(uint32_t id, uint64_t& changes);
+  void compareKey(uint64_t const* key, uint32_t likelyId, uint64_t& changes);
   void prefetchRow(uint32_t id) const {
     if (id < segment_->capacity()) prefetch(segment_->slot(id));
   }
-  bool findCurrent(Words const& key, uint32_t likelyId, Found& found);
-  void settle(Words const& key, Found const* found, uint64_t& changes);
-  void announce(Words const& key, uint64_t const* words, uint64_t& changes);
+  bool findCurrent(uint64_t const* key, uint32_t likelyId, Found& found, Row& row);
+  void settle(uint64_t const* key, Found const& found, Row const& row, uint64_t& changes);
+  void announce(uint64_t const* key, Row const* row, uint64_t& changes);
 
   void onAttached(bool sameFile) override;
   void onDetached() override {}

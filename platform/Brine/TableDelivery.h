@@ -22,9 +22,8 @@ bool Table<Row>::readChange(uint64_t sequence, Change& change) const {
   uint64_t const* const entry = segment_->ringEntry(sequence);
   if (loadAcquire(entry) != sequence) return false;
   uint64_t const place = loadAcquire(entry + 1);
-  for (unsigned i = 0; i < keyWordCount; ++i) change.key.words[i] = loadAcquire(entry + 2 + i);
+  for (unsigned i = 0; i < keyWordCount; ++i) change.key[i] = loadAcquire(entry + 2 + i);
   if (loadRelaxed(entry) != sequence) return false;
-  change.key.complete();
   change.sequence = sequence;
   change.id = static_cast<uint32_t>(place);
   change.removal = (place & ringRemoval) != 0;
@@ -82,9 +81,8 @@ bool Table<Row>::deliverRing(uint64_t head, uint64_t& changes) {
     for (; count < batch && nextChange_ + count <= head; ++count) {
       if (!(complete = readChange(nextChange_ + count, staged[count]))) break;
       prefetchRow(staged[count].id);
-      if (isShadowed()) shadow_.prefetch(staged[count].key);
+      if (isShadowed()) shadow_.prefetch(staged[count].id);
     }
-    for (unsigned i = 0; i < count && isShadowed(); ++i) shadow_.prefetchEntry(staged[i].key);
     for (unsigned i = 0; i < count; ++i) {
       nextChange_ = staged[i].sequence + 1;
       deliverChange(staged[i], changes);
@@ -97,31 +95,27 @@ bool Table<Row>::deliverRing(uint64_t head, uint64_t& changes) {
 
 template <TableRow Row>
 void Table<Row>::deliverChange(Change const& change, uint64_t& changes) {
+  if (isShadowed()) return compareKey(change.key, change.id, changes);
   Found found;
-  bool const present = findCurrent(change.key, change.id, found);
-  if (isShadowed()) {
-    settle(change.key, present ? &found : nullptr, changes);
-    return;
-  }
+  Row row;
+  bool const present = findCurrent(change.key, change.id, found, row);
   // A change that is not the key's last one is left to the last one, which is still to come.
   if (present ? sequenceOf(found.version) > change.sequence : !change.removal) return;
-  announce(change.key, present ? found.words : nullptr, changes);
+  announce(change.key, present ? &row : nullptr, changes);
 }
 
 /// Finds the key's row as it is now, in the slot where it most likely is or else through the index. Damage is
 /// reported, and makes the row absent.
 template <TableRow Row>
-bool Table<Row>::findCurrent(Words const& key, uint32_t likelyId, Found& found) {
-  Row row;
+bool Table<Row>::findCurrent(uint64_t const* key, uint32_t likelyId, Found& found, Row& row) {
   try {
+    bool isFound = false;
     if (likelyId < segment_->capacity()) {
       found.id = likelyId;
-      if (read(likelyId, found.words, found.version) == RowState::live && key.equals(found.words)) {
-        decode(found.words, likelyId, row);
-        return true;
-      }
+      isFound =
+          read(likelyId, found.words, found.version) == RowState::live && Words::equal(key, found.words);
     }
-    if (!search(key, found)) return false;
+    if (!isFound && !search(Words(key), found)) return false;
     decode(found.words, found.id, row);
     return true;
   } catch (CorruptionError const& error) {
@@ -130,25 +124,26 @@ bool Table<Row>::findCurrent(Words const& key, uint32_t likelyId, Found& found) 
   }
 }
 
-/// Tells the difference between the key's row as it is and as it was shown, if there is one.
+/// Tells the difference between the key as it is now and as it was shown, if there is one.
 template <TableRow Row>
-void Table<Row>::settle(Words const& key, Found const* found, uint64_t& changes) {
-  if (found == nullptr) {
-    if (shadow_.erase(key)) announce(key, nullptr, changes);
-    return;
+void Table<Row>::compareKey(uint64_t const* key, uint32_t likelyId, uint64_t& changes) {
+  Found found;
+  Row row;
+  if (findCurrent(key, likelyId, found, row)) {
+    settle(key, found, row, changes);
+  } else if (shadow_.erase(key, likelyId)) {
+    announce(key, nullptr, changes);
   }
-  if (auto* const entry = shadow_.find(key)) {
-    if (entry->version == found->version) return;
-    shadow_.update(*entry, found->id, found->version);
-  } else {
-    shadow_.add(key, found->id, found->version);
-  }
-  announce(key, found->words, changes);
 }
 
 template <TableRow Row>
-void Table<Row>::announce(Words const& key, uint64_t const* words, uint64_t& changes) {
-  std::optional<Key> const decoded = C::decodeKey(key.words);
+void Table<Row>::settle(uint64_t const* key, Found const& found, Row const& row, uint64_t& changes) {
+  if (shadow_.show(key, found.id, found.version)) announce(key, &row, changes);
+}
+
+template <TableRow Row>
+void Table<Row>::announce(uint64_t const* key, Row const* row, uint64_t& changes) {
+  std::optional<Key> const decoded = C::decodeKey(key);
   if (!decoded) {
     reportCorruption("the table's change ring is damaged");
     return;
@@ -162,58 +157,64 @@ void Table<Row>::announce(Words const& key, uint64_t const* words, uint64_t& cha
   ++changes;
   ++delivered_;
   if (!onChanged) return;
-  Row row;
-  bool const present = words != nullptr && C::decode(words, row);
   Pin<Row> pin;
-  pin.link(pins_, key, present ? &row : nullptr);
+  pin.link(pins_, key, row);
   onChanged(*decoded);
 }
 
-/// Compares every row with what was shown. Costs a look at each version; keys are looked at where versions
-/// differ.
+/// Whether the row holds, or no longer holds, something that is not what was last shown there.
+template <TableRow Row>
+bool Table<Row>::isNews(uint32_t id) const {
+  uint64_t const version = id < segment_->capacity() ? loadAcquire(segment_->slot(id)) : 0;
+  if (!isShadowed()) return version != 0 && sequenceOf(version) >= nextChange_;
+  return ((version & versionLive) != 0 ? version : 0) != shadow_.version(id);
+}
+
+/// Compares every row with what was shown: versions only, and keys where these differ.
 template <TableRow Row>
 void Table<Row>::compareAll(uint64_t& changes, DeliverResult& result) {
+  constexpr unsigned batch = 32;
   uint64_t const serial = mountSerial_;
   if (!isShadowed()) result.mayHaveMissedRemovals = nextChange_ != 0;
-  // Keys that were shown and are not there any more.
-  for (size_t slot = 0; slot < shadow_.slots(); ++slot) {
-    typename Shadow<Row>::Entry const& entry = shadow_.at(slot);
-    if (entry.used == 0) continue;
-    if (entry.id < segment_->capacity() && loadAcquire(segment_->slot(entry.id)) == entry.version) continue;
-    Words const key(entry.key);
-    Found found;
-    bool const present = findCurrent(key, entry.id, found);
-    settle(key, present ? &found : nullptr, changes);
-    if (serial != mountSerial_) return;
-  }
   // The number of rows is a hint from shared memory; their ids are bounded.
   uint32_t const ids = segment_->highWater();
   if (isShadowed()) shadow_.reserve(std::min<uint64_t>(loadRelaxed(&segment_->header()->rows), ids), ids);
-  constexpr unsigned batch = 32;
-  for (uint32_t id = 0; id < segment_->highWater();) {
+  auto const end = [this] { return std::max(segment_->highWater(), isShadowed() ? shadow_.homes() : 0); };
+  for (uint32_t id = 0; id < end();) {
     uint32_t news[batch];
     unsigned count = 0;
-    for (uint32_t const end = segment_->highWater(); id < end && count < batch; ++id) {
+    for (uint32_t const stop = end(); id < stop && count < batch; ++id) {
       prefetchRow(id + batch);
-      uint64_t const version = loadAcquire(segment_->slot(id));
-      bool const isNews = isShadowed() ? (version & versionLive) != 0 && version != shadow_.seen(id)
-                                       : version != 0 && sequenceOf(version) >= nextChange_;
-      if (!isNews) continue;
+      if (!isNews(id)) continue;
       news[count++] = id;
-      if (!isShadowed()) continue;
+      if (!isShadowed() || shadow_.version(id) != 0 || id >= segment_->capacity()) continue;
       uint64_t key[keyWordCount];
       for (unsigned i = 0; i < keyWordCount; ++i) key[i] = loadRelaxed(segment_->slot(id) + 2 + i);
-      shadow_.prefetch(Words(key));
+      shadow_.prefetchIndex(Words(key));
     }
     for (unsigned i = 0; i < count; ++i) {
       compareRow(news[i], changes);
       if (serial != mountSerial_) return;
     }
   }
+  for (uint32_t number = 0; isShadowed() && number < shadow_.strays(); ++number) {
+    if (shadow_.stray(number) == nullptr) continue;
+    auto const stray = *shadow_.stray(number);
+    compareKey(stray.key, noRow, changes);
+    if (serial != mountSerial_) return;
+  }
 }
 
 template <TableRow Row>
 void Table<Row>::compareRow(uint32_t id, uint64_t& changes) {
+  uint64_t const serial = mountSerial_;
+  // What was shown here comes first: most likely it is here still, or gone.
+  if (isShadowed() && shadow_.home(id) != nullptr) {
+    auto const shown = *shadow_.home(id);
+    compareKey(shown.key, id, changes);
+    if (serial != mountSerial_ || !isNews(id)) return;
+  }
+  if (id >= segment_->capacity()) return;
   Found found;
   found.id = id;
   RowState const state = read(id, found.words, found.version);
@@ -223,15 +224,13 @@ void Table<Row>::compareRow(uint32_t id, uint64_t& changes) {
     return;
   }
   if (state == RowState::live) {
-    Words const key(found.words);
-    isShadowed() ? settle(key, &found, changes) : announce(key, found.words, changes);
+    isShadowed() ? settle(found.words, found, row, changes) : announce(found.words, &row, changes);
   } else if (!isShadowed() && nextChange_ != 0) {
     // A plain reader learns of a removal from what the slot still holds, unless the key lives elsewhere.
-    Words key;
-    for (unsigned i = 0; i < keyWordCount; ++i) key.words[i] = loadAcquire(segment_->slot(id) + 2 + i);
-    key.complete();
-    if (loadAcquire(segment_->slot(id)) == found.version && C::decodeKey(key.words) &&
-        !findCurrent(key, id, found)) {
+    uint64_t key[keyWordCount];
+    for (unsigned i = 0; i < keyWordCount; ++i) key[i] = loadAcquire(segment_->slot(id) + 2 + i);
+    if (loadAcquire(segment_->slot(id)) == found.version && C::decodeKey(key) &&
+        !findCurrent(key, id, found, row)) {
       announce(key, nullptr, changes);
     }
   }

@@ -50,20 +50,24 @@ std::optional<Row> Table<Row>::find(Key const& key) const {
 template <TableRow Row>
 bool Table<Row>::find(Key const& key, Row& row) const {
   if (!segment_) return false;
-  Words const words(key);
-  for (Pin<Row> const* pin = pins_; pin != nullptr; pin = pin->next()) {
-    if (!pin->isFor(words)) continue;
-    if (pin->row() != nullptr) row = *pin->row();
-    return pin->row() != nullptr;
+  if (pins_ != nullptr) {
+    uint64_t pinned[keyWordCount];
+    C::encodeKey(key, pinned);
+    for (Pin<Row> const* pin = pins_; pin != nullptr; pin = pin->next()) {
+      if (!pin->isFor(pinned)) continue;
+      if (pin->row() != nullptr) row = *pin->row();
+      return pin->row() != nullptr;
+    }
   }
+  Words const words(key);
   Found found;
   if (!search(words, found)) {
-    if (isShadowed()) shadow_.erase(words);
+    if (isShadowed()) shadow_.erase(words.words, noRow);
     return false;
   }
   decode(found.words, found.id, row);
   lastId_ = found.id;
-  shown(words, found.id, found.version);
+  shown(words.words, found.id, found.version);
   return true;
 }
 
@@ -79,14 +83,13 @@ void Table<Row>::stage(std::span<Key const> keys) const {
     for (size_t i = 0; i < count; ++i) {
       staged[i] = Words(keys[i]);
       index.prefetch(staged[i].hash);
-      if (isShadowed()) shadow_.prefetch(staged[i]);
     }
     for (size_t i = 0; i < count; ++i) {
       index.visitTagged(staged[i].hash, staged[i].tag, [&](uint32_t id) {
         if (id >= segment_->capacity()) return;
         writes ? prefetchForWriting(segment_->slot(id)) : prefetch(segment_->slot(id));
+        if (isShadowed()) shadow_.prefetch(id);
       });
-      if (isShadowed()) shadow_.prefetchEntry(staged[i]);
     }
   }
 }
@@ -282,9 +285,8 @@ Row const* Cursor<Row>::next() {
     Table<Row>::decode(found.words, id, row_);
     table_.lastId_ = id;
     if (table_.writer_ == nullptr) {
-      KeyWords<Row> const key(found.words);
-      table_.shown(key, id, found.version);
-      pin_.link(table_.pins_, key, &row_);
+      table_.shown(found.words, id, found.version);
+      pin_.link(table_.pins_, found.words, &row_);
     }
     return &row_;
   }

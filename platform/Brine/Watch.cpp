@@ -4,8 +4,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "Brine/Errors.h"
 
@@ -87,16 +89,21 @@ void Watch::unwatchTable() {
 
 void Watch::kick() {
   uint64_t const one = 1;
+  kicked_ = true;
   // Fails only when the counter is full, in which case the descriptor is readable all the same.
   [[maybe_unused]] ssize_t const written = ::write(event_.get(), &one, sizeof one);
 }
 
 WatchEvents Watch::take() {
   WatchEvents events;
-  uint64_t kicks = 0;
-  if (::read(event_.get(), &kicks, sizeof kicks) > 0) events.rung = true;
+  if (std::exchange(kicked_, false)) {
+    uint64_t kicks = 0;
+    if (::read(event_.get(), &kicks, sizeof kicks) > 0) events.rung = true;
+  }
   char buffer[4096];
-  for (ssize_t size; (size = ::read(watch_.get(), buffer, sizeof buffer)) > 0;) {
+  // Where there was room for one more event, there is none.
+  constexpr ssize_t full = sizeof buffer - sizeof(inotify_event) - NAME_MAX - 1;
+  for (ssize_t size = full + 1; size > full && (size = ::read(watch_.get(), buffer, sizeof buffer)) > 0;) {
     for (char const* at = buffer; at < buffer + size;) {
       inotify_event event;
       std::memcpy(&event, at, sizeof event);

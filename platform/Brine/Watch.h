@@ -53,6 +53,7 @@ class Watch {
   int folderWatch_ = -1;
   int aboveWatch_ = -1;  ///< Only while the table is not there.
   int tableWatch_ = -1;
+  bool kicked_ = false;
 };
 
 }  // namespace Brine
