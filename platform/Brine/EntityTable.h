@@ -222,7 +222,7 @@ class EntityTable : public Orb::Entity {
     } catch (CorruptionError const& error) {
       handleCorruption(error.what());
     }
-    return Orb::Value(std::move(keys));
+    return Orb::Value(keys);
   }
 
  private:

@@ -161,9 +161,7 @@ void TableBase::attachReader() {
   compareAll_ = true;
   onAttached(sameFile);
   successorFailed_ = false;
-  bool const gone = writerLiveness() == Liveness::ended;
-  setStatus(gone ? MountStatus::writerGone : MountStatus::mounted,
-            gone ? "the table's writer has ended" : "");
+  judgeWriter(writerLiveness() == Liveness::ended);
 }
 
 bool TableBase::isReplaced() const {
@@ -190,7 +188,7 @@ bool TableBase::beginDelivery() {
       followWriter(events);
     }
     if (segment_) segment_->follow();
-    if (segment_ && status_ == MountStatus::noResources) setStatus(MountStatus::mounted, {});
+    if (segment_ && status_ == MountStatus::noResources) judgeWriter(writerLiveness() == Liveness::ended);
   } catch (MountFailure const& failure) {
     // What is mounted stays mounted: a successor that cannot be used does not take the rows away.
     if (!segment_) setStatus(failure.status(), failure.what());
@@ -210,15 +208,18 @@ void TableBase::followWriter(WatchEvents const& events) {
   bool const isAsked = events.writerClosed || events.lost || another;
   if (status_ == MountStatus::mounted && isAsked) {
     Liveness const liveness = writerLiveness();
-    if (liveness == Liveness::ended || (liveness == Liveness::unknown && events.writerClosed)) {
-      // The writer may have died with changes made but not published.
-      compareAll_ = true;
-      setStatus(MountStatus::writerGone, "the table's writer has ended");
-    }
+    judgeWriter(liveness == Liveness::ended || (liveness == Liveness::unknown && events.writerClosed));
   } else if (status_ == MountStatus::writerGone && (another || (events.rung && !events.writerClosed)) &&
              writerLiveness() != Liveness::ended) {
-    setStatus(MountStatus::mounted, {});
+    judgeWriter(false);
   }
+}
+
+void TableBase::judgeWriter(bool hasEnded) {
+  // It may have died with changes made but not published.
+  if (hasEnded) compareAll_ = true;
+  setStatus(hasEnded ? MountStatus::writerGone : MountStatus::mounted,
+            hasEnded ? "the table's writer has ended" : "");
 }
 
 Liveness TableBase::writerLiveness() const {
@@ -245,7 +246,9 @@ void TableBase::setStatus(MountStatus status, std::string detail) {
 
 void TableBase::endTurn() {
   if (!isWritable()) return;
+  std::string const damage = writer_->takeDamage();
   if (writer_->endTurn()) reportQuiesced(true);
+  if (!damage.empty()) reportCorruption(damage);
 }
 
 void TableBase::recover() {

@@ -171,6 +171,7 @@ class TableBase {
   bool isReplaced() const;
   Liveness writerLiveness() const;
   void followWriter(WatchEvents const& events);
+  void judgeWriter(bool hasEnded);
 
   MountOptions options_;
   MountStatus status_ = MountStatus::unmounted;

@@ -8,6 +8,14 @@
 
 namespace Brine {
 
+namespace {
+
+std::string damageOf(std::vector<uint32_t> const& rows) {
+  return "row " + std::to_string(rows.front()) + " is damaged, " + std::to_string(rows.size()) + " in all";
+}
+
+}  // namespace
+
 Writer::Scan Writer::scan(Index index, uint32_t end) {
   struct Staged {
     uint32_t id;
@@ -80,9 +88,7 @@ void Writer::recover(bool repair) {
   segment_.trim();
   Scan found = scan(segment_.spareIndex(segment_.geometry().level), end);
   if (!found.damaged.empty() && !repair) {
-    throw MountFailure(MountStatus::corrupt, "row " + std::to_string(found.damaged.front()) +
-                                                 " is damaged, " + std::to_string(found.damaged.size()) +
-                                                 " in all");
+    throw MountFailure(MountStatus::corrupt, damageOf(found.damaged));
   }
   sign();
   // The last change may have been of a row that is damaged now, so the head counts too where it can be
@@ -150,7 +156,8 @@ uint32_t Writer::takeId() {
 void Writer::grow() {
   unsigned const level = segment_.geometry().level + 1;
   segment_.addExtent();
-  scan(segment_.spareIndex(level), nextFresh_);
+  Scan const found = scan(segment_.spareIndex(level), nextFresh_);
+  if (!found.damaged.empty()) damage_ = damageOf(found.damaged);
   segment_.publishSpare(level);
 }
 

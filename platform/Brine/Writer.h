@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Brine/Claim.h"
@@ -64,6 +65,9 @@ class Writer {
   uint64_t rows() const { return rows_; }
   uint64_t sequence() const { return sequence_; }
   uint64_t wakes() const { return wakes_; }
+  /// The damage that growth came upon since the last call, in words; empty if none. Damaged rows stay where
+  /// they are until a recovery drops them, but look-ups take them for absent.
+  std::string takeDamage() { return std::exchange(damage_, {}); }
 
  private:
   struct Scan {
@@ -92,6 +96,7 @@ class Writer {
   uint64_t rows_ = 0;
   uint64_t wakes_ = 0;
   bool quiet_ = true;
+  std::string damage_;
 };
 
 }  // namespace Brine

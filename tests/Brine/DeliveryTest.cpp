@@ -1,3 +1,5 @@
+#include <sys/mman.h>
+
 #include <atomic>
 #include <random>
 
@@ -75,6 +77,33 @@ TEST_F(DeliveryTest, ATableThatGrowsWhileALappedReaderComparesIsComparedWhole) {
   EXPECT_FALSE(interlude);
   copy_.table.deliver();
   expectCopied(writer_);
+}
+
+TEST_F(DeliveryTest, AReaderWithoutMemoryForAGrownTableCatchesUpWhenThereIsSome) {
+  mount();
+  fill(0, 16);
+  copy_.deliver();
+  fill(16, 20);
+  Brine::sys.map = [](size_t, int, int, off_t) { return errno = ENOMEM, MAP_FAILED; };
+  copy_.table.deliver();
+  EXPECT_EQ(copy_.table.mountStatus(), MountStatus::noResources);
+  writer_.unmount();
+  Brine::sys = Brine::realSystem();
+  copy_.deliver();
+  EXPECT_EQ(copy_.table.mountStatus(), MountStatus::writerGone);
+  expectCopied(copy_.table);
+}
+
+TEST_F(DeliveryTest, GrowthNamesTheDamageThatItComesUpon) {
+  mount();
+  fill(0, 16);
+  damageRow(folder_, 5);
+  std::string named;
+  writer_.onCorruption = [&](std::string const& message) { named += message; };
+  fill(16, 20);
+  EXPECT_EQ(named, "row 5 is damaged, 1 in all");
+  EXPECT_FALSE(writer_.find({5, 1}));
+  EXPECT_EQ(rowsOf(writer_).size(), 19U);
 }
 
 TEST_F(DeliveryTest, AWriterThatRestartsWhileItsReaderLooksIsSeenToBeThere) {

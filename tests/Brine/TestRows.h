@@ -2,7 +2,9 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <compare>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -63,13 +65,13 @@ struct Brine::Codec<TestRow> {
 
 using Model = std::map<TestKey, TestRow>;
 
-/// A directory for tables, removed with its owner.
+/// A directory for tables, removed with its owner, or by a later test if its owner was killed.
 class TestFolder {
  public:
   TestFolder() {
-    std::string name = "/dev/shm/brine-test-XXXXXX";
-    if (::mkdtemp(name.data()) == nullptr) std::abort();
-    path_ = name;
+    [[maybe_unused]] static bool const swept = (removeOrphans(), true);
+    path_ = prefix + std::to_string(::getpid()) + "-XXXXXX";
+    if (::mkdtemp(path_.data()) == nullptr) std::abort();
   }
   ~TestFolder() {
     std::error_code ignored;
@@ -89,5 +91,16 @@ class TestFolder {
   }
 
  private:
+  static constexpr char prefix[] = "/dev/shm/brine-test-";
+  static void removeOrphans() {
+    for (auto const& entry : std::filesystem::directory_iterator("/dev/shm")) {
+      std::string const path = entry.path();
+      if (!path.starts_with(prefix)) continue;
+      pid_t const owner = std::atoi(path.c_str() + std::size(prefix) - 1);
+      std::error_code ignored;
+      if (::kill(owner, 0) != 0 && errno == ESRCH) std::filesystem::remove_all(path, ignored);
+    }
+  }
+
   std::string path_;
 };
