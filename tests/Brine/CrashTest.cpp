@@ -1,13 +1,12 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/ptrace.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstring>
 #include <fstream>
 #include <functional>
 
@@ -21,53 +20,35 @@ using Brine::Mode;
 using Brine::MountStatus;
 using Table = Brine::Table<TestRow>;
 
-/// A file of a traced process, mapped where it lies, so that a look for changes costs little more than a
-/// comparison.
+/// A file of a traced process.
 class Followed {
  public:
   explicit Followed(std::string path) : path_(std::move(path)) {}
-  ~Followed() { unmap(); }
-  Followed(Followed const&) = delete;
-  Followed& operator=(Followed const&) = delete;
 
   /// Whether the file came, went or changed since the last call.
   bool hasChanged() {
-    struct stat status {};
-    if (::stat(path_.c_str(), &status) != 0) status = {};
-    bool changed = status.st_ino != inode_ || static_cast<size_t>(status.st_size) != bytes_.size();
-    if (changed) {
-      unmap();
-      inode_ = status.st_ino;
-      bytes_.resize(static_cast<size_t>(status.st_size));
-      if (!bytes_.empty()) {
-        int const fd = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
-        memory_ = ::mmap(nullptr, bytes_.size(), PROT_READ, MAP_SHARED, fd, 0);
-        ::close(fd);
-        if (memory_ == MAP_FAILED) std::abort();
-      }
-    }
-    changed |= memory_ != nullptr && std::memcmp(memory_, bytes_.data(), bytes_.size()) != 0;
-    if (changed && memory_ != nullptr) std::memcpy(bytes_.data(), memory_, bytes_.size());
-    return changed;
+    static char buffer[1U << 18];
+    int const fd = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC);
+    ssize_t const size = ::read(fd, buffer, sizeof buffer);
+    ::close(fd);
+    std::string_view const now(buffer, static_cast<size_t>(std::max<ssize_t>(size, 0)));
+    if (exists_ == (size >= 0) && now == bytes_) return false;
+    exists_ = size >= 0;
+    bytes_ = now;
+    return true;
   }
   /// The file as the last call found it, under another name; removed if there was none.
   void copyTo(std::string const& path) const {
     ::unlink(path.c_str());
-    if (inode_ == 0) return;
-    std::ofstream(path, std::ios::binary).write(bytes_.data(), static_cast<std::streamsize>(bytes_.size()));
+    if (!exists_) return;
+    std::ofstream(path, std::ios::binary) << bytes_;
     ::chmod(path.c_str(), 0640);
   }
 
  private:
-  void unmap() {
-    if (memory_ != nullptr) ::munmap(memory_, bytes_.size());
-    memory_ = nullptr;
-  }
-
   std::string path_;
-  ino_t inode_ = 0;
-  void* memory_ = nullptr;
   std::string bytes_;
+  bool exists_ = false;
 };
 
 /// An operation of a writer, and the rows that it leaves.

@@ -45,13 +45,15 @@ struct Stub<number, member> {
   }
 };
 
-template <auto... members>
-constexpr int installStubs() {
-  [&]<int... numbers>(std::integer_sequence<int, numbers...>) {
-    ((Brine::sys.*members = &Stub<numbers, members>::call), ...);
-  }
-  (std::make_integer_sequence<int, sizeof...(members)>());
-  return sizeof...(members);
+/// Installs them; returns their number.
+template <int number>
+int installStubs() {
+  return number;
+}
+template <int number, auto member, auto... others>
+int installStubs() {
+  Brine::sys.*member = &Stub<number, member>::call;
+  return installStubs<number + 1, others...>();
 }
 
 class FaultTest : public testing::Test {
@@ -120,11 +122,12 @@ class FaultTest : public testing::Test {
 };
 
 TEST_F(FaultTest, EverySystemCallMayFail) {
-  int const stubs = installStubs<&System::openFile, &System::makeFolder, &System::status, &System::statusAt,
-                                 &System::changeMode, &System::truncate, &System::allocate, &System::map,
-                                 &System::unmap, &System::populate, &System::rename, &System::unlink,
-                                 &System::lock, &System::writeAt, &System::watchOpen, &System::watchAdd,
-                                 &System::pollOpen, &System::pollAdd, &System::eventOpen>();
+  int const stubs =
+      installStubs<0, &System::openFile, &System::makeFolder, &System::status, &System::statusAt,
+                   &System::changeMode, &System::truncate, &System::allocate, &System::map, &System::unmap,
+                   &System::populate, &System::rename, &System::unlink, &System::lock, &System::writeAt,
+                   &System::watchOpen, &System::watchAdd, &System::pollOpen, &System::pollAdd,
+                   &System::eventOpen>();
   size_t failures = 0;
   for (int call = 0; call < stubs; ++call) {
     for (int const error : {EACCES, EINTR, ENOSPC}) {
