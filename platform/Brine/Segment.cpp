@@ -25,6 +25,24 @@ Header readIdentity(std::byte const* page) {
   return header;
 }
 
+/// Lays a stretch of a file that is all hole into huge pages, as far as the system gives them: random access
+/// then misses the processor's address tables less, and there are fewer pages to make and to map. Whatever
+/// fails here is left to those who reserve and touch the space.
+void preferHugePages(int fd, uint64_t offset, uint64_t size) {
+  uint64_t const first = (offset + hugePageBytes - 1) / hugePageBytes * hugePageBytes;
+  uint64_t const end = (offset + size) / hugePageBytes * hugePageBytes;
+  if (first >= end) return;
+  // A huge page is made of at least one page, and within the file.
+  for (uint64_t page = first; page < end; page += hugePageBytes) {
+    if (sys.allocate(fd, static_cast<off_t>(page), pageBytes) != 0) return;
+  }
+  if (sys.allocate(fd, static_cast<off_t>(end - pageBytes), pageBytes) != 0) return;
+  void* const address = sys.map(end - first, PROT_READ | PROT_WRITE, fd, static_cast<off_t>(first));
+  if (address == MAP_FAILED) return;
+  sys.collapse(address, end - first);
+  sys.unmap(address, end - first);
+}
+
 /// Reserves in pieces: a signal undoes the piece under way, and a large one might never get through.
 int reserve(int fd, uint64_t offset, uint64_t size) {
   constexpr uint64_t pieceBytes = uint64_t{1} << 20;
@@ -94,6 +112,7 @@ void Segment::format(RowShape const& shape, int fd, uint32_t initialRows, uint32
   Layout const layout(initialRows, ringEntries, shape.keyWords, shape.rowWords);
   if (!layout.isPlausible())
     throw MountFailure(MountStatus::incompatible, "unusable initial sizes of a table");
+  preferHugePages(fd, 0, layout.fileBytes(0));
   if (int const error = reserve(fd, 0, layout.fileBytes(0)); error != 0) {
     throw MountFailure::ofErrno(error, "reserving space for the table");
   }
@@ -146,6 +165,8 @@ void Segment::attach(bool repair) {
   highWaterWord_ = sealWord(seed_, highWaterPlace, 0);
   generation_ = identity.generation;
   shift_ = static_cast<unsigned>(std::countr_zero(layout_.initialRows()));
+  ringMask_ = layout_.ringEntries() - 1;
+  ringStride_ = layout_.ringStride();
   slotBytes_ = uintptr_t{layout_.rowStride()} * sizeof(uint64_t);
   ring_ = static_cast<uint64_t*>(
       static_cast<void*>(map(layout_.ringOffset(), layout_.extentOffset(0) - layout_.ringOffset())));
@@ -244,6 +265,7 @@ void Segment::addExtent() {
   if (extent > layout_.maxLevel()) throw SpaceError("the table cannot hold more rows");
   if (extentCount_ > extent) return;  // Left by a growth that failed later on.
   uint64_t const bytes = layout_.extentBytes(extent);
+  preferHugePages(fd_, fileBytes(), bytes);
   if (int const error = reserve(fd_, fileBytes(), bytes); error != 0) {
     sys.truncate(fd_, static_cast<off_t>(fileBytes()));
     throw SpaceError("the table cannot grow: " +

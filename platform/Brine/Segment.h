@@ -70,9 +70,7 @@ class Segment {
   uint32_t pieceEnd(uint32_t id) const { return layout_.initialRows() << extentOf(id); }
   Index& index() { return index_; }
   Index const& index() const { return index_; }
-  uint64_t* ringEntry(uint64_t sequence) const {
-    return ring_ + (sequence & (layout_.ringEntries() - 1)) * layout_.ringStride();
-  }
+  uint64_t* ringEntry(uint64_t sequence) const { return ring_ + (sequence & ringMask_) * ringStride_; }
 
   // For the claim's holder.
 
@@ -101,7 +99,10 @@ class Segment {
     uint64_t offset;
   };
 
-  unsigned extentOf(uint32_t id) const { return static_cast<unsigned>(std::bit_width(id >> shift_)); }
+  /// As `Layout::extentOf()`, without the branch that zero needs there.
+  unsigned extentOf(uint32_t id) const {
+    return 31U ^ static_cast<unsigned>(std::countl_zero((id >> shift_) * 2 + 1));
+  }
   void attach(bool repair);
   uint64_t size() const;
   std::byte* map(uint64_t offset, uint64_t size);
@@ -119,6 +120,8 @@ class Segment {
   uint64_t seed_ = 0;
   Index index_;
   uint64_t* ring_ = nullptr;
+  uint64_t ringMask_ = 0;
+  uint64_t ringStride_ = 0;
   uint32_t capacity_ = 0;
   unsigned shift_ = 0;
   uintptr_t slotBytes_ = 0;

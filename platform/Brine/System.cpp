@@ -6,9 +6,32 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <bit>
 #include <cstdio>
 
 namespace Brine {
+
+namespace {
+
+void* mapShared(size_t size, int protection, int fd, off_t offset) {
+  if (size < hugePageBytes) return ::mmap(nullptr, size, protection, MAP_SHARED, fd, offset);
+  // Addresses are reserved first, with room to choose among them.
+  size_t const room = size + hugePageBytes;
+  void* const reserved = ::mmap(nullptr, room, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (reserved == MAP_FAILED) return MAP_FAILED;
+  auto* const start = static_cast<std::byte*>(reserved);
+  size_t const before = (static_cast<size_t>(offset) - std::bit_cast<uintptr_t>(start)) % hugePageBytes;
+  void* const mapped = ::mmap(start + before, size, protection, MAP_SHARED | MAP_FIXED, fd, offset);
+  if (mapped == MAP_FAILED) {
+    ::munmap(reserved, room);
+    return MAP_FAILED;
+  }
+  if (before != 0) ::munmap(start, before);
+  ::munmap(start + before + size, hugePageBytes - before);
+  return mapped;
+}
+
+}  // namespace
 
 System const& realSystem() {
   static System const real = {
@@ -21,8 +44,7 @@ System const& realSystem() {
       .changeMode = ::fchmod,
       .truncate = ::ftruncate,
       .allocate = ::posix_fallocate,
-      .map = [](size_t size, int protection, int fd,
-                off_t offset) { return ::mmap(nullptr, size, protection, MAP_SHARED, fd, offset); },
+      .map = mapShared,
       .unmap = ::munmap,
       .populate =
           [](void* address, size_t size) {
@@ -31,6 +53,11 @@ System const& realSystem() {
 #else
             return ::madvise(address, size, MADV_WILLNEED);
 #endif
+          },
+      .collapse =
+          [](void* address, size_t size) {
+            constexpr int advice = 25;  // MADV_COLLAPSE, which many headers do not know yet.
+            return ::madvise(address, size, advice);
           },
       .rename = [](int folder, char const* from,
                    char const* to) { return ::renameat(folder, from, folder, to); },

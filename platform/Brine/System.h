@@ -9,6 +9,9 @@
 
 namespace Brine {
 
+/// What a huge page holds on the machines that matter; elsewhere nothing is gained and nothing lost.
+inline constexpr size_t hugePageBytes = size_t{2} << 20;
+
 /// The system calls that the engine makes, as pointers, so that tests can make each of them fail. They keep
 /// the conventions of the calls that they stand for (-1 and errno; `allocate` returns an error number).
 /// Change them only while no table is in use.
@@ -20,9 +23,11 @@ struct System {
   int (*changeMode)(int fd, mode_t mode);
   int (*truncate)(int fd, off_t size);
   int (*allocate)(int fd, off_t offset, off_t size);
-  void* (*map)(size_t size, int protection, int fd, off_t offset);  ///< Shared.
+  /// Shared, at an address that lies in huge pages as the offset does.
+  void* (*map)(size_t size, int protection, int fd, off_t offset);
   int (*unmap)(void* address, size_t size);
   int (*populate)(void* address, size_t size);  ///< For writing; may fail without harm.
+  int (*collapse)(void* address, size_t size);  ///< Into huge pages; may fail without harm.
   int (*rename)(int folder, char const* from, char const* to);
   int (*unlink)(int folder, char const* path);
   int (*lock)(int fd, struct flock* lock);  ///< Record lock, does not wait.

@@ -127,7 +127,7 @@ TEST_F(FaultTest, EverySystemCallMayFail) {
                    &System::changeMode, &System::truncate, &System::allocate, &System::map, &System::unmap,
                    &System::populate, &System::rename, &System::unlink, &System::lock, &System::writeAt,
                    &System::watchOpen, &System::watchAdd, &System::pollOpen, &System::pollAdd,
-                   &System::eventOpen>();
+                   &System::eventOpen, &System::collapse>();
   size_t failures = 0;
   for (int call = 0; call < stubs; ++call) {
     for (int const error : {EACCES, EINTR, ENOSPC}) {
