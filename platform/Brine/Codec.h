@@ -5,6 +5,9 @@
 #include <optional>
 #include <string_view>
 
+#include "Brine/Index.h"
+#include "Brine/Row.h"
+
 namespace Brine {
 
 /// How rows of a type lie in shared memory: as 64-bit words, the key's words first. Specialise it for each
@@ -46,6 +49,35 @@ concept TableRow = requires(Row const& row, typename Codec<Row>::Key const& key,
   requires Codec<Row>::keyWords >= 1 && Codec<Row>::rowWords >= Codec<Row>::keyWords;
 };
 
+/// What a pass over all rows learns of one: all but the version only of a live one.
+struct SurveyedRow {
+  RowState state;  ///< Damaged also for values that no encoding gives.
+  uint64_t version;
+  uint32_t hash;
+  uint32_t column;
+  uint16_t tag;
+};
+
+/// Reads and verifies `count` rows from `id` on, whose slots lie one behind the other.
+template <TableRow Row>
+void surveyRows(uint64_t const* slot, uint32_t id, unsigned count, uint64_t seed, SurveyedRow* result) {
+  using C = Codec<Row>;
+  constexpr unsigned stride = Layout(16, 16, C::keyWords, C::rowWords).rowStride();
+  // The processor's own prefetch stops at the end of a page.
+  constexpr unsigned rowsAhead = 32;
+  for (uint32_t const end = id + count; id < end; ++id, slot += stride, ++result) {
+    prefetch(slot + rowsAhead * stride);
+    uint64_t words[C::rowWords];
+    Row row;
+    result->state = readRow(slot, id, seed, C::keyWords, C::rowWords - C::keyWords, words, result->version);
+    if (result->state != RowState::live) continue;
+    if (!C::decode(words, row)) result->state = RowState::damaged;
+    result->hash = C::hash(words);
+    result->column = C::column(words);
+    result->tag = Index::tagOf(words, C::keyWords);
+  }
+}
+
 /// A codec as the parts of the engine see it that do not know the row type: mount, recovery, growth, check.
 struct RowShape {
   std::string_view rowType;
@@ -54,6 +86,7 @@ struct RowShape {
   uint32_t (*hash)(uint64_t const* keyWords);
   uint32_t (*column)(uint64_t const* keyWords);
   bool (*isValid)(uint64_t const* rowWords);
+  void (*survey)(uint64_t const* slot, uint32_t id, unsigned count, uint64_t seed, SurveyedRow* result);
 
   unsigned valueWords() const { return rowWords - keyWords; }
   /// Differs between shapes whose tables do not understand one another.
@@ -69,7 +102,8 @@ struct RowShape {
             [](uint64_t const* words) {
               Row row;
               return Codec<Row>::decode(words, row);
-            }};
+            },
+            &surveyRows<Row>};
   }
 };
 

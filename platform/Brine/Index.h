@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <cstdint>
 
 #include "Brine/Layout.h"
@@ -39,12 +40,13 @@ class Index {
   uint64_t const* line(uint32_t number) const { return lines_ + uint64_t{number} * lineWords; }
 
   void prefetch(uint32_t hash) const { Brine::prefetch(line(homeLine(hash))); }
+  void prefetchForWriting(uint32_t hash) const { Brine::prefetchForWriting(line(homeLine(hash))); }
 
   /// Calls `match(id)` for each entry with that tag until it returns true; returns that id, or `noRow`.
   /// Entries may be of other keys, ids may be anything: `match` decides. Ends after each line was seen once,
   /// whatever they hold.
   template <class Match>
-  uint32_t find(uint32_t hash, uint16_t tag, Match&& match) const {
+  [[gnu::always_inline]] uint32_t find(uint32_t hash, uint16_t tag, Match&& match) const {
     uint32_t number = homeLine(hash);
     for (uint32_t seen = 0; seen < lineCount_; ++seen) {
       uint64_t const* const words = line(number);
@@ -71,7 +73,7 @@ class Index {
 
   /// Writer: makes an entry. The key must not have one. False if every lane of every line is taken, which the
   /// number of lines rules out unless they are damaged.
-  bool insert(uint32_t hash, uint16_t tag, uint32_t id) {
+  [[gnu::always_inline]] bool insert(uint32_t hash, uint16_t tag, uint32_t id) {
     uint32_t const home = homeLine(hash);
     uint32_t number = home;
     unsigned lane = lanesPerLine;
@@ -86,8 +88,24 @@ class Index {
     return true;
   }
 
+  /// Writer: makes an entry unless there is one of an id that `isTwin(id)` is true for; false then, and where
+  /// `insert()` fails.
+  template <class IsTwin>
+  [[gnu::always_inline]] bool insertNew(uint32_t hash, uint16_t tag, uint32_t id, IsTwin&& isTwin) {
+    uint64_t* const words = lines_ + uint64_t{homeLine(hash)} * lineWords;
+    uint64_t const last = loadRelaxed(words + 2);
+    uint64_t const free = lanesOf(0, words, last);
+    // Mostly nothing else can be of the key.
+    if (lanesOf(tag, words, last) != 0 || last >> 32 != 0 || free == 0) {
+      return find(hash, tag, isTwin) == noRow && insert(hash, tag, id);
+    }
+    setId(words, laneOfHit(free), id);
+    setTag(words, laneOfHit(free), tag);
+    return true;
+  }
+
   /// Writer: clears the entry of that tag and id. False if there is none.
-  bool erase(uint32_t hash, uint16_t tag, uint32_t id) {
+  [[gnu::always_inline]] bool erase(uint32_t hash, uint16_t tag, uint32_t id) {
     uint32_t const home = homeLine(hash);
     uint32_t number = home;
     for (uint32_t seen = 0; seen < lineCount_; ++seen, number = next(number)) {
@@ -122,20 +140,21 @@ class Index {
   /// The lanes of a line that have the tag, one bit each, in an order of their own: see `laneOfHit()`. `last`
   /// is the line's third word. Without a branch, since which lane it is cannot be foreseen, and a wrong guess
   /// would wait for the line.
-  static uint64_t lanesOf(uint16_t tag, uint64_t const* words, uint64_t last) {
+  [[gnu::always_inline]] static uint64_t lanesOf(uint16_t tag, uint64_t const* words, uint64_t last) {
     uint64_t const wanted = tag * lowLaneBits;
-    return zeroLanes(loadAcquire(words) ^ wanted) >> 15 | zeroLanes(loadAcquire(words + 1) ^ wanted) >> 14 |
-           (zeroLanes(last ^ wanted) & 0xFFFFFFFFU) >> 13;
+    return ~(std::rotr(usedLanes(loadAcquire(words) ^ wanted), 15) &
+             std::rotr(usedLanes(loadAcquire(words + 1) ^ wanted), 14) &
+             std::rotr(usedLanes(last ^ wanted) | ~uint64_t{0xFFFFFFFFU}, 13));
   }
   /// The lane of the lowest bit.
   static unsigned laneOfHit(uint64_t hits) {
     auto const place = static_cast<unsigned>(__builtin_ctzll(hits));
     return place % 16 * 4 + place / 16;
   }
-  /// Bit 15 of each lane that is zero.
-  static constexpr uint64_t zeroLanes(uint64_t lanes) {
+  /// Ones but for bit 15 of each lane that is zero.
+  static constexpr uint64_t usedLanes(uint64_t lanes) {
     constexpr uint64_t low = lowLaneBits * 0x7FFF;
-    return ~(((lanes & low) + low) | lanes | low);
+    return ((lanes & low) + low) | lanes | low;
   }
   static unsigned freeLane(uint64_t const* words) {
     uint64_t const free = lanesOf(0, words, loadRelaxed(words + 2));

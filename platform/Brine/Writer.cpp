@@ -7,7 +7,6 @@
 #include "Brine/Errors.h"
 
 namespace Brine {
-
 namespace {
 
 std::string damageOf(std::vector<uint32_t> const& rows) {
@@ -17,63 +16,47 @@ std::string damageOf(std::vector<uint32_t> const& rows) {
 }  // namespace
 
 Writer::Scan Writer::scan(Index index, uint32_t end) {
-  struct Staged {
-    uint32_t id;
-    uint32_t hash;
-    uint16_t tag;
-    uint64_t version;
-  };
-  constexpr unsigned batch = 16;
-  Layout const& layout = segment_.layout();
+  constexpr uint32_t batch = 16;
   RowShape const& shape = segment_.shape();
-  unsigned const keyWords = layout.keyWords();
-  uint64_t const seed = segment_.seed();
+  unsigned const keyWords = shape.keyWords;
   Scan result;
-  Staged staged[batch];
-  for (uint32_t id = 0; id < end;) {
-    unsigned count = 0;
-    for (uint32_t const stop = std::min(end, id + batch); id < stop; ++id) {
-      uint64_t words[maxRowWords];
-      uint64_t version = 0;
-      RowState const state =
-          readRow(segment_.slot(id), id, seed, keyWords, layout.valueWords(), words, version);
-      if (version != 0) result.end = id + 1;
-      if (state == RowState::live && shape.isValid(words)) {
-        uint32_t const hash = shape.hash(words);
-        index.prefetch(hash);
-        staged[count++] = {id, hash, Index::tagOf(words, keyWords), version};
-      } else if (state == RowState::dead) {
-        result.free.push_back(id);
-        result.lastSequence = std::max(result.lastSequence, sequenceOf(version));
-      } else {
-        result.damaged.push_back(id);
-      }
+  SurveyedRow rows[batch];
+  for (uint32_t first = 0, stop = 0; first < end; first = stop) {
+    stop = std::min({end, first + batch, segment_.pieceEnd(first)});
+    shape.survey(segment_.slot(first), first, stop - first, segment_.seed(), rows);
+    for (uint32_t i = 0; i < stop - first; ++i) {
+      if (rows[i].state == RowState::live) index.prefetchForWriting(rows[i].hash);
     }
-    for (unsigned i = 0; i < count; ++i) {
-      Staged const& row = staged[i];
-      uint64_t const* const key = segment_.slot(row.id) + 2;
-      uint32_t const twin = index.find(row.hash, row.tag, [&](uint32_t other) {
-        return std::equal(key, key + keyWords, segment_.slot(other) + 2);
-      });
-      if (twin != noRow || !index.insert(row.hash, row.tag, row.id)) {
-        result.damaged.push_back(row.id);
+    for (uint32_t id = first; id < stop; ++id) {
+      SurveyedRow& row = rows[id - first];
+      if (row.state == RowState::live) {
+        uint64_t const* const key = segment_.slot(id) + 2;
+        bool const isNew = index.insertNew(row.hash, row.tag, id, [&](uint32_t other) {
+          return std::equal(key, key + keyWords, segment_.slot(other) + 2);
+        });
+        if (!isNew) row.state = RowState::damaged;
+      }
+      bool const isLive = row.state == RowState::live;
+      uint32_t const column = isLive ? row.column : noColumn;
+      if (loadRelaxed(segment_.column(id)) != column) result.columns.push_back({id, column});
+      if (row.version != 0) result.end = id + 1;
+      if (row.state == RowState::damaged) {
+        result.damaged.push_back(id);
         continue;
       }
-      ++result.rows;
+      if (!isLive) result.free.push_back(id);
+      result.rows += isLive;
       result.lastSequence = std::max(result.lastSequence, sequenceOf(row.version));
     }
   }
   return result;
 }
 
-void Writer::repairColumn(uint32_t end) {
-  RowShape const& shape = segment_.shape();
-  for (uint32_t id = 0; id < segment_.capacity(); ++id) {
-    uint64_t const* const slot = segment_.slot(id);
-    bool const live = id < end && (loadRelaxed(slot) & versionLive) != 0;
-    uint32_t const value = live ? shape.column(slot + 2) : noColumn;
-    // Right values are left alone: readers may be walking.
-    if (loadRelaxed(segment_.column(id)) != value) storeRelease(segment_.column(id), value);
+/// Right words are left alone: readers may be walking.
+void Writer::repairColumn(Scan const& found, uint32_t end) {
+  for (auto const& [id, value] : found.columns) storeRelease(segment_.column(id), value);
+  for (uint32_t id = end; id < segment_.capacity(); ++id) {
+    if (loadRelaxed(segment_.column(id)) != noColumn) storeRelease(segment_.column(id), noColumn);
   }
 }
 
@@ -104,7 +87,7 @@ void Writer::recover(bool repair) {
     row.commit();
     found.free.push_back(id);
   }
-  repairColumn(end);
+  repairColumn(found, end);
   segment_.publishSpare(segment_.geometry().level);
   free_ = std::move(found.free);
   std::erase_if(free_, [&](uint32_t id) { return id >= found.end; });
