@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 
 #include "Brine/Layout.h"
@@ -11,21 +12,26 @@
 /// typed table and the cold ones, which know the widths from the header, share one text.
 namespace Brine {
 
+/// An odd number for each place of a sum of products.
+inline constexpr auto checkFactors = [] {
+  std::array<uint64_t, maxRowWords + 2> factors{};
+  for (uint64_t i = 0; i < factors.size(); ++i)
+    factors[i] = mixWords(0xA0761D6478BD642FU + i, 0xE7037ED1A0B428DBU) | 1;
+  return factors;
+}();
+
 /// The 32-bit check of a copy, over everything that says what the row is: where it lies, its version (so that
 /// a damaged version that selects the other copy is found), its key and its value. Of a dead slot only place
-/// and version count, since the key is rewritten while the slot is still dead. Zeros do not map to zero.
+/// and version count, since the key is rewritten while the slot is still dead.
+///
+/// The high half of a sum of products. A change of one word moves the sum by a multiple of an odd number,
+/// which leaves the high half as it is once in four thousand million cases; so do changes of several words
+/// that do not know the factors. It must be found in a few steps, since every read makes it.
 [[gnu::always_inline]] inline uint32_t rowCheck(uint64_t seed, uint32_t id, uint64_t version,
                                                 uint64_t const* words, unsigned count) {
-  constexpr uint64_t secret[4] = {0xA0761D6478BD642FU, 0xE7037ED1A0B428DBU, 0x8EBC6AF09C88C6E3U,
-                                  0x589965CC75374CC3U};
-  uint64_t sum = mixWords(version ^ secret[0], seed ^ id);
-  unsigned i = 0;
-  for (; i + 1 < count; i += 2) {
-    sum += mixWords(words[i] ^ secret[1] ^ seed, words[i + 1] ^ secret[2] ^ (uint64_t{i} << 32 | i));
-  }
-  if (i < count) sum += mixWords(words[i] ^ secret[1] ^ seed, secret[3]);
-  sum = mixWords(sum ^ secret[2], seed ^ secret[3]);
-  return static_cast<uint32_t>(sum ^ sum >> 32);
+  uint64_t sum = seed + version * checkFactors[0] + id * checkFactors[1];
+  for (unsigned i = 0; i < count; ++i) sum += words[i] * checkFactors[i + 2];
+  return static_cast<uint32_t>(sum >> 32);
 }
 
 /// The valid copy, 0 or 1: a number to compute with, since no branch on it could be foreseen.
@@ -57,20 +63,20 @@ inline constexpr unsigned maxRowRetries = 1U << 16;
                                                unsigned keyWords, unsigned valueWords, uint64_t* words,
                                                uint64_t& version) {
   for (unsigned attempt = 0; attempt < maxRowRetries; ++attempt) {
-    version = loadAcquire(slot);
+    uint64_t const seen = version = loadAcquire(slot);
     uint64_t const checks = loadAcquire(slot + 1);
-    if ((version & versionLive) == 0) {
-      if (version == 0) return RowState::dead;
-      if (loadRelaxed(slot) != version) continue;
-      return rowCheck(seed, id, version, nullptr, 0) == checkOfCopy(checks, version) ? RowState::dead
-                                                                                     : RowState::damaged;
+    if ((seen & versionLive) == 0) {
+      if (seen == 0) return RowState::dead;
+      if (loadRelaxed(slot) != seen) continue;
+      return rowCheck(seed, id, seen, nullptr, 0) == checkOfCopy(checks, seen) ? RowState::dead
+                                                                               : RowState::damaged;
     }
     uint64_t const* const key = slot + 2;
-    uint64_t const* const value = key + keyWords + copyOf(version) * valueWords;
+    uint64_t const* const value = key + keyWords + copyOf(seen) * valueWords;
     for (unsigned i = 0; i < keyWords; ++i) words[i] = loadAcquire(key + i);
     for (unsigned i = 0; i < valueWords; ++i) words[keyWords + i] = loadAcquire(value + i);
-    if (loadRelaxed(slot) != version) continue;
-    return rowCheck(seed, id, version, words, keyWords + valueWords) == checkOfCopy(checks, version)
+    if (loadRelaxed(slot) != seen) continue;
+    return rowCheck(seed, id, seen, words, keyWords + valueWords) == checkOfCopy(checks, seen)
                ? RowState::live
                : RowState::damaged;
   }

@@ -30,7 +30,7 @@ struct KeyWords {
     C::encodeKey(key, words);
     complete();
   }
-  void complete() {
+  [[gnu::always_inline]] void complete() {
     hash = C::hash(words);
     tag = Index::tagOf(words, C::keyWords);
   }

@@ -100,20 +100,20 @@ class Table : public TableBase {
     uint64_t key[keyWordCount];
   };
 
-  static void decode(uint64_t const* words, uint32_t id, Row& row) {
+  [[gnu::always_inline]] static void decode(uint64_t const* words, uint32_t id, Row& row) {
     if (!C::decode(words, row)) [[unlikely]]
       throwImpossible(id);
   }
   [[noreturn, gnu::cold]] static void throwImpossible(uint32_t id);
   [[noreturn, gnu::cold]] static void throwDamaged(uint32_t id);
 
-  RowState read(uint32_t id, uint64_t* words, uint64_t& version) const {
+  [[gnu::always_inline]] RowState read(uint32_t id, uint64_t* words, uint64_t& version) const {
     return readRow(segment_->slot(id), id, segment_->seed(), keyWordCount, valueWordCount, words, version);
   }
-  bool search(Words const& key, Found& found) const;
-  uint32_t findOwn(Words const& key) const;
-  void put(uint32_t id, Words const& key, uint64_t const* words);
-  void eraseAt(uint32_t id, Words const& key);
+  [[gnu::always_inline]] inline bool search(Words const& key, Found& found) const;
+  [[gnu::always_inline]] inline uint32_t findOwn(Words const& key) const;
+  [[gnu::always_inline]] inline void put(uint32_t id, Words const& key, uint64_t const* words);
+  [[gnu::always_inline]] inline void eraseAt(uint32_t id, Words const& key);
   uint32_t placeAfter(Key const& key) const;
 
   bool isShadowed() const { return mode() == Mode::keyshadow; }

@@ -25,14 +25,15 @@ bool Table<Row>::search(Words const& key, Found& found) const {
   for (unsigned attempt = 0; attempt < maxGrowths; ++attempt) {
     segment_->follow();
     uint32_t damaged = noRow;
-    found.id = segment_->index().find(key.hash, key.tag, [&](uint32_t id) {
+    auto const isWanted = [&](uint32_t id) __attribute__((always_inline)) {
       if (id >= segment_->capacity()) return false;
       RowState const state = read(id, found.words, found.version);
       if (state == RowState::damaged) damaged = id;
       // The slot may have gone to another key since the entry was read, so the key that counts is the one
       // that was read with the version.
       return state == RowState::live && key.equals(found.words);
-    });
+    };
+    found.id = segment_->index().find(key.hash, key.tag, isWanted);
     if (found.id != noRow) return true;
     if (damaged != noRow) throwDamaged(damaged);
     if (!segment_->follow()) return false;
@@ -129,13 +130,14 @@ uint32_t Table<Row>::placeAfter(Key const& key) const {
 /// The writer's own look-up: only it changes rows, so it need not check versions.
 template <TableRow Row>
 uint32_t Table<Row>::findOwn(Words const& key) const {
-  return segment_->index().find(key.hash, key.tag, [&](uint32_t id) {
+  auto const isWanted = [&](uint32_t id) __attribute__((always_inline)) {
     if (id >= segment_->capacity()) return false;
     uint64_t const* const slot = segment_->slot(id);
     bool same = (loadRelaxed(slot) & versionLive) != 0;
     for (unsigned i = 0; i < keyWordCount; ++i) same &= loadRelaxed(slot + 2 + i) == key.words[i];
     return same;
-  });
+  };
+  return segment_->index().find(key.hash, key.tag, isWanted);
 }
 
 /// Writes the row into slot `id`, where its key lives already, or into a free one for `noRow`.
@@ -189,13 +191,14 @@ void Table<Row>::commit(Row const* row) {
 template <TableRow Row>
 std::optional<Row> Table<Row>::remove(Key const& key) {
   requireWritable("remove");
+  // The one result, decoded in place and first: a copy of it behind the stores would wait for them.
+  std::optional<Row> removed;
   Words const words(key);
   uint32_t const id = findOwn(words);
-  if (id == noRow) return std::nullopt;
+  if (id == noRow) return removed;
   Found found;
   if (read(id, found.words, found.version) != RowState::live) throwDamaged(id);
-  std::optional<Row> removed(std::in_place);
-  decode(found.words, id, *removed);
+  decode(found.words, id, removed.emplace());
   eraseAt(id, words);
   return removed;
 }
