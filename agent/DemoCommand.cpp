@@ -150,7 +150,10 @@ class Demo {
       progress();
       if (west_.feedHasEnded() && east_.feedHasEnded()) {
         std::vector<Check> checks = verdictOn(west_.state(), east_.state(), expected_);
-        if (holds(checks) || Clock::now() > deadline) return checks;
+        if (holds(checks) || Clock::now() > deadline) {
+          progress(true);
+          return checks;
+        }
       } else if (Clock::now() > deadline) {
         throw std::runtime_error("an agent did not come to the end of its feed");
       }
@@ -175,13 +178,14 @@ class Demo {
     return std::chrono::duration<double>(Clock::now() - begin_).count() * options_.pace;
   }
 
-  void progress() {
+  void progress(bool isLast = false) {
     screen_.progress({.now = std::min(recorded(), feeds_.seconds),
                       .end = feeds_.seconds,
                       .westHosts = west_.view().exportedHosts(),
                       .westLearned = west_.view().learnedHosts(),
                       .eastHosts = east_.view().exportedHosts(),
-                      .eastLearned = east_.view().learnedHosts()});
+                      .eastLearned = east_.view().learnedHosts()},
+                     isLast);
   }
 
   void killAndRestart() {

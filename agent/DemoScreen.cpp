@@ -66,9 +66,9 @@ void DemoScreen::note(std::string const& text) {
   line("  " + text);
 }
 
-void DemoScreen::progress(DemoProgress const& progress) {
-  bool const isDue = isTerminal_ || lastShown_ < 0 || progress.now >= lastShown_ + progressStep ||
-                     progress.now < lastShown_ || (progress.now >= progress.end && lastShown_ < progress.end);
+void DemoScreen::progress(DemoProgress const& progress, bool isLast) {
+  bool const isDue = isTerminal_ || isLast || lastShown_ < 0 || progress.now >= lastShown_ + progressStep ||
+                     progress.now < lastShown_;
   if (!isDue) return;
   lastShown_ = progress.now;
   constexpr std::size_t width = 12;

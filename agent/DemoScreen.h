@@ -39,7 +39,8 @@ class DemoScreen {
   void heading(std::string const& text);
   /// A line in the middle of progress.
   void note(std::string const& text);
-  void progress(DemoProgress const& progress);
+  /// Without a terminal only now and then, and the last one.
+  void progress(DemoProgress const& progress, bool isLast = false);
   void progressEnds();
   void verdict(std::vector<Check> const& checks);
 
