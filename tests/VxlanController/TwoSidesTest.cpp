@@ -1,6 +1,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <random>
 
 #include "VxlanController/Site.h"
@@ -58,14 +59,16 @@ struct Side {
   }
   // Ends the turn and takes what the other side wrote, until that is as expected.
   void until(std::function<bool()> const& done) const {
-    for (;;) {
+    using Clock = std::chrono::steady_clock;
+    for (auto const hang = Clock::now() + std::chrono::minutes(1); Clock::now() < hang;) {
       hosts->endTurn(), floods->endTurn();
       theirHosts->deliver(), theirFloods->deliver();
       hosts->endTurn(), floods->endTurn();
       if (done()) return;
       pollfd fds[] = {{theirHosts->fd(), POLLIN, 0}, {theirFloods->fd(), POLLIN, 0}};
-      if (::poll(fds, 2, 60000) == 0) throw std::runtime_error("the other side's rows never came");
+      ::poll(fds, 2, 60000);
     }
+    throw std::runtime_error("the other side's rows never came");
   }
   Ptr<HostTable> hosts, theirHosts;
   Ptr<FloodTable> floods, theirFloods;

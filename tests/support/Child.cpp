@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -23,6 +24,7 @@ Child::Child(std::function<void(Child&)> const& body) {
   ::close(ends[pid_ == 0 ? 0 : 1]);
   if (pid_ != 0) return;
   pid_ = -1;
+  ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // no child outlives a test that was ended
   int status = 0;
   try {
     body(*this);
