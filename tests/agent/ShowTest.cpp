@@ -1,8 +1,12 @@
 #include <gmock/gmock.h>
 
+#include <chrono>
+#include <csignal>
 #include <fstream>
+#include <thread>
 
 #include "agent/FormatRows.h"
+#include "support/Paths.h"
 #include "tests/agent/SiteWriter.h"
 
 namespace {
@@ -136,6 +140,30 @@ TEST_F(ShowTest, AnotherUserSeesTheTablesOnlyThroughTheirGroup) {
   hosts.write(host(5000, 3, 12));
   hosts.endTurn();
   EXPECT_THAT(watch.line().value(), AllOf(HasSubstr("added"), HasSubstr("00:00:00:00:00:03")));
+}
+
+TEST(ShowEndToEndTest, WhatAFeedLeavesIsShownWhileTheAgentRunsAndAfterwards) {
+  for (std::string const trace : {"fabric-3vni", "corner-cases"}) {
+    TestSupport::ScratchFolder folder;
+    std::string const data = TestSupport::sourcePath("data/" + trace);
+    auto const show = [&](std::vector<std::string> arguments) {
+      arguments.insert(arguments.begin(), {"show", "--json", "--dir", folder.path()});
+      auto document = nlohmann::json::parse(run(arguments).out, nullptr, false);
+      return document.is_discarded() ? nlohmann::json::object() : document;
+    };
+    auto expected = nlohmann::json::parse(std::ifstream(data + ".end.json"));
+    TestSupport::Program agent({"agent", "--dir", folder.path(), "--feed", data + ".jsonl", "--with-evpn"});
+    auto const deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+    while (!show({"agent"}).value("/agent/feed/ended"_json_pointer, false)) {
+      ASSERT_LT(std::chrono::steady_clock::now(), deadline) << agent.errors();
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    EXPECT_EQ(show({"hosts", "floods", "bridge-ids", "evpn-status"}), expected) << trace;
+    agent.signal(SIGKILL);
+    agent.wait();
+    expected.erase("evpnStatus");
+    EXPECT_EQ(show({"hosts", "floods", "bridge-ids"}), expected) << trace;
+  }
 }
 
 TEST(FormatTest, MacAddressesAreTakenAsPeopleWriteThem) {
