@@ -77,14 +77,14 @@ class Checker {
     if (state == RowState::damaged) return report("row check", name);
     if (version != 0 && id >= highWater_) report("high water", name);
     newest_ = std::max(newest_, sequenceOf(version));
-    uint32_t const column = loadAcquire(segment_.column(id));
+    ColumnWord const column = loadAcquire(segment_.column(id));
     if (state == RowState::dead) {
       if (tidy_ && column != noColumn) report("column cleared", name);
       return;
     }
     if (!shape_.isValid(words)) return report("row values", name);
     ++rows_;
-    if (column != shape_.column(words)) report("row column", name);
+    if (column != columnWordOf(shape_.column(words))) report("row column", name);
     checkFound(id, words, name);
   }
 

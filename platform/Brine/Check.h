@@ -18,7 +18,7 @@ struct Violation {
 /// Every invariant of the table, checked once; what fails, at most 100 of them.
 ///
 /// Always: "geometry seal", "high-water seal", "row check", "row values", "row column" (a live row's column
-/// word is its column value), "row found" (the index finds each live row), "key unique", "high water"
+/// word is that of its column value), "row found" (the index finds each live row), "key unique", "high water"
 /// (nothing above it).
 ///
 /// Only if `tidy`, which a table is unless its writer died in the middle of a change: "index entry" (each is

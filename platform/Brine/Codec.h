@@ -28,7 +28,7 @@ namespace Brine {
 ///
 /// Equal keys have equal words and different keys different ones; no bit is left to chance. Decoding refuses
 /// words that no encoding gives, which the engine reports as corruption. `hash` and `column` accept any
-/// words. `column` is the value that walks can be filtered on; a key's own one must not be `noColumn`. Keys
+/// words. `column` is the value that walks can be filtered on. Keys
 /// are sorted by their operator<.
 template <class Row>
 struct Codec;
@@ -54,7 +54,7 @@ struct SurveyedRow {
   RowState state;  ///< Damaged also for values that no encoding gives.
   uint64_t version;
   uint32_t hash;
-  uint32_t column;
+  ColumnWord column;
   uint16_t tag;
 };
 
@@ -73,7 +73,7 @@ void surveyRows(uint64_t const* slot, uint32_t id, unsigned count, uint64_t seed
     if (result->state != RowState::live) continue;
     if (!C::decode(words, row)) result->state = RowState::damaged;
     result->hash = C::hash(words);
-    result->column = C::column(words);
+    result->column = columnWordOf(C::column(words));
     result->tag = Index::tagOf(words, C::keyWords);
   }
 }

@@ -8,13 +8,15 @@
 namespace Brine {
 namespace {
 
-using Lanes = uint32_t __attribute__((vector_size(32)));
-constexpr uint32_t lanes = sizeof(Lanes) / sizeof(uint32_t);
-constexpr uint32_t blockWords = 8 * lanes;
+using Lanes = ColumnWord __attribute__((vector_size(32)));
+constexpr uint32_t lanes = sizeof(Lanes) / sizeof(ColumnWord);
+/// Words that are loaded at a time where loads are atomic.
+constexpr uint32_t wordsPerLoad = sizeof(uint64_t) / sizeof(ColumnWord);
 
-/// Whether one of a block's words is `value`.
-[[gnu::always_inline]] inline bool blockHas(uint32_t const* words, uint32_t value) {
-  Lanes const wanted = Lanes{} + value;
+/// Whether one of a block's words is `word`.
+template <uint32_t blockWords>
+[[gnu::always_inline]] inline bool blockHas(ColumnWord const* words, ColumnWord word) {
+  Lanes const wanted = Lanes{} + word;
   Lanes hits{};
   for (uint32_t i = 0; i < blockWords; i += lanes) {
     Lanes found;
@@ -26,61 +28,71 @@ constexpr uint32_t blockWords = 8 * lanes;
   return (any[0] | any[1] | any[2] | any[3]) != 0;
 }
 
-/// The words of the blocks before the first one that holds `value`.
-[[gnu::always_inline]] inline uint32_t skipOwn(uint32_t const* column, uint32_t count, uint32_t value) {
-  uint32_t i = 0;
-  while (i + blockWords <= count && !blockHas(column + i, value)) i += blockWords;
+/// The place behind those whole blocks from `i` on that hold no `word`.
+template <uint32_t blockWords>
+[[gnu::always_inline]] inline uint32_t skipOwn(ColumnWord const* column, uint32_t i, uint32_t count,
+                                               ColumnWord word) {
+  while (i + blockWords <= count && !blockHas<blockWords>(column + i, word)) i += blockWords;
   return i;
 }
 
-/// The same by way of a copy that is made with atomic loads. `column` lies on 8 bytes.
-[[gnu::always_inline]] inline uint32_t skipShared(uint32_t const* column, uint32_t count, uint32_t value) {
-  auto const* pairs = static_cast<uint64_t const*>(static_cast<void const*>(column));
-  uint32_t i = 0;
-  for (; i + blockWords <= count; i += blockWords, pairs += blockWords / 2) {
-    uint64_t copy[blockWords / 2];
-    for (uint32_t j = 0; j < blockWords / 2; ++j) copy[j] = loadRelaxed(pairs + j);
-    uint32_t words[blockWords];
+/// The same by way of a copy that is made with atomic loads. `column + i` lies on 8 bytes.
+template <uint32_t blockWords>
+[[gnu::always_inline]] inline uint32_t skipShared(ColumnWord const* column, uint32_t i, uint32_t count,
+                                                  ColumnWord word) {
+  for (; i + blockWords <= count; i += blockWords) {
+    auto const* const loads = static_cast<uint64_t const*>(static_cast<void const*>(column + i));
+    uint64_t copy[blockWords / wordsPerLoad];
+    for (uint32_t j = 0; j < blockWords / wordsPerLoad; ++j) copy[j] = loadRelaxed(loads + j);
+    ColumnWord words[blockWords];
     std::memcpy(words, copy, sizeof words);
-    if (blockHas(words, value)) break;
+    if (blockHas<blockWords>(words, word)) break;
   }
   return i;
+}
+
+// Large blocks first, then the small one within the last.
+[[gnu::always_inline]] inline uint32_t skipAllOwn(ColumnWord const* column, uint32_t count, ColumnWord word) {
+  return skipOwn<lanes>(column, skipOwn<8 * lanes>(column, 0, count, word), count, word);
+}
+[[gnu::always_inline]] inline uint32_t skipAllShared(ColumnWord const* column, uint32_t from, uint32_t count,
+                                                     ColumnWord word) {
+  return skipShared<lanes>(column, skipShared<8 * lanes>(column, from, count, word), count, word);
 }
 
 #if defined(__x86_64__)
 // The same compiled for wider registers, for machines that have them.
-[[gnu::target("avx2")]] uint32_t skipOwnWide(uint32_t const* column, uint32_t count, uint32_t value) {
-  return skipOwn(column, count, value);
+[[gnu::target("avx2")]] uint32_t skipOwnWide(ColumnWord const* column, uint32_t count, ColumnWord word) {
+  return skipAllOwn(column, count, word);
 }
-[[gnu::target("avx2")]] uint32_t skipSharedWide(uint32_t const* column, uint32_t count, uint32_t value) {
-  return skipShared(column, count, value);
+[[gnu::target("avx2")]] uint32_t skipSharedWide(ColumnWord const* column, uint32_t from, uint32_t count,
+                                                ColumnWord word) {
+  return skipAllShared(column, from, count, word);
 }
 bool const hasWideRegisters = __builtin_cpu_supports("avx2") != 0;
 #else
 constexpr bool hasWideRegisters = false;
-constexpr auto skipOwnWide = skipOwn;
-constexpr auto skipSharedWide = skipShared;
+constexpr auto skipOwnWide = skipAllOwn;
+constexpr auto skipSharedWide = skipAllShared;
 #endif
 
 }  // namespace
 
-uint32_t findInOwnColumn(uint32_t const* column, uint32_t from, uint32_t to, uint32_t value) {
+uint32_t findInOwnColumn(ColumnWord const* column, uint32_t from, uint32_t to, ColumnWord word) {
   uint32_t const count = to - from;
-  uint32_t i = hasWideRegisters ? skipOwnWide(column, count, value) : skipOwn(column, count, value);
-  while (i < count && column[i] != value) ++i;
+  uint32_t i = hasWideRegisters ? skipOwnWide(column, count, word) : skipAllOwn(column, count, word);
+  while (i < count && column[i] != word) ++i;
   return from + i;
 }
 
-uint32_t findInSharedColumn(uint32_t const* column, uint32_t from, uint32_t to, uint32_t value) {
+uint32_t findInSharedColumn(ColumnWord const* column, uint32_t from, uint32_t to, ColumnWord word) {
   uint32_t const count = to - from;
   uint32_t i = 0;
-  if ((std::bit_cast<uintptr_t>(column) & 4) != 0 && count != 0) {
-    if (loadRelaxed(column) == value) return from;
-    i = 1;
+  for (; i < count && std::bit_cast<uintptr_t>(column + i) % sizeof(uint64_t) != 0; ++i) {
+    if (loadRelaxed(column + i) == word) return from + i;
   }
-  i += hasWideRegisters ? skipSharedWide(column + i, count - i, value)
-                        : skipShared(column + i, count - i, value);
-  while (i < count && loadRelaxed(column + i) != value) ++i;
+  i = hasWideRegisters ? skipSharedWide(column, i, count, word) : skipAllShared(column, i, count, word);
+  while (i < count && loadRelaxed(column + i) != word) ++i;
   return from + i;
 }
 

@@ -15,7 +15,7 @@
 /// Each extent begins on a page and holds, each part on a page of its own:
 ///
 ///   rows          one slot of `rowStride()` words a row
-///   column        one 32-bit word a row: the row's column value, or `noColumn` where no row lives
+///   column        one 16-bit word a row: see `columnWordOf()`; `noColumn` where no row lives
 ///   index A, B    two indexes for all rows up to the end of this extent; one at most is in use
 ///
 /// A table at level L consists of the extents 0 to L and has initialRows << L slots; it looks rows up in one
@@ -43,14 +43,20 @@ namespace Brine {
 inline constexpr uint64_t pageBytes = 4096;
 inline constexpr uint64_t lineBytes = 64;
 inline constexpr uint64_t magicNumber = 0x31304E4952420A1AU;  // Unlike any text, and tells the byte order.
-inline constexpr uint32_t layoutVersion = 2;
-inline constexpr uint32_t noColumn = 0xFFFFFFFFU;
+inline constexpr uint32_t layoutVersion = 3;
 inline constexpr uint32_t noRow = 0xFFFFFFFFU;
 inline constexpr uint32_t maxRows = 0x80000000U;
 inline constexpr unsigned maxExtents = 32;
 inline constexpr unsigned maxKeyWords = 4;
 inline constexpr unsigned maxRowWords = 16;
 inline constexpr uint32_t lanesPerLine = 10;
+
+/// A word of the column: so short that the column of a million rows fits a processor's own cache.
+using ColumnWord = uint16_t;
+inline constexpr ColumnWord noColumn = 0xFFFFU;
+/// What stands in the column for a row of that column value. Values that lie a multiple of 65,535 apart share
+/// a word, so who finds one looks at the row too. Never `noColumn`.
+constexpr ColumnWord columnWordOf(uint32_t value) { return static_cast<ColumnWord>(value % noColumn); }
 
 /// A slot's version word.
 inline constexpr uint64_t versionLive = 1;
@@ -183,7 +189,8 @@ class Layout {
     return wholePages(uint64_t{extentRows(extent)} * rowStride() * 8);
   }
   constexpr uint64_t indexOffset(unsigned extent, unsigned half) const {
-    return columnOffset(extent) + wholePages(uint64_t{extentRows(extent)} * 4) + half * indexBytes(extent);
+    return columnOffset(extent) + wholePages(uint64_t{extentRows(extent)} * sizeof(ColumnWord)) +
+           half * indexBytes(extent);
   }
   constexpr uint64_t indexBytes(unsigned level) const { return wholePages(indexLines(level) * lineBytes); }
   constexpr uint64_t extentBytes(unsigned extent) const { return indexOffset(extent, 2); }

@@ -209,7 +209,7 @@ void Segment::mapExtent(unsigned extent) {
   auto const first = uintptr_t{layout_.extentFirst(extent)};
   slotBase_[extent] = std::bit_cast<uintptr_t>(base) - first * slotBytes_;
   columnBase_[extent] =
-      std::bit_cast<uintptr_t>(base + layout_.columnOffset(extent)) - first * sizeof(uint32_t);
+      std::bit_cast<uintptr_t>(base + layout_.columnOffset(extent)) - first * sizeof(ColumnWord);
   extentCount_ = extent + 1;
 }
 

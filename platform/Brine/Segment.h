@@ -63,8 +63,8 @@ class Segment {
   uint64_t* slot(uint32_t id) const {
     return std::bit_cast<uint64_t*>(slotBase_[extentOf(id)] + uintptr_t{id} * slotBytes_);
   }
-  uint32_t* column(uint32_t id) const {
-    return std::bit_cast<uint32_t*>(columnBase_[extentOf(id)] + uintptr_t{id} * sizeof(uint32_t));
+  ColumnWord* column(uint32_t id) const {
+    return std::bit_cast<ColumnWord*>(columnBase_[extentOf(id)] + uintptr_t{id} * sizeof(ColumnWord));
   }
   /// The id behind the last one that lies in one piece with `id`, in `slot()` and in `column()`.
   uint32_t pieceEnd(uint32_t id) const { return layout_.initialRows() << extentOf(id); }

@@ -65,7 +65,8 @@ class Table : public TableBase {
 
   /// All rows; see `Cursor`.
   Cursor<Row> walk() const { return Cursor<Row>(*this, 0, std::nullopt); }
-  /// The rows whose key has that column value. Rows of others are not read.
+  /// The rows whose key has that column value. Rows of others are not read, but for values that lie a
+  /// multiple of 65,535 apart.
   Cursor<Row> walk(uint32_t column) const { return Cursor<Row>(*this, 0, column); }
   /// The rows behind the key's place in the walk's order; behind the place that it had, where that is still
   /// known, if the key has been removed; else all rows.

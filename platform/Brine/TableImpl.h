@@ -150,7 +150,7 @@ void Table<Row>::put(uint32_t id, Words const& key, uint64_t const* words) {
   row.prepare(writer_->nextSequence(), words, keyWordCount, valueWordCount, insertion);
   if (insertion) {
     // Column and index first: whoever sees the row live finds it through both.
-    storeRelease(segment_->column(id), C::column(words));
+    storeRelease(segment_->column(id), columnWordOf(C::column(words)));
     if (!segment_->index().insert(key.hash, key.tag, id)) {
       writer_->releaseId(id);
       throw CorruptionError("the table's index is damaged");
@@ -245,12 +245,12 @@ template <TableRow Row>
 void Cursor<Row>::gatherMatches() {
   Segment const& segment = *table_.segment_;
   bool const own = table_.writer_ != nullptr;
+  ColumnWord const word = columnWordOf(*column_);
   match_ = matchCount_ = 0;
   while (matchCount_ < std::size(matches_) && id_ < end_) {
     uint32_t const stop = std::min(end_, segment.pieceEnd(id_));
-    uint32_t const* const column = segment.column(id_);
-    id_ =
-        own ? findInOwnColumn(column, id_, stop, *column_) : findInSharedColumn(column, id_, stop, *column_);
+    ColumnWord const* const column = segment.column(id_);
+    id_ = own ? findInOwnColumn(column, id_, stop, word) : findInSharedColumn(column, id_, stop, word);
     if (id_ == stop) continue;
     table_.prefetchRow(id_);
     matches_[matchCount_++] = id_++;
@@ -283,7 +283,7 @@ Row const* Cursor<Row>::next() {
     RowState const state = table_.read(id, found.words, found.version);
     if (state == RowState::dead) continue;
     if (state == RowState::damaged) Table<Row>::throwDamaged(id);
-    // The slot may have gone to a row of another column value since the column was read.
+    // Another column value may have the same word, or the slot have gone to another row since it was read.
     if (column_ && Codec<Row>::column(found.words) != *column_) continue;
     Table<Row>::decode(found.words, id, row_);
     table_.lastId_ = id;

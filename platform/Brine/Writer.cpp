@@ -16,37 +16,49 @@ std::string damageOf(std::vector<uint32_t> const& rows) {
 }  // namespace
 
 Writer::Scan Writer::scan(Index index, uint32_t end) {
-  constexpr uint32_t batch = 16;
+  constexpr uint32_t batchRows = 16;
+  struct Batch {
+    uint32_t first = 0;
+    uint32_t end = 0;
+    SurveyedRow rows[batchRows];
+  };
+  Batch batches[2];
   RowShape const& shape = segment_.shape();
-  unsigned const keyWords = shape.keyWords;
   Scan result;
-  SurveyedRow rows[batch];
-  for (uint32_t first = 0, stop = 0; first < end; first = stop) {
-    stop = std::min({end, first + batch, segment_.pieceEnd(first)});
-    shape.survey(segment_.slot(first), first, stop - first, segment_.seed(), rows);
-    for (uint32_t i = 0; i < stop - first; ++i) {
-      if (rows[i].state == RowState::live) index.prefetchForWriting(rows[i].hash);
+  // One batch ahead, so that its index lines arrive while the other's are written.
+  auto const survey = [&](Batch& batch, uint32_t first) {
+    batch.first = batch.end = first;
+    if (first == end) return;
+    batch.end = std::min({end, first + batchRows, segment_.pieceEnd(first)});
+    shape.survey(segment_.slot(first), first, batch.end - first, segment_.seed(), batch.rows);
+    for (uint32_t id = first; id < batch.end; ++id) {
+      SurveyedRow const& row = batch.rows[id - first];
+      if (row.state == RowState::live) index.prefetchForWriting(row.hash);
     }
-    for (uint32_t id = first; id < stop; ++id) {
-      SurveyedRow& row = rows[id - first];
-      if (row.state == RowState::live) {
-        uint64_t const* const key = segment_.slot(id) + 2;
-        bool const isNew = index.insertNew(row.hash, row.tag, id, [&](uint32_t other) {
-          return std::equal(key, key + keyWords, segment_.slot(other) + 2);
-        });
-        if (!isNew) row.state = RowState::damaged;
-      }
-      bool const isLive = row.state == RowState::live;
-      uint32_t const column = isLive ? row.column : noColumn;
-      if (loadRelaxed(segment_.column(id)) != column) result.columns.push_back({id, column});
+  };
+  auto const isNew = [&](uint32_t id, SurveyedRow const& row) {
+    uint64_t const* const key = segment_.slot(id) + 2;
+    return index.insertNew(row.hash, row.tag, id, [&](uint32_t other) {
+      return std::equal(key, key + shape.keyWords, segment_.slot(other) + 2);
+    });
+  };
+  survey(batches[0], 0);
+  for (unsigned turn = 0; batches[turn].first < end; turn = 1 - turn) {
+    Batch& batch = batches[turn];
+    survey(batches[1 - turn], batch.end);
+    ColumnWord const* const column = segment_.column(batch.first);
+    for (uint32_t id = batch.first; id < batch.end; ++id) {
+      SurveyedRow& row = batch.rows[id - batch.first];
+      bool const isLive = row.state == RowState::live && isNew(id, row);
+      ColumnWord const word = isLive ? row.column : noColumn;
+      if (loadRelaxed(column + (id - batch.first)) != word) result.columns.push_back({id, word});
       if (row.version != 0) result.end = id + 1;
-      if (row.state == RowState::damaged) {
+      if (isLive || row.state == RowState::dead) {
+        result.lastSequence = std::max(result.lastSequence, sequenceOf(row.version));
+        isLive ? void(++result.rows) : result.free.push_back(id);
+      } else {
         result.damaged.push_back(id);
-        continue;
       }
-      if (!isLive) result.free.push_back(id);
-      result.rows += isLive;
-      result.lastSequence = std::max(result.lastSequence, sequenceOf(row.version));
     }
   }
   return result;

@@ -73,7 +73,8 @@ class Writer {
   struct Scan {
     std::vector<uint32_t> damaged;
     std::vector<uint32_t> free;
-    std::vector<std::pair<uint32_t, uint32_t>> columns;  ///< Rows whose column word is wrong; what is right.
+    std::vector<std::pair<uint32_t, ColumnWord>>
+        columns;  ///< Rows whose column word is wrong; what is right.
     uint64_t rows = 0;
     uint32_t end = 0;  ///< One above the last id that ever held a row.
     uint64_t lastSequence = 0;
