@@ -86,7 +86,7 @@ void VniFdbStatusSm::handleHost(Wirix::EthAddr const& macAddr) {
   TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::handleHost(", macAddr, ")");
   updateBrIdList();
   MacVniPair const key(macAddr, vni_);
-  VxlanController::MacVtepV2 const entry = vniFdbStatus()->macVtepTable(macAddr);
+  VxlanController::MacVtepV2 const& entry = vniFdbStatus()->macVtepTable(macAddr);
   if (entry == VxlanController::MacVtepV2() || macEntryProvidedByEvpn(macAddr)) {
     qorEvpnTxSm_->hostTableOut()->hostDel(key);
     return;  // untraced

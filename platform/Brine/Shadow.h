@@ -23,7 +23,8 @@ struct KeyWords {
   KeyWords() = default;
   /// From the words of a key or a row.
   explicit KeyWords(uint64_t const* keyWords) {
-    std::copy_n(keyWords, C::keyWords, words);
+    // Word by word: a copy in one piece would wait for the stores of its words.
+    for (unsigned i = 0; i < C::keyWords; ++i) words[i] = keyWords[i];
     complete();
   }
   explicit KeyWords(typename C::Key const& key) {

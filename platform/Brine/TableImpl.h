@@ -127,6 +127,16 @@ uint32_t Table<Row>::placeAfter(Key const& key) const {
 
 // ---- Writer ----
 
+/// Writer: whether the key lives in that row.
+template <TableRow Row>
+bool Table<Row>::isOwn(uint32_t id, uint64_t const* key) const {
+  if (id >= segment_->capacity()) return false;
+  uint64_t const* const slot = segment_->slot(id);
+  bool same = (loadRelaxed(slot) & versionLive) != 0;
+  for (unsigned i = 0; i < keyWordCount; ++i) same &= loadRelaxed(slot + 2 + i) == key[i];
+  return same;
+}
+
 /// The writer's own look-up: only it changes rows, so it need not check versions.
 template <TableRow Row>
 uint32_t Table<Row>::findOwn(Words const& key) const {
@@ -168,8 +178,15 @@ bool Table<Row>::write(Row const& row) {
   requireWritable("write");
   uint64_t words[C::rowWords];
   C::encode(row, words);
-  Words const key(words);
-  uint32_t const id = findOwn(key);
+  // Rows are mostly changed in the order in which they were made, VNI by VNI: then the next one needs no search.
+  uint32_t id = lastId_ + 1;
+  Words key{};
+  if (!isInOrder_ || !isOwn(id, words)) {
+    key = Words(words);
+    uint32_t const found = findOwn(key);
+    isInOrder_ = found == id;
+    id = found;
+  }
   put(id, key, words);
   return id == noRow;
 }
@@ -177,15 +194,9 @@ bool Table<Row>::write(Row const& row) {
 template <TableRow Row>
 void Table<Row>::commit(Row const* row) {
   requireWritable("write");
-  if (lastId_ < segment_->capacity()) {
-    uint64_t words[C::rowWords];
-    C::encode(*row, words);
-    uint64_t const* const slot = segment_->slot(lastId_);
-    bool same = (loadRelaxed(slot) & versionLive) != 0;
-    for (unsigned i = 0; i < keyWordCount; ++i) same &= loadRelaxed(slot + 2 + i) == words[i];
-    if (same) return put(lastId_, {}, words);
-  }
-  write(*row);
+  uint64_t words[C::rowWords];
+  C::encode(*row, words);
+  isOwn(lastId_, words) ? put(lastId_, {}, words) : static_cast<void>(write(*row));
 }
 
 template <TableRow Row>
