@@ -85,13 +85,12 @@ void VniFdbStatusSm::handleHost(Wirix::EthAddr const& macAddr) {
   if (!initialized()) return;
   TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::handleHost(", macAddr, ")");
   updateBrIdList();
-  MacVniPair const key(macAddr, vni_);
   VxlanController::MacVtepV2 const& entry = vniFdbStatus()->macVtepTable(macAddr);
   if (entry == VxlanController::MacVtepV2() || macEntryProvidedByEvpn(macAddr)) {
-    qorEvpnTxSm_->hostTableOut()->hostDel(key);
+    qorEvpnTxSm_->hostTableOut()->hostDel(MacVniPair(macAddr, vni_));
     return;  // untraced
   }
-  Host row(key);
+  Host row(MacVniPair(macAddr, vni_));
   row.vtepAddrIs(entry.vtepAddr());
   row.seqNoIs(entry.seqNo());
   row.preferenceIs(entry.preference());

@@ -22,12 +22,12 @@ struct KeyWords {
 
   KeyWords() = default;
   /// From the words of a key or a row.
-  explicit KeyWords(uint64_t const* keyWords) {
+  [[gnu::always_inline]] explicit KeyWords(uint64_t const* keyWords) {
     // Word by word: a copy in one piece would wait for the stores of its words.
     for (unsigned i = 0; i < C::keyWords; ++i) words[i] = keyWords[i];
     complete();
   }
-  explicit KeyWords(typename C::Key const& key) {
+  [[gnu::always_inline]] explicit KeyWords(typename C::Key const& key) {
     C::encodeKey(key, words);
     complete();
   }

@@ -112,7 +112,7 @@ class Table : public TableBase {
     return readRow(segment_->slot(id), id, segment_->seed(), keyWordCount, valueWordCount, words, version);
   }
   [[gnu::always_inline]] inline bool search(Words const& key, Found& found) const;
-  bool isOwn(uint32_t id, uint64_t const* key) const;
+  [[gnu::always_inline]] inline bool isOwn(uint32_t id, uint64_t const* key) const;
   [[gnu::always_inline]] inline uint32_t findOwn(Words const& key) const;
   [[gnu::always_inline]] inline void put(uint32_t id, Words const& key, uint64_t const* words);
   [[gnu::always_inline]] inline void eraseAt(uint32_t id, Words const& key);

@@ -140,13 +140,7 @@ bool Table<Row>::isOwn(uint32_t id, uint64_t const* key) const {
 /// The writer's own look-up: only it changes rows, so it need not check versions.
 template <TableRow Row>
 uint32_t Table<Row>::findOwn(Words const& key) const {
-  auto const isWanted = [&](uint32_t id) __attribute__((always_inline)) {
-    if (id >= segment_->capacity()) return false;
-    uint64_t const* const slot = segment_->slot(id);
-    bool same = (loadRelaxed(slot) & versionLive) != 0;
-    for (unsigned i = 0; i < keyWordCount; ++i) same &= loadRelaxed(slot + 2 + i) == key.words[i];
-    return same;
-  };
+  auto const isWanted = [&](uint32_t id) __attribute__((always_inline)) { return isOwn(id, key.words); };
   return segment_->index().find(key.hash, key.tag, isWanted);
 }
 
