@@ -97,8 +97,8 @@ class RowWriter {
   ///  1. Store the key (insertions only) and the value, into the copy that is not valid, release each: a
   ///     reader that sees one of them also sees the commit that made this copy invalid, and so starts again.
   ///  2. Store the check, release, for the same reason. The other copy's half stays as it is.
-  void prepare(uint64_t sequence, uint64_t const* words, unsigned keyWords, unsigned valueWords,
-               bool insertion) {
+  [[gnu::always_inline]] void prepare(uint64_t sequence, uint64_t const* words, unsigned keyWords,
+                                      unsigned valueWords, bool insertion) {
     version_ = nextVersion(sequence) | versionLive;
     uint64_t* const key = slot_ + 2;
     if (insertion) {
@@ -110,19 +110,19 @@ class RowWriter {
   }
 
   /// The same for a removal.
-  void prepareRemoval(uint64_t sequence) {
+  [[gnu::always_inline]] void prepareRemoval(uint64_t sequence) {
     version_ = nextVersion(sequence);
     storeCheck(rowCheck(seed_, id_, version_, nullptr, 0));
   }
 
   ///  3. Store the version, release: whoever sees it sees steps 1 and 2 and what was stored between.
-  void commit() { storeRelease(slot_, version_); }
+  [[gnu::always_inline]] void commit() { storeRelease(slot_, version_); }
 
  private:
-  uint64_t nextVersion(uint64_t sequence) const {
+  [[gnu::always_inline]] uint64_t nextVersion(uint64_t sequence) const {
     return sequence << versionSequenceShift | (~loadRelaxed(slot_) & versionCopyB);
   }
-  void storeCheck(uint32_t check) {
+  [[gnu::always_inline]] void storeCheck(uint32_t check) {
     unsigned const shift = copyOf(version_) * 32;
     uint64_t const old = loadRelaxed(slot_ + 1) & ~(uint64_t{0xFFFFFFFFU} << shift);
     storeRelease(slot_ + 1, old | uint64_t{check} << shift);

@@ -44,7 +44,7 @@ class Writer {
   ///  3. Store the sequence number, release: whoever sees it sees the entry whole, and the row's commit.
   ///  4. Some times a turn, and at its end, store the number as the ring's head, release. Readers that poll
   ///     the head share its line with the writer, so it is not stored for each change.
-  void changed(uint32_t id, bool removal, uint64_t const* key, unsigned keyWords) {
+  [[gnu::always_inline]] void changed(uint32_t id, bool removal, uint64_t const* key, unsigned keyWords) {
     uint64_t const sequence = ++sequence_;
     uint64_t* const entry = segment_.ringEntry(sequence);
     storeRelaxed(entry, uint64_t{0});
