@@ -57,9 +57,10 @@ class AgentProcess {
   int run() {
     log("started, " + std::to_string(module_.rowsFound()) + " rows found; feed: " + feed_.name());
     loop_.run();
-    if (options_.cleanup) {
+    if (options_.cleanup && loop_.stopSignal() != 0) {
       module_.cleanup();
       module_.endTurn();
+      if (learned_) learned_->clear();
       log("cleaned up");
     }
     return status_;
@@ -138,7 +139,7 @@ int runAgent(AgentOptions const& options) {
   for (std::string const& trace : options.traces) {
     try {
       traceLevelsIs(trace);
-    } catch (Orb::Error const& error) {
+    } catch (std::exception const& error) {
       throw UsageError("--trace " + trace + ": " + error.what());
     }
   }

@@ -100,7 +100,12 @@ void ControlServer::drop(int fd) {
 }
 
 nlohmann::ordered_json controlRequest(std::string const& path, std::string_view request) {
+  if (request.find('\n') != std::string_view::npos) throw std::runtime_error("a request is one line");
   Fd const fd = newSocket(0);
+  // An agent that is stopped does not keep whoever asks it.
+  timeval const patience{5, 0};
+  checked(setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), "setsockopt");
+  checked(setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience), "setsockopt");
   sockaddr_un const place = address(path);
   if (connect(fd.get(), generic(place), sizeof place) != 0) {
     throwErrno(errno == ENOENT || errno == ECONNREFUSED ? "no agent listens at " + path
@@ -117,6 +122,7 @@ nlohmann::ordered_json controlRequest(std::string const& path, std::string_view 
   for (;;) {
     char buffer[65536];
     ssize_t const count = read(fd.get(), buffer, sizeof buffer);
+    if (count < 0 && errno == EAGAIN) throw std::runtime_error("the agent at " + path + " does not answer");
     if (count < 0 && errno != EINTR) throwErrno("control socket " + path);
     if (count == 0) break;
     if (count > 0) answer.append(buffer, static_cast<std::size_t>(count));

@@ -48,7 +48,8 @@ SiteFeeds splitTrace(std::string const& path) {
   return feeds;
 }
 
-/// The demonstration's own folder, removed with everything in it unless it is to be kept.
+/// The demonstration's own folder, removed with everything in it unless it is to be kept, as asked for or
+/// because something in it must be looked at.
 class DemoFolder {
  public:
   DemoFolder(std::string path, bool keep) : path_(std::move(path)), keep_(keep) {
@@ -60,6 +61,9 @@ class DemoFolder {
   }
   DemoFolder(DemoFolder const&) = delete;
   DemoFolder& operator=(DemoFolder const&) = delete;
+
+  void keep() { keep_ = true; }
+  bool isKept() const { return keep_; }
 
   std::string made(std::string const& name) const {
     std::filesystem::create_directory(path_ + '/' + name);
@@ -195,7 +199,7 @@ class Demo {
                  countText(left.hosts.size(), "host") + " to the EVPN side");
     // The restarted agent learns from its switches again, as fast as it can.
     west_.start(0);
-    screen_.note("west's agent is started again");
+    screen_.note("west's agent is started again, and reads its recording to the end at once");
   }
 
   void requireRunning() {
@@ -230,7 +234,7 @@ int runDemo(DemoOptions const& options) {
   DemoScreen screen;
   SiteFeeds const feeds = splitTrace(dataFile("fabric-3vni.jsonl"));
   Expectation const expected = Expectation::ofFile(dataFile("fabric-3vni.end.json"));
-  DemoFolder const root(options.dir, options.keep);
+  DemoFolder root(options.dir, options.keep);
 
   screen.line("Two sites, west and east, each with an agent of its own, and an exchange between them, play " +
               DemoScreen::seconds(feeds.seconds) + " of a recorded fabric, " +
@@ -255,9 +259,13 @@ int runDemo(DemoOptions const& options) {
     return exitFailed;
   } catch (OutputClosed const&) {
     return exitFailed;  // nobody is there to be told
+  } catch (std::exception const&) {
+    root.keep();  // the text names a log in it
+    throw;
   }
+  if (!good) root.keep();
   screen.line(good ? "\nEvery check held." : "\nA check FAILED.");
-  if (options.keep) screen.line("Tables, feeds and logs are kept in " + options.dir);
+  if (root.isKept()) screen.line("Tables, feeds and logs are kept in " + options.dir);
   return good ? exitOk : exitFailed;
 }
 

@@ -17,6 +17,7 @@ constexpr double progressStep = 8;
 Fd takeSignals() {
   sigset_t set;
   sigemptyset(&set);
+  sigaddset(&set, SIGHUP);
   sigaddset(&set, SIGINT);
   sigaddset(&set, SIGTERM);
   sigprocmask(SIG_BLOCK, &set, nullptr);

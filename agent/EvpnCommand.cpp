@@ -1,4 +1,6 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <filesystem>
 #include <iostream>
 
 #include "agent/Commands.h"
@@ -56,6 +58,12 @@ int runExchange(EvpnOptions const& options) {
   loop.stopOnSignals();
   std::vector<Site> sites{Site::made(options.dir)};
   for (std::string const& peer : options.peers) sites.push_back(Site::made(peer));
+  for (auto site = sites.begin(); site != sites.end(); ++site) {
+    bool const isTwice = std::any_of(sites.begin(), site, [&](Site const& other) {
+      return std::filesystem::equivalent(other.dir(), site->dir());
+    });
+    if (isTwice) throw UsageError("--peer " + site->dir() + ": this site takes part already");
+  }
   Exchange exchange(loop, sites, options.repair, log);
   loop.turnEndIs([&] { exchange.endTurn(); });
   exchange.endTurn();

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace Agent {
 
@@ -53,7 +54,8 @@ Feed::Feed(Loop& loop, Options options, Handlers handlers)
   struct stat status;
   if (fstat(fd_, &status) != 0) throwErrno(name_);
   if (S_ISDIR(status.st_mode)) throw std::system_error(EISDIR, std::generic_category(), name_);
-  isFile_ = S_ISREG(status.st_mode);
+  // Everything else than these can be read at once, and cannot be waited for.
+  isFile_ = !S_ISFIFO(status.st_mode) && !S_ISSOCK(status.st_mode) && isatty(fd_) == 0;
   resume();
 }
 
@@ -105,7 +107,7 @@ void Feed::takeLines() {
       auto const wait = waitFor(*waiting_);
       if (wait.count() > 0) {
         pause();
-        handlers_.idle();
+        reportIdle();
         timer_.start(wait);
         return;
       }
@@ -118,7 +120,7 @@ void Feed::takeLines() {
       finish(false);
     } else {
       resume();
-      if (!isFile_ && !isReadable(fd_)) handlers_.idle();
+      if (!isFile_ && !isReadable(fd_)) reportIdle();
       return;
     }
   }
@@ -160,8 +162,13 @@ void Feed::finish(bool failed) {
   pause();
   ended_ = true;
   readToEnd_ = true;
-  if (!failed) handlers_.idle();
+  if (!failed) reportIdle();
   handlers_.end(failed);
+}
+
+/// A source that has not said anything yet, or died before it did, has not said that nothing is there.
+void Feed::reportIdle() {
+  if (events_ != 0) handlers_.idle();
 }
 
 }  // namespace Agent

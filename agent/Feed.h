@@ -56,7 +56,7 @@ class Feed {
   struct Handlers {
     std::function<void(Event const&)> event;
     /// There is nothing to read at the moment, or nothing that is due: called once before each wait, and at
-    /// the end.
+    /// the end; not before the first event.
     std::function<void()> idle;
     /// Nothing comes after this. `failed`: the feed could not be read to its end, or a bad line ended it.
     std::function<void(bool failed)> end;
@@ -85,6 +85,7 @@ class Feed {
   void take(LineCutter::Line const& line);
   void bad(LineCutter::Line const& line, std::string const& what);
   std::chrono::nanoseconds waitFor(Event const& event);
+  void reportIdle();
   void finish(bool failed);
 
   Loop& loop_;

@@ -16,7 +16,8 @@ CLI::Option* FeedOptions::addTo(CLI::App& command) {
               "Wait as the timestamps say, this many times as fast as recorded (1 if not given)")
           ->expected(0, 1)
           ->default_str("1")
-          ->check(CLI::Range(0.001, 1e6));
+          ->check(CLI::Range(0.001, 1e6))
+          ->check([](std::string const& text) { return text == "nan" ? "not a number" : std::string(); });
   paced->needs(feed);
   command.add_flag("--strict", strict, "Stop with status 1 at a bad line, instead of skipping it")
       ->needs(feed);

@@ -57,6 +57,13 @@ void Learned::apply(Event const& event) {
   }
 }
 
+void Learned::clear() {
+  held_.reset();
+  tables_.host->hostDelAll();
+  tables_.flood->floodEntryDelAll();
+  tables_.endTurn();
+}
+
 void Learned::release() {
   if (!held_) return;
   Held const held = *std::exchange(held_, std::nullopt);

@@ -28,6 +28,9 @@ class Learned {
   /// Takes an event from EVPN: `mac`, `flood` and what takes them back.
   void apply(Event const& event);
 
+  /// Removes every row.
+  void clear();
+
   bool isHeld() const { return held_.has_value(); }
   void release();
 

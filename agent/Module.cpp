@@ -47,18 +47,25 @@ Module::~Module() {
 
 void Module::enabledIs(bool enabled) {
   status_->enabledIs(enabled);
-  if (!enabled && !held_ && !tx_) clearExported();
+  handleFlag(enabled);
 }
 
 void Module::capabilityIs(bool capability) {
   capability_->evpnEnabledIs(capability);
-  if (!capability && !held_ && !tx_) clearExported();
+  handleFlag(capability);
+}
+
+/// A flag that is off also removes what an earlier run left, at once or when the holding back ends.
+void Module::handleFlag(bool on) {
+  toldOff_ = toldOff_ || !on;
+  if (!on && !held_ && !tx_) clearExported();
 }
 
 void Module::release() {
   if (!held_) return;
   held_ = false;
   handleMode();
+  if (!tx_ && toldOff_) clearExported();
 }
 
 void Module::handleMode() {

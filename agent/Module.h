@@ -83,6 +83,7 @@ class Module : public Orb::StateMachine<Module> {
   friend StateMachine;
   auto inputs() { return std::tie(qorEvpnConfig_, qorBrIdList_); }
 
+  void handleFlag(bool on);
   void start();
   void stop();
   void seedBrIdList();
@@ -113,6 +114,7 @@ class Module : public Orb::StateMachine<Module> {
   Orb::Ptr<VxlanController::QorEvpnRxSm> rx_;
   std::uint64_t rowsFound_ = 0;
   bool held_ = false;
+  bool toldOff_ = false;  ///< By either flag, in this run.
 };
 
 }  // namespace Agent

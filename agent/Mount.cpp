@@ -15,7 +15,7 @@ std::string message(Brine::MountOptions const& options, Brine::MountStatus statu
   std::string text = place + ": cannot be written: " + std::string(toText(status));
   if (!detail.empty()) text += ": " + detail;
   bool const mendable = status == Brine::MountStatus::corrupt || status == Brine::MountStatus::incompatible;
-  return mendable ? text + "; --repair keeps the rows that are sound" : text;
+  return mendable ? text + "; --repair keeps what is sound of it" : text;
 }
 
 }  // namespace

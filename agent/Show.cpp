@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <iostream>
 #include <map>
+#include <set>
 
 #include "agent/Commands.h"
 #include "agent/Control.h"
@@ -26,7 +27,9 @@ class Show {
 
   int run() {
     std::string_view separator = options_.json ? "{" : "";
+    std::set<std::string> shown;
     for (std::string const& subject : options_.subjects) {
+      if (!shown.insert(subject).second) continue;
       out_.write(separator);
       separator = options_.json ? ",\n" : "\n";
       show(subject);

@@ -33,7 +33,8 @@ class Site {
   std::string learned() const { return dir_ + "/learned"; }
   std::string controlSocket() const { return dir_ + "/control"; }
 
-  /// The site, after making its directory, not its folders. Raises std::system_error naming the directory.
+  /// The site, after making its directory, not its folders. Raises std::system_error naming the directory,
+  /// also where it is no directory, or where we are root and it is another user's.
   static Site made(std::string dir);
 
  private:

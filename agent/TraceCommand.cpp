@@ -1,8 +1,9 @@
+#include <unistd.h>
 #include <CLI/CLI.hpp>
-#include <iostream>
 
 #include "agent/Commands.h"
 #include "agent/Control.h"
+#include "agent/Format.h"
 #include "agent/Site.h"
 
 namespace Agent {
@@ -18,15 +19,17 @@ int runTrace(TraceOptions const& options) {
   std::string const socket = Site(options.dir).controlSocket();
   nlohmann::ordered_json now = controlRequest(socket, "trace");
   for (std::string const& level : options.levels) now = controlRequest(socket, "trace " + level);
+  Output out(STDOUT_FILENO);
   for (auto const& [handle, levels] : now.items()) {
-    std::cout << handle << '/';
-    char const* separator = "";
+    out.write(handle, "/");
+    std::string_view separator;
     for (auto const& level : levels) {
-      std::cout << separator << level;
+      out.write(separator, level.template get<unsigned>());
       separator = ",";
     }
-    std::cout << '\n';
+    out.write("\n");
   }
+  out.flush();
   return exitOk;
 }
 

@@ -2,15 +2,24 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "Trace/Trace.h"
+#include "agent/Commands.h"
 #include "agent/Fd.h"
 
 namespace Agent {
 
 void traceLevelsIs(std::string_view handleAndLevels) {
   auto const slash = handleAndLevels.find('/');
+  std::vector<std::string> const known = Trace::handleNames();
+  if (std::find(known.begin(), known.end(), handleAndLevels.substr(0, slash)) == known.end()) {
+    std::string names;
+    for (std::string const& name : known) names += (names.empty() ? "" : ", ") + name;
+    throw UsageError("there is no trace handle " + std::string(handleAndLevels.substr(0, slash)) +
+                     "; there are " + names);
+  }
   if (slash != 0 && slash + 1 == handleAndLevels.size()) {
     Trace::levelsIs(handleAndLevels.substr(0, slash), 0);
   } else {

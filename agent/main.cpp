@@ -1,10 +1,26 @@
+#include <fcntl.h>
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <iostream>
 
+#include "Brine/Errors.h"
 #include "agent/Commands.h"
+#include "agent/Format.h"
+
+namespace {
+
+/// What is written to a standard stream that the caller closed must not end up in the next file to be opened.
+void openStandardStreams() {
+  for (int fd = 0; fd <= 2; ++fd) {
+    if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) != fd) std::abort();
+  }
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
+  openStandardStreams();
   CLI::App app("Joins a VXLAN controller's forwarding state with BGP EVPN.", "qorevpn");
   app.require_subcommand(1);
   app.set_help_all_flag("--help-all", "Print the help of every command");
@@ -36,6 +52,11 @@ int main(int argc, char** argv) {
   } catch (Agent::UsageError const& error) {
     std::cerr << "qorevpn: " << error.what() << '\n';
     return Agent::exitUsage;
+  } catch (Brine::SpaceError const& error) {
+    std::cerr << "qorevpn: no space: " << error.what() << "; the rows are intact\n";
+    return Agent::exitFailed;
+  } catch (Agent::OutputClosed const&) {
+    return Agent::exitFailed;  // nobody is there to be told
   } catch (std::exception const& error) {
     std::cerr << "qorevpn: " << error.what() << '\n';
     return Agent::exitFailed;

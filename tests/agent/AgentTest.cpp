@@ -92,7 +92,8 @@ TEST_P(TraceTest, TwoProcessesEndAsExpectedAndARestartWithdrawsNothing) {
 }
 
 TEST(AgentTest, EndsInTheSameTablesWhereverItIsKilled) {
-  auto const seed = std::random_device()();
+  char const* const given = std::getenv("QOREVPN_TEST_SEED");
+  auto const seed = given ? static_cast<unsigned>(std::stoul(given)) : std::random_device()();
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
   AgentSite site;
@@ -128,6 +129,29 @@ TEST(AgentTest, EndsInTheSameTablesWhereverItIsKilled) {
         << agent.errors() << evpn.errors();
   }
   EXPECT_EQ(TestSupport::run({"check", "--dir", site.dir}).status, 0);
+}
+
+TEST(AgentTest, RowsOfTheLastRunStayUntilTheFeedSpeaksAndGoWhereItSaysOff) {
+  AgentSite site;
+  std::string const feed = tracePath("fabric-3vni.jsonl");
+  ASSERT_EQ(
+      TestSupport::run({"agent", "--dir", site.dir, "--feed", feed, "--with-evpn", "--exit-at-end"}).status,
+      0);
+  SiteRows const exported = site.view.exported();
+  SiteRows const learned = site.view.learned();
+  ASSERT_FALSE(exported == SiteRows());
+
+  auto const playing = [&](std::string const& text) {
+    Program agent({"agent", "--dir", site.dir, "--feed", "-", "--with-evpn", "--exit-at-end"});
+    agent.write(text);
+    agent.endInput();
+    EXPECT_EQ(agent.wait(), 0) << agent.errors();
+  };
+  playing("");
+  EXPECT_EQ(site.view.exported(), exported);
+  EXPECT_EQ(site.view.learned(), learned);
+  playing(R"({"from":"controller","op":"enabled","value":false})");
+  EXPECT_EQ(site.view.exported(), SiteRows());
 }
 
 TEST(AgentTest, SkipsBadLinesOrStopsAtThem) {
