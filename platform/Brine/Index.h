@@ -46,7 +46,7 @@ class Index {
   /// Entries may be of other keys, ids may be anything: `match` decides. Ends after each line was seen once,
   /// whatever they hold.
   template <class Match>
-  [[gnu::always_inline]] uint32_t find(uint32_t hash, uint16_t tag, Match&& match) const {
+  uint32_t find(uint32_t hash, uint16_t tag, Match&& match) const {
     uint32_t number = homeLine(hash);
     for (uint32_t seen = 0; seen < lineCount_; ++seen) {
       uint64_t const* const words = line(number);
@@ -57,6 +57,17 @@ class Index {
       }
       if (last >> 32 == 0) return noRow;
       number = next(number);
+    }
+    return noRow;
+  }
+
+  /// `find()` in the home line alone, where most keys are. There must be lines.
+  template <class Match>
+  [[gnu::always_inline]] uint32_t findHome(uint32_t hash, uint16_t tag, Match&& match) const {
+    uint64_t const* const words = line(homeLine(hash));
+    for (uint64_t hits = lanesOf(tag, words, loadAcquire(words + 2)); hits != 0; hits &= hits - 1) {
+      uint32_t const id = idOfLane(words, laneOfHit(hits));
+      if (match(id)) return id;
     }
     return noRow;
   }
@@ -156,16 +167,16 @@ class Index {
     constexpr uint64_t low = lowLaneBits * 0x7FFF;
     return ((lanes & low) + low) | lanes | low;
   }
-  static unsigned freeLane(uint64_t const* words) {
+  [[gnu::always_inline]] static unsigned freeLane(uint64_t const* words) {
     uint64_t const free = lanesOf(0, words, loadRelaxed(words + 2));
     return free == 0 ? lanesPerLine : laneOfHit(free);
   }
-  static void setTag(uint64_t* words, unsigned lane, uint16_t tag) {
+  [[gnu::always_inline]] static void setTag(uint64_t* words, unsigned lane, uint16_t tag) {
     unsigned const shift = lane % 4 * 16;
     uint64_t const old = loadRelaxed(words + lane / 4);
     storeRelease(words + lane / 4, (old & ~(uint64_t{0xFFFF} << shift)) | uint64_t{tag} << shift);
   }
-  static void setId(uint64_t* words, unsigned lane, uint32_t id) {
+  [[gnu::always_inline]] static void setId(uint64_t* words, unsigned lane, uint32_t id) {
     unsigned const shift = lane % 2 * 32;
     uint64_t const old = loadRelaxed(words + 3 + lane / 2);
     storeRelease(words + 3 + lane / 2, (old & ~(uint64_t{0xFFFFFFFF} << shift)) | uint64_t{id} << shift);

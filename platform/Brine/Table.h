@@ -112,9 +112,14 @@ class Table : public TableBase {
     return readRow(segment_->slot(id), id, segment_->seed(), keyWordCount, valueWordCount, words, version);
   }
   [[gnu::always_inline]] inline bool search(Words const& key, Found& found) const;
+  [[gnu::always_inline]] inline bool holds(uint32_t id, Words const& key, Found& found,
+                                           uint32_t& damaged) const;
+  [[gnu::noinline]] bool searchOn(Words key, Found& found) const;
   [[gnu::always_inline]] inline bool isOwn(uint32_t id, uint64_t const* key) const;
   [[gnu::always_inline]] inline uint32_t findOwn(Words const& key) const;
-  [[gnu::always_inline]] inline void put(uint32_t id, Words const& key, uint64_t const* words);
+  [[gnu::noinline]] uint32_t findOwnOn(Words key) const;
+  [[gnu::always_inline]] inline void overwrite(uint32_t id, uint64_t const* words);
+  [[gnu::noinline]] void insert(Words const& key, uint64_t const* words);
   [[gnu::always_inline]] inline void eraseAt(uint32_t id, Words const& key);
   uint32_t placeAfter(Key const& key) const;
 
@@ -169,8 +174,8 @@ class [[nodiscard]] Cursor {
   Cursor(Table<Row> const& table, uint32_t first, std::optional<uint32_t> column)
       : table_(table), mountSerial_(table.mountSerial_), id_(first), column_(column) {}
 
-  uint32_t nextId();
-  bool hasMore();
+  [[gnu::always_inline]] inline uint32_t nextId();
+  [[gnu::always_inline]] inline bool hasMore();
   void gatherMatches();
 
   Table<Row> const& table_;

@@ -16,24 +16,45 @@ void Table<Row>::throwDamaged(uint32_t id) {
 
 // ---- Look-up ----
 
-/// Finds a live row. A row that is present throughout is found: its index entry stays where it is, and a
-/// search that missed it because the table grew, so that the entry is in another index, finds the geometry
-/// changed and starts anew.
+/// Whether the key's row lives in slot `id`, which may be any number.
+template <TableRow Row>
+bool Table<Row>::holds(uint32_t id, Words const& key, Found& found, uint32_t& damaged) const {
+  if (id >= segment_->capacity()) return false;
+  RowState const state = read(id, found.words, found.version);
+  if (state == RowState::damaged) damaged = id;
+  // The slot may have gone to another key since the entry was read, so the key that counts is the one that
+  // was read with the version.
+  return state == RowState::live && key.equals(found.words);
+}
+
+/// Finds a live row: mostly through its home line, else `searchOn()` decides.
 template <TableRow Row>
 bool Table<Row>::search(Words const& key, Found& found) const {
+  segment_->follow();
+  uint32_t damaged = noRow;
+  auto const isWanted = [&](uint32_t id) __attribute__((always_inline)) {
+    return holds(id, key, found, damaged);
+  };
+  found.id = segment_->index().findHome(key.hash, key.tag, isWanted);
+  if (found.id != noRow) [[likely]]
+    return true;
+  // By way of copies, so that what is found above can stay in registers.
+  Found later;
+  bool const isFound = searchOn(key, later);
+  found = later;
+  return isFound;
+}
+
+/// A row that is present throughout is found: its index entry stays where it is, and a search that missed it
+/// because the table grew, so that the entry is in another index, finds the geometry changed and starts anew.
+template <TableRow Row>
+bool Table<Row>::searchOn(Words key, Found& found) const {
   constexpr unsigned maxGrowths = 64;
   for (unsigned attempt = 0; attempt < maxGrowths; ++attempt) {
     segment_->follow();
     uint32_t damaged = noRow;
-    auto const isWanted = [&](uint32_t id) __attribute__((always_inline)) {
-      if (id >= segment_->capacity()) return false;
-      RowState const state = read(id, found.words, found.version);
-      if (state == RowState::damaged) damaged = id;
-      // The slot may have gone to another key since the entry was read, so the key that counts is the one
-      // that was read with the version.
-      return state == RowState::live && key.equals(found.words);
-    };
-    found.id = segment_->index().find(key.hash, key.tag, isWanted);
+    found.id = segment_->index().find(key.hash, key.tag,
+                                      [&](uint32_t id) { return holds(id, key, found, damaged); });
     if (found.id != noRow) return true;
     if (damaged != noRow) throwDamaged(damaged);
     if (!segment_->follow()) return false;
@@ -141,28 +162,42 @@ bool Table<Row>::isOwn(uint32_t id, uint64_t const* key) const {
 template <TableRow Row>
 uint32_t Table<Row>::findOwn(Words const& key) const {
   auto const isWanted = [&](uint32_t id) __attribute__((always_inline)) { return isOwn(id, key.words); };
-  return segment_->index().find(key.hash, key.tag, isWanted);
+  uint32_t const id = segment_->index().findHome(key.hash, key.tag, isWanted);
+  return id != noRow ? id : findOwnOn(key);
 }
 
-/// Writes the row into slot `id`, where its key lives already, or into a free one for `noRow`.
 template <TableRow Row>
-void Table<Row>::put(uint32_t id, Words const& key, uint64_t const* words) {
-  bool const insertion = id == noRow;
-  if (insertion) id = writer_->takeId();
+uint32_t Table<Row>::findOwnOn(Words key) const {
+  return segment_->index().find(key.hash, key.tag, [&](uint32_t id) { return isOwn(id, key.words); });
+}
+
+/// Writes the row into slot `id`, where its key lives already.
+template <TableRow Row>
+void Table<Row>::overwrite(uint32_t id, uint64_t const* words) {
   bool const wasQuiet = writer_->isQuiet();
   RowWriter row(segment_->slot(id), id, segment_->seed());
-  row.prepare(writer_->nextSequence(), words, keyWordCount, valueWordCount, insertion);
-  if (insertion) {
-    // Column and index first: whoever sees the row live finds it through both.
-    storeRelease(segment_->column(id), columnWordOf(C::column(words)));
-    if (!segment_->index().insert(key.hash, key.tag, id)) {
-      writer_->releaseId(id);
-      throw CorruptionError("the table's index is damaged");
-    }
+  row.prepare(writer_->nextSequence(), words, keyWordCount, valueWordCount, false);
+  row.commit();
+  writer_->changed(id, false, words, keyWordCount);
+  lastId_ = id;
+  if (wasQuiet) reportQuiesced(false);
+}
+
+template <TableRow Row>
+void Table<Row>::insert(Words const& key, uint64_t const* words) {
+  uint32_t const id = writer_->takeId();
+  bool const wasQuiet = writer_->isQuiet();
+  RowWriter row(segment_->slot(id), id, segment_->seed());
+  row.prepare(writer_->nextSequence(), words, keyWordCount, valueWordCount, true);
+  // Column and index first: whoever sees the row live finds it through both.
+  storeRelease(segment_->column(id), columnWordOf(C::column(words)));
+  if (!segment_->index().insert(key.hash, key.tag, id)) {
+    writer_->releaseId(id);
+    throw CorruptionError("the table's index is damaged");
   }
   row.commit();
   writer_->changed(id, false, words, keyWordCount);
-  if (insertion) writer_->rowsAdd(1);
+  writer_->rowsAdd(1);
   lastId_ = id;
   if (wasQuiet) reportQuiesced(false);
 }
@@ -173,15 +208,15 @@ bool Table<Row>::write(Row const& row) {
   uint64_t words[C::rowWords];
   C::encode(row, words);
   // Rows are mostly changed in the order in which they were made, VNI by VNI: then the next one needs no search.
-  uint32_t id = lastId_ + 1;
-  Words key{};
-  if (!isInOrder_ || !isOwn(id, words)) {
-    key = Words(words);
-    uint32_t const found = findOwn(key);
-    isInOrder_ = found == id;
-    id = found;
+  uint32_t const next = lastId_ + 1;
+  if (isInOrder_ && isOwn(next, words)) {
+    overwrite(next, words);
+    return false;
   }
-  put(id, key, words);
+  Words const key(words);
+  uint32_t const id = findOwn(key);
+  isInOrder_ = id == next;
+  id == noRow ? insert(key, words) : overwrite(id, words);
   return id == noRow;
 }
 
@@ -190,7 +225,7 @@ void Table<Row>::commit(Row const* row) {
   requireWritable("write");
   uint64_t words[C::rowWords];
   C::encode(*row, words);
-  isOwn(lastId_, words) ? put(lastId_, {}, words) : static_cast<void>(write(*row));
+  isOwn(lastId_, words) ? overwrite(lastId_, words) : static_cast<void>(write(*row));
 }
 
 template <TableRow Row>
@@ -265,13 +300,7 @@ void Cursor<Row>::gatherMatches() {
 /// The next row to look at, or `noRow`.
 template <TableRow Row>
 uint32_t Cursor<Row>::nextId() {
-  // The processor's own prefetch stops at the end of a page.
-  constexpr uint32_t rowsAhead = 24;
-  if (!column_) {
-    if (!hasMore()) return noRow;
-    table_.prefetchRow(id_ + rowsAhead);
-    return id_++;
-  }
+  if (!column_) return hasMore() ? id_++ : noRow;
   while (match_ == matchCount_) {
     if (!hasMore()) return noRow;
     gatherMatches();
@@ -281,10 +310,13 @@ uint32_t Cursor<Row>::nextId() {
 
 template <TableRow Row>
 Row const* Cursor<Row>::next() {
+  // The processor's own prefetch stops at the end of a page.
+  constexpr unsigned wordsAhead = 24 * Layout(16, 16, Codec<Row>::keyWords, Codec<Row>::rowWords).rowStride();
   pin_.unlink();
   if (!table_.segment_ || table_.mountSerial_ != mountSerial_) return nullptr;
   for (uint32_t id = nextId(); id != noRow; id = nextId()) {
     typename Table<Row>::Found found;
+    prefetch(table_.segment_->slot(id) + wordsAhead);
     RowState const state = table_.read(id, found.words, found.version);
     if (state == RowState::dead) continue;
     if (state == RowState::damaged) Table<Row>::throwDamaged(id);
