@@ -27,12 +27,21 @@ inline void expectSound(Brine::Table<TestRow> const& table) {
     ADD_FAILURE() << violation.invariant << ": " << violation.detail;
 }
 
-/// Damages row `id`, one of the first 16, in both its copies.
-inline void damageRow(TestFolder const& folder, uint64_t id) {
+/// The bytes of row `id`, one of the first 16, as `edit` leaves them.
+template <class Edit>
+void editRow(TestFolder const& folder, uint64_t id, Edit&& edit) {
   Brine::Layout const layout(16, 16, 2, 4);
+  auto const size = layout.rowStride() * 8;
+  auto const place = static_cast<std::streamoff>(layout.extentOffset(0) + id * size);
   std::fstream file(folder.path() + "/table.table", std::ios::in | std::ios::out | std::ios::binary);
-  file.seekp(static_cast<std::streamoff>(layout.extentOffset(0) + id * layout.rowStride() * 8 + 4 * 8));
-  file << std::string(32, 'x');
+  std::string row(size, '\0');
+  file.seekg(place).read(row.data(), std::ssize(row));
+  edit(row);
+  file.seekp(place) << row;
+}
+/// Damages it in both its copies.
+inline void damageRow(TestFolder const& folder, uint64_t id) {
+  editRow(folder, id, [](std::string& row) { row.replace(32, 32, 32, 'x'); });
 }
 
 /// A reader that keeps a copy of what it is shown. As keyshadow it fails where it is told of a removal that

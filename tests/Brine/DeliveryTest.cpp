@@ -97,13 +97,17 @@ TEST_F(DeliveryTest, AReaderWithoutMemoryForAGrownTableCatchesUpWhenThereIsSome)
 TEST_F(DeliveryTest, GrowthNamesTheDamageThatItComesUpon) {
   mount();
   fill(0, 16);
-  damageRow(folder_, 5);
+  fill(0, 16);
+  // A row in another one's place, and one whose version names the former copy.
+  editRow(folder_, 6,
+          [this](std::string const& six) { editRow(folder_, 5, [&](std::string& five) { five = six; }); });
+  editRow(folder_, 7, [](std::string& row) { row[0] = static_cast<char>(row[0] ^ 2); });
   std::string named;
   writer_.onCorruption = [&](std::string const& message) { named += message; };
   fill(16, 20);
-  EXPECT_EQ(named, "row 5 is damaged, 1 in all");
+  EXPECT_EQ(named, "row 5 is damaged, 2 in all");
   EXPECT_FALSE(writer_.find({5, 1}));
-  EXPECT_EQ(rowsOf(writer_).size(), 19U);
+  EXPECT_EQ(rowsOf(writer_).size(), 18U);
 }
 
 TEST_F(DeliveryTest, AWriterThatRestartsWhileItsReaderLooksIsSeenToBeThere) {
