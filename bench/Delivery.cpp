@@ -13,8 +13,8 @@
 namespace Bench {
 namespace {
 
-/// Changes in one turn of the writer's loop: as many as Redis has commands in flight. The writer knows them when
-/// the turn begins, as a publisher knows its messages, so it announces their keys.
+/// Changes in one turn of the writer's loop: as many as Redis has commands in flight. The writer knows them
+/// when the turn begins, as a publisher knows its messages, so it announces their keys.
 constexpr size_t turn = 500;
 
 void writeInTurns(BrineStore& store, std::span<QorEvpn::Host const> hosts) {

@@ -41,8 +41,8 @@ class MacEvents {
     });
   }
 
-  /// Nanoseconds an event: those MAC addresses of the first VNI change, with rising sequence numbers. The order is
-  /// random, as no processor can foresee what switches will report.
+  /// Nanoseconds an event: those MAC addresses of the first VNI change, with rising sequence numbers. The
+  /// order is random, as no processor can foresee what switches will report.
   double change(std::span<uint32_t const> macs) {
     return timed(macs.size(), [&] {
       for (uint32_t const i : macs) event(0, i, 1, ++seqNo_);

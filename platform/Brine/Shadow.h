@@ -44,8 +44,8 @@ struct KeyWords {
   }
 };
 
-/// What a keyshadow reader was last shown: each key that it believes to be in the table, with the version that
-/// it was shown. Private to the reader.
+/// What a keyshadow reader was last shown: each key that it believes to be in the table, with the version
+/// that it was shown. Private to the reader.
 ///
 /// A key's entry stands under the id of the row that it was last shown in, so a change of a key that stayed
 /// where it was costs one line and no search. A key whose place is taken, since the row had gone to it before
