@@ -207,7 +207,8 @@ bool Table<Row>::write(Row const& row) {
   requireWritable("write");
   uint64_t words[C::rowWords];
   C::encode(row, words);
-  // Rows are mostly changed in the order in which they were made, VNI by VNI: then the next one needs no search.
+  // Rows are mostly changed in the order in which they were made, VNI by VNI: then the next one needs no
+  // search.
   uint32_t const next = lastId_ + 1;
   if (isInOrder_ && isOwn(next, words)) {
     overwrite(next, words);
