@@ -121,8 +121,8 @@ class Rows {
     report_.add("walk-filtered", store.name, walked / vnis);
   }
 
-  /// Each look-up waits for the one before, whose answer says which key is next; as where an event asks for one
-  /// row and acts on it. The processor cannot work at several of them at a time.
+  /// Each look-up waits for the one before, whose answer says which key is next; as where an event asks for
+  /// one row and acts on it. The processor cannot work at several of them at a time.
   template <class Store>
   uint64_t findOneByOne(Store& store) const {
     uint64_t sum = 0;
