@@ -147,13 +147,22 @@ TEST_F(FaultTest, EverySystemCallMayFail) {
   EXPECT_GT(failures, 250U);
 }
 
-TEST_F(FaultTest, GrowthOnAFullFileSystemIsRefusedAndLeavesTheRowsAsTheyAre) {
+class FullFileSystemTest : public FaultTest,
+                           public testing::WithParamInterface<std::pair<char const*, uint64_t>> {};
+
+INSTANTIATE_TEST_SUITE_P(Sizes, FullFileSystemTest,
+                         testing::Values(std::pair("size=128k,mode=0700", 16),
+                                         std::pair("size=32m,mode=0700", 65536)));
+
+TEST_P(FullFileSystemTest, GrowthOnAFullFileSystemIsRefusedAndLeavesTheRowsAsTheyAre) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can mount a file system";
   TestFolder const folder;
+  // The second one grows by huge pages.
+  auto const [size, rows] = GetParam();
   TestSupport::Child child([&](TestSupport::Child&) {
     // Seen by this process only, and gone with it.
     if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        ::mount("none", folder.path().c_str(), "tmpfs", 0, "size=128k,mode=0700") != 0) {
+        ::mount("none", folder.path().c_str(), "tmpfs", 0, size) != 0) {
       ::_exit(77);
     }
     Table writer;
@@ -166,11 +175,11 @@ TEST_F(FaultTest, GrowthOnAFullFileSystemIsRefusedAndLeavesTheRowsAsTheyAre) {
       copy.deliver();
       EXPECT_EQ(copy.rows(), model_);
     };
-    for (uint64_t number = 0; number < 16; ++number) write(writer, number);
-    std::ofstream(folder.path() + "/filler") << std::string(1 << 20, 'x');
-    for (int attempt = 0; attempt < 3; ++attempt) EXPECT_FALSE(write(writer, 99));
+    for (uint64_t number = 0; number < rows; ++number) write(writer, number);
+    std::ofstream(folder.path() + "/filler") << std::string(1 << 26, 'x');
+    for (int attempt = 0; attempt < 3; ++attempt) EXPECT_FALSE(write(writer, rows + 99));
     // All else goes on, a mount too.
-    EXPECT_TRUE(write(writer, 3) && writer.erase({4, 1}) && write(writer, 17));
+    EXPECT_TRUE(write(writer, 3) && writer.erase({4, 1}) && write(writer, rows + 17));
     model_.erase({4, 1});
     expectRows();
     writer.unmount();
@@ -178,7 +187,7 @@ TEST_F(FaultTest, GrowthOnAFullFileSystemIsRefusedAndLeavesTheRowsAsTheyAre) {
     EXPECT_EQ(Table().mount(folder.options(Mode::writer, "other")), MountStatus::noSpace);
     expectRows();
     std::filesystem::remove(folder.path() + "/filler");
-    for (uint64_t number = 20; number < 40; ++number) EXPECT_TRUE(write(writer, number));
+    for (uint64_t number = 20; number < 40; ++number) EXPECT_TRUE(write(writer, rows + number));
     expectRows();
   });
   int const status = child.wait();
