@@ -158,7 +158,8 @@ TEST_P(FullFileSystemTest, GrowthOnAFullFileSystemIsRefusedAndLeavesTheRowsAsThe
   if (::geteuid() != 0) GTEST_SKIP() << "only root can mount a file system";
   TestFolder const folder;
   // The second one grows by huge pages.
-  auto const [size, rows] = GetParam();
+  auto const size = GetParam().first;
+  uint64_t const rows = GetParam().second;
   TestSupport::Child child([&](TestSupport::Child&) {
     // Seen by this process only, and gone with it.
     if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
