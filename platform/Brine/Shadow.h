@@ -117,14 +117,17 @@ class Shadow {
   /// The table's file is another one: what was shown stays shown, but its ids and versions mean nothing
   /// there.
   void forgetVersions() {
-    for (Entry& stray : strays_) {
-      if (stray.version != 0) stray.version = elsewhere;
+    std::vector<Entry> shown;
+    shown.reserve(size_);
+    for (auto const* entries : {&strays_, &homes_}) {
+      for (Entry const& entry : *entries) {
+        if (entry.version == 0) continue;
+        shown.push_back(entry);
+        shown.back().version = elsewhere;
+      }
     }
-    for (Entry& home : homes_) {
-      if (home.version == 0) continue;
-      home.version = elsewhere;
-      strays_.push_back(home);
-    }
+    strays_ = std::move(shown);
+    freeStrays_.clear();
     homes_.clear();
     resize(index_.lineCount());
   }

@@ -284,4 +284,17 @@ TEST_F(DeliveryTest, WritersThatAreKilledAndDamageThatIsRepairedLeaveTheCopyExac
   EXPECT_GT(writer_.statistics().dropped, 0U);
 }
 
+TEST(Shadow, TakesNoMoreRoomForTheFilesThatWentBy) {
+  Brine::Shadow<TestRow> shadow;
+  for (uint64_t file = 1; file < 5; ++file) {
+    for (uint32_t id = 0; id < 50; ++id) {
+      uint64_t const key[] = {id, 1};
+      EXPECT_TRUE(shadow.show(key, id, file << 32));
+    }
+    shadow.forgetVersions();
+    EXPECT_EQ(shadow.size(), 50U);
+    EXPECT_EQ(shadow.strays(), 50U);
+  }
+}
+
 }  // namespace
