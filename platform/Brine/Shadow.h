@@ -159,8 +159,13 @@ class Shadow {
   void remove(Key const& key, uint32_t number) {
     index_.erase(key.hash, key.tag, number);
     entry(number).version = 0;
-    if (number >= strayNumber) freeStrays_.push_back(number);
     --size_;
+    if (number < strayNumber) return;
+    freeStrays_.push_back(number);
+    if (freeStrays_.size() < strays_.size()) return;
+    // After a change of file there had been one for each key.
+    std::vector<Entry>().swap(strays_);
+    std::vector<uint32_t>().swap(freeStrays_);
   }
   uint32_t takeStray() {
     if (freeStrays_.empty()) {
