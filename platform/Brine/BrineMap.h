@@ -42,11 +42,11 @@ class BrineMap {
   }
   std::string const& collection() const { return collection_; }
 
-  /// Whether deliveries take place. What happens while it is off is delivered when it is on again. Raises
-  /// `StateError` before `bind()`.
+  /// Whether deliveries take place. What happens while it is off is delivered when it is on again. Switching
+  /// on raises `StateError` before `bind()`.
   bool notifying() const { return notifying_; }
   void notifyingIs(bool notifying) {
-    if (!initialized()) {
+    if (notifying && !initialized()) {
       throw StateError("BrineMap::notifyingIs() not allowed at this time, initialized:false");
     }
     notifying_ = notifying;

@@ -87,13 +87,14 @@ void Claim::onForkParent() { claimsMutex().unlock(); }
 void Claim::onForkChild() {
   for (Claim* const claim : claims()) {
     claim->held_ = false;
+    // First: there may be no other descriptor left. The parent's lock stays.
+    claim->lock_.reset();
     if (claim->segment_ != nullptr) {
       std::string const path = "/proc/self/fd/" + std::to_string(claim->table_.get());
       Fd const readable(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
       if (readable) claim->segment_->becomeReadOnly(readable.get());
     }
     claim->table_.reset();
-    claim->lock_.reset();
   }
   claims().clear();
   claimsMutex().unlock();

@@ -117,6 +117,7 @@ class EntityTable : public Orb::Entity {
         delCounter_(this->name().text(), names.del),
         notifyCounter_(this->name().text(), names.notify) {
     auto zeroReferences = Orb::makePtr<ZeroReferencesNotifiee>(this);
+    zeroReferences->hasNotificationActiveIs(true);
     notifieeList()->addFirst(*zeroReferences);
     zeroReferences_ = std::move(zeroReferences);
     control_ = Orb::makePtr<CollectionControl>();

@@ -26,11 +26,12 @@ inline constexpr auto checkFactors = [] {
 ///
 /// The high half of a sum of products. A change of one word moves the sum by a multiple of an odd number,
 /// which leaves the high half as it is once in four thousand million cases; so do changes of several words
-/// that do not know the factors. It must be found in a few steps, since every read makes it.
+/// that do not know the factors. A word's halves are folded first: the top bit times any odd number is the
+/// top bit, so that two of them would cancel out. It must be found in a few steps, since every read makes it.
 [[gnu::always_inline]] inline uint32_t rowCheck(uint64_t seed, uint32_t id, uint64_t version,
                                                 uint64_t const* words, unsigned count) {
-  uint64_t sum = seed + version * checkFactors[0] + id * checkFactors[1];
-  for (unsigned i = 0; i < count; ++i) sum += words[i] * checkFactors[i + 2];
+  uint64_t sum = seed + (version ^ version >> 32) * checkFactors[0] + id * checkFactors[1];
+  for (unsigned i = 0; i < count; ++i) sum += (words[i] ^ words[i] >> 32) * checkFactors[i + 2];
   return static_cast<uint32_t>(sum >> 32);
 }
 

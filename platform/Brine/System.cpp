@@ -51,7 +51,8 @@ System const& realSystem() {
 #ifdef MADV_POPULATE_WRITE
             return ::madvise(address, size, MADV_POPULATE_WRITE);
 #else
-            return ::madvise(address, size, MADV_WILLNEED);
+            static_cast<void>(address), static_cast<void>(size);
+            return -1;
 #endif
           },
       .collapse =

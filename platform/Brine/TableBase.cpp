@@ -29,7 +29,8 @@ MountStatus TableBase::mount(MountOptions const& options) {
       mountWriter();
     } else {
       attachReader();
-      watch_->kick();
+      // A hook may have unmounted it again.
+      if (watch_) watch_->kick();
     }
   } catch (MountFailure const& failure) {
     detach();
@@ -67,10 +68,9 @@ MountStatus TableBase::mountImage(std::span<std::byte const> image, Mode mode) {
 
 void TableBase::unmount() {
   if (status_ == MountStatus::unmounted) return;
-  if (isWritable()) {
-    endTurn();
-    writer_->sayGoodbye();
-  }
+  endTurn();
+  // A hook may have unmounted it already.
+  if (isWritable()) writer_->sayGoodbye();
   ++mountSerial_;
   detach();
   watch_.reset();

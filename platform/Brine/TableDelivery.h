@@ -46,7 +46,7 @@ DeliverResult Table<Row>::deliver() {
     uint64_t const head = loadAcquire(&segment_->header()->head);
     // After the head: the rows of all changes up to it lie within what is followed now.
     segment_->follow();
-    if (mustCompareAll() || head + 1 != nextChange_) reportQuiesced(false);
+    if (mustCompareAll() || head + 1 != nextChange_ || quiet == 0) reportQuiesced(false);
     if (serial != mountSerial_) return result;
     if (mustCompareAll() || !deliverRing(head, result.changes)) {
       if (serial != mountSerial_) return result;
@@ -148,12 +148,7 @@ void Table<Row>::announce(uint64_t const* key, Row const* row, uint64_t& changes
     reportCorruption("the table's change ring is damaged");
     return;
   }
-  // A walk further out on the stack showed an older state of the key.
-  for (Pin<Row>* pin = pins_; pin != nullptr;) {
-    Pin<Row>* const next = pin->next();
-    if (pin->isFor(key)) pin->unlink();
-    pin = next;
-  }
+  unpin(key);
   ++changes;
   ++delivered_;
   if (!onChanged) return;

@@ -270,6 +270,16 @@ void Table<Row>::eraseAt(uint32_t id, Words const& key) {
 
 // ---- Walk ----
 
+/// What is further out on the stack, a walk or an announcement, showed an older state of the key.
+template <TableRow Row>
+void Table<Row>::unpin(uint64_t const* key) const {
+  for (Pin<Row>* pin = pins_; pin != nullptr;) {
+    Pin<Row>* const next = pin->next();
+    if (pin->isFor(key)) pin->unlink();
+    pin = next;
+  }
+}
+
 /// Looks how far the table has grown; false at its end.
 template <TableRow Row>
 bool Cursor<Row>::hasMore() {
@@ -326,6 +336,7 @@ Row const* Cursor<Row>::next() {
     Table<Row>::decode(found.words, id, row_);
     table_.lastId_ = id;
     if (table_.writer_ == nullptr) {
+      table_.unpin(found.words);
       table_.shown(found.words, id, found.version);
       pin_.link(table_.pins_, found.words, &row_);
     }

@@ -284,6 +284,26 @@ TEST_F(DeliveryTest, WritersThatAreKilledAndDamageThatIsRepairedLeaveTheCopyExac
   EXPECT_GT(writer_.statistics().dropped, 0U);
 }
 
+TEST_F(DeliveryTest, WhatAWalkWithinAnAnnouncementShowedIsLookedUpAfterwards) {
+  mount();
+  write(1);
+  writer_.endTurn();
+  Brine::Table<TestRow> reader;
+  unsigned told = 0;
+  reader.onChanged = [&](TestKey const& key) {
+    if (told++ != 0) return;
+    write(1);
+    std::optional<TestRow> walked;
+    for (auto cursor = reader.walk(); TestRow const* const row = cursor.next();) walked = *row;
+    EXPECT_EQ(walked, writer_.find(key));
+    EXPECT_EQ(reader.find(key), walked);
+  };
+  reader.mount(folder_.options(Mode::keyshadow));
+  reader.deliver();
+  reader.deliver();
+  EXPECT_EQ(told, 1U) << "the walk has shown the second change";
+}
+
 TEST(Shadow, TakesNoMoreRoomForTheFilesThatWentBy) {
   Brine::Shadow<TestRow> shadow;
   for (uint64_t file = 1; file < 5; ++file) {
