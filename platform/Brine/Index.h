@@ -61,7 +61,8 @@ class Index {
     return noRow;
   }
 
-  /// `find()` in the home line alone, where most keys are. There must be lines.
+  /// `find()` in the home line alone, where most keys are. There must be lines. With a `match` that is never
+  /// true: visits the entries that a look-up most likely follows.
   template <class Match>
   [[gnu::always_inline]] uint32_t findHome(uint32_t hash, uint16_t tag, Match&& match) const {
     uint64_t const* const words = line(homeLine(hash));
@@ -70,16 +71,6 @@ class Index {
       if (match(id)) return id;
     }
     return noRow;
-  }
-
-  /// Calls `visit(id)` for the entries of the home line that have the tag: to prefetch the rows that a
-  /// look-up will read.
-  template <class Visit>
-  void visitTagged(uint32_t hash, uint16_t tag, Visit&& visit) const {
-    uint64_t const* const words = line(homeLine(hash));
-    for (uint64_t hits = lanesOf(tag, words, loadAcquire(words + 2)); hits != 0; hits &= hits - 1) {
-      visit(idOfLane(words, laneOfHit(hits)));
-    }
   }
 
   /// Writer: makes an entry. The key must not have one. False if every lane of every line is taken, which the

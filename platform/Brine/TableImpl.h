@@ -107,10 +107,11 @@ void Table<Row>::stage(std::span<Key const> keys) const {
       index.prefetch(staged[i].hash);
     }
     for (size_t i = 0; i < count; ++i) {
-      index.visitTagged(staged[i].hash, staged[i].tag, [&](uint32_t id) {
-        if (id >= segment_->capacity()) return;
+      index.findHome(staged[i].hash, staged[i].tag, [&](uint32_t id) {
+        if (id >= segment_->capacity()) return false;
         writes ? prefetchForWriting(segment_->slot(id)) : prefetch(segment_->slot(id));
         if (isShadowed()) shadow_.prefetch(id);
+        return false;
       });
     }
   }
@@ -270,7 +271,8 @@ void Table<Row>::eraseAt(uint32_t id, Words const& key) {
 
 // ---- Walk ----
 
-/// What is further out on the stack, a walk or an announcement, showed an older state of the key.
+/// Look-ups give the key's present row again: walks and announcements further out on the stack showed an older
+/// one.
 template <TableRow Row>
 void Table<Row>::unpin(uint64_t const* key) const {
   for (Pin<Row>* pin = pins_; pin != nullptr;) {

@@ -1,12 +1,10 @@
 #include <gmock/gmock.h>
 
-#include <chrono>
 #include <csignal>
 #include <fstream>
-#include <thread>
 
 #include "agent/FormatRows.h"
-#include "support/Paths.h"
+#include "tests/agent/AgentSite.h"
 #include "tests/agent/SiteWriter.h"
 
 namespace {
@@ -144,20 +142,15 @@ TEST_F(ShowTest, AnotherUserSeesTheTablesOnlyThroughTheirGroup) {
 
 TEST(ShowEndToEndTest, WhatAFeedLeavesIsShownWhileTheAgentRunsAndAfterwards) {
   for (std::string const trace : {"fabric-3vni", "corner-cases"}) {
-    TestSupport::ScratchFolder folder;
-    std::string const data = TestSupport::sourcePath("data/" + trace);
+    AgentSite site;
     auto const show = [&](std::vector<std::string> arguments) {
-      arguments.insert(arguments.begin(), {"show", "--json", "--dir", folder.path()});
-      auto document = nlohmann::json::parse(run(arguments).out, nullptr, false);
-      return document.is_discarded() ? nlohmann::json::object() : document;
+      arguments.insert(arguments.begin(), {"show", "--json", "--dir", site.dir});
+      return nlohmann::json::parse(run(arguments).out);
     };
-    auto expected = nlohmann::json::parse(std::ifstream(data + ".end.json"));
-    TestSupport::Program agent({"agent", "--dir", folder.path(), "--feed", data + ".jsonl", "--with-evpn"});
-    auto const deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-    while (!show({"agent"}).value("/agent/feed/ended"_json_pointer, false)) {
-      ASSERT_LT(std::chrono::steady_clock::now(), deadline) << agent.errors();
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    auto expected = nlohmann::json::parse(std::ifstream(tracePath(trace + ".end.json")));
+    TestSupport::Program agent(
+        {"agent", "--dir", site.dir, "--feed", tracePath(trace + ".jsonl"), "--with-evpn"});
+    ASSERT_TRUE(becomes([&] { return site.feedHasEnded(); })) << agent.errors();
     EXPECT_EQ(show({"hosts", "floods", "bridge-ids", "evpn-status"}), expected) << trace;
     agent.signal(SIGKILL);
     agent.wait();
