@@ -271,8 +271,8 @@ void Table<Row>::eraseAt(uint32_t id, Words const& key) {
 
 // ---- Walk ----
 
-/// Look-ups give the key's present row again: walks and announcements further out on the stack showed an older
-/// one.
+/// Look-ups give the key's present row again: walks and announcements further out on the stack showed an
+/// older one.
 template <TableRow Row>
 void Table<Row>::unpin(uint64_t const* key) const {
   for (Pin<Row>* pin = pins_; pin != nullptr;) {
