@@ -179,12 +179,7 @@ class EntityTable : public Orb::Entity {
 
   void rowDelAll() {
     Orb::Ptr<EntityTable> const self(this);
-    try {
-      for (auto cursor = map_.table().walk(); Row const* const row = cursor.next();)
-        rowDel(Codec<Row>::key(*row));
-    } catch (CorruptionError const& error) {
-      handleCorruption(error.what());
-    }
+    for (auto cursor = walk(); Row const* const row = nextOf(cursor);) rowDel(Codec<Row>::key(*row));
   }
 
   void rowNotify(Key key) {
@@ -216,16 +211,22 @@ class EntityTable : public Orb::Entity {
   /// For the generic interface: the keys of all rows, up to the first damaged one.
   Orb::Value keys() const {
     std::vector<Orb::Value> keys;
-    try {
-      for (auto cursor = walk(); Row const* const row = cursor.next();)
-        keys.emplace_back(Codec<Row>::key(*row));
-    } catch (CorruptionError const& error) {
-      handleCorruption(error.what());
-    }
+    for (auto cursor = map_.table().inspect(); Row const* const row = nextOf(cursor);)
+      keys.emplace_back(Codec<Row>::key(*row));
     return Orb::Value(keys);
   }
 
  private:
+  /// The walk's next row; none behind damage, which is handled.
+  Row const* nextOf(Cursor<Row>& cursor) const {
+    try {
+      return cursor.next();
+    } catch (CorruptionError const& error) {
+      handleCorruption(error.what());
+      return nullptr;
+    }
+  }
+
   Orb::Attribute<Key> rowAttr_;
   Orb::Scalar controlAttr_;
   BrineMap<Row> map_;

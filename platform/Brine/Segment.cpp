@@ -5,8 +5,11 @@
 
 #include <cerrno>
 #include <cstring>
+#include <exception>
 #include <random>
 #include <string>
+#include <tuple>
+#include <utility>
 
 #include "Brine/Errors.h"
 
@@ -55,6 +58,16 @@ int reserve(int fd, uint64_t offset, uint64_t size) {
     size -= piece;
   }
   return 0;
+}
+
+std::pair<uint64_t, uint64_t> drawWords() {
+  try {
+    std::random_device random;
+    auto const word = [&random] { return uint64_t{random()} << 32 | random(); };
+    return {word(), word()};
+  } catch (std::exception const& error) {
+    throw MountFailure(MountStatus::noResources, "drawing random numbers: " + std::string(error.what()));
+  }
 }
 
 uint64_t nanoseconds() {
@@ -119,12 +132,9 @@ void Segment::format(RowShape const& shape, int fd, uint32_t initialRows, uint32
   void* const page = sys.map(pageBytes, PROT_READ | PROT_WRITE, fd, 0);
   if (page == MAP_FAILED) throw MountFailure::ofErrno(errno, "mapping the new table");
   Header header{};
-  std::random_device random;
-  auto const random64 = [&random] { return uint64_t{random()} << 32 | random(); };
   header.magic = magicNumber;
   header.fingerprint = shape.fingerprint();
-  header.seed = random64();
-  header.generation = random64();
+  std::tie(header.seed, header.generation) = drawWords();
   // Later tables of a name begin behind all changes of earlier ones, as long as the clock does not step back.
   header.firstSequence = nanoseconds();
   header.initialRows = initialRows;
@@ -172,11 +182,12 @@ void Segment::attach(bool repair) {
       static_cast<void*>(map(layout_.ringOffset(), layout_.extentOffset(0) - layout_.ringOffset())));
   uint64_t word = loadAcquire(&header_->geometry);
   if (repair && !isSealed(seed_, geometryPlace, word)) {
+    // Here alone: readers go on with the index that they know until the recovery has made another one.
     Geometry geometry;
     while (geometry.level < layout_.maxLevel() && layout_.fileBytes(geometry.level + 1) <= size())
       ++geometry.level;
+    geometry.epoch = static_cast<uint32_t>(nanoseconds());
     word = sealWord(seed_, geometryPlace, geometry.payload());
-    storeRelease(&header_->geometry, word);
   }
   try {
     useGeometry(word);
@@ -249,6 +260,10 @@ Index Segment::indexAt(unsigned level, unsigned half) const {
 }
 
 void Segment::trim() {
+  for (; extentCount_ > geometry_.level + 1; --extentCount_) {
+    sys.unmap(pieces_.back().address, pieces_.back().size);
+    pieces_.pop_back();
+  }
   if (size() > fileBytes() && sys.truncate(fd_, static_cast<off_t>(fileBytes())) != 0) {
     throw MountFailure::ofErrno(errno, "trimming the table");
   }

@@ -28,7 +28,8 @@ uint64_t identityCheckOf(Header const& header);
 class Segment {
  public:
   /// Maps the file `fd`, which must stay open only for `follow()` and growth. Raises `MountFailure`. With
-  /// `repair`, a damaged geometry word is taken from the file's size instead.
+  /// `repair`, a damaged geometry word is taken from the file's size instead, until `publishSpare()` writes
+  /// one.
   Segment(RowShape const& shape, int fd, bool writable, bool repair = false);
   /// Uses `image` in place of a file, read-only. Raises `MountFailure`.
   Segment(RowShape const& shape, std::span<std::byte const> image);

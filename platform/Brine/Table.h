@@ -29,7 +29,7 @@ class Cursor;
 ///
 /// A keyshadow reader is told of every difference from what it was last shown, by a walk, a look-up or a
 /// notification, and of nothing else: changes of a key merge, and it is never told that a key is gone which
-/// it was not shown.
+/// it was not shown. Whoever in the reader's process looks up or walks, it counts as shown to all of them.
 ///
 /// Without a mount a table is empty. Operations of a mounted table raise `CorruptionError` where they meet
 /// damage, and `SpaceError` where memory for a grown table cannot be mapped.
@@ -71,7 +71,9 @@ class Table : public TableBase {
   /// The rows behind the key's place in the walk's order; behind the place that it had, where that is still
   /// known, if the key has been removed; else all rows.
   Cursor<Row> walkAfter(Key const& key) const { return Cursor<Row>(*this, placeAfter(key), std::nullopt); }
-  /// A copy of all rows in the order of their keys.
+  /// All rows for an onlooker: what it sees does not count as shown to the table's owner.
+  Cursor<Row> inspect() const { return Cursor<Row>(*this, 0, std::nullopt, false); }
+  /// A copy of all rows in the order of their keys, for an onlooker too.
   std::vector<Row> sorted() const;
 
   // ---- Readers ----
@@ -172,8 +174,12 @@ class [[nodiscard]] Cursor {
 
  private:
   friend class Table<Row>;
-  Cursor(Table<Row> const& table, uint32_t first, std::optional<uint32_t> column)
-      : table_(table), mountSerial_(table.mountSerial_), id_(first), column_(column) {}
+  Cursor(Table<Row> const& table, uint32_t first, std::optional<uint32_t> column, bool shows = true)
+      : table_(table),
+        mountSerial_(table.mountSerial_),
+        shows_(shows && table.writer_ == nullptr),
+        id_(first),
+        column_(column) {}
 
   [[gnu::always_inline]] inline uint32_t nextId();
   [[gnu::always_inline]] inline bool hasMore();
@@ -181,6 +187,7 @@ class [[nodiscard]] Cursor {
 
   Table<Row> const& table_;
   uint64_t mountSerial_;
+  bool shows_;  ///< What it passes counts as shown.
   uint32_t id_;
   uint32_t end_ = 0;  ///< Below it ids are known to be in use; looked at again where the walk reaches it.
   std::optional<uint32_t> column_;

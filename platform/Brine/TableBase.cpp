@@ -22,7 +22,6 @@ TableBase::~TableBase() {
 MountStatus TableBase::mount(MountOptions const& options) {
   requireUnmounted();
   options_ = options;
-  quiesced_ = false;
   ++mountSerial_;
   try {
     if (options.mode == Mode::writer) {
@@ -75,6 +74,7 @@ void TableBase::unmount() {
   detach();
   watch_.reset();
   setStatus(MountStatus::unmounted, {});
+  if (status_ == MountStatus::unmounted) reportQuiesced(false);
 }
 
 void TableBase::detach() {
@@ -98,8 +98,8 @@ void TableBase::mountWriter() {
   }
   claim_->segmentIs(segment_.get());
   onAttached(false);
-  quiesced_ = true;
   setStatus(MountStatus::mounted, {});
+  if (writer_) reportQuiesced(writer_->isQuiet());
 }
 
 void TableBase::openOrMake(Folder const& folder) {
@@ -190,9 +190,11 @@ bool TableBase::beginDelivery() {
     if (segment_) segment_->follow();
     if (segment_ && status_ == MountStatus::noResources) judgeWriter(writerLiveness() == Liveness::ended);
   } catch (MountFailure const& failure) {
+    if (inHook_) throw;
     // What is mounted stays mounted: a successor that cannot be used does not take the rows away.
     if (!segment_) setStatus(failure.status(), failure.what());
   } catch (SpaceError const& error) {
+    if (inHook_) throw;
     // The table has grown beyond what can be mapped: what is mapped can be read, but not brought up to date.
     setStatus(MountStatus::noResources, error.what());
     return false;
@@ -241,7 +243,7 @@ void TableBase::setStatus(MountStatus status, std::string detail) {
   detail_ = std::move(detail);
   if (status == status_) return;
   status_ = status;
-  if (onMountStatus) onMountStatus();
+  call(onMountStatus);
 }
 
 void TableBase::endTurn() {
@@ -253,13 +255,33 @@ void TableBase::endTurn() {
 
 void TableBase::recover() {
   requireWritable("recovery");
-  writer_->recover(true);
+  endTurn();
+  // A hook may have unmounted it.
+  if (writer_) writer_->recover(true);
+}
+
+void TableBase::onDeliveryRaised() {
+  if (!inHook_) {
+    try {
+      throw;
+    } catch (CorruptionError const& error) {
+      return reportCorruption(error.what());
+    } catch (SpaceError const& error) {
+      compareAll_ = true;
+      return setStatus(MountStatus::noResources, error.what());
+    } catch (...) {
+      compareAll_ = true;
+    }
+  }
+  // The events were taken, but not all that they stand for was told.
+  if (watch_) watch_->kick();
+  throw;
 }
 
 void TableBase::reportQuiesced(bool quiesced) {
   if (quiesced == quiesced_) return;
   quiesced_ = quiesced;
-  if (onQuiesced) onQuiesced(quiesced);
+  call(onQuiesced, quiesced);
 }
 
 void TableBase::reportCorruption(std::string const& message) {

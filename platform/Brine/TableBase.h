@@ -5,6 +5,8 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "Brine/Check.h"
@@ -138,9 +140,20 @@ class TableBase {
   /// True if what `beginDelivery()` found demands that every row is compared.
   bool mustCompareAll() const { return compareAll_; }
   void comparedAll() { compareAll_ = false; }
+  /// Calls a hook of the owner's, if there is one.
+  template <class... Arguments>
+  void call(std::function<void(Arguments...)> const& hook,
+            std::type_identity_t<Arguments> const&... arguments) {
+    if (!hook) return;
+    bool const before = std::exchange(inHook_, true);
+    hook(arguments...);
+    inHook_ = before;  // Not where the hook raises: see `onDeliveryRaised()`.
+  }
   void reportQuiesced(bool quiesced);
   void reportCorruption(std::string const& message);
   void setStatus(MountStatus status, std::string detail);
+  /// To be called where a delivery raises: reports what is the table's own, else raises it again.
+  void onDeliveryRaised();
 
   /// The file is mounted afresh or has been replaced.
   virtual void onAttached(bool sameFile) = 0;
@@ -158,6 +171,8 @@ class TableBase {
   /// Counts mounts and unmounts, so that loops with hooks in them notice.
   uint64_t mountSerial_ = 0;
   bool delivering_ = false;
+  /// A hook is being called, or has raised.
+  bool inHook_ = false;
   uint64_t delivered_ = 0;
   uint64_t laps_ = 0;
 

@@ -39,6 +39,7 @@ DeliverResult Table<Row>::deliver() {
     explicit Guard(bool& f) : flag(f) { flag = true; }
     ~Guard() { flag = false; }
   } const guard(delivering_);
+  inHook_ = false;
   try {
     if (!beginDelivery()) return result;
     uint64_t const serial = mountSerial_;
@@ -57,12 +58,8 @@ DeliverResult Table<Row>::deliver() {
       nextChange_ = head + 1;
     }
     if (serial == mountSerial_ && quiet != 0 && quiet + 1 == nextChange_) reportQuiesced(true);
-  } catch (CorruptionError const& error) {
-    reportCorruption(error.what());
   } catch (...) {
-    // The events were taken, but not all that they stand for was told.
-    if (watch_) watch_->kick();
-    throw;
+    onDeliveryRaised();
   }
   return result;
 }
@@ -95,7 +92,13 @@ bool Table<Row>::deliverRing(uint64_t head, uint64_t& changes) {
 
 template <TableRow Row>
 void Table<Row>::deliverChange(Change const& change, uint64_t& changes) {
-  if (isShadowed()) return compareKey(change.key, change.id, changes);
+  if (isShadowed()) {
+    uint64_t const serial = mountSerial_;
+    compareKey(change.key, change.id, changes);
+    // Most often there is nothing more; there is where the entry's key is damaged.
+    if (serial == mountSerial_ && isNews(change.id)) compareRow(change.id, changes);
+    return;
+  }
   Found found;
   Row row;
   bool const present = findCurrent(change.key, change.id, found, row);
@@ -154,7 +157,7 @@ void Table<Row>::announce(uint64_t const* key, Row const* row, uint64_t& changes
   if (!onChanged) return;
   Pin<Row> pin;
   pin.link(pins_, key, row);
-  onChanged(*decoded);
+  call(onChanged, *decoded);
 }
 
 /// Whether the row holds, or no longer holds, something that is not what was last shown there.

@@ -120,7 +120,7 @@ void Table<Row>::stage(std::span<Key const> keys) const {
 template <TableRow Row>
 std::vector<Row> Table<Row>::sorted() const {
   std::vector<Row> rows;
-  for (auto cursor = walk(); Row const* const row = cursor.next();) rows.push_back(*row);
+  for (auto cursor = inspect(); Row const* const row = cursor.next();) rows.push_back(*row);
   std::sort(rows.begin(), rows.end(),
             [](Row const& left, Row const& right) { return C::key(left) < C::key(right); });
   return rows;
@@ -337,7 +337,7 @@ Row const* Cursor<Row>::next() {
     if (column_ && Codec<Row>::column(found.words) != *column_) continue;
     Table<Row>::decode(found.words, id, row_);
     table_.lastId_ = id;
-    if (table_.writer_ == nullptr) {
+    if (shows_) {
       table_.unpin(found.words);
       table_.shown(found.words, id, found.version);
       pin_.link(table_.pins_, found.words, &row_);

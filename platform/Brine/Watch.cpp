@@ -14,7 +14,7 @@
 namespace Brine {
 namespace {
 
-constexpr uint32_t folderEvents = IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_ONLYDIR;
+constexpr uint32_t folderEvents = IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_MOVE_SELF | IN_ONLYDIR;
 constexpr uint32_t tableEvents = IN_MODIFY | IN_CLOSE_WRITE;
 
 std::string parentOf(std::string const& path) {
@@ -115,7 +115,7 @@ WatchEvents Watch::take() {
         if ((event.mask & IN_MODIFY) != 0) events.writerClosed = !(events.rung = true);
         if ((event.mask & IN_CLOSE_WRITE) != 0) events.writerClosed = true;
       } else if (event.wd == aboveWatch_ ||
-                 (event.wd == folderWatch_ && event.len != 0 && tableFile_ == name)) {
+                 (event.wd == folderWatch_ && (event.len == 0 || tableFile_ == name))) {
         events.renamed = true;
       }
       at += sizeof event + event.len;

@@ -27,17 +27,22 @@ inline void expectSound(Brine::Table<TestRow> const& table) {
     ADD_FAILURE() << violation.invariant << ": " << violation.detail;
 }
 
-/// The bytes of row `id`, one of the first 16, as `edit` leaves them.
+inline Brine::Layout const testLayout(16, 16, 2, 4);
+
+/// Bytes of the table's file as `edit` leaves them.
+template <class Edit>
+void editFile(TestFolder const& folder, uint64_t place, uint64_t size, Edit&& edit) {
+  std::fstream file(folder.path() + "/table.table", std::ios::in | std::ios::out | std::ios::binary);
+  std::string bytes(size, '\0');
+  file.seekg(static_cast<std::streamoff>(place)).read(bytes.data(), std::ssize(bytes));
+  edit(bytes);
+  file.seekp(static_cast<std::streamoff>(place)) << bytes;
+}
+/// Row `id`, one of the first 16.
 template <class Edit>
 void editRow(TestFolder const& folder, uint64_t id, Edit&& edit) {
-  Brine::Layout const layout(16, 16, 2, 4);
-  auto const size = layout.rowStride() * 8;
-  auto const place = static_cast<std::streamoff>(layout.extentOffset(0) + id * size);
-  std::fstream file(folder.path() + "/table.table", std::ios::in | std::ios::out | std::ios::binary);
-  std::string row(size, '\0');
-  file.seekg(place).read(row.data(), std::ssize(row));
-  edit(row);
-  file.seekp(place) << row;
+  auto const size = uint64_t{testLayout.rowStride()} * 8;
+  editFile(folder, testLayout.extentOffset(0) + id * size, size, edit);
 }
 /// Damages it in both its copies.
 inline void damageRow(TestFolder const& folder, uint64_t id) {

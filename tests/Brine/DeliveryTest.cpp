@@ -94,6 +94,28 @@ TEST_F(DeliveryTest, AReaderWithoutMemoryForAGrownTableCatchesUpWhenThereIsSome)
   expectCopied(copy_.table);
 }
 
+TEST_F(DeliveryTest, AReaderThatRunsOutOfMemoryWhileItIsToldLosesNoChange) {
+  mount();
+  fill(0, 16);
+  copy_.deliver();
+  write(0);
+  writer_.remove({1, 1});
+  writer_.endTurn();
+  auto const hook = copy_.table.onChanged;
+  copy_.table.onChanged = [&](TestKey const& key) {
+    hook(key);
+    fill(16, 20);
+    Brine::sys.map = [](size_t, int, int, off_t) { return errno = ENOMEM, MAP_FAILED; };
+    copy_.table.onChanged = hook;
+  };
+  copy_.table.deliver();
+  EXPECT_EQ(copy_.table.mountStatus(), MountStatus::noResources);
+  EXPECT_TRUE(copy_.rows().contains({1, 1}));
+  Brine::sys = Brine::realSystem();
+  copy_.deliver();
+  expectCopied(writer_);
+}
+
 TEST_F(DeliveryTest, GrowthNamesTheDamageThatItComesUpon) {
   mount();
   fill(0, 16);
@@ -183,6 +205,16 @@ TEST_F(DeliveryTest, ATableMadeAnewInADirectoryMadeAnewIsFound) {
     EXPECT_EQ(copy->table.mountStatus(), MountStatus::mounted);
     EXPECT_EQ(copy->rows(), rowsOf(writer_));
   }
+  writer_.unmount();
+  std::filesystem::rename(folder_.path(), folder_.path() + "-away");
+  copy_.await();
+  copy_.table.deliver();
+  mount();
+  fill(5, 12);
+  copy_.await();
+  copy_.deliver();
+  expectCopied(writer_);
+  std::filesystem::remove_all(folder_.path() + "-away");
 }
 
 TEST_F(DeliveryTest, AHookThatRaisesIsWokenForTheRest) {
@@ -191,11 +223,12 @@ TEST_F(DeliveryTest, AHookThatRaisesIsWokenForTheRest) {
   auto const hook = copy_.table.onChanged;
   copy_.table.onChanged = [&](TestKey const& key) {
     hook(key);
-    throw std::runtime_error("enough for now");
+    // Of another table, say.
+    throw Brine::CorruptionError("enough for now");
   };
   for (size_t told = 1; told <= 3; ++told) {
     ASSERT_TRUE(copy_.isAwake());
-    EXPECT_THROW(copy_.table.deliver(), std::runtime_error);
+    EXPECT_THROW(copy_.table.deliver(), Brine::CorruptionError);
     EXPECT_EQ(copy_.rows().size(), told);
   }
   copy_.deliver();
@@ -253,6 +286,35 @@ TEST_F(DeliveryTest, ALostChangeThatWasSeenIsNotTakenForALaterOne) {
     expectCopied(writer_);
     writer_.unmount();
   }
+}
+
+TEST_F(DeliveryTest, AChangeIsToldWhereTheRingNamesAnotherKey) {
+  mount();
+  fill(0, 3);
+  copy_.deliver();
+  write(1);
+  writer_.endTurn();
+  uint64_t const entry = writer_.statistics().changeSequence % 16 * testLayout.ringStride() * 8;
+  editFile(folder_, testLayout.ringOffset() + entry + 16, 1, [](std::string& key) { key[0] = 2; });
+  copy_.deliver();
+  expectCopied(writer_);
+}
+
+TEST_F(DeliveryTest, AReaderNeverTakesATableForEmptyWhoseIndexIsRepaired) {
+  mount();
+  fill(0, 3);
+  copy_.deliver();
+  writer_.unmount();
+  editFile(folder_, offsetof(Brine::Header, geometry), 8, [](std::string& word) { word[7] ^= 1; });
+  Brine::sys.populate = [](void* address, size_t size) {
+    play();
+    return Brine::realSystem().populate(address, size);
+  };
+  interlude = [this] { EXPECT_THROW(copy_.table.find({1, 1}), Brine::CorruptionError); };
+  mount(true);
+  EXPECT_FALSE(interlude);
+  copy_.deliver();
+  expectCopied(writer_);
 }
 
 TEST_F(DeliveryTest, WritersThatAreKilledAndDamageThatIsRepairedLeaveTheCopyExact) {

@@ -70,14 +70,6 @@ class FaultTest : public testing::Test {
     model_[row.key] = row;
     return true;
   }
-  static void deliver(Table& reader) {
-    try {
-      reader.deliver();
-    } catch (Brine::SpaceError const&) {
-      // For its own memory; it is woken again.
-    }
-  }
-
   /// A writer's and a reader's life, from mount over growth to unmount.
   MountStatus live(TestFolder const& folder) {
     Table writer, reader;
@@ -87,7 +79,7 @@ class FaultTest : public testing::Test {
     writer.endTurn();
     reader.mount(folder.options(Mode::keyshadow));
     EXPECT_EQ(reader.mountDetail().empty(), reader.mountStatus() == MountStatus::mounted);
-    deliver(reader);
+    reader.deliver();
     return status;
   }
 
@@ -104,7 +96,7 @@ class FaultTest : public testing::Test {
                                             MountStatus::busy, MountStatus::noSpace,
                                             MountStatus::noResources};
     EXPECT_TRUE(expected.contains(live(folder)));
-    deliver(copy.table);
+    copy.table.deliver();
     bool const failed = plan.calls > plan.first;
     plan = {};
     Table writer;

@@ -114,6 +114,7 @@ TEST_P(ModelTest, RandomOperationsWithReopenInAllModes) {
       std::vector<TestRow> expected;
       for (auto const& [key, row] : model_) expected.push_back(row);
       EXPECT_EQ(writer_.sorted(), expected);
+      EXPECT_EQ(shadow_.table.sorted(), expected) << "and its owner is told all the same";
       EXPECT_EQ(writer_.statistics().rows, model_.size());
       writer_.endTurn();
       expectSound(writer_);

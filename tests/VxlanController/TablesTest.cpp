@@ -118,6 +118,7 @@ TEST_F(Tables, ReachReadersByTheirPlaceInTheDirectory) {
   ASSERT_EQ(reader->mount(options(Mode::keyshadow)), Brine::MountStatus::mounted) << reader->mountDetail();
   EXPECT_EQ(reader->hostControl()->mountStatus(), Brine::MountStatus::mounted);
   Recorder<HostTable, MacVniPair> const recorder(reader.get(), "host", log);
+  EXPECT_TRUE(writer->hostControl()->quiesced());
   for (uint32_t i = 0; i < 10; ++i) writer->hostIs(makeHost(i, i % 2, i));
   EXPECT_FALSE(writer->hostControl()->quiesced());
   writer->endTurn();
@@ -135,6 +136,7 @@ TEST_F(Tables, ReachReadersByTheirPlaceInTheDirectory) {
   EXPECT_EQ(rest, 3U);
   EXPECT_EQ(Orb::attribute(*reader, "host").as<std::vector<Orb::Value>>().size(), 10U);
   writer->unmount();
+  EXPECT_FALSE(writer->hostControl()->quiesced());
   reader->deliver();
   EXPECT_EQ(reader->hostControl()->mountStatus(), Brine::MountStatus::writerGone);
 }
