@@ -164,9 +164,10 @@ class Images {
   std::vector<TestRow> written_;
   bool isForged_ = false;    ///< A row's check was made to fit.
   bool isResealed_ = false;  ///< Any check was.
-  // Header, its second half, ring, then rows, column and both indexes of the three extents, a page each.
-  static constexpr size_t regions_[] = {0,     128,   4096,  8192,  12288, 16384, 20480, 24576,
-                                        28672, 32768, 36864, 40960, 45056, 49152, 53248};
+  // Header, its second half, ring, then rows, column (low and high bytes) and both indexes of the three
+  // extents, a page each.
+  static constexpr size_t regions_[] = {0,     128,   4096,  8192,  12288, 16384, 20480, 24576, 28672,
+                                        32768, 36864, 40960, 45056, 49152, 53248, 57344, 61440, 65536};
   static constexpr uint64_t edges_[] = {0,  1, ~uint64_t{0}, 0xFFFFFFFFU, 0x80000000U, uint64_t{1} << 63,
                                         64, 16};
 };

@@ -77,7 +77,7 @@ class Checker {
     if (state == RowState::damaged) return report("row check", name);
     if (version != 0 && id >= highWater_) report("high water", name);
     newest_ = std::max(newest_, sequenceOf(version));
-    ColumnWord const column = loadAcquire(segment_.column(id));
+    ColumnWord const column = segment_.column(id).word(id);
     if (state == RowState::dead) {
       if (tidy_ && column != noColumn) report("column cleared", name);
       return;

@@ -1,99 +1,145 @@
 #include "Brine/Column.h"
 
-#include <bit>
-#include <cstring>
+#include <algorithm>
+#include <vector>
 
-#include "Brine/Word.h"
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 namespace Brine {
 namespace {
 
-using Lanes = ColumnWord __attribute__((vector_size(32)));
-constexpr uint32_t lanes = sizeof(Lanes) / sizeof(ColumnWord);
-/// Words that are loaded at a time where loads are atomic.
-constexpr uint32_t wordsPerLoad = sizeof(uint64_t) / sizeof(ColumnWord);
+constexpr unsigned blockRows = 64;
 
-/// Whether one of a block's words is `word`.
-template <uint32_t blockWords>
-[[gnu::always_inline]] inline bool blockHas(ColumnWord const* words, ColumnWord word) {
-  Lanes const wanted = Lanes{} + word;
-  Lanes hits{};
-  for (uint32_t i = 0; i < blockWords; i += lanes) {
-    Lanes found;
-    std::memcpy(&found, words + i, sizeof found);
-    hits |= static_cast<Lanes>(found == wanted);
+/// By atomic loads of eight low bytes at a time.
+unsigned searchByWords(uint8_t const* low, uint8_t const* high, unsigned blocks, ColumnWord word,
+                       ColumnBlock* found) {
+  constexpr uint64_t ones = 0x0101010101010101U;
+  auto const lowByte = static_cast<uint8_t>(word);
+  auto const highByte = static_cast<uint8_t>(word >> 8);
+  unsigned count = 0;
+  for (unsigned block = 0; block < blocks; ++block) {
+    uint64_t rows = 0;
+    for (unsigned i = 0; i < blockRows; i += sizeof(uint64_t)) {
+      uint8_t const* const bytes = low + block * blockRows + i;
+      uint64_t const differences =
+          loadRelaxed(static_cast<uint64_t const*>(static_cast<void const*>(bytes))) ^ lowByte * ones;
+      // Whether one of its bytes is zero.
+      if (((differences - ones) & ~differences & ones << 7) == 0) continue;
+      for (unsigned row = i; row < i + sizeof(uint64_t); ++row) {
+        bool const isMatch = loadRelaxed(low + block * blockRows + row) == lowByte &&
+                             loadRelaxed(high + block * blockRows + row) == highByte;
+        rows |= uint64_t{isMatch} << row;
+      }
+    }
+    if (rows != 0) found[count++] = {block * blockRows, rows};
   }
-  uint64_t any[sizeof hits / sizeof(uint64_t)];
-  std::memcpy(any, &hits, sizeof any);
-  return (any[0] | any[1] | any[2] | any[3]) != 0;
-}
-
-/// The place behind those whole blocks from `i` on that hold no `word`.
-template <uint32_t blockWords>
-[[gnu::always_inline]] inline uint32_t skipOwn(ColumnWord const* column, uint32_t i, uint32_t count,
-                                               ColumnWord word) {
-  while (i + blockWords <= count && !blockHas<blockWords>(column + i, word)) i += blockWords;
-  return i;
-}
-
-/// The same by way of a copy that is made with atomic loads. `column + i` lies on 8 bytes.
-template <uint32_t blockWords>
-[[gnu::always_inline]] inline uint32_t skipShared(ColumnWord const* column, uint32_t i, uint32_t count,
-                                                  ColumnWord word) {
-  for (; i + blockWords <= count; i += blockWords) {
-    auto const* const loads = static_cast<uint64_t const*>(static_cast<void const*>(column + i));
-    uint64_t copy[blockWords / wordsPerLoad];
-    for (uint32_t j = 0; j < blockWords / wordsPerLoad; ++j) copy[j] = loadRelaxed(loads + j);
-    ColumnWord words[blockWords];
-    std::memcpy(words, copy, sizeof words);
-    if (blockHas<blockWords>(words, word)) break;
-  }
-  return i;
-}
-
-// Large blocks first, then the small one within the last.
-[[gnu::always_inline]] inline uint32_t skipAllOwn(ColumnWord const* column, uint32_t count, ColumnWord word) {
-  return skipOwn<lanes>(column, skipOwn<8 * lanes>(column, 0, count, word), count, word);
-}
-[[gnu::always_inline]] inline uint32_t skipAllShared(ColumnWord const* column, uint32_t from, uint32_t count,
-                                                     ColumnWord word) {
-  return skipShared<lanes>(column, skipShared<8 * lanes>(column, from, count, word), count, word);
+  return count;
 }
 
 #if defined(__x86_64__)
-// The same compiled for wider registers, for machines that have them.
-[[gnu::target("avx2")]] uint32_t skipOwnWide(ColumnWord const* column, uint32_t count, ColumnWord word) {
-  return skipAllOwn(column, count, word);
+
+// Two passes: the first one lists the blocks that have the low byte, a quarter of them where the words are
+// spread evenly, the second one those of them that have the word. Both without a branch on what they read,
+// since none could be foreseen.
+//
+// The loads are assembler statements: other processes may be storing these bytes, and the language has no
+// atomic access that is as wide. No load tears a byte, which is all that is asked of it.
+
+[[gnu::target("avx2"), gnu::always_inline]] inline __m256i load32(uint8_t const* bytes) {
+  __m256i loaded;
+  asm("vmovdqu %1, %0" : "=x"(loaded) : "m"(*static_cast<__m256i const*>(static_cast<void const*>(bytes))));
+  return loaded;
 }
-[[gnu::target("avx2")]] uint32_t skipSharedWide(ColumnWord const* column, uint32_t from, uint32_t count,
-                                                ColumnWord word) {
-  return skipAllShared(column, from, count, word);
+
+[[gnu::target("avx2")]] unsigned searchBy32(uint8_t const* low, uint8_t const* high, unsigned blocks,
+                                            ColumnWord word, ColumnBlock* found) {
+  __m256i const lows = _mm256_set1_epi8(static_cast<char>(word));
+  __m256i const highs = _mm256_set1_epi8(static_cast<char>(word >> 8));
+  uint8_t likely[Column::blocksPerSearch];
+  unsigned likelyCount = 0;
+  for (unsigned block = 0; block < blocks; ++block) {
+    uint8_t const* const bytes = low + block * blockRows;
+    __m256i const hits =
+        _mm256_or_si256(_mm256_cmpeq_epi8(load32(bytes), lows), _mm256_cmpeq_epi8(load32(bytes + 32), lows));
+    likely[likelyCount] = static_cast<uint8_t>(block);
+    likelyCount += _mm256_movemask_epi8(hits) != 0;
+  }
+  unsigned count = 0;
+  for (unsigned i = 0; i < likelyCount; ++i) {
+    uint32_t const first = likely[i] * blockRows;
+    uint64_t rows = 0;
+    for (unsigned half = 0; half < blockRows; half += 32) {
+      __m256i const hits = _mm256_and_si256(_mm256_cmpeq_epi8(load32(low + first + half), lows),
+                                            _mm256_cmpeq_epi8(load32(high + first + half), highs));
+      rows |= uint64_t{static_cast<uint32_t>(_mm256_movemask_epi8(hits))} << half;
+    }
+    found[count] = {first, rows};
+    count += rows != 0;
+  }
+  return count;
 }
-bool const hasWideRegisters = __builtin_cpu_supports("avx2") != 0;
-#else
-constexpr bool hasWideRegisters = false;
-constexpr auto skipOwnWide = skipAllOwn;
-constexpr auto skipSharedWide = skipAllShared;
+
+[[gnu::target("avx512bw"), gnu::always_inline]] inline __m512i load64(uint8_t const* bytes) {
+  __m512i loaded;
+  asm("vmovdqu64 %1, %0" : "=v"(loaded) : "m"(*static_cast<__m512i const*>(static_cast<void const*>(bytes))));
+  return loaded;
+}
+
+[[gnu::target("avx512bw")]] unsigned searchBy64(uint8_t const* low, uint8_t const* high, unsigned blocks,
+                                                ColumnWord word, ColumnBlock* found) {
+  __m512i const lows = _mm512_set1_epi8(static_cast<char>(word));
+  __m512i const highs = _mm512_set1_epi8(static_cast<char>(word >> 8));
+  uint8_t likely[Column::blocksPerSearch];
+  unsigned likelyCount = 0;
+  for (unsigned block = 0; block < blocks; ++block) {
+    likely[likelyCount] = static_cast<uint8_t>(block);
+    likelyCount += _mm512_cmpeq_epi8_mask(load64(low + block * blockRows), lows) != 0;
+  }
+  unsigned count = 0;
+  for (unsigned i = 0; i < likelyCount; ++i) {
+    uint32_t const first = likely[i] * blockRows;
+    uint64_t const rows = _mm512_cmpeq_epi8_mask(load64(low + first), lows) &
+                          _mm512_cmpeq_epi8_mask(load64(high + first), highs);
+    found[count] = {first, rows};
+    count += rows != 0;
+  }
+  return count;
+}
+
 #endif
 
 }  // namespace
 
-uint32_t findInOwnColumn(ColumnWord const* column, uint32_t from, uint32_t to, ColumnWord word) {
-  uint32_t const count = to - from;
-  uint32_t i = hasWideRegisters ? skipOwnWide(column, count, word) : skipAllOwn(column, count, word);
-  while (i < count && column[i] != word) ++i;
-  return from + i;
+std::span<ColumnSearch const> columnSearches() {
+  static auto const searches = [] {
+    std::vector<ColumnSearch> known;
+#if defined(__x86_64__)
+    if (__builtin_cpu_supports("avx512bw")) known.push_back(searchBy64);
+    if (__builtin_cpu_supports("avx2")) known.push_back(searchBy32);
+#endif
+    known.push_back(searchByWords);
+    return known;
+  }();
+  return searches;
 }
 
-uint32_t findInSharedColumn(ColumnWord const* column, uint32_t from, uint32_t to, ColumnWord word) {
-  uint32_t const count = to - from;
-  uint32_t i = 0;
-  for (; i < count && std::bit_cast<uintptr_t>(column + i) % sizeof(uint64_t) != 0; ++i) {
-    if (loadRelaxed(column + i) == word) return from + i;
+unsigned Column::find(uint32_t from, uint32_t to, ColumnWord word, ColumnBlock* found) const {
+  uint32_t const begin = (from - first_) / blockRows * blockRows;
+  uint32_t const blocks = (to - first_ - begin + blockRows - 1) / blockRows;
+  unsigned const count = columnSearches().front()(low_ + begin, high_ + begin, blocks, word, found);
+  unsigned kept = 0;
+  for (unsigned i = 0; i < count; ++i) {
+    ColumnBlock block = found[i];
+    block.first += first_ + begin;
+    // Neither rows in front of `from` nor those behind `to`.
+    if (block.first < from) block.rows &= ~uint64_t{0} << (from - block.first);
+    if (to - block.first < blockRows) block.rows &= (uint64_t{1} << (to - block.first)) - 1;
+    found[kept] = block;
+    kept += block.rows != 0;
   }
-  i = hasWideRegisters ? skipSharedWide(column, i, count, word) : skipAllShared(column, i, count, word);
-  while (i < count && loadRelaxed(column + i) != word) ++i;
-  return from + i;
+  return kept;
 }
 
 }  // namespace Brine

@@ -15,7 +15,8 @@
 /// Each extent begins on a page and holds, each part on a page of its own:
 ///
 ///   rows          one slot of `rowStride()` words a row
-///   column        one 16-bit word a row: see `columnWordOf()`; `noColumn` where no row lives
+///   column        the low bytes of one 16-bit word a row, `columnWordOf()`, of all rows; then, on a page of
+///                 their own, the high bytes, 0xFF where no row lives
 ///   index A, B    two indexes for all rows up to the end of this extent; one at most is in use
 ///
 /// A table at level L consists of the extents 0 to L and has initialRows << L slots; it looks rows up in one
@@ -43,7 +44,7 @@ namespace Brine {
 inline constexpr uint64_t pageBytes = 4096;
 inline constexpr uint64_t lineBytes = 64;
 inline constexpr uint64_t magicNumber = 0x31304E4952420A1AU;  // Unlike any text, and tells the byte order.
-inline constexpr uint32_t layoutVersion = 4;
+inline constexpr uint32_t layoutVersion = 5;
 inline constexpr uint32_t noRow = 0xFFFFFFFFU;
 inline constexpr uint32_t maxRows = 0x80000000U;
 inline constexpr unsigned maxExtents = 32;
@@ -51,11 +52,13 @@ inline constexpr unsigned maxKeyWords = 4;
 inline constexpr unsigned maxRowWords = 16;
 inline constexpr uint32_t lanesPerLine = 10;
 
-/// A word of the column: so short that the column of a million rows fits a processor's own cache.
+/// A word of the column: so short that the low bytes of a million rows fit a processor's own cache and leave
+/// room there for what else a walk reads.
 using ColumnWord = uint16_t;
-inline constexpr ColumnWord noColumn = 0xFFFFU;
-/// What stands in the column for a row of that column value. Values that lie a multiple of 65,535 apart share
-/// a word, so who finds one looks at the row too. Never `noColumn`.
+/// Stands for every word with this high byte: no row lives here.
+inline constexpr ColumnWord noColumn = 0xFF00U;
+/// What stands in the column for a row of that column value. Values that lie a multiple of 65,280 apart share
+/// a word, so who finds one looks at the row too.
 constexpr ColumnWord columnWordOf(uint32_t value) { return static_cast<ColumnWord>(value % noColumn); }
 
 /// A slot's version word.
@@ -188,9 +191,10 @@ class Layout {
   constexpr uint64_t columnOffset(unsigned extent) const {
     return wholePages(uint64_t{extentRows(extent)} * rowStride() * 8);
   }
+  /// Of the low bytes and of the high ones; and what lies between these two.
+  constexpr uint64_t columnBytes(unsigned extent) const { return wholePages(extentRows(extent)); }
   constexpr uint64_t indexOffset(unsigned extent, unsigned half) const {
-    return columnOffset(extent) + wholePages(uint64_t{extentRows(extent)} * sizeof(ColumnWord)) +
-           half * indexBytes(extent);
+    return columnOffset(extent) + 2 * columnBytes(extent) + half * indexBytes(extent);
   }
   constexpr uint64_t indexBytes(unsigned level) const { return wholePages(indexLines(level) * lineBytes); }
   constexpr uint64_t extentBytes(unsigned extent) const { return indexOffset(extent, 2); }

@@ -148,8 +148,7 @@ void Segment::format(RowShape const& shape, int fd, uint32_t initialRows, uint32
   header.head = header.quiet = header.firstSequence;
   std::memcpy(page, &header, sizeof header);
   sys.unmap(page, pageBytes);
-  Segment const segment(shape, fd, true);
-  for (uint32_t id = 0; id < segment.capacity(); ++id) storeRelaxed(segment.column(id), noColumn);
+  Segment(shape, fd, true).clearColumn(0);
 }
 
 void Segment::attach(bool repair) {
@@ -219,8 +218,8 @@ void Segment::mapExtent(unsigned extent) {
   extents_[extent] = base;
   auto const first = uintptr_t{layout_.extentFirst(extent)};
   slotBase_[extent] = std::bit_cast<uintptr_t>(base) - first * slotBytes_;
-  columnBase_[extent] =
-      std::bit_cast<uintptr_t>(base + layout_.columnOffset(extent)) - first * sizeof(ColumnWord);
+  auto* const low = static_cast<uint8_t*>(static_cast<void*>(base + layout_.columnOffset(extent)));
+  columns_[extent] = Column(low, low + layout_.columnBytes(extent), layout_.extentFirst(extent));
   extentCount_ = extent + 1;
 }
 
@@ -293,8 +292,13 @@ void Segment::addExtent() {
     throw SpaceError("the table cannot grow: " + std::string(failure.what()));
   }
   sys.populate(extents_[extent], bytes);
+  clearColumn(extent);
+}
+
+/// Of an extent that nobody else reads yet.
+void Segment::clearColumn(unsigned extent) {
   uint32_t const first = layout_.extentFirst(extent);
-  for (uint32_t i = 0; i < layout_.extentRows(extent); ++i) storeRelaxed(column(first + i), noColumn);
+  for (uint32_t i = 0; i < layout_.extentRows(extent); ++i) columns_[extent].wordIs(first + i, noColumn);
 }
 
 Index Segment::spareIndex(unsigned level) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Brine/Codec.h"
+#include "Brine/Column.h"
 #include "Brine/Index.h"
 #include "Brine/Layout.h"
 #include "Brine/System.h"
@@ -64,10 +65,9 @@ class Segment {
   uint64_t* slot(uint32_t id) const {
     return std::bit_cast<uint64_t*>(slotBase_[extentOf(id)] + uintptr_t{id} * slotBytes_);
   }
-  ColumnWord* column(uint32_t id) const {
-    return std::bit_cast<ColumnWord*>(columnBase_[extentOf(id)] + uintptr_t{id} * sizeof(ColumnWord));
-  }
-  /// The id behind the last one that lies in one piece with `id`, in `slot()` and in `column()`.
+  /// The column of the extent that the row lies in.
+  Column const& column(uint32_t id) const { return columns_[extentOf(id)]; }
+  /// The id behind the last one that lies in one piece with `id`: in `slot()`, and in one `column()`.
   uint32_t pieceEnd(uint32_t id) const { return layout_.initialRows() << extentOf(id); }
   Index& index() { return index_; }
   Index const& index() const { return index_; }
@@ -108,6 +108,7 @@ class Segment {
   uint64_t size() const;
   std::byte* map(uint64_t offset, uint64_t size);
   void mapExtent(unsigned extent);
+  void clearColumn(unsigned extent);
   void useGeometry(uint64_t word);
   void checkHighWater(uint64_t word) const;
   bool followGeometry();
@@ -126,9 +127,9 @@ class Segment {
   uint32_t capacity_ = 0;
   unsigned shift_ = 0;
   uintptr_t slotBytes_ = 0;
-  /// Addresses of the slot and the column word that row 0 would have if the extent reached down to it.
+  /// Address of the slot that row 0 would have if the extent reached down to it.
   uintptr_t slotBase_[maxExtents] = {};
-  uintptr_t columnBase_[maxExtents] = {};
+  Column columns_[maxExtents] = {};
 
   std::byte* extents_[maxExtents] = {};
   unsigned extentCount_ = 0;

@@ -66,7 +66,7 @@ class Table : public TableBase {
   /// All rows; see `Cursor`.
   Cursor<Row> walk() const { return Cursor<Row>(*this, 0, std::nullopt); }
   /// The rows whose key has that column value. Rows of others are not read, but for values that lie a
-  /// multiple of 65,535 apart.
+  /// multiple of 65,280 apart.
   Cursor<Row> walk(uint32_t column) const { return Cursor<Row>(*this, 0, column); }
   /// The rows behind the key's place in the walk's order; behind the place that it had, where that is still
   /// known, if the key has been removed; else all rows.
@@ -191,7 +191,11 @@ class [[nodiscard]] Cursor {
   uint32_t id_;
   uint32_t end_ = 0;  ///< Below it ids are known to be in use; looked at again where the walk reaches it.
   std::optional<uint32_t> column_;
-  // Filtered: the next matches, gathered so that their rows arrive while others are looked at.
+  // Filtered: what a search of the column found and is not gathered yet; the next matches, gathered so that
+  // their rows arrive while others are looked at.
+  ColumnBlock blocks_[Column::blocksPerSearch];
+  unsigned block_ = 0;
+  unsigned blockCount_ = 0;
   uint32_t matches_[16];
   unsigned match_ = 0;
   unsigned matchCount_ = 0;

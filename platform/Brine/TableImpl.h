@@ -191,7 +191,7 @@ void Table<Row>::insert(Words const& key, uint64_t const* words) {
   RowWriter row(segment_->slot(id), id, segment_->seed());
   row.prepare(writer_->nextSequence(), words, keyWordCount, valueWordCount, true);
   // Column and index first: whoever sees the row live finds it through both.
-  storeRelease(segment_->column(id), columnWordOf(C::column(words)));
+  segment_->column(id).wordIs(id, columnWordOf(C::column(words)));
   if (!segment_->index().insert(key.hash, key.tag, id)) {
     writer_->releaseId(id);
     throw CorruptionError("the table's index is damaged");
@@ -262,7 +262,7 @@ void Table<Row>::eraseAt(uint32_t id, Words const& key) {
   row.commit();
   // Afterwards: until it is dead, the row must be found.
   segment_->index().erase(key.hash, key.tag, id);
-  storeRelease(segment_->column(id), noColumn);
+  segment_->column(id).wordIs(id, noColumn);
   writer_->changed(id, true, key.words, keyWordCount);
   writer_->rowsAdd(-1);
   writer_->releaseId(id);
@@ -297,16 +297,22 @@ bool Cursor<Row>::hasMore() {
 template <TableRow Row>
 void Cursor<Row>::gatherMatches() {
   Segment const& segment = *table_.segment_;
-  bool const own = table_.writer_ != nullptr;
-  ColumnWord const word = columnWordOf(*column_);
   match_ = matchCount_ = 0;
-  while (matchCount_ < std::size(matches_) && id_ < end_) {
-    uint32_t const stop = std::min(end_, segment.pieceEnd(id_));
-    ColumnWord const* const column = segment.column(id_);
-    id_ = own ? findInOwnColumn(column, id_, stop, word) : findInSharedColumn(column, id_, stop, word);
-    if (id_ == stop) continue;
-    table_.prefetchRow(id_);
-    matches_[matchCount_++] = id_++;
+  while (matchCount_ < std::size(matches_)) {
+    if (block_ == blockCount_) {
+      if (id_ == end_) return;
+      uint32_t const stop = std::min({end_, segment.pieceEnd(id_), Column::searchEnd(id_)});
+      block_ = 0;
+      blockCount_ = segment.column(id_).find(id_, stop, columnWordOf(*column_), blocks_);
+      id_ = stop;
+      continue;
+    }
+    ColumnBlock& block = blocks_[block_];
+    uint32_t const id = block.first + static_cast<uint32_t>(std::countr_zero(block.rows));
+    block.rows &= block.rows - 1;
+    block_ += block.rows == 0;
+    table_.prefetchRow(id);
+    matches_[matchCount_++] = id;
   }
 }
 
@@ -315,7 +321,7 @@ template <TableRow Row>
 uint32_t Cursor<Row>::nextId() {
   if (!column_) return hasMore() ? id_++ : noRow;
   while (match_ == matchCount_) {
-    if (!hasMore()) return noRow;
+    if (block_ == blockCount_ && !hasMore()) return noRow;
     gatherMatches();
   }
   return matches_[match_++];
@@ -329,7 +335,7 @@ Row const* Cursor<Row>::next() {
   if (!table_.segment_ || table_.mountSerial_ != mountSerial_) return nullptr;
   for (uint32_t id = nextId(); id != noRow; id = nextId()) {
     typename Table<Row>::Found found;
-    prefetch(table_.segment_->slot(id) + wordsAhead);
+    if (!column_) prefetch(table_.segment_->slot(id) + wordsAhead);
     RowState const state = table_.read(id, found.words, found.version);
     if (state == RowState::dead) continue;
     if (state == RowState::damaged) Table<Row>::throwDamaged(id);

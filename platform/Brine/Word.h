@@ -4,13 +4,12 @@
 #include <cstdint>
 
 /// Access to words that several processes share. Everything in a table is read and written as aligned 64-bit
-/// words (the column: 16-bit), each access an atomic one that carries its own ordering; there are no
+/// words (the column: bytes), each access an atomic one that carries its own ordering; there are no
 /// stand-alone fences, which the thread sanitizer would not understand. On x86 and for every order used here
 /// these are plain moves.
 namespace Brine {
 
-static_assert(std::atomic_ref<uint64_t>::is_always_lock_free &&
-                  std::atomic_ref<uint16_t>::is_always_lock_free,
+static_assert(std::atomic_ref<uint64_t>::is_always_lock_free && std::atomic_ref<uint8_t>::is_always_lock_free,
               "words in shared memory must need no lock");
 
 /// Reads a word that a later read must not overtake.

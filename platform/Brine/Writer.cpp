@@ -46,12 +46,12 @@ Writer::Scan Writer::scan(Index index, uint32_t end) {
   for (unsigned turn = 0; batches[turn].first < end; turn = 1 - turn) {
     Batch& batch = batches[turn];
     survey(batches[1 - turn], batch.end);
-    ColumnWord const* const column = segment_.column(batch.first);
+    Column const column = segment_.column(batch.first);
     for (uint32_t id = batch.first; id < batch.end; ++id) {
       SurveyedRow& row = batch.rows[id - batch.first];
       bool const isLive = row.state == RowState::live && isNew(id, row);
       ColumnWord const word = isLive ? row.column : noColumn;
-      if (loadRelaxed(column + (id - batch.first)) != word) result.columns.push_back({id, word});
+      if (column.word(id) != word) result.columns.push_back({id, word});
       if (row.version != 0) result.end = id + 1;
       if (isLive || row.state == RowState::dead) {
         result.lastSequence = std::max(result.lastSequence, sequenceOf(row.version));
@@ -66,9 +66,10 @@ Writer::Scan Writer::scan(Index index, uint32_t end) {
 
 /// Right words are left alone: readers may be walking.
 void Writer::repairColumn(Scan const& found, uint32_t end) {
-  for (auto const& [id, value] : found.columns) storeRelease(segment_.column(id), value);
+  for (auto const& [id, value] : found.columns) segment_.column(id).wordIs(id, value);
   for (uint32_t id = end; id < segment_.capacity(); ++id) {
-    if (loadRelaxed(segment_.column(id)) != noColumn) storeRelease(segment_.column(id), noColumn);
+    Column const column = segment_.column(id);
+    if (column.word(id) != noColumn) column.wordIs(id, noColumn);
   }
 }
 
