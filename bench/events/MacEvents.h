@@ -104,6 +104,7 @@ EventFigures measureEvents(uint32_t rows, Make const& make) {
     Trace::levelsIs("VxlanControllerEvpnTxSm", 0);
     Trace::sinkIs(former);
   }
+  warmMemory();
   auto all = make(vniCount);
   figures.startUp = all->learn(rows / vniCount, 0, vniCount);
   figures.again = all->learn(rows / vniCount, 1, vniCount);

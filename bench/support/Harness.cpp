@@ -126,6 +126,14 @@ void Report::print() const {
   std::fflush(stdout);
 }
 
+void warmMemory() {
+  constexpr size_t bytes = size_t{512} << 20;
+  constexpr size_t page = 4096;
+  auto const memory = std::make_unique_for_overwrite<char[]>(bytes);
+  for (size_t i = 0; i < bytes; i += page) memory[i] = 1;
+  use(memory[0]);
+}
+
 Place::Place() : path_("/dev/shm/qorevpn-bench-XXXXXX") {
   if (::mkdtemp(path_.data()) == nullptr) fail("cannot make a directory in /dev/shm");
 }
