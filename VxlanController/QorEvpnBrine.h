@@ -45,7 +45,7 @@ struct Brine::Codec<QorEvpn::Host> {
     return true;
   }
   /// As `MacVniPair::hash()`, for any words.
-  static uint32_t hash(uint64_t const* words) {
+  [[gnu::always_inline]] static uint32_t hash(uint64_t const* words) {
     return QorEvpn::Impl::wangHash(Wirix::EthAddr::ofValue(words[0]).hash() ^
                                    static_cast<uint32_t>(words[1]));
   }
@@ -126,6 +126,8 @@ class HostTable : public Brine::EntityTable<Host> {
   std::vector<Host> hostSorted() const { return sorted(); }
   /// Hints that these keys, some tens, are looked up, written or removed next.
   void hostStage(std::span<MacVniPair const> keys) const { stage(keys); }
+  /// Hints that this key is written or removed soon, after other work.
+  void hostStage(MacVniPair const& key) { stage(key); }
 
   /// The table's callbacks: a row was changed by its writer, the writer went quiet or busy, the mount status
   /// changed.

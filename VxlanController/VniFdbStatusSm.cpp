@@ -83,18 +83,21 @@ void VniFdbStatusSm::handleHost() {
 
 void VniFdbStatusSm::handleHost(Wirix::EthAddr const& macAddr) {
   if (!initialized()) return;
+  MacVniPair const key(macAddr, vni_);
+  HostTable& hosts = *qorEvpnTxSm_->hostTableOut();
+  hosts.hostStage(key);  // first, so that the table's memory arrives meanwhile
   TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::handleHost(", macAddr, ")");
   updateBrIdList();
   VxlanController::MacVtepV2 const& entry = vniFdbStatus()->macVtepTable(macAddr);
   if (entry == VxlanController::MacVtepV2() || macEntryProvidedByEvpn(macAddr)) {
-    qorEvpnTxSm_->hostTableOut()->hostDel(MacVniPair(macAddr, vni_));
+    hosts.hostDel(key);
     return;  // untraced
   }
-  Host row(MacVniPair(macAddr, vni_));
+  Host row(key);
   row.vtepAddrIs(entry.vtepAddr());
   row.seqNoIs(entry.seqNo());
   row.preferenceIs(entry.preference());
-  qorEvpnTxSm_->hostTableOut()->hostIs(row);
+  hosts.hostIs(row);
   TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::handleHost(", macAddr, ") return");
 }
 

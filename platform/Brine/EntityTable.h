@@ -182,9 +182,10 @@ class EntityTable : public Orb::Entity {
     for (auto cursor = walk(); Row const* const row = nextOf(cursor);) rowDel(Codec<Row>::key(*row));
   }
 
-  void rowNotify(Key key) {
-    Orb::Ptr<EntityTable> const self(this);
-    notify(rowAttr_, key);
+  void rowNotify(Key const& key) {
+    // A table that is written has mostly no observer but its own, who does not care.
+    size_t const own = zeroReferences_->isRegisteredNotifiee() ? 1 : 0;
+    if (notifieeList()->size() > own) return notifyObservers(key);
     notifyCounter_.increment();
   }
 
@@ -193,6 +194,7 @@ class EntityTable : public Orb::Entity {
   Cursor<Row> walkAfter(Key const& key) const { return map_.table().walkAfter(key); }
   std::vector<Row> sorted() const { return map_.table().sorted(); }
   void stage(std::span<Key const> keys) const { map_.table().stage(keys); }
+  void stage(Key const& key) { map_.table().stage(key); }
 
   void notifyQuiesced(bool quiesced) {
     if (control_) control_->quiescedIs(quiesced);
@@ -225,6 +227,12 @@ class EntityTable : public Orb::Entity {
       handleCorruption(error.what());
       return nullptr;
     }
+  }
+
+  void notifyObservers(Key key) {
+    Orb::Ptr<EntityTable> const self(this);
+    notify(rowAttr_, key);
+    notifyCounter_.increment();
   }
 
   Orb::Attribute<Key> rowAttr_;

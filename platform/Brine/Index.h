@@ -73,6 +73,9 @@ class Index {
     return noRow;
   }
 
+  /// Whether keys of that home line live behind it.
+  bool reachesOn(uint32_t hash) const { return passedOf(line(homeLine(hash))) != 0; }
+
   /// Writer: makes an entry. The key must not have one. False if every lane of every line is taken, which the
   /// number of lines rules out unless they are damaged.
   [[gnu::always_inline]] bool insert(uint32_t hash, uint16_t tag, uint32_t id) {

@@ -62,6 +62,13 @@ class Table : public TableBase {
   bool find(Key const& key, Row& row) const;
   /// Hints that these keys will be looked up, written or removed next. Best with some tens of them.
   void stage(std::span<Key const> keys) const;
+  /// Writer: hints that this key will be written or removed soon, after other work.
+  void stage(Key const& key) {
+    // Where rows are written in their order, the next one needs no search.
+    if (!writer_ || isInOrder_) return;
+    staged_ = Words(key);
+    segment_->index().prefetchForWriting(staged_.hash);
+  }
 
   /// All rows; see `Cursor`.
   Cursor<Row> walk() const { return Cursor<Row>(*this, 0, std::nullopt); }
@@ -152,6 +159,8 @@ class Table : public TableBase {
   mutable Pin<Row>* pins_ = nullptr;
   /// Writer: the slot that the last operation used.
   mutable uint32_t lastId_ = noRow;
+  /// Writer: the key that was staged or searched for last.
+  Words staged_ = Words(Key());
   /// Writer: the last write was of the row behind the one before.
   bool isInOrder_ = false;
   /// Reader: number of the next change to deliver.

@@ -164,7 +164,7 @@ template <TableRow Row>
 uint32_t Table<Row>::findOwn(Words const& key) const {
   auto const isWanted = [&](uint32_t id) __attribute__((always_inline)) { return isOwn(id, key.words); };
   uint32_t const id = segment_->index().findHome(key.hash, key.tag, isWanted);
-  return id != noRow ? id : findOwnOn(key);
+  return id != noRow || !segment_->index().reachesOn(key.hash) ? id : findOwnOn(key);
 }
 
 template <TableRow Row>
@@ -215,7 +215,8 @@ bool Table<Row>::write(Row const& row) {
     overwrite(next, words);
     return false;
   }
-  Words const key(words);
+  if (!staged_.equals(words)) staged_ = Words(words);
+  Words const& key = staged_;
   uint32_t const id = findOwn(key);
   isInOrder_ = id == next;
   id == noRow ? insert(key, words) : overwrite(id, words);

@@ -57,7 +57,12 @@ class FlatMap {
   typename Iterator::End end() const { return {}; }
 
   /// The value under a key, or null. Good until the map changes.
-  Value const* find(Key const& key) const { return find(key, key.hash()); }
+  Value const* find(Key const& key) const {
+    // Who hears of a change asks for what was changed, so that is looked at first.
+    if (last_ != none && entries_[last_].key == key) return &entries_[last_].value;
+    uint32_t const id = idOf(key, key.hash());
+    return id == none ? nullptr : &entries_[id].value;
+  }
   Value* find(Key const& key) { return const_cast<Value*>(std::as_const(*this).find(key)); }
   bool contains(Key const& key) const { return find(key) != nullptr; }
 
@@ -65,13 +70,14 @@ class FlatMap {
   /// changes only.
   bool put(Key const& key, Value value) {
     uint32_t const hash = key.hash();
-    Value const* const found = find(key, hash);
-    if (!found) {
+    uint32_t const id = idOf(key, hash);
+    if (id == none) {
       insert(key, hash, std::move(value));
       return true;
     }
-    if (*found == value) return false;
-    std::swap(const_cast<Value&>(*found), value);
+    last_ = id;
+    if (entries_[id].value == value) return false;
+    [[maybe_unused]] Value const former = std::exchange(entries_[id].value, std::move(value));
     return true;
   }
 
@@ -82,6 +88,7 @@ class FlatMap {
     uint32_t const id = index_[slot].id;
     if (id == none) return false;
     closeGap(slot);
+    if (last_ == id) last_ = none;
     Entry& entry = entries_[id];
     Value value = std::exchange(entry.value, Value{});
     entry.link_ = std::exchange(free_, id);
@@ -97,7 +104,7 @@ class FlatMap {
   void clear() {
     std::vector<Entry> const dropped = std::exchange(entries_, {});
     index_.clear();
-    free_ = none;
+    free_ = last_ = none;
     size_ = 0;
   }
 
@@ -119,10 +126,8 @@ class FlatMap {
     return id;
   }
 
-  Value const* find(Key const& key, uint32_t hash) const {
-    if (size_ == 0) return nullptr;
-    uint32_t const id = index_[slotOf(key, hash)].id;
-    return id == none ? nullptr : &entries_[id].value;
+  uint32_t idOf(Key const& key, uint32_t hash) const {
+    return size_ == 0 ? none : index_[slotOf(key, hash)].id;
   }
 
   /// The slot that holds the key, or the empty one where it belongs. The index is never full, nor empty here.
@@ -149,6 +154,7 @@ class FlatMap {
     entry.key = std::move(key);
     entry.value = std::move(value);
     free_ = std::exchange(entry.link_, live);
+    last_ = id;
     ++size_;
   }
 
@@ -181,6 +187,7 @@ class FlatMap {
   std::vector<Entry> entries_;
   std::vector<Slot> index_;
   uint32_t free_ = none;  ///< The first free entry.
+  uint32_t last_ = none;  ///< The live entry that was put last, if it is known.
   size_t size_ = 0;
 };
 

@@ -59,7 +59,7 @@ void NotifieeList::remove(Notifiee& notifiee) {
 void NotifieeList::notify(AttributeId id, void const* key) {
   Delivery delivery(*this);
   while (Notifiee* notifiee = delivery.following()) {
-    if (notifiee->hasNotificationActive() && !notifiee->isZombie()) notifiee->onAttribute(id, key);
+    if (notifiee->isListening()) notifiee->onAttribute(id, key);
   }
 }
 

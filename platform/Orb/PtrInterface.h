@@ -45,7 +45,7 @@ class PtrInterface {
   /// (NotifieeConst::onZeroReferences) and then, unless one of them took a new reference, destroys the
   /// object.
   void newRef() const noexcept { wordAdd(1); }
-  void deleteRef() const {
+  [[gnu::always_inline]] void deleteRef() const {
     if ((wordAdd(~uint32_t{0}) & countMask) == 0) [[unlikely]]
       zeroReferences();
   }
@@ -53,6 +53,8 @@ class PtrInterface {
 
   bool isZombie() const noexcept { return (word() & zombieFlag) != 0; }
   bool hasNotificationActive() const noexcept { return (word() & activeFlag) != 0; }
+  /// Active and no zombie: whether a notifiee is told of changes.
+  bool isListening() const noexcept { return (word() & (zombieFlag | activeFlag)) == activeFlag; }
 
   /// Switches notification on or off. State machines pass the value to their reactors and children.
   virtual void hasNotificationActiveIs(bool active) { flagIs(activeFlag, active); }
@@ -84,7 +86,7 @@ class PtrInterface {
 
   /// Adds to the word and returns the new value. Taking one reference away is adding all ones; the borrow
   /// from the flags' side never happens since the count is above zero.
-  uint32_t wordAdd(uint32_t delta) const noexcept {
+  [[gnu::always_inline]] uint32_t wordAdd(uint32_t delta) const noexcept {
     if (threadSafePtrs()) [[unlikely]]
       return word_.fetch_add(delta, std::memory_order_acq_rel) + delta;
     uint32_t const value = word() + delta;
