@@ -66,8 +66,9 @@ class Table : public TableBase {
   void stage(Key const& key) {
     // Where rows are written in their order, the next one needs no search.
     if (!writer_ || isInOrder_) return;
-    staged_ = Words(key);
-    segment_->index().prefetchForWriting(staged_.hash);
+    nextStaged_ = 0;
+    staged_[0] = {Words(key), noRow};
+    segment_->index().prefetchForWriting(staged_[0].key.hash);
   }
 
   /// All rows; see `Cursor`.
@@ -103,6 +104,12 @@ class Table : public TableBase {
     uint64_t version = 0;
     uint64_t words[C::rowWords];
   };
+  /// A key, and the row that most likely holds it: a hint.
+  struct Staged {
+    Words key = Words(Key());
+    uint32_t id = noRow;
+  };
+  static constexpr unsigned stageBatch = 32;
   struct Change {
     uint64_t sequence;
     uint32_t id;
@@ -125,6 +132,7 @@ class Table : public TableBase {
                                            uint32_t& damaged) const;
   [[gnu::noinline]] bool searchOn(Words key, Found& found) const;
   [[gnu::always_inline]] inline bool isOwn(uint32_t id, uint64_t const* key) const;
+  [[gnu::always_inline]] inline Staged takeStaged(uint64_t const* words) const;
   [[gnu::always_inline]] inline uint32_t findOwn(Words const& key) const;
   [[gnu::noinline]] uint32_t findOwnOn(Words key) const;
   [[gnu::always_inline]] inline void overwrite(uint32_t id, uint64_t const* words);
@@ -159,8 +167,9 @@ class Table : public TableBase {
   mutable Pin<Row>* pins_ = nullptr;
   /// Writer: the slot that the last operation used.
   mutable uint32_t lastId_ = noRow;
-  /// Writer: the key that was staged or searched for last.
-  Words staged_ = Words(Key());
+  /// The keys that were staged last, and the number of the next one that may be written.
+  mutable Staged staged_[stageBatch];
+  mutable unsigned nextStaged_ = 0;
   /// Writer: the last write was of the row behind the one before.
   bool isInOrder_ = false;
   /// Reader: number of the next change to deliver.

@@ -96,19 +96,20 @@ bool Table<Row>::find(Key const& key, Row& row) const {
 template <TableRow Row>
 void Table<Row>::stage(std::span<Key const> keys) const {
   if (!segment_) return;
-  constexpr size_t batch = 32;
-  Words staged[batch];
   bool const writes = writer_ != nullptr;
   Index const& index = segment_->index();
-  for (; !keys.empty(); keys = keys.subspan(std::min(batch, keys.size()))) {
-    size_t const count = std::min(batch, keys.size());
-    for (size_t i = 0; i < count; ++i) {
-      staged[i] = Words(keys[i]);
-      index.prefetch(staged[i].hash);
+  nextStaged_ = 0;
+  while (!keys.empty()) {
+    auto const batch = keys.first(std::min<size_t>(stageBatch, keys.size()));
+    keys = keys.subspan(batch.size());
+    for (size_t i = 0; i < batch.size(); ++i) {
+      staged_[i] = {Words(batch[i]), noRow};
+      index.prefetch(staged_[i].key.hash);
     }
-    for (size_t i = 0; i < count; ++i) {
-      index.findHome(staged[i].hash, staged[i].tag, [&](uint32_t id) {
+    for (Staged& staged : std::span(staged_, batch.size())) {
+      index.findHome(staged.key.hash, staged.key.tag, [&](uint32_t id) {
         if (id >= segment_->capacity()) return false;
+        staged.id = id;
         writes ? prefetchForWriting(segment_->slot(id)) : prefetch(segment_->slot(id));
         if (isShadowed()) shadow_.prefetch(id);
         return false;
@@ -157,6 +158,15 @@ bool Table<Row>::isOwn(uint32_t id, uint64_t const* key) const {
   bool same = (loadRelaxed(slot) & versionLive) != 0;
   for (unsigned i = 0; i < keyWordCount; ++i) same &= loadRelaxed(slot + 2 + i) == key[i];
   return same;
+}
+
+/// The key, as it was staged if it is the next one of those.
+template <TableRow Row>
+auto Table<Row>::takeStaged(uint64_t const* words) const -> Staged {
+  Staged const& next = staged_[nextStaged_];
+  if (!next.key.equals(words)) return {Words(words), noRow};
+  nextStaged_ = (nextStaged_ + 1) % stageBatch;
+  return next;
 }
 
 /// The writer's own look-up: only it changes rows, so it need not check versions.
@@ -215,11 +225,10 @@ bool Table<Row>::write(Row const& row) {
     overwrite(next, words);
     return false;
   }
-  if (!staged_.equals(words)) staged_ = Words(words);
-  Words const& key = staged_;
-  uint32_t const id = findOwn(key);
+  Staged const staged = takeStaged(words);
+  uint32_t const id = isOwn(staged.id, words) ? staged.id : findOwn(staged.key);
   isInOrder_ = id == next;
-  id == noRow ? insert(key, words) : overwrite(id, words);
+  id == noRow ? insert(staged.key, words) : overwrite(id, words);
   return id == noRow;
 }
 
