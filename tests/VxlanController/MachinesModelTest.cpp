@@ -105,12 +105,10 @@ struct Model {
 struct World : Site {
   explicit World(uint32_t seed) : random(seed) {
     Trace::levelsIs("VxlanControllerEvpnTxSm", 0);
-    evpnFolder.mount(evpnHosts, Brine::Mode::writer), evpnFolder.mount(evpnFloods, Brine::Mode::writer);
-    evpnFolder.mount(rxHosts, Brine::Mode::keyshadow), evpnFolder.mount(rxFloods, Brine::Mode::keyshadow);
     makeRx();
   }
   void TestBody() override {}
-  void makeRx() { rx = VxlanController::qorEvpnRxSmFactory(rxHosts, rxFloods, evpn); }
+  void makeRx() { rx = VxlanController::qorEvpnRxSmFactory(received.hostTable, received.floodTable, evpn); }
 
   uint32_t below(uint32_t bound) { return static_cast<uint32_t>(random() % bound); }
   template <class T>
@@ -213,10 +211,6 @@ struct World : Site {
     forMachinesOf(status, [&](Vni vni, Served const& served) { model.flood(vni, served, vtep); });
   }
 
-  void deliver() {
-    evpnHosts->endTurn(), evpnFloods->endTurn();
-    rxHosts->deliver(), rxFloods->deliver();
-  }
   void changeEvpn() {
     Host row = hostOf(anyVni(), anyEntry());
     if (auto const own = anyStatus(); own && below(2)) {
@@ -226,15 +220,14 @@ struct World : Site {
     }
     FloodEntry const vtep(VniVtepPair(row.key().vni(), ip(1 + below(4))));
     bool const is = below(3), isHost = below(2);
-    auto const hostsThen = evpnHostRows;
-    auto const floodsThen = evpnFloodRows;
+    auto const& hosts = evpns.hostTable;
+    auto const& floods = evpns.floodTable;
+    Host const hostThen = hosts->host(row.key());
+    FloodEntry const vtepThen = floods->floodEntry(vtep.key());
     if (isHost) {
-      evpnHostRows.erase(row.key());
-      is ? evpnHosts->hostIs(evpnHostRows[row.key()] = row) : void(evpnHosts->hostDel(row.key()));
+      is ? hosts->hostIs(row) : void(hosts->hostDel(row.key()));
     } else {
-      evpnFloodRows.erase(vtep.key());
-      is ? evpnFloods->floodEntryIs(evpnFloodRows[vtep.key()] = vtep)
-         : void(evpnFloods->floodEntryDel(vtep.key()));
+      is ? floods->floodEntryIs(vtep) : void(floods->floodEntryDel(vtep.key()));
     }
     auto const of = model.vnis.find(row.key().vni());
     auto const list = [&]() -> Ptr<MacVtepFloodListV2> {
@@ -242,19 +235,19 @@ struct World : Site {
       return status ? status->macVtepFloodListTable(bum) : nullptr;
     };
     auto const listThen = list();
-    deliver();
+    evpns.endTurn(), received.deliver();
     if (!model.running || of == model.vnis.end()) return;
     auto& [vni, served] = *of;
     model.follow(vni);
-    if (hostsThen != evpnHostRows) {
+    if (hostThen != hosts->host(row.key())) {
       model.refresh(vni, served);
       model.host(vni, served, row.key().macAddr());
     }
     if (listThen != list()) model.floodList(vni, served);
-    if (floodsThen != evpnFloodRows && served.list) model.flood(vni, served, vtep.key().vtepAddr());
+    if (vtepThen != floods->floodEntry(vtep.key()) && served.list)
+      model.flood(vni, served, vtep.key().vtepAddr());
   }
   void restartRx() {
-    deliver();
     Orb::attributeInvoke(*rx, "cleanup");
     EXPECT_EQ(text(*evpn), "");
     rx = nullptr;
@@ -298,18 +291,12 @@ struct World : Site {
     ASSERT_EQ(hostTable->hostSorted(), hosts);
     ASSERT_EQ(floodTable->floodEntrySorted(), floods);
     ASSERT_EQ(text(*brIds), listed);
-    ASSERT_EQ(text(*evpn), text(*mirrorOf(evpnHostRows, evpnFloodRows)));
+    ASSERT_EQ(text(*evpn), mirrorOf(evpns));
     ASSERT_EQ(root ? root->vniFdbStatusSm().members() : 0, model.vnis.size());
   }
 
   std::mt19937 random;
-  Folder evpnFolder;
-  Ptr<HostTable> evpnHosts = QorEvpn::hostTableFactory("theirs"),
-                 rxHosts = QorEvpn::hostTableFactory("theirs");
-  Ptr<FloodTable> evpnFloods = QorEvpn::floodTableFactory("their"),
-                  rxFloods = QorEvpn::floodTableFactory("their");
-  std::map<MacVniPair, Host> evpnHostRows;
-  std::map<VniVtepPair, FloodEntry> evpnFloodRows;
+  Tables evpns{Brine::Mode::writer}, received{Brine::Mode::keyshadow, evpns.folder};
   Ptr<QorEvpnRxSm> rx;
   Model model{dir, evpn, false, {}, {}, {}, {}};
 };

@@ -1,19 +1,17 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <algorithm>
 #include <array>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <map>
+#include <memory>
 #include <set>
 
 #include "Orb/Type.h"
 #include "VxlanController/QorEvpnRxSm.h"
 #include "VxlanController/QorEvpnTxSm.h"
+#include "support/Paths.h"
 #include "support/TraceCapture.h"
 #include "support/Watcher.h"
 
@@ -44,36 +42,36 @@ inline Host hostOf(Vni vni, MacVtepV2 const& entry) {
   row.preferenceIs(entry.preference());
   return row;
 }
+inline MacVtepV2 entryOf(Host const& row) {
+  return MacVtepV2(row.key().macAddr(), row.vtepAddr(), row.seqNo(), row.preference());
+}
 inline Host host(uint32_t vni, uint32_t m, uint32_t vtep) { return hostOf(Vni(vni), entry(m, vtep)); }
 inline FloodEntry flood(uint32_t vni, uint32_t vtep) { return FloodEntry(VniVtepPair(Vni(vni), ip(vtep))); }
 inline Bridging::BridgeId brId(uint32_t vni) { return Bridging::BridgeId::ofVni(Vni(vni)); }
 
-/// A folder in shared memory, and a table in it.
-class Folder {
- public:
-  Folder() {
-    if (::mkdtemp(path_.data()) == nullptr) std::abort();
+inline Brine::MountOptions optionsOf(TestSupport::ScratchFolder const& folder, Brine::Mode mode) {
+  Brine::MountOptions options;
+  options.directory = folder.path();
+  options.mode = mode;
+  return options;
+}
+
+/// Both tables, as one side holds them; by default in a folder of their own.
+struct Tables {
+  using Folder = std::shared_ptr<TestSupport::ScratchFolder const>;
+
+  explicit Tables(Brine::Mode mode,
+                  Folder in = std::make_shared<TestSupport::ScratchFolder const>("/dev/shm"))
+      : folder(std::move(in)) {
+    auto const mount = [&](auto const& table) {
+      EXPECT_EQ(table->mount(optionsOf(*folder, mode)), Brine::MountStatus::mounted) << table->mountDetail();
+      table->corruptionHandler = [this](std::string const& message) { reports.push_back(message); };
+    };
+    mount(hostTable), mount(floodTable);
   }
-  ~Folder() { std::filesystem::remove_all(path_); }
-  template <class TablePtr>
-  void mount(TablePtr const& table, Brine::Mode mode) const {
-    Brine::MountOptions options;
-    options.directory = path_;
-    options.mode = mode;
-    auto const status = table->mount(options);
-    ASSERT_TRUE(status == Brine::MountStatus::mounted || mode != Brine::Mode::writer) << table->mountDetail();
-  }
-  /// Changes one byte of the last 8-byte word of that value in a table's file, which is in a row.
-  void damage(std::string const& table, uint64_t word) const {
-    std::string const path = path_ + "/%2F" + table + ".table";
-    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
-    std::string bytes(std::filesystem::file_size(path), '\0'), wanted(sizeof word, '\0');
-    file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    std::memcpy(wanted.data(), &word, sizeof word);
-    size_t const at = bytes.rfind(wanted);
-    ASSERT_NE(at, std::string::npos);
-    file.seekp(static_cast<std::streamoff>(at)).put(static_cast<char>(bytes[at] ^ 1)).flush();
-  }
+  void endTurn() const { hostTable->endTurn(), floodTable->endTurn(); }
+  void deliver() const { hostTable->deliver(), floodTable->deliver(); }
+  /// Changes one bit of a row in the table's file: of a host's VTEP, of a flood entry's key.
   void damage(Host const& row) const {
     damage("host", uint64_t{row.vtepAddr().value()} << 32 | row.seqNo().value());
   }
@@ -81,20 +79,31 @@ class Folder {
     damage("flood", uint64_t{row.key().vni().value()} << 32 | row.key().vtepAddr().value());
   }
 
+  Folder folder;
+  Ptr<HostTable> hostTable = QorEvpn::hostTableFactory("host");
+  Ptr<FloodTable> floodTable = QorEvpn::floodTableFactory("flood");
+  std::vector<std::string> reports;
+
  private:
-  std::string path_ = "/dev/shm/machines-test-XXXXXX";
+  void damage(std::string const& table, uint64_t word) const {
+    TestSupport::damage(folder->path() + "/%2F" + table + ".table",
+                        {reinterpret_cast<char const*>(&word), sizeof word});
+  }
 };
 
-/// "10:1>11/1/16 " a row, sorted: VNI, MAC, VTEP, sequence number, preference.
-inline std::string text(HostTable const& table) {
-  std::set<std::tuple<uint32_t, uint64_t, std::string>> rows;
-  for (auto walk = table.hostWalk(); Host const* row = walk.next();) {
-    std::string rest;
-    Orb::appendTexts(rest, row->vtepAddr().value() & 0xFF, '/', row->seqNo().value(), '/', row->preference());
-    rows.insert({row->key().vni().value(), row->key().macAddr().value() & 0xFF, rest});
-  }
+/// "1>11/1/16 ": MAC, VTEP, sequence number, preference.
+inline std::string text(MacVtepV2 const& entry) {
   std::string out;
-  for (auto const& [vni, m, rest] : rows) Orb::appendTexts(out, vni, ':', m, '>', rest, ' ');
+  Orb::appendTexts(out, entry.macAddr().value() & 0xFF, '>', entry.vtepAddr().value() & 0xFF, '/',
+                   entry.seqNo(), '/', entry.preference(), ' ');
+  return out;
+}
+/// "10:1>11/1/16 " a row, sorted by VNI, then MAC.
+inline std::string text(HostTable const& table) {
+  std::vector<Host> rows = table.hostSorted();
+  std::ranges::stable_sort(rows, {}, [](Host const& row) { return row.key().vni(); });
+  std::string out;
+  for (Host const& row : rows) Orb::appendTexts(out, row.key().vni(), ':', text(entryOf(row)));
   return out;
 }
 /// "10>11 " a row, sorted.
@@ -111,28 +120,22 @@ inline std::string text(QorBrIdList const& list) {
   for (uint32_t vni : vnis) Orb::appendTexts(out, vni, ' ');
   return out;
 }
-
-/// "10[1>11/1/16 bum 12 ] " a VNI, sorted.
+/// "10[1>11/1/16 bum>12 ] " a VNI, sorted; "bum>" is an empty flood list.
 inline std::string text(VniStatusDirV2 const& dir) {
   std::map<uint32_t, std::set<std::string>> vnis;
   for (auto const& of : dir.vniStatusV2()) {
     auto& entries = vnis[of.key.value()];
     for (auto const& mac : of.value->macVtepTable()) {
       EXPECT_EQ(mac.key, mac.value.macAddr());
-      std::string entry;
-      Orb::appendTexts(entry, mac.key.value() & 0xFF, '>', mac.value.vtepAddr().value() & 0xFF, '/',
-                       mac.value.seqNo(), '/', mac.value.preference(), ' ');
-      entries.insert(entry);
+      entries.insert(text(mac.value));
     }
     for (auto const& list : of.value->macVtepFloodListTable()) {
-      std::set<uint32_t> vteps;
+      EXPECT_EQ(list.key, bum);
+      if (list.value->vtepIpFloodList().empty()) entries.insert("bum> ");
       for (auto const& vtep : list.value->vtepIpFloodList()) {
         EXPECT_TRUE(vtep.value);
-        vteps.insert(vtep.key.value() & 0xFF);
+        entries.insert("bum>" + std::to_string(vtep.key.value() & 0xFF) + ' ');
       }
-      std::string entry = list.key == bum ? "bum " : "other ";
-      for (uint32_t vtep : vteps) Orb::appendTexts(entry, vtep, ' ');
-      entries.insert(entry);
     }
   }
   std::string out;
@@ -144,28 +147,22 @@ inline std::string text(VniStatusDirV2 const& dir) {
   return out;
 }
 
-/// What the receive machine makes of these rows.
-inline Ptr<VniStatusDirV2> mirrorOf(std::map<MacVniPair, Host> const& hosts,
-                                    std::map<VniVtepPair, FloodEntry> const& floods) {
+/// What the receive machine makes of the rows in these tables.
+inline std::string mirrorOf(Tables const& tables) {
   auto const dir = makePtr<VniStatusDirV2>("mirror");
-  for (auto const& [key, row] : hosts)
-    dir->vniStatusV2Is(key.vni())->macVtepTableIs(
-        MacVtepV2(key.macAddr(), row.vtepAddr(), row.seqNo(), row.preference()));
-  for (auto const& [key, row] : floods)
-    dir->vniStatusV2Is(key.vni())->macVtepFloodListTableIs(bum)->vtepIpFloodListIs(key.vtepAddr(), true);
-  return dir;
+  for (Host const& row : tables.hostTable->hostSorted())
+    dir->vniStatusV2Is(row.key().vni())->macVtepTableIs(entryOf(row));
+  for (FloodEntry const& row : tables.floodTable->floodEntrySorted())
+    dir->vniStatusV2Is(row.key().vni())
+        ->macVtepFloodListTableIs(bum)
+        ->vtepIpFloodListIs(row.key().vtepAddr(), true);
+  return text(*dir);
 }
 
 /// What surrounds the transmit machines.
-class Site : public testing::Test {
+class Site : public testing::Test, public Tables {
  public:
-  Site() {
-    folder.mount(hostTable, Brine::Mode::writer);
-    folder.mount(floodTable, Brine::Mode::writer);
-    auto const note = [this](std::string const& message) { reports.push_back(message); };
-    hostTable->corruptionHandler = note;
-    floodTable->corruptionHandler = note;
-  }
+  Site() : Tables(Brine::Mode::writer) {}
 
   Ptr<QorEvpnTxSm> const& make() {
     return root = QorEvpn::qorEvpnTxSmFactory(dir, evpn, brIds, hostTable, floodTable);
@@ -209,14 +206,10 @@ class Site : public testing::Test {
     story += '\n';
   }
 
-  Folder folder;
   TestSupport::TraceCapture traces{"VxlanControllerEvpnTxSm"};
   Ptr<Orb::Dir> dir = makePtr<Orb::Dir>("vnis");
   Ptr<VniStatusDirV2> evpn = makePtr<VniStatusDirV2>("evpn");
   Ptr<QorBrIdList> brIds = makePtr<QorBrIdList>("brIds");
-  Ptr<HostTable> hostTable = QorEvpn::hostTableFactory("host");
-  Ptr<FloodTable> floodTable = QorEvpn::floodTableFactory("flood");
-  std::vector<std::string> reports;
   Counts counted{};
   std::string story;
   Ptr<QorEvpnTxSm> root;

@@ -12,6 +12,16 @@
 #include "support/Paths.h"
 #include "support/Program.h"
 
+/// Waits for a condition; false after a minute, which only a fault takes.
+inline bool becomes(std::function<bool()> const& condition) {
+  auto const deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return true;
+}
+
 /// A site of a test's own and what can be seen of it from outside.
 struct AgentSite {
   explicit AgentSite(std::string const& name = "site")
@@ -30,20 +40,17 @@ struct AgentSite {
     }
   }
 
+  /// Waits until the feed has ended and the tables are as expected.
+  bool settles(Agent::Expectation const& expected) {
+    return becomes([&] {
+      return feedHasEnded() && view.exported() == expected.exported && evpnStatus() == expected.evpnStatus;
+    });
+  }
+
   TestSupport::ScratchFolder folder;
   std::string dir;
   Agent::SiteView view;
 };
-
-/// Waits for a condition; false after a minute, which only a fault takes.
-inline bool becomes(std::function<bool()> const& condition) {
-  auto const deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > deadline) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return true;
-}
 
 inline std::string tracePath(std::string const& name) { return TestSupport::sourcePath("data/" + name); }
 

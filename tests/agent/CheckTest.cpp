@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 
@@ -32,14 +31,8 @@ TEST_F(CheckTest, NamesTheInvariantThatFails) {
             "learned/host: sound, 0 rows\nlearned/flood: no table\n");
   EXPECT_EQ(check({"floods"}).status, 1) << "named, but missing";
 
-  // One bit of the VTEP address of one row, found by its bytes.
   std::string const path = site().exported() + "/host.table";
-  std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
-  std::string bytes(std::filesystem::file_size(path), '\0');
-  file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  std::size_t const place = bytes.find(std::string("\x0B\x00\x63\x0A", 4));
-  ASSERT_NE(place, std::string::npos);
-  file.seekp(static_cast<std::streamoff>(place)).put('\x0A').flush();
+  TestSupport::damage(path, std::string("\x0B\x00\x63\x0A", 4));  // the VTEP address of one row
   outcome = check({"hosts", "--json"});
   EXPECT_EQ(outcome.status, 1);
   auto const finding = nlohmann::json::parse(outcome.out).at(0);
@@ -50,7 +43,7 @@ TEST_F(CheckTest, NamesTheInvariantThatFails) {
   EXPECT_EQ(outcome.status, 1);
   EXPECT_EQ(std::count(outcome.out.begin(), outcome.out.end(), '\n'), 19);
 
-  file.seekp(0).put('\0').flush();
+  std::ofstream(path, std::ios::in | std::ios::binary).put('\0');  // the first byte of the file
   outcome = check({"--all"});
   EXPECT_EQ(outcome.status, 1);
   EXPECT_THAT(outcome.out, HasSubstr("exported/host: NOT SOUND\n  mount: "));

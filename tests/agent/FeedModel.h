@@ -2,7 +2,6 @@
 
 #include <map>
 
-#include "VxlanController/MacVtepV2.h"
 #include "agent/Event.h"
 #include "agent/SiteView.h"
 
@@ -14,59 +13,55 @@ class FeedModel {
   void apply(Agent::Event const& event) {
     using Agent::Op;
     Place const place{event.vni, event.mac};
-    bool const isEvpns = event.from == Agent::Origin::evpn;
-    VxlanController::MacVtepV2 const entry(event.mac, event.vtep, event.seq, event.preference);
+    auto& [on, macs, floods, multipaths] = event.from == Agent::Origin::evpn ? evpn_ : controller_;
     switch (event.op) {
-      case Op::enabled: enabled_ = event.value; return;
-      case Op::capability: capability_ = event.value; return;
-      case Op::mac: (isEvpns ? evpnMacs_ : macs_)[place] = entry; break;
-      case Op::macDel: (isEvpns ? evpnMacs_ : macs_).erase(place); break;
-      case Op::flood: (isEvpns ? evpnFloods_ : floods_)[{place, event.vtep}] = event.on; break;
-      case Op::floodDel: (isEvpns ? evpnFloods_ : floods_).erase({place, event.vtep}); break;
-      case Op::multipath: multipaths_[place] = true; break;
-      case Op::multipathDel: multipaths_.erase(place); break;
+      case Op::enabled:
+      case Op::capability: on = event.value; return;
+      case Op::mac: macs.insert_or_assign(place, rowOf(event)); break;
+      case Op::macDel: macs.erase(place); return;
+      case Op::flood: floods[{place, event.vtep}] = event.on; break;
+      case Op::floodDel: floods.erase({place, event.vtep}); return;
+      case Op::multipath: multipaths.insert(place); break;
+      case Op::multipathDel: multipaths.erase(place); return;
       case Op::vni: break;
       case Op::vniDel:
         served_.erase(event.vni);
-        std::erase_if(macs_, [&](auto const& each) { return each.first.vni == event.vni; });
-        std::erase_if(floods_, [&](auto const& each) { return each.first.first.vni == event.vni; });
-        std::erase_if(multipaths_, [&](auto const& each) { return each.first.vni == event.vni; });
+        std::erase_if(macs, [&](auto const& each) { return each.first.vni == event.vni; });
+        std::erase_if(floods, [&](auto const& each) { return each.first.first.vni == event.vni; });
+        std::erase_if(multipaths, [&](Place const& each) { return each.vni == event.vni; });
         return;
     }
-    bool const takesBack = event.op == Op::macDel || event.op == Op::floodDel || event.op == Op::multipathDel;
-    if (!isEvpns && !takesBack) served_.insert(event.vni);
+    if (event.from == Agent::Origin::controller) served_.insert(event.vni);
   }
 
   Agent::SiteRows exported() const {
     Agent::SiteRows rows;
     if (!isOn()) return rows;
-    auto const publish = [&](Vxlan::Vni vni) {
-      if (served_.contains(vni)) rows.bridgeIds.insert(Bridging::BridgeId::ofVni(vni));
-    };
-    for (auto const& [place, entry] : macs_) {
-      publish(place.vni);
-      auto const evpns = evpnMacs_.find(place);
-      bool const isEvpns =
-          evpns != evpnMacs_.end() && (evpns->second.seqNo() > entry.seqNo() || evpns->second == entry);
-      if (!isEvpns) addHost(rows, place, entry);
+    for (auto const& [place, row] : controller_.macs) {
+      auto const evpns = evpn_.macs.find(place);
+      if (evpns == evpn_.macs.end() || !(evpns->second.seqNo() > row.seqNo() || evpns->second == row))
+        rows.hosts.emplace(row.key(), row);
     }
-    for (auto const& [key, on] : floods_) {
-      publish(key.first.vni);
-      if (on && key.first.mac == Wirix::EthAddr() && !evpnFloods_.contains(key)) {
+    for (auto const& [key, on] : controller_.floods) {
+      if (on && key.first.mac == Wirix::EthAddr() && !evpn_.floods.contains(key))
         rows.floods.emplace(key.first.vni, key.second);
-      }
     }
-    for (auto const& [place, entry] : evpnMacs_) publish(place.vni);
-    for (auto const& [key, on] : evpnFloods_) publish(key.first.vni);
-    for (auto const& [place, present] : multipaths_) publish(place.vni);
+    auto const publish = [&](Place const& place) {
+      if (served_.contains(place.vni)) rows.bridgeIds.insert(Bridging::BridgeId::ofVni(place.vni));
+    };
+    for (Known const* known : {&controller_, &evpn_}) {
+      for (auto const& each : known->macs) publish(each.first);
+      for (auto const& each : known->floods) publish(each.first.first);
+      for (Place const& place : known->multipaths) publish(place);
+    }
     return rows;
   }
 
   nlohmann::json evpnStatus() const {
     Agent::SiteRows rows;
     if (isOn()) {
-      for (auto const& [place, entry] : evpnMacs_) addHost(rows, place, entry);
-      for (auto const& [key, on] : evpnFloods_) rows.floods.emplace(key.first.vni, key.second);
+      for (auto const& [place, row] : evpn_.macs) rows.hosts.emplace(row.key(), row);
+      for (auto const& [key, on] : evpn_.floods) rows.floods.emplace(key.first.vni, key.second);
     }
     return Agent::evpnStatusOf(rows);
   }
@@ -77,22 +72,23 @@ class FeedModel {
     Wirix::EthAddr mac;
     auto operator<=>(Place const&) const = default;
   };
-  using Macs = std::map<Place, VxlanController::MacVtepV2>;
-  using Floods = std::map<std::pair<Place, Wirix::IpAddr>, bool>;
+  struct Known {
+    bool on = false;  // the controller is enabled, or the EVPN side capable
+    std::map<Place, QorEvpn::Host> macs;
+    std::map<std::pair<Place, Wirix::IpAddr>, bool> floods;
+    std::set<Place> multipaths;
+  };
 
-  bool isOn() const { return enabled_ && capability_; }
+  bool isOn() const { return controller_.on && evpn_.on; }
 
-  static void addHost(Agent::SiteRows& rows, Place const& place, VxlanController::MacVtepV2 const& entry) {
-    QorEvpn::Host row(QorEvpn::MacVniPair(place.mac, place.vni));
-    row.vtepAddrIs(entry.vtepAddr());
-    row.seqNoIs(entry.seqNo());
-    row.preferenceIs(entry.preference());
-    rows.hosts.emplace(row.key(), row);
+  static QorEvpn::Host rowOf(Agent::Event const& event) {
+    QorEvpn::Host row(QorEvpn::MacVniPair(event.mac, event.vni));
+    row.vtepAddrIs(event.vtep);
+    row.seqNoIs(event.seq);
+    row.preferenceIs(event.preference);
+    return row;
   }
 
-  bool enabled_ = false, capability_ = false;
+  Known controller_, evpn_;
   std::set<Vxlan::Vni> served_;
-  Macs macs_, evpnMacs_;
-  Floods floods_, evpnFloods_;
-  std::map<Place, bool> multipaths_;
 };

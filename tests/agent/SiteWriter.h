@@ -6,6 +6,7 @@
 #include "VxlanController/QorEvpnBrine.h"
 #include "agent/BrIdTable.h"
 #include "agent/Site.h"
+#include "support/Paths.h"
 #include "support/Program.h"
 
 /// A site whose tables this process writes, for tests of the commands that read them.

@@ -1,5 +1,6 @@
 #include "support/Child.h"
 
+#include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -24,6 +25,7 @@ Child::Child(std::function<void(Child&)> const& body) {
   ::close(ends[pid_ == 0 ? 0 : 1]);
   if (pid_ != 0) return;
   pid_ = -1;
+  ::fcntl(channel_, F_SETFD, 0);       // a program that takes its place ends the channel with its own end
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // no child outlives a test that was ended
   int status = 0;
   try {
@@ -46,7 +48,7 @@ void Child::tell() const { ::send(channel_, "", 1, MSG_NOSIGNAL); }
 
 bool Child::hear() const {
   pollfd poll{channel_, POLLIN, 0};
-  if (::poll(&poll, 1, 60000) == 0) {
+  if (::poll(&poll, 1, patienceMs) == 0) {
     std::fputs("a process of the test hangs\n", stderr);
     std::abort();
   }

@@ -9,8 +9,11 @@
 
 namespace TestSupport {
 
-/// A function in a forked process of its own. Its exit status is 0, or 1 where a check in it failed or an
-/// exception left it.
+/// How long anything may take that is expected at once.
+inline constexpr int patienceMs = 60'000;
+
+/// A function in a forked process of its own, or the program that it executes. Its exit status is 0, or 1
+/// where a check in it failed or an exception left it.
 class Child {
  public:
   explicit Child(std::function<void(Child& parent)> const& body);

@@ -14,4 +14,24 @@ std::string programPath();
 /// The absolute path of the module's shared library, for programs that load it at run time.
 std::string modulePath();
 
+/// A folder of the test's own that anybody may enter, removed with everything in it.
+class ScratchFolder {
+ public:
+  explicit ScratchFolder(std::string const& parent);
+  /// Among the temporary files.
+  ScratchFolder();
+  ~ScratchFolder();
+  ScratchFolder(ScratchFolder const&) = delete;
+  ScratchFolder& operator=(ScratchFolder const&) = delete;
+
+  std::string const& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+/// Changes one bit of the last of these bytes where a file holds them for the last time. A check fails if it
+/// does not.
+void damage(std::string const& path, std::string_view bytes);
+
 }  // namespace TestSupport
