@@ -1,4 +1,4 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <functional>
 
@@ -227,12 +227,8 @@ TEST_F(Machine, AChildIsNeverRebuilt) {
   EXPECT_EQ(did([&] { EXPECT_TRUE(toy->toyIs("c", a) == child && toy->toyIs("bare", nullptr) == bare); }),
             "");
   for (SourcePtr const& other : {SourcePtr(b), SourcePtr()}) {
-    try {
-      toy->toyIs("c", other);
-      FAIL();
-    } catch (Orb::ReinstantiationError const& error) {
-      EXPECT_STREQ(error.what(), "Toy in toy exists already with a different input");
-    }
+    EXPECT_THAT([&] { toy->toyIs("c", other); }, testing::ThrowsMessage<Orb::ReinstantiationError>(
+                                                     "Toy in toy exists already with a different input"));
   }
   EXPECT_EQ(child->source(), a);
   inside = [&] { toy->toyIs("d", b); };  // the child that the first pass asks for stays

@@ -116,6 +116,9 @@ TEST(Text, ErrorsNameTheFieldOrThePlace) {
       EXPECT_STREQ(error.what(), each.what.c_str());
       auto const* ofAttribute = dynamic_cast<Orb::AttributeError const*>(&error);
       EXPECT_EQ(ofAttribute == nullptr ? "" : ofAttribute->attribute(), each.attribute);
+      if (ofAttribute) {
+        EXPECT_EQ(each.attribute + ": " + ofAttribute->message(), each.what);
+      }
       EXPECT_EQ(dynamic_cast<Orb::ParseError const*>(&error) == nullptr,
                 each.what.find(" not allowed") != std::string::npos);
     }

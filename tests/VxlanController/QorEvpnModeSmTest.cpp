@@ -70,6 +70,8 @@ TEST_F(ModeSm, IsOnWhenBothAreOn) {
       status->enabledIs(!enabled);
       EXPECT_EQ(mode(), !enabled && !evpnEnabled);
       EXPECT_EQ(traces.take(), run(!enabled, !evpnEnabled));
+      Orb::attributeInvoke(*sm, "setQorEvpnIntegrationMode");
+      EXPECT_EQ(traces.take(), run(!enabled, !evpnEnabled));
     }
   }
 }
@@ -78,20 +80,11 @@ TEST_F(ModeSm, HearsOfNothingElse) {
   inputs(true, true);
   make();
   traces.take();
-  config->qorEvpnIntegrationModeIs(false);  // which a run of the rule would undo
-  auto const dir = makePtr<Orb::Dir>("dir");
-  dir->entryIs(status);
-  dir->entryIs(capability);
-  status->enabledIs(true);
   sm->initializedIs(true);
-  EXPECT_EQ(sm->evpnCapabilityDel(), capability);
-  capability->evpnEnabledIs(false);
-  EXPECT_EQ(sm->controllerdbStatusDel(), status);
-  EXPECT_EQ(sm->controllerdbStatusDel(), nullptr);
-  status->enabledIs(false);
+  sm->evpnCapabilityDel(), sm->controllerdbStatusDel();
+  inputs(false, false);
   sm = nullptr;
   EXPECT_EQ(traces.take(), Lines());
-  EXPECT_FALSE(mode());
 }
 
 TEST_F(ModeSm, AReplacedInputRunsTheRuleOnceUnlessTheReactorIsAZombie) {
@@ -122,38 +115,6 @@ TEST_F(ModeSm, LooksAtTheCapabilityOnlyWhereItMatters) {
     EXPECT_DEATH(status->enabledIs(true), "null Orb::Ptr dereferenced.*EvpnCapability");
   }
   EXPECT_DEATH(sm->handleInitialized(), "null Orb::Ptr dereferenced.*EvpnCapability");
-}
-
-TEST_F(ModeSm, GenericInterface) {
-  inputs(true, true);
-  make();
-  Lines names;
-  for (auto const& attribute : sm->fwkType().attributes()) names.emplace_back(attribute.name);
-  EXPECT_EQ(names, (Lines{"controllerdbStatus", "evpnCapability", "qorEvpnConfig",
-                          "setQorEvpnIntegrationMode", "initialized", "handleInitialized"}));
-  EXPECT_EQ(Orb::TypeDescriptor::find("QorEvpn::QorEvpnIntegrationModeSm"), &sm->fwkType());
-  EXPECT_EQ(sm->orbFwkActivity(), nullptr);
-
-  using Object = Ptr<Orb::PtrInterface const>;
-  Orb::AttributeId const first = Orb::firstOwnAttribute;
-  EXPECT_EQ(Orb::attribute(*sm, "controllerdbStatus").as<Object>(), status);
-  EXPECT_EQ(Orb::attribute(*sm, first + 1).as<Object>(), capability);
-  EXPECT_EQ(Orb::attribute(*sm, first + 2).as<Object>(), config);
-  Orb::attributeIs(*sm, "initialized", true);
-  EXPECT_TRUE(Orb::attribute(*sm, first + 4).as<bool>());
-  EXPECT_THROW(Orb::attributeIs(*sm, first + 4, uint32_t{0}), Orb::WrongTypeError);
-  EXPECT_TRUE(sm->initialized());
-  traces.take();
-  Orb::attributeInvoke(*sm, "setQorEvpnIntegrationMode");
-  EXPECT_EQ(traces.take(), run(true, true));
-  Orb::attributeInvoke(*sm, first + 5);
-  EXPECT_EQ(traces.take(), firstPass(run(true, true)));
-
-  EXPECT_THROW(Orb::attributeIs(*sm, "evpnCapability", Object()), Orb::AttributeAccessError);
-  EXPECT_THROW(Orb::attribute(*sm, "handleInitialized"), Orb::AttributeAccessError);
-  EXPECT_THROW(Orb::attributeInvoke(*sm, "initialized"), Orb::AttributeAccessError);
-  EXPECT_THROW(Orb::attribute(*sm, "initialised"), Orb::UnknownAttributeError);
-  EXPECT_THROW(Orb::attributeInvoke(*sm, first + 6), Orb::UnknownAttributeError);
 }
 
 }  // namespace

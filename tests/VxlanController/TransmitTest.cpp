@@ -1,16 +1,11 @@
 #include <gmock/gmock.h>
 
-#include <fstream>
-#include <iterator>
-
 #include "VxlanController/QorEvpnTxSweep.h"
 #include "VxlanController/Site.h"
-#include "support/Paths.h"
 
 namespace MachineTests {
 namespace {
 
-using Object = Ptr<Orb::PtrInterface const>;
 using Texts = std::vector<std::string>;
 
 class Transmit : public Site {
@@ -84,8 +79,7 @@ TEST_F(Transmit, TellsTheStoryInTheFileBesideThis) {
   root->publishBrId(brId(9)), root->unpublishBrId(brId(9)), vniIs("30"), evpn->vniStatusV2Del(Vni(99));
   told("deaf until the next start");
   Orb::attributeInvoke(*root, "handleInitialized"), told("start again");
-  std::ifstream file(TestSupport::sourcePath("tests/VxlanController/TransmitTest.story"));
-  EXPECT_EQ(story, std::string(std::istreambuf_iterator<char>(file), {}));
+  EXPECT_EQ(story, TestSupport::sourceText("tests/VxlanController/TransmitTest.story"));
 }
 
 TEST_F(Transmit, NamesStandForTheNumberAtTheirBeginning) {
@@ -184,13 +178,10 @@ TEST_F(Transmit, EvpnStatusMayComeBeforeTheStartAndIsALateInput) {
   other->initializedIs(true), other->initializedIs(true);
   EXPECT_EQ(traced().rfind(pass), 0u);
   EXPECT_EQ(tables(), "| | 10 ");
-  auto const reactor = other->orbVniStatusFromEvpn();
   other->vniStatusFromEvpnIs(second);
-  EXPECT_EQ(other->orbVniStatusFromEvpn(), reactor);
   EXPECT_EQ(tables(), "10:1>11/1/16 | | 10 ");
   other->vniStatusFromEvpnIs(first);
   EXPECT_EQ(other->vniStatusFromEvpnDel(), first);
-  EXPECT_EQ(other->vniStatusFromEvpnDel(), nullptr);
   EXPECT_EQ(tables(), "10:1>11/1/16 | | 10 ");
 }
 
@@ -210,7 +201,6 @@ TEST_F(Transmit, FloodListMachine) {
   child->floodListFromEvpnIs(fromEvpn), child->floodListFromEvpnIs(fromEvpn);
   EXPECT_EQ(counts(), (Counts{0, 0, 0, 0, 2, 1}));
   EXPECT_EQ(child->floodListFromEvpnDel(), fromEvpn);
-  EXPECT_EQ(child->floodListFromEvpnDel(), nullptr);
   EXPECT_EQ(tables(), "| 10>11 | 10 ");
   EXPECT_THROW(status->macVtepFloodListTableIs(fromEvpn), Orb::ReinstantiationError);
   EXPECT_EQ(child->macVtepFloodList(), own);
@@ -260,64 +250,6 @@ TEST_F(Transmit, Assertions) {
   EXPECT_DEATH(root->cleanupStaleBrIdEntries(), type);
   EXPECT_EQ(machine->vniFdbStatusDel(), status);
   EXPECT_DEATH(machine->initializedIs(true), "null Orb::Ptr dereferenced.*VniFdbStatusV2");
-}
-
-TEST_F(Transmit, GenericInterface) {
-  serve();
-  auto const list = listOf(status, {{12, true}});
-  auto const child = machine->macVtepFloodListSm(bum);
-  auto const rx =
-      VxlanController::qorEvpnRxSmFactory(hostTable, floodTable, makePtr<VniStatusDirV2>("other"));
-  struct {
-    Ptr<Orb::PtrInterface> machine;
-    std::string attributes;
-    std::map<Orb::AttributeId, Object> values;  // by place
-  } const all[] = {
-      {root,
-       "QorEvpn::QorEvpnTxSm vniDir vniStatusDirFromEvpn qorBrIdList hostTableOut floodTableOut "
-       "vniFdbStatusSm initialized handleInitialized handleVniFdbStatus handleVniStatusFromEvpn publishBrId "
-       "unpublishBrId cleanupStaleBrIdEntries cleanup ",
-       {{0, dir}, {1, evpn}, {2, brIds}, {3, hostTable}, {4, floodTable}}},
-      {machine,
-       "QorEvpn::VniFdbStatusSm vni vniFdbStatus vniStatusFromEvpn macVtepFloodListSm initialized "
-       "qorEvpnTxSm handleInitialized handleHost handleMultiPath macEntryProvidedByEvpn handleFloodList "
-       "updateBrIdList cleanupStaleHostEntries cleanupStaleFloodListEntries cleanup ",
-       {{1, status}, {2, nullptr}, {5, root}}},
-      {child,
-       "QorEvpn::MacVtepFloodListSm macAddr macVtepFloodList floodListFromEvpn floodIpProvidedByEvpn "
-       "handleVtepIp cleanup initialized handleInitialized vniFdbStatusSm ",
-       {{1, list}, {2, nullptr}, {8, machine}}},
-      {rx,
-       "VxlanController::QorEvpnRxSm hostTable floodTable vniStatusDir maybeDeleteVniStatus deleteHostEntry "
-       "handleHost deleteFloodEntry handleFloodEntry cleanup initSm ",
-       {{0, hostTable}, {1, floodTable}, {2, rx->vniStatusDir()}}}};
-  for (auto const& [of, attributes, values] : all) {
-    std::string names(of->fwkType().name());
-    Orb::AttributeId id = Orb::firstOwnAttribute;
-    for (auto const& attribute : of->fwkType().attributes()) {
-      EXPECT_EQ(attribute.id, id++);
-      (names += " ") += attribute.name;
-      EXPECT_EQ(attribute.write != nullptr, attribute.name == "initialized");
-    }
-    EXPECT_EQ(names + " ", attributes);
-    for (auto const& [place, value] : values)
-      EXPECT_EQ(Orb::attribute(*of, Orb::firstOwnAttribute + place).as<Object>(), value);
-    EXPECT_EQ(of->orbFwkActivity(), nullptr);
-  }
-  using Keys = std::vector<Orb::Value>;
-  EXPECT_EQ(Orb::attribute(*root, "vniFdbStatusSm").as<Keys>(), Keys{Vni(10)});
-  EXPECT_EQ(Orb::attribute(*machine, "macVtepFloodListSm").as<Keys>(), Keys{bum});
-  traced();
-  Orb::attributeIs(*machine, "initialized", false);  // through the setter
-  EXPECT_EQ(traced(), "3 VniFdbStatusSm(10)::handleInitialized()\n");
-  Orb::attributeInvoke(*child, Orb::firstOwnAttribute + 5);
-  EXPECT_EQ(tables(), "| | 10 ");
-  EXPECT_THROW(Orb::attributeInvoke(*root, "publishBrId"), Orb::AttributeAccessError);
-  EXPECT_EQ(root->vniDirDel(), dir);
-  EXPECT_EQ(root->vniDirDel(), nullptr);
-  EXPECT_EQ(root->vniStatusDirFromEvpnDel(), evpn);
-  EXPECT_EQ(rx->hostTableDel(), hostTable);
-  EXPECT_EQ(rx->floodTableDel(), floodTable);
 }
 
 }  // namespace

@@ -14,6 +14,11 @@ std::string sourcePath(std::string_view relative) {
   return std::string(QOREVPN_SOURCE_DIR "/").append(relative);
 }
 
+std::string sourceText(std::string_view relative) {
+  std::ifstream file(sourcePath(relative));
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
 std::string programPath() { return QOREVPN_PROGRAM; }
 
 std::string modulePath() { return QOREVPN_MODULE; }

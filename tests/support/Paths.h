@@ -8,6 +8,9 @@ namespace TestSupport {
 /// The absolute path of a file or folder of the source tree, `relative` to its root.
 std::string sourcePath(std::string_view relative);
 
+/// The content of that file.
+std::string sourceText(std::string_view relative);
+
 /// The absolute path of the program `qorevpn` that was built together with this test.
 std::string programPath();
 
