@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "Bridging/BridgeId.h"
-#include "Orb/Errors.h"
 #include "VxlanController/QorEvpnValues.h"
 
 namespace {
