@@ -40,6 +40,10 @@ struct AgentSite {
     }
   }
 
+  /// Waits until an agent listens to commands.
+  bool isHosted() const {
+    return becomes([&] { return access(Agent::Site(dir).controlSocket().c_str(), F_OK) == 0; });
+  }
   /// Waits until the feed has ended and the tables are as expected.
   bool settles(Agent::Expectation const& expected) {
     return becomes([&] {

@@ -114,7 +114,7 @@ TEST(AgentTest, EndsInTheSameTablesWhereverEitherSideIsKilled) {
       sides[side]->write(std::accumulate(lines.begin(), point, std::string()));
     }
     if (random() % 4 != 0) {
-      ASSERT_TRUE(becomes([&] { return access(Agent::Site(site.dir).controlSocket().c_str(), F_OK) == 0; }));
+      ASSERT_TRUE(site.isHosted());
       std::this_thread::sleep_for(std::chrono::microseconds(random() % 5000));
     }
     // Who survives goes on with the rest of the feed; who is killed starts it anew.
@@ -162,15 +162,12 @@ TEST(AgentTest, RowsOfTheLastRunStayUntilTheFeedSpeaksAndGoWhereItSaysOff) {
 
 TEST(AgentTest, SkipsBadLinesOrStopsAtThem) {
   std::string const feed =
-      R"({"from":"controller","op":"enabled","value":true})"
-      "\n"
-      R"({"from":"evpn","op":"capability","value":true})"
-      "\n"
-      R"({"t":1,"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:01","vtep":"10.0.0.1"})"
-      "\nnonsense\n"
-      R"({"t":0.5,"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:02","vtep":"10.0.0.1"})"
-      "\n"
-      R"({"t":1,"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:03","vtep":"10.0.0.1"})";
+      R"({"from":"controller","op":"enabled","value":true}
+{"from":"evpn","op":"capability","value":true}
+{"t":1,"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:01","vtep":"10.0.0.1"}
+nonsense
+{"t":0.5,"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:02","vtep":"10.0.0.1"}
+{"t":1,"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:03","vtep":"10.0.0.1"})";
   for (bool const strict : {false, true}) {
     AgentSite site;
     std::vector<std::string> arguments = {"agent", "--dir", site.dir, "--feed", "-", "--exit-at-end"};
@@ -190,7 +187,7 @@ TEST(AgentTest, SwitchesTracesWhileItRuns) {
   std::string const file = site.folder.path() + "/traces";
   Program agent(
       {"agent", "--dir", site.dir, "--feed", "-", "--trace", "QorEvpnModeSm/8", "--trace-file", file});
-  ASSERT_TRUE(becomes([&] { return access(Agent::Site(site.dir).controlSocket().c_str(), F_OK) == 0; }));
+  ASSERT_TRUE(site.isHosted());
   EXPECT_THAT(
       TestSupport::run({"trace", "--dir", site.dir, "QorEvpnModeSm/", "VxlanControllerEvpnTxSm/3,4"}).out,
       HasSubstr("QorEvpnModeSm/\nVxlanControllerEvpnTxSm/3,4\n"));

@@ -21,14 +21,6 @@ class ExchangeTest : public testing::Test {
       site.mount(site.floods, site.site().exported(), Agent::Site::floodTable);
     }
   }
-  void write(std::size_t site, QorEvpn::Host const& row) {
-    sites_[site].hosts.write(row);
-    sites_[site].hosts.endTurn();
-  }
-  void remove(std::size_t site, QorEvpn::Host const& row) {
-    sites_[site].hosts.remove(row.key());
-    sites_[site].hosts.endTurn();
-  }
   /// Waits until every site has learned exactly these rows.
   void expectLearned(std::vector<std::vector<QorEvpn::Host>> const& wanted) {
     for (std::size_t i = 0; i < 3; ++i) {
@@ -49,16 +41,16 @@ TEST_F(ExchangeTest, SequenceNumbersDecideAndNothingReturns) {
   start();
   mount();
   auto const first = host(5000, 1, 1, 4), newer = host(5000, 1, 2, 5), tied = host(5000, 1, 3, 5);
-  write(0, first);
+  sites_[0].write({first});
   expectLearned({{}, {first}, {first}});
-  write(1, newer);
+  sites_[1].write({newer});
   expectLearned({{newer}, {}, {newer}});
   // Of equals the lower VTEP address wins, and the loser learns the winner's.
-  write(2, tied);
+  sites_[2].write({tied});
   expectLearned({{newer}, {}, {newer}});
-  remove(1, newer);
+  sites_[1].remove(newer);
   expectLearned({{tied}, {tied}, {}});
-  remove(2, tied);
+  sites_[2].remove(tied);
   expectLearned({{}, {first}, {first}});
 
   for (std::size_t const site : {0U, 1U}) {
@@ -79,8 +71,7 @@ TEST_F(ExchangeTest, ARestartWithdrawsWhatIsNoLongerExportedAndTouchesNothingEls
   mount();
   start();
   auto const stays = host(5000, 1, 1), goes = host(5000, 2, 1), comes = host(5000, 3, 2);
-  write(0, stays);
-  write(0, goes);
+  sites_[0].write({stays, goes});
   expectLearned({{}, {stays, goes}, {stays, goes}});
   Agent::Tables learned("learned", sites_[2].site().learned());
   learned.mountAsReader();
@@ -88,8 +79,8 @@ TEST_F(ExchangeTest, ARestartWithdrawsWhatIsNoLongerExportedAndTouchesNothingEls
 
   evpn_->signal(SIGKILL);
   evpn_->wait();
-  remove(0, goes);
-  write(1, comes);
+  sites_[0].remove(goes);
+  sites_[1].write({comes});
   expectLearned({{}, {stays, goes}, {stays, goes}});
   auto const before = learned.host->statistics().delivered;
   start();

@@ -20,13 +20,9 @@ struct ShowTest : testing::Test, SiteWriter {
     mount(floods, site().exported(), Agent::Site::floodTable);
     mount(brIds, site().exported(), Agent::Site::brIdTable);
     // In none of the orders that rows are shown in.
-    for (auto const& row :
-         {host(70000, 2, 11, 4294967295), host(5000, 0xAABBCCDDEE01, 12, 7), host(5000, 1, 11)}) {
-      hosts.write(row);
-    }
+    write({host(70000, 2, 11, 4294967295), host(5000, 0xAABBCCDDEE01, 12, 7), host(5000, 1, 11)});
     for (auto const& row : {flood(70000, 11), flood(5000, 12), flood(5000, 11)}) floods.write(row);
     for (std::uint32_t const vni : {70000U, 5000U}) brIds.write(Bridging::BridgeId::ofVni(Vxlan::Vni(vni)));
-    hosts.endTurn();
     floods.endTurn();
     brIds.endTurn();
   }
@@ -133,8 +129,7 @@ TEST_F(ShowTest, AnotherUserSeesTheTablesOnlyThroughTheirGroup) {
 
   TestSupport::Program watch({"watch", "hosts", "--dir", dir(), "--initial", "--json"}, true);
   for (int i = 0; i < 3; ++i) EXPECT_THAT(watch.line().value(), HasSubstr("present"));
-  hosts.write(host(5000, 3, 12));
-  hosts.endTurn();
+  write({host(5000, 3, 12)});
   EXPECT_THAT(watch.line().value(), AllOf(HasSubstr("added"), HasSubstr("00:00:00:00:00:03")));
 }
 

@@ -27,6 +27,16 @@ class SiteWriter {
   }
   void mountHosts() { mount(hosts, site_.exported(), Agent::Site::hostTable); }
 
+  /// A turn that writes these rows, and one that removes a row.
+  void write(std::vector<QorEvpn::Host> const& rows) {
+    for (QorEvpn::Host const& row : rows) hosts.write(row);
+    hosts.endTurn();
+  }
+  void remove(QorEvpn::Host const& row) {
+    hosts.remove(row.key());
+    hosts.endTurn();
+  }
+
   Brine::Table<QorEvpn::Host> hosts;
   Brine::Table<QorEvpn::FloodEntry> floods;
   Brine::Table<Bridging::BridgeId> brIds;

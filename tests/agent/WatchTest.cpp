@@ -19,10 +19,6 @@ struct WatchTest : testing::Test, SiteWriter {
     arguments.insert(arguments.begin(), {"watch", "--dir", dir()});
     return arguments;
   }
-  void turn(std::vector<QorEvpn::Host> const& rows) {
-    for (auto const& row : rows) hosts.write(row);
-    hosts.endTurn();
-  }
   /// The next line without its time.
   static std::string next(Program& watch) {
     std::string const line = watch.line().value_or("00:00:00  the end");
@@ -32,7 +28,7 @@ struct WatchTest : testing::Test, SiteWriter {
 
 TEST_F(WatchTest, EveryDifferenceIsALineWithBeforeAndAfter) {
   mountHosts();
-  turn({host(5000, 1, 11), host(6000, 1, 11)});
+  write({host(5000, 1, 11), host(6000, 1, 11)});
   Program all(command({"hosts", "--initial"}));
   Program json(command({"hosts", "--vni", "6000", "--json", "--initial"}));
   std::vector<std::string> const present = {next(all), next(all)};
@@ -41,16 +37,15 @@ TEST_F(WatchTest, EveryDifferenceIsALineWithBeforeAndAfter) {
                   "present  vni 5000  mac 00:00:00:00:00:01  vtep 10.99.0.11  seq 0  preference 16",
                   "present  vni 6000  mac 00:00:00:00:00:01  vtep 10.99.0.11  seq 0  preference 16"));
   EXPECT_THAT(json.line().value(), HasSubstr("present"));
-  turn({host(5000, 2, 11)});
+  write({host(5000, 2, 11)});
   EXPECT_EQ(next(all), "added    vni 5000  mac 00:00:00:00:00:02  vtep 10.99.0.11  seq 0  preference 16");
-  turn({host(6000, 1, 12, 1)});
+  write({host(6000, 1, 12, 1)});
   EXPECT_EQ(
       next(all),
       "changed  vni 6000  mac 00:00:00:00:00:01  vtep 10.99.0.11 -> 10.99.0.12  seq 0 -> 1  preference 16");
   EXPECT_THAT(json.line().value(), HasSubstr("changed"));
-  turn({host(6000, 1, 12, 1)});  // Equal: nothing to say.
-  hosts.remove(host(5000, 2, 0).key());
-  hosts.endTurn();
+  write({host(6000, 1, 12, 1)});  // Equal: nothing to say.
+  remove(host(5000, 2, 11));
   EXPECT_EQ(next(all), "removed  vni 5000  mac 00:00:00:00:00:02  vtep 10.99.0.11  seq 0  preference 16");
   hosts.unmount();
   EXPECT_EQ(all.line(), std::nullopt);
@@ -62,12 +57,12 @@ TEST_F(WatchTest, EveryDifferenceIsALineWithBeforeAndAfter) {
 
 TEST_F(WatchTest, AFilterLetsPassWhatMatchesBeforeOrAfter) {
   mountHosts();
-  turn({host(5000, 9, 12)});
+  write({host(5000, 9, 12)});
   Program watch(command({"hosts", "--vtep", "10.99.0.12", "--json", "--initial"}));
   EXPECT_THAT(watch.line().value(), HasSubstr("present"));
   for (std::string const line : {"10.99.0.12 -> 10.99.0.11", "10.99.0.11 -> 10.99.0.12"}) {
     std::uint32_t const vtep = line.ends_with('1') ? 11 : 12;
-    turn({host(5000, 1, 11, vtep), host(5000, 9, vtep)});
+    write({host(5000, 1, 11, vtep), host(5000, 9, vtep)});
     auto const event = nlohmann::json::parse(watch.line().value());
     EXPECT_EQ(event.at("event"), "changed");
     auto const vtepOf = [&](char const* side) { return event.at(side).at("vtep").get<std::string>(); };
@@ -77,20 +72,19 @@ TEST_F(WatchTest, AFilterLetsPassWhatMatchesBeforeOrAfter) {
 
 TEST_F(WatchTest, AWatcherThatWasLeftBehindSaysSoAndIsRight) {
   mountHosts();
-  turn({host(1, 1, 11), host(1, 2, 11)});
+  write({host(1, 1, 11), host(1, 2, 11)});
   Program watch(command({"hosts", "--initial"}));
   next(watch), next(watch);
   watch.stop();
   // More changes than the ring holds; only the last of each key counts.
-  for (std::uint32_t seq = 1; seq <= 100; ++seq) turn({host(1, 1, 11, seq)});
-  hosts.remove(host(1, 2, 0).key());
-  hosts.endTurn();
+  for (std::uint32_t seq = 1; seq <= 100; ++seq) write({host(1, 1, 11, seq)});
+  remove(host(1, 2, 11));
   watch.signal(SIGCONT);
   EXPECT_THAT(next(watch), HasSubstr("resynchronised"));
   std::vector<std::string> const changes = {next(watch), next(watch)};
   EXPECT_THAT(changes, UnorderedElementsAre(AllOf(HasSubstr("changed"), HasSubstr("seq 0 -> 100")),
                                             AllOf(HasSubstr("removed"), HasSubstr("mac 00:00:00:00:00:02"))));
-  turn({host(1, 3, 11)});
+  write({host(1, 3, 11)});
   EXPECT_THAT(next(watch), HasSubstr("added"));
 }
 
@@ -99,14 +93,14 @@ TEST_F(WatchTest, StayingGoesOnWithTheNextWriter) {
   EXPECT_THAT(next(watch), HasSubstr("-- no table"));
   mountHosts();
   EXPECT_THAT(next(watch), HasSubstr("-- mounted"));
-  turn({host(1, 1, 11)});
+  write({host(1, 1, 11)});
   EXPECT_THAT(next(watch), HasSubstr("added"));
   hosts.unmount();
   EXPECT_THAT(next(watch), HasSubstr("-- writer gone"));
   mountHosts();
   EXPECT_THAT(next(watch), HasSubstr("-- mounted"));
   EXPECT_THAT(next(watch), HasSubstr("-- resynchronised: the writer started again"));
-  turn({host(1, 1, 12)});
+  write({host(1, 1, 12)});
   EXPECT_THAT(next(watch), HasSubstr("changed"));
   watch.signal(SIGINT);
   EXPECT_EQ(watch.wait(), 0);
