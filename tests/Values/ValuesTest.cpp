@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Bridging/BridgeId.h"
+#include "Orb/Errors.h"
 #include "VxlanController/QorEvpnValues.h"
 
 namespace {
@@ -80,6 +81,12 @@ TEST(Host, EveryFieldCounts) {
   for (size_t i = 0; i < all.size(); ++i) {
     for (size_t j = 0; j < all.size(); ++j) EXPECT_EQ(all[i] == all[j], i == j) << i << " " << j;
   }
+}
+
+TEST(Vni, Range) {
+  EXPECT_EQ(Vni(16777215).value(), 16777215U);
+  for (uint32_t value : {16777216U, 0xffffffffU}) EXPECT_THROW(Vni{value}, Orb::RangeError);
+  EXPECT_THROW(Vxlan::VniExt(16777216), Orb::RangeError);
 }
 
 TEST(BridgeId, CarriesTheVni) {
