@@ -98,6 +98,8 @@ TEST_F(ModeSm, AReplacedInputRunsTheRuleOnceUnlessTheReactorIsAZombie) {
   status->enabledIs(false);
   on->enabledIs(false);
   EXPECT_EQ(traces.take(), run(false, true));
+  sm->orbEvpnCapability()->notifierIs(makePtr<EvpnCapability>("off"));
+  EXPECT_EQ(traces.take(), run(false, false));
   sm->orbControllerdbStatus()->orbDoZombieReactors(true);
   sm->orbControllerdbStatus()->notifierIs(status);
   EXPECT_EQ(traces.take(), Lines());
