@@ -84,20 +84,19 @@ void VniFdbStatusSm::handleHost() {
 void VniFdbStatusSm::handleHost(Wirix::EthAddr const& macAddr) {
   if (!initialized()) return;
   MacVniPair const key(macAddr, vni_);
-  HostTable& hosts = *qorEvpnTxSm_->hostTableOut();
-  hosts.hostStage(key);  // first, so that the table's memory arrives meanwhile
+  qorEvpnTxSm_->hostTableOut()->hostStage(key);  // first, so that the table's memory arrives meanwhile
   TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::handleHost(", macAddr, ")");
   updateBrIdList();
   VxlanController::MacVtepV2 const& entry = vniFdbStatus()->macVtepTable(macAddr);
   if (entry == VxlanController::MacVtepV2() || macEntryProvidedByEvpn(macAddr)) {
-    hosts.hostDel(key);
+    qorEvpnTxSm_->hostTableOut()->hostDel(key);
     return;  // untraced
   }
   Host row(key);
   row.vtepAddrIs(entry.vtepAddr());
   row.seqNoIs(entry.seqNo());
   row.preferenceIs(entry.preference());
-  hosts.hostIs(row);
+  qorEvpnTxSm_->hostTableOut()->hostIs(row);
   TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::handleHost(", macAddr, ") return");
 }
 

@@ -34,12 +34,12 @@ class Checker {
     }
     passed_.resize(index_.lineCount());
     for (uint32_t id = 0; id < segment_.capacity() && violations_.size() < maxViolations; ++id) checkRow(id);
-    if (tidy_) {
-      for (uint32_t number = 0; number < index_.lineCount() && violations_.size() < maxViolations; ++number) {
-        checkLine(number);
-      }
-      checkProgress();
+    for (uint32_t number = 0; number < index_.lineCount() && untidy_.size() < maxViolations; ++number) {
+      checkLine(number);
     }
+    checkProgress();
+    bool const wasQuiet = head_ != 0 && loadAcquire(&header->quiet) == head_;
+    if (tidy_ && wasQuiet) violations_.insert(violations_.end(), untidy_.begin(), untidy_.end());
     return std::move(violations_);
   }
 
@@ -47,25 +47,23 @@ class Checker {
   void report(char const* invariant, std::string detail) {
     if (violations_.size() < maxViolations) violations_.push_back({invariant, std::move(detail)});
   }
+  /// What holds only in a tidy table, and not at every instant of a turn.
+  void reportUntidy(char const* invariant, std::string detail) {
+    if (untidy_.size() < maxViolations) untidy_.push_back({invariant, std::move(detail)});
+  }
 
   void checkProgress() {
-    std::vector<Violation> found;
-    std::swap(found, violations_);
     for (uint32_t place = 0; place < layout_.ringEntries(); ++place) {
       uint64_t const sequence = loadAcquire(segment_.ringEntry(place));
       if (sequence != 0 && (sequence > head_ || (sequence & (layout_.ringEntries() - 1)) != place)) {
-        report("ring entry", "entry " + std::to_string(place));
+        reportUntidy("ring entry", "entry " + std::to_string(place));
       }
     }
-    if (loadAcquire(&segment_.header()->head) != head_) report("sequence", "the head");
-    if (newest_ > head_) report("sequence", "a row is newer than the head");
+    if (loadAcquire(&segment_.header()->head) != head_) reportUntidy("sequence", "the head");
+    if (newest_ > head_) reportUntidy("sequence", "a row is newer than the head");
     if (loadAcquire(&segment_.header()->rows) != rows_) {
-      report("row count", std::to_string(rows_) + " rows live");
+      reportUntidy("row count", std::to_string(rows_) + " rows live");
     }
-    if (head_ != 0 && loadAcquire(&segment_.header()->quiet) == head_) {
-      found.insert(found.end(), violations_.begin(), violations_.end());
-    }
-    violations_ = std::move(found);
   }
 
   void checkRow(uint32_t id) {
@@ -79,16 +77,22 @@ class Checker {
     newest_ = std::max(newest_, sequenceOf(version));
     ColumnWord const column = segment_.column(id).word(id);
     if (state == RowState::dead) {
-      if (tidy_ && column != noColumn) report("column cleared", name);
+      if (column != noColumn) reportUntidy("column cleared", name);
       return;
     }
     if (!shape_.isValid(words)) return report("row values", name);
     ++rows_;
+    uint32_t const twin = checkFound(id, words);
+    // A row that has changed meanwhile is another one.
+    if (loadAcquire(segment_.slot(id)) != version) return;
     if (column != columnWordOf(shape_.column(words))) report("row column", name);
-    checkFound(id, words, name);
+    if (twin == noRow) report("row found", name);
+    if (twin != id && twin != noRow) report("key unique", name + " and row " + std::to_string(twin));
   }
 
-  void checkFound(uint32_t id, uint64_t const* words, std::string const& name) {
+  /// What the index gives for the row's key: its id, another row of the key, or `noRow`. Counts the lines
+  /// that the key passed.
+  uint32_t checkFound(uint32_t id, uint64_t const* words) {
     unsigned const keyWords = layout_.keyWords();
     uint32_t const hash = shape_.hash(words);
     uint16_t const tag = Index::tagOf(words, keyWords);
@@ -104,13 +108,16 @@ class Checker {
       }
       return false;
     });
-    if (twin != noRow) report("key unique", name + " and row " + std::to_string(twin));
-    if (found == noRow) return report("row found", name);
-    if (!tidy_) return;
-    // The lines that the key passed on its way.
-    for (uint32_t number = index_.homeLine(hash); !lineHolds(number, tag, id); number = index_.next(number)) {
-      ++passed_[number];
+    if (found == noRow) return noRow;
+    uint32_t passes = 0;
+    uint32_t number = index_.homeLine(hash);
+    for (; !lineHolds(number, tag, id); number = index_.next(number)) {
+      // It has gone since.
+      if (++passes == index_.lineCount()) return noRow;
     }
+    for (number = index_.homeLine(hash); passes != 0; --passes, number = index_.next(number))
+      ++passed_[number];
+    return twin == noRow ? id : twin;
   }
 
   bool lineHolds(uint32_t number, uint16_t tag, uint32_t id) const {
@@ -124,14 +131,14 @@ class Checker {
   void checkLine(uint32_t number) {
     uint64_t const* const words = index_.line(number);
     std::string const name = "index line " + std::to_string(number);
-    if (Index::passedOf(words) != passed_[number]) report("index count", name);
+    if (Index::passedOf(words) != passed_[number]) reportUntidy("index count", name);
     for (unsigned lane = 0; lane < lanesPerLine; ++lane) {
       uint16_t const tag = Index::tagOfLane(words, lane);
       if (tag == 0) continue;
       uint32_t const id = Index::idOfLane(words, lane);
       if (id >= segment_.capacity() || (loadAcquire(segment_.slot(id)) & versionLive) == 0 ||
           Index::tagOf(segment_.slot(id) + 2, layout_.keyWords()) != tag) {
-        report("index entry", name + ", lane " + std::to_string(lane));
+        reportUntidy("index entry", name + ", lane " + std::to_string(lane));
       }
     }
   }
@@ -147,6 +154,7 @@ class Checker {
   uint64_t rows_ = 0;
   std::vector<uint32_t> passed_;
   std::vector<Violation> violations_;
+  std::vector<Violation> untidy_;
 };
 
 }  // namespace

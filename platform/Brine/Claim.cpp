@@ -26,6 +26,10 @@ std::vector<Claim*>& claims() {
   return *list;
 }
 
+MountFailure ownBusy() {
+  return {MountStatus::busy, "another table object of this process writes the table"};
+}
+
 }  // namespace
 
 Claim::Claim(Folder const& folder) {
@@ -37,7 +41,7 @@ Claim::Claim(Folder const& folder) {
     bool const own = std::any_of(claims().begin(), claims().end(), [&](Claim const* claim) {
       return claim->device_ == status.st_dev && claim->inode_ == status.st_ino;
     });
-    if (own) throw MountFailure(MountStatus::busy, "another table object of this process writes the table");
+    if (own) throw ownBusy();
   }
   Fd lock = folder.openLock();
   struct flock region {};
@@ -67,8 +71,16 @@ Claim::~Claim() {
 }
 
 void Claim::tableIs(Fd table) {
+  struct stat status {};
+  if (sys.status(table.get(), &status) != 0) throw MountFailure::ofErrno(errno, "looking at the table");
   std::lock_guard const guard(claimsMutex());
+  bool const own = std::any_of(claims().begin(), claims().end(), [&](Claim const* claim) {
+    return claim != this && claim->tableDevice_ == status.st_dev && claim->tableInode_ == status.st_ino;
+  });
+  if (own) throw ownBusy();
   table_ = std::move(table);
+  tableDevice_ = status.st_dev;
+  tableInode_ = status.st_ino;
 }
 
 void Claim::segmentIs(Segment* segment) {

@@ -30,7 +30,8 @@ class Claim {
 
   /// False in a child process that inherited the claim's object.
   bool isHeld() const { return held_; }
-  /// The table's descriptor, kept here so that a forked child can close it.
+  /// The table's descriptor, kept here so that a forked child can close it. Raises `MountFailure`, `busy` if
+  /// another claim of the process has that file, which happens where the lock file was removed.
   void tableIs(Fd table);
   int table() const { return table_.get(); }
   /// The segment that maps it, or null.
@@ -46,8 +47,11 @@ class Claim {
   Fd lock_;
   Fd table_;
   Segment* segment_ = nullptr;
+  // Of the lock file and of the table.
   dev_t device_ = 0;
   ino_t inode_ = 0;
+  dev_t tableDevice_ = 0;
+  ino_t tableInode_ = 0;
   bool held_ = false;
 };
 

@@ -48,8 +48,14 @@ class EntityTable : public Orb::Entity {
 
   /// Mounts the table, at the entity's place in its directory unless the options name another. Raises
   /// `StateError` if it is mounted already.
-  MountStatus mount(MountOptions options) { return map_.mount(std::move(options)); }
-  void unmount() { map_.unmount(); }
+  MountStatus mount(MountOptions options) {
+    Orb::Ptr<EntityTable> const self(this);
+    return map_.mount(std::move(options));
+  }
+  void unmount() {
+    Orb::Ptr<EntityTable> const self(this);
+    map_.unmount();
+  }
   MountStatus mountStatus() const { return map_.table().mountStatus(); }
   std::string const& mountDetail() const { return map_.table().mountDetail(); }
   /// Reader: readable when `deliver()` has something to do. -1 for a writer.
@@ -60,13 +66,20 @@ class EntityTable : public Orb::Entity {
     return map_.deliver();
   }
   /// Writer: to be called at the end of each turn of the owner's loop; wakes readers at most once.
-  void endTurn() { map_.table().endTurn(); }
+  void endTurn() {
+    Orb::Ptr<EntityTable> const self(this);
+    map_.table().endTurn();
+  }
   /// Writer: drops damaged rows.
-  void recover() { map_.table().recover(); }
+  void recover() {
+    Orb::Ptr<EntityTable> const self(this);
+    map_.table().recover();
+  }
   Statistics statistics() const { return map_.table().statistics(); }
   std::vector<Violation> check() const { return map_.table().check(); }
 
-  /// Whether `deliver()` delivers; on from the start. What changes meanwhile is delivered later.
+  /// Whether `deliver()` delivers; on from the start. What changes meanwhile is delivered later; until then
+  /// `fd()` may stay readable, so do not poll it.
   void notifyingIs(bool notifying) { map_.notifyingIs(notifying); }
 
   /// Damage of the shared table that an operation met and has no caller to raise to. Calls
@@ -135,6 +148,8 @@ class EntityTable : public Orb::Entity {
   }
 
   // ---- The operations, to be named by the derived class ----
+  //
+  // Each holds the table: whoever hears of it may drop the last reference.
 
   Row row(Key const& key) const {
     Row found;
@@ -148,6 +163,7 @@ class EntityTable : public Orb::Entity {
   }
 
   void rowIs(Row const& row) {
+    Orb::Ptr<EntityTable> const self(this);
     isCounter_.increment();
     map_.table().write(row);
     rowNotify(Codec<Row>::key(row));
@@ -155,6 +171,7 @@ class EntityTable : public Orb::Entity {
 
   void rowCommit(Row const* row) {
     ORB_ASSERT(row);
+    Orb::Ptr<EntityTable> const self(this);
     isCounter_.increment();
     Key const key = Codec<Row>::key(*row);
     map_.table().commit(row);
@@ -162,13 +179,14 @@ class EntityTable : public Orb::Entity {
   }
 
   Row rowDel(Key key) {
+    Orb::Ptr<EntityTable> const self(this);
     delCounter_.increment();
     Row removed;
     try {
       std::optional<Row> const found = map_.table().remove(key);
       if (!found) return Row();
       removed = *found;
-    } catch (CorruptionError const& error) {
+    } catch (RowDamage const& error) {
       // What it held cannot be told, but it goes.
       handleCorruption(error.what());
       if (!map_.table().erase(key)) return Row();
@@ -230,7 +248,6 @@ class EntityTable : public Orb::Entity {
   }
 
   void notifyObservers(Key key) {
-    Orb::Ptr<EntityTable> const self(this);
     notify(rowAttr_, key);
     notifyCounter_.increment();
   }

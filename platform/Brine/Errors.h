@@ -14,6 +14,12 @@ class CorruptionError : public virtual Orb::Error {
   explicit CorruptionError(std::string const& message) : Error(message) {}
 };
 
+/// What is damaged is one row; the rest of the table can be used.
+class RowDamage : public CorruptionError {
+ public:
+  explicit RowDamage(std::string const& message) : Error(message), CorruptionError(message) {}
+};
+
 /// A write through a table that is not mounted as writer, or by a child process that inherited the writer's
 /// table.
 class ReadOnlyError : public virtual Orb::Error {

@@ -70,6 +70,8 @@ Fd Folder::openLock() const {
   // Made exclusively first, so that the mode is right from the start and a link planted under the name is not
   // followed.
   Fd fd = openFile(lockFile_, O_RDWR | O_CREAT | O_EXCL, 0600);
+  if (fd && sys.changeMode(fd.get(), 0600) != 0)
+    throw MountFailure::ofErrno(errno, "setting the mode of " + lockFile_);
   if (!fd) fd = openFile(lockFile_, O_RDWR, 0);
   if (!fd) throw MountFailure(MountStatus::busy, "the lock file " + lockFile_ + " comes and goes");
   return fd;

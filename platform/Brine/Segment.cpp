@@ -8,7 +8,6 @@
 #include <exception>
 #include <random>
 #include <string>
-#include <tuple>
 #include <utility>
 
 #include "Brine/Errors.h"
@@ -82,7 +81,8 @@ uint64_t identityCheckOf(Header const& header) {
   uint64_t words[offsetof(Header, incarnation) / 8];
   std::memcpy(words, &header, sizeof words);
   words[offsetof(Header, identityCheck) / 8] = 0;
-  uint64_t sum = layoutVersion;
+  // The same start for every layout, so that one of another version is not taken for damaged.
+  uint64_t sum = 4;
   for (uint64_t const word : words) sum = mixWords(sum ^ word, 0xE7037ED1A0B428DBU) + 0x8EBC6AF09C88C6E3U;
   return sum;
 }
@@ -129,12 +129,14 @@ void Segment::format(RowShape const& shape, int fd, uint32_t initialRows, uint32
   if (int const error = reserve(fd, 0, layout.fileBytes(0)); error != 0) {
     throw MountFailure::ofErrno(error, "reserving space for the table");
   }
+  auto const [seed, generation] = drawWords();
   void* const page = sys.map(pageBytes, PROT_READ | PROT_WRITE, fd, 0);
   if (page == MAP_FAILED) throw MountFailure::ofErrno(errno, "mapping the new table");
   Header header{};
   header.magic = magicNumber;
   header.fingerprint = shape.fingerprint();
-  std::tie(header.seed, header.generation) = drawWords();
+  header.seed = seed;
+  header.generation = generation;
   // Later tables of a name begin behind all changes of earlier ones, as long as the clock does not step back.
   header.firstSequence = nanoseconds();
   header.initialRows = initialRows;
@@ -327,6 +329,8 @@ void Segment::becomeReadOnly(int fd) {
     ::mmap(piece.address, piece.size, PROT_READ, MAP_SHARED | MAP_FIXED, fd,
            static_cast<off_t>(piece.offset));
   }
+  // Closed here, and its number goes to other files: what is not mapped cannot be mapped any more.
+  fd_ = -1;
 }
 
 void Segment::publishHighWater(uint32_t id) const {

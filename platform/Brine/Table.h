@@ -172,8 +172,10 @@ class Table : public TableBase {
   mutable unsigned nextStaged_ = 0;
   /// Writer: the last write was of the row behind the one before.
   bool isInOrder_ = false;
-  /// Reader: number of the next change to deliver.
+  /// Reader: number of the next change to deliver; 0 if it is not known.
   uint64_t nextChange_ = 0;
+  /// Reader: the owner was told of all rows once, in whichever file.
+  bool hasCompared_ = false;
 };
 
 /// Walks over rows in the order of their ids: every row that is present from the walk's beginning to its end
@@ -185,9 +187,9 @@ class [[nodiscard]] Cursor {
   Cursor(Cursor const&) = delete;
   Cursor& operator=(Cursor const&) = delete;
 
-  /// The next row, verified and copied, or null at the end. Valid until the next call or the cursor's end; so
-  /// long, look-ups of a reader give this row too. Raises `CorruptionError` for a damaged row, which the next
-  /// call passes, and for a damaged header, which ends the walk.
+  /// The next row, verified and copied, or null at the end. Valid until the next call or the cursor's end;
+  /// so long, but for `inspect()`, look-ups of a reader give this row too. Raises `CorruptionError` for a
+  /// damaged row, which the next call passes, and for a damaged header, which ends the walk.
   Row const* next();
 
  private:

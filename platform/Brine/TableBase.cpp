@@ -32,9 +32,11 @@ MountStatus TableBase::mount(MountOptions const& options) {
       if (watch_) watch_->kick();
     }
   } catch (MountFailure const& failure) {
+    if (isOfHook()) throw;
     detach();
     setStatus(failure.status(), failure.what());
   } catch (std::bad_alloc const&) {
+    if (isOfHook()) throw;
     detach();
     watch_.reset();
     setStatus(MountStatus::noResources, "out of memory");
@@ -68,8 +70,6 @@ MountStatus TableBase::mountImage(std::span<std::byte const> image, Mode mode) {
 void TableBase::unmount() {
   if (status_ == MountStatus::unmounted) return;
   endTurn();
-  // A hook may have unmounted it already.
-  if (isWritable()) writer_->sayGoodbye();
   ++mountSerial_;
   detach();
   watch_.reset();
@@ -78,6 +78,7 @@ void TableBase::unmount() {
 }
 
 void TableBase::detach() {
+  if (isWritable()) writer_->sayGoodbye();
   if (segment_) onDetached();
   if (claim_) claim_->segmentIs(nullptr);
   writer_.reset();
@@ -190,12 +191,16 @@ bool TableBase::beginDelivery() {
     if (segment_) segment_->follow();
     if (segment_ && status_ == MountStatus::noResources) judgeWriter(writerLiveness() == Liveness::ended);
   } catch (MountFailure const& failure) {
-    if (inHook_) throw;
+    if (isOfHook()) throw;
     // What is mounted stays mounted: a successor that cannot be used does not take the rows away.
-    if (!segment_) setStatus(failure.status(), failure.what());
+    if (!segment_ || failure.status() == MountStatus::noResources) {
+      reportQuiesced(false);
+      setStatus(failure.status(), failure.what());
+    }
   } catch (SpaceError const& error) {
-    if (inHook_) throw;
+    if (isOfHook()) throw;
     // The table has grown beyond what can be mapped: what is mapped can be read, but not brought up to date.
+    reportQuiesced(false);
     setStatus(MountStatus::noResources, error.what());
     return false;
   }
@@ -255,22 +260,21 @@ void TableBase::endTurn() {
 
 void TableBase::recover() {
   requireWritable("recovery");
-  endTurn();
-  // A hook may have unmounted it.
-  if (writer_) writer_->recover(true);
+  writer_->recover(true);
+  reportQuiesced(true);
 }
 
 void TableBase::onDeliveryRaised() {
-  if (!inHook_) {
+  if (!isOfHook()) {
+    compareAll_ = true;
     try {
       throw;
     } catch (CorruptionError const& error) {
       return reportCorruption(error.what());
     } catch (SpaceError const& error) {
-      compareAll_ = true;
+      reportQuiesced(false);
       return setStatus(MountStatus::noResources, error.what());
     } catch (...) {
-      compareAll_ = true;
     }
   }
   // The events were taken, but not all that they stand for was told.
@@ -322,7 +326,11 @@ std::vector<Violation> TableBase::check() const {
   constexpr int passes = 5;
   std::vector<Violation> lasting;
   for (int pass = 0; pass < passes; ++pass) {
-    segment_->follow();
+    try {
+      segment_->follow();
+    } catch (CorruptionError const&) {
+      // The check names it.
+    }
     std::vector<Violation> const found = checkSegment(*segment_, tidy);
     if (pass == 0) {
       lasting = found;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <memory>
 #include <span>
@@ -28,7 +29,7 @@ struct MountOptions {
   std::string name;
   Mode mode = Mode::reader;
   /// Writer: drop damaged rows, and begin an empty table where the header is damaged or of another layout or
-  /// row type, instead of refusing the mount. `Statistics::dropped` counts.
+  /// row type or the file is too short, instead of refusing the mount. `Statistics::dropped` counts.
   bool repair = false;
   /// Used when a table is made: slots to begin with (a power of two, 16 to 2^30) and entries of the change
   /// ring (a power of two, 16 to 2^24). Neither is a limit: the table doubles when it is full, and readers
@@ -58,8 +59,8 @@ struct Statistics {
 
 struct DeliverResult {
   uint64_t changes = 0;
-  /// Plain reader: the ring had moved on, and removals may have been missed. Never set for a keyshadow
-  /// reader.
+  /// Plain reader: the ring had moved on, or the file is another one, and removals may have been missed.
+  /// Never set for a keyshadow reader.
   bool mayHaveMissedRemovals = false;
 };
 
@@ -76,10 +77,11 @@ class TableBase {
 
   /// Mounts the table and returns how that ended; `mountDetail()` says it in words. A writer that does not
   /// get `mounted` may ask again later. A reader goes on by itself: it waits for the table to appear or to
-  /// become usable, through `fd()` and `deliver()`. Nothing but a wrong call raises: `StateError` "NAME is
-  /// already mounted, mountStatus:STATUS" while mounted or waiting.
+  /// become usable, through `fd()` and `deliver()`. Nothing but a hook and a wrong call raise: `StateError`
+  /// "NAME is already mounted, mountStatus:STATUS" while mounted or waiting.
   MountStatus mount(MountOptions const& options);
-  /// A reader of the table whose file's bytes are `image`, which must outlive the mount. For tools and tests.
+  /// A reader of the table whose file's bytes are `image`, on a multiple of 8, which must outlive the mount.
+  /// For tools and tests.
   MountStatus mountImage(std::span<std::byte const> image, Mode mode = Mode::reader);
   /// Ends the mount, or a reader's wait for one. A writer's turn is ended first. No effect if not mounted.
   void unmount();
@@ -99,12 +101,17 @@ class TableBase {
   int fd() const { return watch_ ? watch_->fd() : -1; }
 
   /// Reader: brings the owner up to date through its hooks, on this thread: mount status, then changes, then
-  /// quiesced. Does nothing for a writer, and when called from one of its own hooks. A hook may raise; what
-  /// it was called for counts as told, the rest follows at the next call.
+  /// quiesced. Does nothing for a writer, and when called from within a delivery. A hook may raise: what it
+  /// was called for counts as told, the rest follows at the next call; a plain reader that was comparing the
+  /// whole table begins that again. A hook must not destroy the table.
+  ///
+  /// Some waits end without anything that could make `fd()` readable: memory or descriptors that become free
+  /// (`noResources`), a directory above that may be read now (`notPermitted`). There, call it now and then.
   virtual DeliverResult deliver() = 0;
 
   /// Writer: to be called when a turn of the owner's loop ends, before it waits. Publishes the turn's
-  /// changes, wakes readers, at most once, and reports quiesced. Costs nothing in a turn without changes.
+  /// changes, wakes readers, at most once, and reports quiesced; what that hook writes is of the next turn.
+  /// Costs nothing in a turn without changes.
   void endTurn();
 
   /// Writer: verifies all rows, drops the damaged ones and makes everything else anew, as a mount with
@@ -145,10 +152,15 @@ class TableBase {
   void call(std::function<void(Arguments...)> const& hook,
             std::type_identity_t<Arguments> const&... arguments) {
     if (!hook) return;
-    bool const before = std::exchange(inHook_, true);
-    hook(arguments...);
-    inHook_ = before;  // Not where the hook raises: see `onDeliveryRaised()`.
+    try {
+      hook(arguments...);
+    } catch (...) {
+      raisedByHook_ = std::current_exception();
+      throw;
+    }
   }
+  /// In a handler: what is being handled comes from a hook, not from the table.
+  bool isOfHook() const { return std::current_exception() == raisedByHook_; }
   void reportQuiesced(bool quiesced);
   void reportCorruption(std::string const& message);
   void setStatus(MountStatus status, std::string detail);
@@ -171,8 +183,6 @@ class TableBase {
   /// Counts mounts and unmounts, so that loops with hooks in them notice.
   uint64_t mountSerial_ = 0;
   bool delivering_ = false;
-  /// A hook is being called, or has raised.
-  bool inHook_ = false;
   uint64_t delivered_ = 0;
   uint64_t laps_ = 0;
 
@@ -197,6 +207,7 @@ class TableBase {
   bool compareAll_ = false;
   bool successorFailed_ = false;
   bool quiesced_ = false;
+  std::exception_ptr raisedByHook_;
 };
 
 }  // namespace Brine

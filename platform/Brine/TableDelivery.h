@@ -39,9 +39,9 @@ DeliverResult Table<Row>::deliver() {
     explicit Guard(bool& f) : flag(f) { flag = true; }
     ~Guard() { flag = false; }
   } const guard(delivering_);
-  inHook_ = false;
   try {
-    if (!beginDelivery()) return result;
+    // A hook may have mounted it as writer.
+    if (!beginDelivery() || mode() == Mode::writer) return result;
     uint64_t const serial = mountSerial_;
     uint64_t const quiet = loadAcquire(&segment_->header()->quiet);
     uint64_t const head = loadAcquire(&segment_->header()->head);
@@ -55,7 +55,10 @@ DeliverResult Table<Row>::deliver() {
       compareAll(result.changes, result);
       if (serial != mountSerial_) return result;
       comparedAll();
-      nextChange_ = head + 1;
+      hasCompared_ = true;
+      // An entry that is older than the head means that the head is damaged: until it is written again,
+      // nothing is known of what is still to come.
+      nextChange_ = loadAcquire(segment_->ringEntry(head)) < head ? 0 : head + 1;
     }
     if (serial == mountSerial_ && quiet != 0 && quiet + 1 == nextChange_) reportQuiesced(true);
   } catch (...) {
@@ -95,8 +98,9 @@ void Table<Row>::deliverChange(Change const& change, uint64_t& changes) {
   if (isShadowed()) {
     uint64_t const serial = mountSerial_;
     compareKey(change.key, change.id, changes);
-    // Most often there is nothing more; there is where the entry's key is damaged.
-    if (serial == mountSerial_ && isNews(change.id)) compareRow(change.id, changes);
+    // Else the row has gone to another key, or the entry's key is damaged.
+    if (serial == mountSerial_ && !isOwn(change.id, change.key) && isNews(change.id))
+      compareRow(change.id, changes);
     return;
   }
   Found found;
@@ -107,8 +111,8 @@ void Table<Row>::deliverChange(Change const& change, uint64_t& changes) {
   announce(change.key, present ? &row : nullptr, changes);
 }
 
-/// Finds the key's row as it is now, in the slot where it most likely is or else through the index. Damage is
-/// reported, and makes the row absent.
+/// Finds the key's row as it is now, in the slot where it most likely is or else through the index. A damaged
+/// row is reported, and counts as absent.
 template <TableRow Row>
 bool Table<Row>::findCurrent(uint64_t const* key, uint32_t likelyId, Found& found, Row& row) {
   try {
@@ -121,7 +125,7 @@ bool Table<Row>::findCurrent(uint64_t const* key, uint32_t likelyId, Found& foun
     if (!isFound && !search(Words(key), found)) return false;
     decode(found.words, found.id, row);
     return true;
-  } catch (CorruptionError const& error) {
+  } catch (RowDamage const& error) {
     reportCorruption(error.what());
     return false;
   }
@@ -173,7 +177,7 @@ template <TableRow Row>
 void Table<Row>::compareAll(uint64_t& changes, DeliverResult& result) {
   constexpr unsigned batch = 32;
   uint64_t const serial = mountSerial_;
-  if (!isShadowed()) result.mayHaveMissedRemovals = nextChange_ != 0;
+  if (!isShadowed()) result.mayHaveMissedRemovals = hasCompared_;
   // The number of rows is a hint from shared memory; their ids are bounded.
   uint32_t const ids = segment_->highWater();
   if (isShadowed()) shadow_.reserve(std::min<uint64_t>(loadRelaxed(&segment_->header()->rows), ids), ids);
@@ -223,7 +227,7 @@ void Table<Row>::compareRow(uint32_t id, uint64_t& changes) {
   }
   if (state == RowState::live) {
     isShadowed() ? settle(found.words, found, row, changes) : announce(found.words, &row, changes);
-  } else if (!isShadowed() && nextChange_ != 0) {
+  } else if (!isShadowed() && hasCompared_) {
     // A plain reader learns of a removal from what the slot still holds, unless the key lives elsewhere.
     uint64_t key[keyWordCount];
     for (unsigned i = 0; i < keyWordCount; ++i) key[i] = loadAcquire(segment_->slot(id) + 2 + i);

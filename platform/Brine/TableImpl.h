@@ -6,12 +6,12 @@ namespace Brine {
 
 template <TableRow Row>
 void Table<Row>::throwImpossible(uint32_t id) {
-  throw CorruptionError("row " + std::to_string(id) + " holds values that no writer wrote");
+  throw RowDamage("row " + std::to_string(id) + " holds values that no writer wrote");
 }
 
 template <TableRow Row>
 void Table<Row>::throwDamaged(uint32_t id) {
-  throw CorruptionError("row " + std::to_string(id) + " is damaged");
+  throw RowDamage("row " + std::to_string(id) + " is damaged");
 }
 
 // ---- Look-up ----

@@ -14,7 +14,7 @@
 namespace Brine {
 namespace {
 
-constexpr uint32_t folderEvents = IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_MOVE_SELF | IN_ONLYDIR;
+constexpr uint32_t folderEvents = IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_MOVE_SELF | IN_ATTRIB | IN_ONLYDIR;
 constexpr uint32_t tableEvents = IN_MODIFY | IN_CLOSE_WRITE;
 
 std::string parentOf(std::string const& path) {
@@ -95,10 +95,10 @@ void Watch::kick() {
 }
 
 WatchEvents Watch::take() {
-  WatchEvents events;
+  WatchEvents& events = pending_;
   if (std::exchange(kicked_, false)) {
     uint64_t kicks = 0;
-    if (::read(event_.get(), &kicks, sizeof kicks) > 0) events.rung = true;
+    [[maybe_unused]] ssize_t const taken = ::read(event_.get(), &kicks, sizeof kicks);
   }
   char buffer[4096];
   // Where there was room for one more event, there is none.
@@ -122,7 +122,7 @@ WatchEvents Watch::take() {
     }
   }
   if (events.renamed) watchFolder();
-  return events;
+  return std::exchange(pending_, {});
 }
 
 }  // namespace Brine

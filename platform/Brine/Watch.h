@@ -8,10 +8,10 @@ namespace Brine {
 
 /// What happened to a table's file since the last look.
 struct WatchEvents {
-  bool rung = false;  ///< The writer rang the doorbell, or a call of `kick()` asked for a look.
+  bool rung = false;  ///< The writer rang the doorbell.
   bool writerClosed =
       false;  ///< The last thing to happen was that a writer closed the file, by its end or otherwise.
-  bool renamed = false;  ///< A file came under the table's name, or the name went.
+  bool renamed = false;  ///< A file came under the table's name, the name went, or who may read it changed.
   bool lost = false;     ///< There was more than the system keeps: anything may have happened.
 };
 
@@ -35,7 +35,8 @@ class Watch {
 
   /// Makes `fd()` readable, until the next `take()`.
   void kick();
-  /// Takes what has happened. `fd()` is not readable any more.
+  /// Takes what has happened. `fd()` is not readable any more. Raises `MountFailure`; the next call gives
+  /// what this one would have given.
   WatchEvents take();
 
  private:
@@ -54,6 +55,7 @@ class Watch {
   int aboveWatch_ = -1;  ///< Only while the table is not there.
   int tableWatch_ = -1;
   bool kicked_ = false;
+  WatchEvents pending_;
 };
 
 }  // namespace Brine

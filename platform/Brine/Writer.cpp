@@ -36,11 +36,21 @@ Writer::Scan Writer::scan(Index index, uint32_t end) {
       if (row.state == RowState::live) index.prefetchForWriting(row.hash);
     }
   };
+  // Of two rows of one key, which an index that was damaged meanwhile lets come about, the later one stays.
   auto const isNew = [&](uint32_t id, SurveyedRow const& row) {
     uint64_t const* const key = segment_.slot(id) + 2;
-    return index.insertNew(row.hash, row.tag, id, [&](uint32_t other) {
-      return std::equal(key, key + shape.keyWords, segment_.slot(other) + 2);
+    uint32_t twin = noRow;
+    bool const isAlone = index.insertNew(row.hash, row.tag, id, [&](uint32_t other) {
+      bool const same = std::equal(key, key + shape.keyWords, segment_.slot(other) + 2);
+      if (same) twin = other;
+      return same;
     });
+    if (isAlone || twin == noRow || loadRelaxed(segment_.slot(twin)) > row.version) return isAlone;
+    index.erase(row.hash, row.tag, twin);
+    result.damaged.push_back(twin);
+    result.columns.push_back({twin, noColumn});
+    --result.rows;
+    return index.insert(row.hash, row.tag, id);
   };
   survey(batches[0], 0);
   for (unsigned turn = 0; batches[turn].first < end; turn = 1 - turn) {
@@ -93,7 +103,7 @@ void Writer::recover(bool repair) {
   uint64_t const head = loadRelaxed(&header->head);
   uint64_t sequence = std::max(found.lastSequence, loadRelaxed(&header->firstSequence));
   if (head > sequence && head - sequence < uint64_t{1} << 40) sequence = head;
-  sequence += segment_.layout().ringEntries();
+  sequence += std::max<uint64_t>(segment_.layout().ringEntries(), publishStep);
   for (uint32_t const id : found.damaged) {
     RowWriter row(segment_.slot(id), id, segment_.seed());
     row.prepareRemoval(++sequence);
@@ -114,6 +124,8 @@ void Writer::recover(bool repair) {
   quiet_ = true;
   storeRelaxed(&header->dropped, loadRelaxed(&header->dropped) + found.damaged.size());
   storeRelaxed(&header->rows, rows_);
+  // The head's entry bears its number, always; nobody reads more of this one.
+  storeRelease(segment_.ringEntry(sequence), sequence);
   storeRelease(&header->head, sequence);
   storeRelease(&header->quiet, sequence);
   // Last: a reader that compares everything because of this sees all of the above.

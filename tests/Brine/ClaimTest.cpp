@@ -95,6 +95,7 @@ TEST(Claim, IsNotLostToOrTakenByOthersOfItsProcessOrOfItsFiles) {
   // The right to write does not lie in a name either.
   std::filesystem::remove(folder.path() + "/table.lock");
   tryElsewhere(MountStatus::busy);
+  EXPECT_EQ(tryToWrite(folder), MountStatus::busy);
   EXPECT_TRUE(table.write({{1, 1}, 1, 1}));
   table.unmount();
   tryElsewhere(MountStatus::mounted);

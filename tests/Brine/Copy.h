@@ -75,6 +75,8 @@ class Copy {
     }
     for (auto const& [key, row] : seen) rows_[key] = row;
   }
+  /// Makes up for what a plain reader was not told.
+  void resync() { rows_ = rowsOf(table); }
   /// The table showed this to somebody else than the copy.
   void place(TestKey const& key, std::optional<TestRow> const& row) {
     if (row) {

@@ -87,6 +87,7 @@ TEST_F(DeliveryTest, AReaderWithoutMemoryForAGrownTableCatchesUpWhenThereIsSome)
   Brine::sys.map = [](size_t, int, int, off_t) { return errno = ENOMEM, MAP_FAILED; };
   copy_.table.deliver();
   EXPECT_EQ(copy_.table.mountStatus(), MountStatus::noResources);
+  EXPECT_FALSE(copy_.isQuiesced());
   writer_.unmount();
   Brine::sys = Brine::realSystem();
   copy_.deliver();
@@ -233,6 +234,101 @@ TEST_F(DeliveryTest, AHookThatRaisesIsWokenForTheRest) {
   }
   copy_.deliver();
   EXPECT_FALSE(copy_.isAwake());
+  auto const raise = [] { throw Brine::SpaceError("elsewhere"); };
+  copy_.table.onMountStatus = raise;
+  writer_.unmount();
+  EXPECT_THROW(copy_.table.deliver(), Brine::SpaceError);
+  EXPECT_EQ(copy_.table.mountStatus(), MountStatus::writerGone);
+  writer_.onMountStatus = [] { throw std::bad_alloc(); };
+  EXPECT_THROW(mount(), std::bad_alloc);
+  EXPECT_TRUE(writer_.isWritable());
+}
+
+TEST_F(DeliveryTest, AReaderThatTakesOverInAHookIsNotToldOfItsOwnRows) {
+  mount();
+  fill(0, 5);
+  Table heir;
+  heir.mount(folder_.options(Mode::reader));
+  heir.deliver();
+  heir.onMountStatus = [&] {
+    if (heir.mountStatus() != MountStatus::writerGone) return;
+    heir.unmount();
+    heir.mount(folder_.options(Mode::writer));
+  };
+  heir.onChanged = [](TestKey const& key) { ADD_FAILURE() << key; };
+  writer_.unmount();
+  heir.deliver();
+  EXPECT_TRUE(heir.isWritable());
+}
+
+TEST_F(DeliveryTest, APlainReaderIsToldWhereItMayHaveMissedRemovals) {
+  Table reader;
+  mount();
+  fill(0, 3);
+  reader.mount(folder_.options(Mode::reader));
+  EXPECT_FALSE(reader.deliver().mayHaveMissedRemovals);
+  writer_.unmount();
+  editFile(folder_, 0, 8, [](std::string& magic) { magic[0] ^= 1; });
+  mount(true);
+  EXPECT_TRUE(reader.deliver().mayHaveMissedRemovals);
+}
+
+TEST_F(DeliveryTest, ACheckBesideABusyWriterEndsAndFindsNothing) {
+  constexpr uint64_t keys = 2000;
+  Child child([this](Child& parent) {
+    mount();
+    fill(0, keys);
+    parent.tell();
+    // None of them comes back.
+    for (uint64_t number = keys;; ++number) {
+      writer_.remove({number - keys, 1});
+      write(number);
+      if (number % 64 == 0) writer_.endTurn();
+    }
+  });
+  ASSERT_TRUE(child.hear());
+  copy_.table.deliver();
+  for (size_t i = 0; i < TestSupport::scaled(5000) && !HasFailure(); ++i) expectSound(copy_.table);
+  child.kill();
+}
+
+TEST_F(DeliveryTest, AHeadThatIsAheadOfItsChangesHidesNoneOfThem) {
+  mount();
+  fill(0, 3);
+  copy_.deliver();
+  editFile(folder_, offsetof(Brine::Header, head), 1, [](std::string& head) { head[0] += 4; });
+  copy_.table.deliver();
+  fill(3, 7);
+  copy_.deliver();
+  expectCopied(writer_);
+}
+
+TEST_F(DeliveryTest, OfTwoRowsOfOneKeyTheLaterOneStays) {
+  mount();
+  fill(0, 3);
+  auto const indexes = testLayout.extentOffset(0) + testLayout.indexOffset(0, 0);
+  editFile(folder_, indexes, 2 * testLayout.indexBytes(0),
+           [](std::string& all) { all.assign(all.size(), 0); });
+  fill(1, 2);
+  auto const last = writer_.find({1, 1});
+  writer_.unmount();
+  EXPECT_EQ(writer_.mount(folder_.options(Mode::writer)), MountStatus::corrupt);
+  mount(true);
+  EXPECT_EQ(writer_.find({1, 1}), last);
+  EXPECT_EQ(rowsOf(writer_).size(), 3U);
+  expectSound(writer_);
+}
+
+TEST_F(DeliveryTest, AGrowthThatRanOutOfMemoryCanBeMadeUpForAfterARecovery) {
+  mount();
+  fill(0, 16);
+  Brine::sys.populate = [](void*, size_t) -> int { throw std::bad_alloc(); };
+  EXPECT_THROW(write(16), std::bad_alloc);
+  Brine::sys = Brine::realSystem();
+  writer_.recover();
+  fill(16, 20);
+  copy_.deliver();
+  expectCopied(writer_);
 }
 
 TEST_F(DeliveryTest, TheLastChangeOfABurstArrivesWithoutAnotherEvent) {
@@ -265,11 +361,11 @@ TEST_F(DeliveryTest, TheLastChangeOfABurstArrivesWithoutAnotherEvent) {
 }
 
 TEST_F(DeliveryTest, ALostChangeThatWasSeenIsNotTakenForALaterOne) {
-  for (size_t between = 0; between < 12; ++between) {
+  for (size_t between = 0; between < 32; ++between) {
     Child child([&](Child& parent) {
       mount();
       fill(1, 3);
-      for (int i = 0; i < 9; ++i) write(1);
+      for (int i = 0; i < 27; ++i) write(1);
       parent.tell();
       parent.hear();
     });
@@ -310,7 +406,10 @@ TEST_F(DeliveryTest, AReaderNeverTakesATableForEmptyWhoseIndexIsRepaired) {
     play();
     return Brine::realSystem().populate(address, size);
   };
-  interlude = [this] { EXPECT_THROW(copy_.table.find({1, 1}), Brine::CorruptionError); };
+  interlude = [this] {
+    EXPECT_THROW(copy_.table.find({1, 1}), Brine::CorruptionError);
+    EXPECT_EQ(copy_.table.check().at(0).invariant, "geometry seal");
+  };
   mount(true);
   EXPECT_FALSE(interlude);
   copy_.deliver();

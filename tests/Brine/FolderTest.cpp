@@ -126,6 +126,16 @@ TEST(Folder, AReaderFollowsWhatBecomesOfTheTable) {
   EXPECT_EQ(reader.mountStatus(), MountStatus::mounted);
   writer.unmount();
   expect(MountStatus::writerGone, MountStatus::mounted, false);
+  reader.unmount();
+  std::string const file = folder.path() + "/table.table";
+  ::chmod(file.c_str(), 0660);
+  EXPECT_EQ(reader.mount(folder.options(Mode::reader)), MountStatus::notPermitted);
+  reader.deliver();
+  ::chmod(file.c_str(), 0640);
+  pollfd poll{reader.fd(), POLLIN, 0};
+  EXPECT_EQ(::poll(&poll, 1, 0), 1);
+  reader.deliver();
+  EXPECT_EQ(reader.mountStatus(), MountStatus::mounted);
 }
 
 }  // namespace

@@ -146,6 +146,15 @@ TEST_F(TablesTest, ChangeRolesWithTheirControlWhenTheLastReferenceGoes) {
   EXPECT_FALSE(Orb::ptrCast<HostTable const>(control->entity())->hostControl());
   control = nullptr;
   EXPECT_FALSE(isAlive());
+  table = QorEvpn::hostTableFactory("roles");
+  mount(table);
+  auto const watcher =
+      makePtr<TestSupport::Watcher>(*table->hostControl(), [&](Orb::AttributeId, void const*) {
+        table = nullptr;
+        EXPECT_TRUE(isAlive()) << "until its call returns";
+      });
+  table.get()->hostIs(host(10, 1, 5));
+  EXPECT_FALSE(isAlive());
 }
 
 }  // namespace
