@@ -23,7 +23,6 @@ ExchangeSite::ExchangeSite(Exchange& exchange, std::size_t number, Site const& s
       site_(site),
       learned_(site, repair),
       exported_("exported by " + site.dir(), site.exported()) {
-  exported_.mountAsReader();
   hostTable_.connect(this, exported_.host);
   floodTable_.connect(this, exported_.flood);
 }
@@ -52,25 +51,14 @@ Orb::TypeDescriptor const& ExchangeSite::type() {
 
 Exchange::Exchange(Loop& loop, std::vector<Site> const& sites, bool repair,
                    std::function<void(std::string const&)> log)
-    : loop_(loop), log_(std::move(log)), reports_(sites.size()) {
+    : log_(std::move(log)), reports_(sites.size()) {
   for (Site const& site : sites) {
     sites_.push_back(Orb::create<ExchangeSite>(*this, sites_.size(), site, repair));
+    followers_.push_back(std::make_unique<Follower>(loop, sites_.back()->exported(), [this] { report(); }));
   }
   for (auto const& site : sites_) site->readAll();
-  for (auto const& site : sites_) {
-    site->learned().release();
-    for (int const fd : {site->exported().host->fd(), site->exported().flood->fd()}) {
-      if (fd >= 0) loop_.watchInput(fd, [this, each = site.get()] { deliver(*each); });
-    }
-  }
+  for (auto const& site : sites_) site->learned().release();
   report();
-}
-
-Exchange::~Exchange() {
-  for (auto const& site : sites_) {
-    loop_.unwatch(site->exported().host->fd());
-    loop_.unwatch(site->exported().flood->fd());
-  }
 }
 
 void Exchange::endTurn() {
@@ -121,11 +109,6 @@ void Exchange::floodIs(std::size_t site, VniVtepPair const& key, bool present) {
       sites_[learner]->learned().floodDel(key);
     }
   }
-}
-
-void Exchange::deliver(ExchangeSite& site) {
-  site.exported().deliver();
-  report();
 }
 
 /// Says it when an agent comes or goes.

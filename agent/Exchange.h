@@ -68,7 +68,6 @@ class Exchange {
   /// withdrawn before this returns. `log` takes lines for people. Raises MountError.
   Exchange(Loop& loop, std::vector<Site> const& sites, bool repair,
            std::function<void(std::string const&)> log);
-  ~Exchange();
   Exchange(Exchange const&) = delete;
   Exchange& operator=(Exchange const&) = delete;
 
@@ -84,12 +83,11 @@ class Exchange {
   using Floods = std::vector<bool>;
 
   void settleHost(QorEvpn::MacVniPair const& key, Hosts const& rows);
-  void deliver(ExchangeSite& site);
   void report();
 
-  Loop& loop_;
   std::function<void(std::string const&)> log_;
   std::vector<Orb::Ptr<ExchangeSite>> sites_;
+  std::vector<std::unique_ptr<Follower>> followers_;
   std::vector<std::string> reports_;
   Orb::FlatMap<QorEvpn::MacVniPair, Hosts> hosts_;
   Orb::FlatMap<QorEvpn::VniVtepPair, Floods> floods_;

@@ -38,10 +38,7 @@ Module::Module(Loop& loop, Site const& site, bool repair, std::function<void(std
 
 /// What was written stays; the machines and this object merely stop watching.
 Module::~Module() {
-  if (learned_) {
-    loop_.unwatch(learned_->host->fd());
-    loop_.unwatch(learned_->flood->fd());
-  }
+  follower_.reset();
   teardown();
 }
 
@@ -78,10 +75,7 @@ void Module::handleMode() {
 void Module::start() {
   // The receive machine comes first: the transmit machines' first pass then knows what EVPN supplied.
   learned_.emplace("learned", site_.learned());
-  learned_->mountAsReader();
-  for (int const fd : {learned_->host->fd(), learned_->flood->fd()}) {
-    if (fd >= 0) loop_.watchInput(fd, [this] { deliver(); });
-  }
+  follower_.emplace(loop_, *learned_, [this] { reportLearned(); });
   rx_ = VxlanController::qorEvpnRxSmFactory(learned_->host, learned_->flood, vniStatusDir_);
   seedBrIdList();
   tx_ = QorEvpn::qorEvpnTxSmFactory(controller_->vniDir(), vniStatusDir_, brIdList_, exported_.host,
@@ -96,8 +90,7 @@ void Module::stop() {
   tx_ = nullptr;
   withdrawLearned();
   rx_ = nullptr;
-  loop_.unwatch(learned_->host->fd());
-  loop_.unwatch(learned_->flood->fd());
+  follower_.reset();
   learned_.reset();
   learnedReport_.clear();
   log_("integration off: what it wrote is removed");
@@ -161,9 +154,7 @@ void Module::handleBrId(Bridging::BridgeId const& brId) {
 }
 
 void Module::deliver() {
-  if (!learned_) return;
-  learned_->deliver();
-  reportLearned();
+  if (follower_) follower_->deliver();
 }
 
 /// Says it when the EVPN side comes or goes.

@@ -98,6 +98,7 @@ class Module : public Orb::StateMachine<Module> {
   Tables exported_;
   Brine::Table<Bridging::BridgeId> brIdTable_;
   std::optional<Tables> learned_;
+  std::optional<Follower> follower_;
   std::string learnedReport_;
 
   Orb::Ptr<Controllerdb::Status> status_;

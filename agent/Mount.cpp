@@ -39,6 +39,11 @@ void Tables::mountAsReader(Brine::Mode mode) {
   flood->mount({.directory = folder, .name = std::string(Site::floodTable), .mode = mode});
 }
 
+void Tables::unmount() {
+  host->unmount();
+  flood->unmount();
+}
+
 void Tables::deliver() {
   host->deliver();
   flood->deliver();
@@ -50,5 +55,41 @@ void Tables::endTurn() {
 }
 
 std::uint64_t Tables::rows() const { return host->statistics().rows + flood->statistics().rows; }
+
+Follower::Follower(Loop& loop, Tables& tables, Loop::Handler told)
+    : loop_(loop), tables_(tables), told_(std::move(told)), again_(loop, [this] { deliver(); }) {
+  tables_.mountAsReader();
+  watch();
+}
+
+Follower::~Follower() { unwatch(); }
+
+void Follower::deliver() {
+  // Without a descriptor a table does not even wait.
+  bool const waits = tables_.host->fd() >= 0 && tables_.flood->fd() >= 0;
+  if (!waits) {
+    unwatch();
+    tables_.unmount();
+    tables_.mountAsReader();
+  }
+  tables_.deliver();
+  watch();
+  told_();
+}
+
+void Follower::watch() {
+  bool isStuck = false;
+  for (auto const& [fd, status] : {std::pair(tables_.host->fd(), tables_.host->mountStatus()),
+                                   std::pair(tables_.flood->fd(), tables_.flood->mountStatus())}) {
+    isStuck |= status == Brine::MountStatus::noResources || status == Brine::MountStatus::notPermitted;
+    if (fd >= 0) loop_.watchInput(fd, [this] { deliver(); });
+  }
+  if (isStuck && !again_.isRunning()) again_.start(std::chrono::seconds(1));
+}
+
+void Follower::unwatch() {
+  loop_.unwatch(tables_.host->fd());
+  loop_.unwatch(tables_.flood->fd());
+}
 
 }  // namespace Agent

@@ -9,6 +9,7 @@
 
 #include "Brine/TableBase.h"
 #include "VxlanController/QorEvpnBrine.h"
+#include "agent/Loop.h"
 
 namespace Agent {
 
@@ -42,6 +43,7 @@ struct Tables {
   void mountAsWriter(bool repair);
   /// Tables that are not there yet mount themselves at a later delivery.
   void mountAsReader(Brine::Mode mode = Brine::Mode::keyshadow);
+  void unmount();
   void deliver();
   void endTurn();
   /// Both tables' rows.
@@ -50,6 +52,29 @@ struct Tables {
   std::string folder;
   Orb::Ptr<QorEvpn::HostTable> host;
   Orb::Ptr<QorEvpn::FloodTable> flood;
+};
+
+/// Has a reader's two tables delivered by the loop: when one has something to tell, and once a second while
+/// one waits for what nobody announces: memory, descriptors, a directory that may be read.
+class Follower {
+ public:
+  /// `told` is called after each delivery. The tables outlive the follower and are mounted by it, as
+  /// keyshadow readers.
+  Follower(Loop& loop, Tables& tables, Loop::Handler told);
+  ~Follower();
+  Follower(Follower const&) = delete;
+  Follower& operator=(Follower const&) = delete;
+
+  void deliver();
+
+ private:
+  void watch();
+  void unwatch();
+
+  Loop& loop_;
+  Tables& tables_;
+  Loop::Handler told_;
+  Timer again_;
 };
 
 /// Calls `visit` for each row of a walk. Damage is reported as the table reports it, and ends the walk.

@@ -1,6 +1,9 @@
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
 #include <numeric>
 #include <random>
 
@@ -135,6 +138,28 @@ TEST(AgentTest, EndsInTheSameTablesWhereverEitherSideIsKilled) {
     sides.clear();
   }
   EXPECT_EQ(TestSupport::run({"check", "--dir", site.dir}).status, 0);
+}
+
+TEST(AgentTest, TakesWhatEvpnLearnedOnceItMayReadIt) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+  AgentSite site;
+  std::string const feed = tracePath("fabric-3vni.jsonl");
+  std::string const learned = Agent::Site(site.dir).learned();
+  std::filesystem::create_directory(site.dir);
+  auto const give = [](std::string const& path, uid_t user) {
+    EXPECT_EQ(chmod(path.c_str(), 0755) + chown(path.c_str(), user, user), 0) << path;
+  };
+  give(site.folder.path(), 0);
+  give(site.dir, TestSupport::nobody);
+  Program evpn({"evpn", "--dir", site.dir, "--feed", feed, "--exit-at-end"}, true);
+  if (evpn.wait() > 2) GTEST_SKIP() << "another user cannot run the program from this build tree";
+  give(learned, 0);
+  EXPECT_EQ(chmod(learned.c_str(), 0700), 0);
+  Program agent({"agent", "--dir", site.dir, "--feed", feed}, true);
+  ASSERT_TRUE(becomes([&] { return site.feedHasEnded(); })) << agent.errors();
+  EXPECT_TRUE(site.evpnStatus().empty());
+  give(learned, TestSupport::nobody);
+  EXPECT_TRUE(site.settles(Expectation::ofFile(tracePath("fabric-3vni.end.json")))) << agent.errors();
 }
 
 TEST(AgentTest, RowsOfTheLastRunStayUntilTheFeedSpeaksAndGoWhereItSaysOff) {
