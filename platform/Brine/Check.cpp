@@ -39,7 +39,12 @@ class Checker {
     }
     checkProgress();
     bool const wasQuiet = head_ != 0 && loadAcquire(&header->quiet) == head_;
-    if (tidy_ && wasQuiet) violations_.insert(violations_.end(), untidy_.begin(), untidy_.end());
+    // Where not all rows were looked at, the rest does not fit them.
+    bool const isWhole = violations_.size() < maxViolations;
+    if (tidy_ && wasQuiet && isWhole) {
+      untidy_.resize(std::min(untidy_.size(), maxViolations - violations_.size()));
+      violations_.insert(violations_.end(), untidy_.begin(), untidy_.end());
+    }
     return std::move(violations_);
   }
 
@@ -59,6 +64,7 @@ class Checker {
         reportUntidy("ring entry", "entry " + std::to_string(place));
       }
     }
+    if (loadAcquire(segment_.ringEntry(head_)) != head_) reportUntidy("ring entry", "the head's");
     if (loadAcquire(&segment_.header()->head) != head_) reportUntidy("sequence", "the head");
     if (newest_ > head_) reportUntidy("sequence", "a row is newer than the head");
     if (loadAcquire(&segment_.header()->rows) != rows_) {

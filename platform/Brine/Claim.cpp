@@ -104,7 +104,7 @@ void Claim::onForkChild() {
     if (claim->segment_ != nullptr) {
       std::string const path = "/proc/self/fd/" + std::to_string(claim->table_.get());
       Fd const readable(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-      if (readable) claim->segment_->becomeReadOnly(readable.get());
+      claim->segment_->becomeReadOnly(readable.get());
     }
     claim->table_.reset();
   }

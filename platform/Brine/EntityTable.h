@@ -149,7 +149,7 @@ class EntityTable : public Orb::Entity {
 
   // ---- The operations, to be named by the derived class ----
   //
-  // Each holds the table: whoever hears of it may drop the last reference.
+  // Each that writes holds the table: whoever hears of it may drop the last reference.
 
   Row row(Key const& key) const {
     Row found;

@@ -230,6 +230,10 @@ void Segment::useGeometry(uint64_t word) {
   if (!isSealed(seed_, geometryPlace, word) || geometry.level > layout_.maxLevel()) {
     throw CorruptionError("the table's geometry is damaged");
   }
+  bool const isOfParent = fd_ < 0 && image_.empty();
+  if (isOfParent && geometry.level >= extentCount_) {
+    throw SpaceError("a forked child cannot follow its parent's table");
+  }
   try {
     // The file was long enough when the writer published the level; a shorter one is damaged.
     if (geometry.level + 1 > extentCount_ && size() < layout_.fileBytes(geometry.level)) {

@@ -66,9 +66,12 @@ class Table : public TableBase {
   void stage(Key const& key) {
     // Where rows are written in their order, the next one needs no search.
     if (!writer_ || isInOrder_) return;
+    Words const words(key);
+    // The next one of a batch has been asked for.
+    if (staged_[nextStaged_].key.equals(words.words)) return;
     nextStaged_ = 0;
-    staged_[0] = {Words(key), noRow};
-    segment_->index().prefetchForWriting(staged_[0].key.hash);
+    staged_[0] = {words, noRow};
+    segment_->index().prefetchForWriting(words.hash);
   }
 
   /// All rows; see `Cursor`.
@@ -174,7 +177,7 @@ class Table : public TableBase {
   bool isInOrder_ = false;
   /// Reader: number of the next change to deliver; 0 if it is not known.
   uint64_t nextChange_ = 0;
-  /// Reader: the owner was told of all rows once, in whichever file.
+  /// Reader: the owner was told of rows once, in whichever file.
   bool hasCompared_ = false;
 };
 

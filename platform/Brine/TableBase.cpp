@@ -21,6 +21,7 @@ TableBase::~TableBase() {
 
 MountStatus TableBase::mount(MountOptions const& options) {
   requireUnmounted();
+  reportQuiesced(false);
   options_ = options;
   ++mountSerial_;
   try {
@@ -123,6 +124,10 @@ void TableBase::openOrMake(Folder const& folder) {
                                                failure.status() == MountStatus::incompatible);
       if (!replace) throw;
       segment_.reset();
+    } catch (...) {
+      // It has signed, perhaps, but is not one that may say goodbye.
+      writer_.reset();
+      throw;
     }
   }
   Fd made = folder.openNew();
@@ -194,14 +199,14 @@ bool TableBase::beginDelivery() {
     if (isOfHook()) throw;
     // What is mounted stays mounted: a successor that cannot be used does not take the rows away.
     if (!segment_ || failure.status() == MountStatus::noResources) {
-      reportQuiesced(false);
       setStatus(failure.status(), failure.what());
+      reportQuiesced(false);
     }
   } catch (SpaceError const& error) {
     if (isOfHook()) throw;
     // The table has grown beyond what can be mapped: what is mapped can be read, but not brought up to date.
-    reportQuiesced(false);
     setStatus(MountStatus::noResources, error.what());
+    reportQuiesced(false);
     return false;
   }
   return segment_ != nullptr;
@@ -254,8 +259,9 @@ void TableBase::setStatus(MountStatus status, std::string detail) {
 void TableBase::endTurn() {
   if (!isWritable()) return;
   std::string const damage = writer_->takeDamage();
-  if (writer_->endTurn()) reportQuiesced(true);
+  bool const hasEnded = writer_->endTurn();
   if (!damage.empty()) reportCorruption(damage);
+  if (hasEnded && writer_) reportQuiesced(true);
 }
 
 void TableBase::recover() {
@@ -272,8 +278,8 @@ void TableBase::onDeliveryRaised() {
     } catch (CorruptionError const& error) {
       return reportCorruption(error.what());
     } catch (SpaceError const& error) {
-      reportQuiesced(false);
-      return setStatus(MountStatus::noResources, error.what());
+      setStatus(MountStatus::noResources, error.what());
+      return reportQuiesced(false);
     } catch (...) {
     }
   }

@@ -51,7 +51,7 @@ struct Statistics {
   bool quiesced = false;
   // Of this table object:
   uint64_t delivered = 0;    ///< Changes told to the owner.
-  uint64_t laps = 0;         ///< Deliveries that compared the whole table since the ring had moved on.
+  uint64_t laps = 0;         ///< Deliveries that compared the whole table since the ring was of no use.
   uint64_t corruptions = 0;  ///< Reports to the corruption hook.
   uint64_t wakes = 0;        ///< Writer: doorbells rung.
   uint64_t shadowKeys = 0;   ///< Keyshadow: keys shown.
@@ -106,7 +106,8 @@ class TableBase {
   /// whole table begins that again. A hook must not destroy the table.
   ///
   /// Some waits end without anything that could make `fd()` readable: memory or descriptors that become free
-  /// (`noResources`), a directory above that may be read now (`notPermitted`). There, call it now and then.
+  /// (`noResources`), a directory above that may be read now (`notPermitted`). There, call it now and then;
+  /// where `fd()` is -1, `mount()` instead.
   virtual DeliverResult deliver() = 0;
 
   /// Writer: to be called when a turn of the owner's loop ends, before it waits. Publishes the turn's
@@ -126,7 +127,8 @@ class TableBase {
 
   // Hooks, called on this thread; any may be empty.
 
-  /// The writer became quiet (true): all its changes were told. Or began to change rows again (false).
+  /// The writer became quiet (true): all its changes were told. Or began to change rows again, or the table
+  /// was unmounted or cannot be followed (false).
   std::function<void(bool)> onQuiesced;
   /// `mountStatus()` changed.
   std::function<void()> onMountStatus;

@@ -47,21 +47,24 @@ DeliverResult Table<Row>::deliver() {
     uint64_t const head = loadAcquire(&segment_->header()->head);
     // After the head: the rows of all changes up to it lie within what is followed now.
     segment_->follow();
+    // A head that neither its own entry nor quiet bears out may be ahead of its changes: until it is written
+    // again, nothing is known of what is still to come.
+    bool const isKnown = quiet == head || loadAcquire(segment_->ringEntry(head)) >= head;
     if (mustCompareAll() || head + 1 != nextChange_ || quiet == 0) reportQuiesced(false);
     if (serial != mountSerial_) return result;
     if (mustCompareAll() || !deliverRing(head, result.changes)) {
       if (serial != mountSerial_) return result;
       if (!mustCompareAll()) ++laps_;
       compareAll(result.changes, result);
+      hasCompared_ = true;
       if (serial != mountSerial_) return result;
       comparedAll();
-      hasCompared_ = true;
-      // An entry that is older than the head means that the head is damaged: until it is written again,
-      // nothing is known of what is still to come.
-      nextChange_ = loadAcquire(segment_->ringEntry(head)) < head ? 0 : head + 1;
+      nextChange_ = isKnown ? head + 1 : 0;
     }
-    if (serial == mountSerial_ && quiet != 0 && quiet + 1 == nextChange_) reportQuiesced(true);
+    bool const isAtEnd = quiet != 0 && quiet + 1 == nextChange_;
+    if (serial == mountSerial_ && isAtEnd && mountStatus() != MountStatus::noResources) reportQuiesced(true);
   } catch (...) {
+    hasCompared_ |= result.changes != 0;
     onDeliveryRaised();
   }
   return result;

@@ -67,7 +67,10 @@ void Watch::watchFolder() {
   }
   int const watch = addFolder(path_);
   int const error = errno;
-  replace(folderWatch_, watch);
+  // One that may not be made anew goes on as it is.
+  if (watch >= 0 || isMissing(error)) replace(folderWatch_, watch);
+  // Of a table that is there, the directory tells enough.
+  if (watch >= 0 && tableWatch_ >= 0) replace(aboveWatch_, -1);
   if (watch >= 0 || (isMissing(error) && aboveWatch_ >= 0)) return;
   throw MountFailure(error == EACCES ? MountStatus::notPermitted : MountStatus::noResources,
                      "watching " + path_ + ": " + strerror(error));
@@ -121,7 +124,12 @@ WatchEvents Watch::take() {
       at += sizeof event + event.len;
     }
   }
-  if (events.renamed) watchFolder();
+  try {
+    if (events.renamed) watchFolder();
+  } catch (MountFailure const&) {
+    // A table that is mounted can still be followed.
+    if (tableWatch_ < 0) throw;
+  }
   return std::exchange(pending_, {});
 }
 

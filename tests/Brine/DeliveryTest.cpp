@@ -93,6 +93,29 @@ TEST_F(DeliveryTest, AReaderWithoutMemoryForAGrownTableCatchesUpWhenThereIsSome)
   copy_.deliver();
   EXPECT_EQ(copy_.table.mountStatus(), MountStatus::writerGone);
   expectCopied(copy_.table);
+  // Nor where another file takes the place of its own.
+  editFile(folder_, 0, 1, [](std::string& magic) { magic[0] ^= 1; });
+  mount(true);
+  fill(0, 2);
+  Brine::sys.map = [](size_t, int, int, off_t) { return errno = ENOMEM, MAP_FAILED; };
+  copy_.table.deliver();
+  EXPECT_EQ(copy_.table.mountStatus(), MountStatus::noResources);
+  EXPECT_FALSE(copy_.isQuiesced());
+  Brine::sys = Brine::realSystem();
+  copy_.deliver();
+  expectCopied(writer_);
+}
+
+TEST_F(DeliveryTest, AReaderThatMayNotWatchItsDirectoryAnewLearnsOfItsWritersEnd) {
+  mount();
+  copy_.deliver();
+  Brine::sys.watchAdd = [](int, char const*, uint32_t) { return errno = EACCES, -1; };
+  std::filesystem::permissions(folder_.path() + "/table.table", std::filesystem::perms::owner_read);
+  copy_.table.deliver();
+  EXPECT_EQ(copy_.table.mountStatus(), MountStatus::mounted);
+  writer_.unmount();
+  copy_.table.deliver();
+  EXPECT_EQ(copy_.table.mountStatus(), MountStatus::writerGone);
 }
 
 TEST_F(DeliveryTest, AReaderThatRunsOutOfMemoryWhileItIsToldLosesNoChange) {
@@ -266,6 +289,10 @@ TEST_F(DeliveryTest, APlainReaderIsToldWhereItMayHaveMissedRemovals) {
   mount();
   fill(0, 3);
   reader.mount(folder_.options(Mode::reader));
+  reader.onChanged = [](TestKey const&) { throw std::runtime_error("not now"); };
+  EXPECT_THROW(reader.deliver(), std::runtime_error);
+  reader.onChanged = nullptr;
+  EXPECT_TRUE(reader.deliver().mayHaveMissedRemovals);
   EXPECT_FALSE(reader.deliver().mayHaveMissedRemovals);
   writer_.unmount();
   editFile(folder_, 0, 8, [](std::string& magic) { magic[0] ^= 1; });
@@ -293,12 +320,36 @@ TEST_F(DeliveryTest, ACheckBesideABusyWriterEndsAndFindsNothing) {
 }
 
 TEST_F(DeliveryTest, AHeadThatIsAheadOfItsChangesHidesNoneOfThem) {
+  auto const raiseHead = [this](uint64_t changes) {
+    editFile(folder_, offsetof(Brine::Header, head), 8, [&](std::string& bytes) {
+      uint64_t head = 0;
+      bytes.copy(static_cast<char*>(static_cast<void*>(&head)), sizeof head);
+      head += changes;
+      bytes.assign(static_cast<char const*>(static_cast<void const*>(&head)), sizeof head);
+    });
+  };
   mount();
-  fill(0, 3);
+  fill(0, 8);
   copy_.deliver();
-  editFile(folder_, offsetof(Brine::Header, head), 1, [](std::string& head) { head[0] += 4; });
+  raiseHead(4);
   copy_.table.deliver();
-  fill(3, 7);
+  fill(0, 4);
+  copy_.deliver();
+  expectCopied(writer_);
+  // The same while the reader compares, behind its back.
+  write(7);
+  raiseHead(20);
+  auto const hook = copy_.table.onChanged;
+  copy_.table.onChanged = [&](TestKey const& key) {
+    hook(key);
+    play();
+  };
+  interlude = [this] {
+    for (uint64_t i = 0; i < 19; ++i) write(i % 7);
+    writer_.endTurn();
+  };
+  copy_.table.deliver();
+  EXPECT_FALSE(interlude);
   copy_.deliver();
   expectCopied(writer_);
 }
