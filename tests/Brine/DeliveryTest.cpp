@@ -1,9 +1,6 @@
 #include <sys/mman.h>
 
-#include <atomic>
-#include <random>
-
-#include "Brine/Copy.h"
+#include "Brine/WriterAndCopy.h"
 #include "support/Child.h"
 #include "support/Scale.h"
 
@@ -14,44 +11,7 @@ using Brine::MountStatus;
 using TestSupport::Child;
 using Table = Brine::Table<TestRow>;
 
-class DeliveryTest : public testing::Test {
- protected:
-  ~DeliveryTest() override {
-    Brine::sys = Brine::realSystem();
-    interlude = nullptr;
-  }
-
-  /// What happens in the middle of the next system call of the kind that a test has chosen, once.
-  static inline std::function<void()> interlude;
-  static void play() {
-    if (auto const once = std::exchange(interlude, nullptr)) once();
-  }
-
-  void mount(bool repair = false) {
-    Brine::MountOptions options = folder_.options(Mode::writer);
-    options.repair = repair;
-    ASSERT_EQ(writer_.mount(options), MountStatus::mounted) << writer_.mountDetail();
-  }
-  /// Every row differs from all before.
-  void write(uint64_t number) { writer_.write({{number, 1}, ++lastValue_, 0}); }
-  void fill(uint64_t from, uint64_t to) {
-    for (uint64_t number = from; number < to; ++number) write(number);
-    writer_.endTurn();
-  }
-  void change(uint64_t keys) {
-    uint64_t const number = random_() % keys;
-    random_() % 3 != 0 ? write(number) : static_cast<void>(writer_.remove({number, 1}));
-  }
-  void expectCopied(Table const& table) {
-    EXPECT_EQ(copy_.rows(), rowsOf(table));
-    EXPECT_EQ(copy_.table.statistics().shadowKeys, copy_.rows().size());
-  }
-  TestFolder folder_;
-  std::mt19937 random_{1};
-  Table writer_;
-  Copy copy_{folder_, Mode::keyshadow};
-  uint64_t lastValue_ = 0;
-};
+class DeliveryTest : public WriterAndCopy {};
 
 TEST_F(DeliveryTest, AStoppedReaderIsLappedAThousandTimesAndToldOnceOfEachKey) {
   mount();
@@ -138,22 +98,6 @@ TEST_F(DeliveryTest, AReaderThatRunsOutOfMemoryWhileItIsToldLosesNoChange) {
   Brine::sys = Brine::realSystem();
   copy_.deliver();
   expectCopied(writer_);
-}
-
-TEST_F(DeliveryTest, GrowthNamesTheDamageThatItComesUpon) {
-  mount();
-  fill(0, 16);
-  fill(0, 16);
-  // A row in another one's place, and one whose version names the former copy.
-  editRow(folder_, 6,
-          [this](std::string const& six) { editRow(folder_, 5, [&](std::string& five) { five = six; }); });
-  editRow(folder_, 7, [](std::string& row) { row[0] = static_cast<char>(row[0] ^ 2); });
-  std::string named;
-  writer_.onCorruption = [&](std::string const& message) { named += message; };
-  fill(16, 20);
-  EXPECT_EQ(named, "row 5 is damaged, 2 in all");
-  EXPECT_FALSE(writer_.find({5, 1}));
-  EXPECT_EQ(rowsOf(writer_).size(), 18U);
 }
 
 TEST_F(DeliveryTest, AWriterThatRestartsWhileItsReaderLooksIsSeenToBeThere) {
@@ -300,76 +244,6 @@ TEST_F(DeliveryTest, APlainReaderIsToldWhereItMayHaveMissedRemovals) {
   EXPECT_TRUE(reader.deliver().mayHaveMissedRemovals);
 }
 
-TEST_F(DeliveryTest, ACheckBesideABusyWriterEndsAndFindsNothing) {
-  constexpr uint64_t keys = 2000;
-  Child child([this](Child& parent) {
-    mount();
-    fill(0, keys);
-    parent.tell();
-    // None of them comes back.
-    for (uint64_t number = keys;; ++number) {
-      writer_.remove({number - keys, 1});
-      write(number);
-      if (number % 64 == 0) writer_.endTurn();
-    }
-  });
-  ASSERT_TRUE(child.hear());
-  copy_.table.deliver();
-  for (size_t i = 0; i < TestSupport::scaled(5000) && !HasFailure(); ++i) expectSound(copy_.table);
-  child.kill();
-}
-
-TEST_F(DeliveryTest, AHeadThatIsAheadOfItsChangesHidesNoneOfThem) {
-  auto const raiseHead = [this](uint64_t changes) {
-    editFile(folder_, offsetof(Brine::Header, head), 8, [&](std::string& bytes) {
-      uint64_t head = 0;
-      bytes.copy(static_cast<char*>(static_cast<void*>(&head)), sizeof head);
-      head += changes;
-      bytes.assign(static_cast<char const*>(static_cast<void const*>(&head)), sizeof head);
-    });
-  };
-  mount();
-  fill(0, 8);
-  copy_.deliver();
-  raiseHead(4);
-  copy_.table.deliver();
-  fill(0, 4);
-  copy_.deliver();
-  expectCopied(writer_);
-  // The same while the reader compares, behind its back.
-  write(7);
-  raiseHead(20);
-  auto const hook = copy_.table.onChanged;
-  copy_.table.onChanged = [&](TestKey const& key) {
-    hook(key);
-    play();
-  };
-  interlude = [this] {
-    for (uint64_t i = 0; i < 19; ++i) write(i % 7);
-    writer_.endTurn();
-  };
-  copy_.table.deliver();
-  EXPECT_FALSE(interlude);
-  copy_.deliver();
-  expectCopied(writer_);
-}
-
-TEST_F(DeliveryTest, OfTwoRowsOfOneKeyTheLaterOneStays) {
-  mount();
-  fill(0, 3);
-  auto const indexes = testLayout.extentOffset(0) + testLayout.indexOffset(0, 0);
-  editFile(folder_, indexes, 2 * testLayout.indexBytes(0),
-           [](std::string& all) { all.assign(all.size(), 0); });
-  fill(1, 2);
-  auto const last = writer_.find({1, 1});
-  writer_.unmount();
-  EXPECT_EQ(writer_.mount(folder_.options(Mode::writer)), MountStatus::corrupt);
-  mount(true);
-  EXPECT_EQ(writer_.find({1, 1}), last);
-  EXPECT_EQ(rowsOf(writer_).size(), 3U);
-  expectSound(writer_);
-}
-
 TEST_F(DeliveryTest, AGrowthThatRanOutOfMemoryCanBeMadeUpForAfterARecovery) {
   mount();
   fill(0, 16);
@@ -409,91 +283,6 @@ TEST_F(DeliveryTest, TheLastChangeOfABurstArrivesWithoutAnotherEvent) {
   }
   EXPECT_EQ(child.wait(), 0);
   expectCopied(copy_.table);
-}
-
-TEST_F(DeliveryTest, ALostChangeThatWasSeenIsNotTakenForALaterOne) {
-  for (size_t between = 0; between < 32; ++between) {
-    Child child([&](Child& parent) {
-      mount();
-      fill(1, 3);
-      for (int i = 0; i < 27; ++i) write(1);
-      parent.tell();
-      parent.hear();
-    });
-    ASSERT_TRUE(child.hear());
-    copy_.find({1, 1});
-    child.kill();
-    // Nothing is left that tells under which numbers it wrote, and others get them, perhaps.
-    damageRow(folder_, 0);
-    lastValue_ += 100;
-    mount(true);
-    for (size_t i = 0; i < between; ++i) write(2);
-    fill(1, 2);
-    copy_.deliver();
-    expectCopied(writer_);
-    writer_.unmount();
-  }
-}
-
-TEST_F(DeliveryTest, AChangeIsToldWhereTheRingNamesAnotherKey) {
-  mount();
-  fill(0, 3);
-  copy_.deliver();
-  write(1);
-  writer_.endTurn();
-  uint64_t const entry = writer_.statistics().changeSequence % 16 * testLayout.ringStride() * 8;
-  editFile(folder_, testLayout.ringOffset() + entry + 16, 1, [](std::string& key) { key[0] = 2; });
-  copy_.deliver();
-  expectCopied(writer_);
-}
-
-TEST_F(DeliveryTest, AReaderNeverTakesATableForEmptyWhoseIndexIsRepaired) {
-  mount();
-  fill(0, 3);
-  copy_.deliver();
-  writer_.unmount();
-  editFile(folder_, offsetof(Brine::Header, geometry), 8, [](std::string& word) { word[7] ^= 1; });
-  Brine::sys.populate = [](void* address, size_t size) {
-    play();
-    return Brine::realSystem().populate(address, size);
-  };
-  interlude = [this] {
-    EXPECT_THROW(copy_.table.find({1, 1}), Brine::CorruptionError);
-    EXPECT_EQ(copy_.table.check().at(0).invariant, "geometry seal");
-  };
-  mount(true);
-  EXPECT_FALSE(interlude);
-  copy_.deliver();
-  expectCopied(writer_);
-}
-
-TEST_F(DeliveryTest, WritersThatAreKilledAndDamageThatIsRepairedLeaveTheCopyExact) {
-  copy_.expectsDamage = true;
-  TestSupport::Shared<std::atomic<uint64_t>> last;
-  size_t const lives = 10 + TestSupport::scaled(60);
-  for (size_t life = 0; life < lives && !HasFailure(); ++life) {
-    Child child([&](Child&) {
-      mount(true);
-      for (lastValue_ = *last + 1000;; *last = lastValue_) {
-        change(20 + life * 10);
-        if (random_() % 8 == 0) writer_.endTurn();
-      }
-    });
-    uint64_t const end = *last + 1000 + random_() % 2000;
-    bool const isStopped = random_() % 3 == 0;
-    while (*last < end) {
-      if (!isStopped) copy_.table.deliver();
-    }
-    child.kill();
-    if (random_() % 2 == 0) copy_.table.deliver();
-    damageRow(folder_, random_() % 16);
-    random_.discard(17);
-  }
-  mount(true);
-  copy_.deliver();
-  expectCopied(writer_);
-  expectSound(writer_);
-  EXPECT_GT(writer_.statistics().dropped, 0U);
 }
 
 TEST_F(DeliveryTest, WhatAWalkWithinAnAnnouncementShowedIsLookedUpAfterwards) {

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <functional>
+#include <random>
+#include <utility>
+
+#include "Brine/Copy.h"
+
+/// A writer, and a reader's copy of what it writes.
+class WriterAndCopy : public testing::Test {
+ protected:
+  ~WriterAndCopy() override {
+    Brine::sys = Brine::realSystem();
+    interlude = nullptr;
+  }
+
+  /// What happens in the middle of the next system call of the kind that a test has chosen, once.
+  static inline std::function<void()> interlude;
+  static void play() {
+    if (auto const once = std::exchange(interlude, nullptr)) once();
+  }
+
+  void mount(bool repair = false) {
+    Brine::MountOptions options = folder_.options(Brine::Mode::writer);
+    options.repair = repair;
+    ASSERT_EQ(writer_.mount(options), Brine::MountStatus::mounted) << writer_.mountDetail();
+  }
+  /// Every row differs from all before.
+  void write(uint64_t number) { writer_.write({{number, 1}, ++lastValue_, 0}); }
+  void fill(uint64_t from, uint64_t to) {
+    for (uint64_t number = from; number < to; ++number) write(number);
+    writer_.endTurn();
+  }
+  void change(uint64_t keys) {
+    uint64_t const number = random_() % keys;
+    random_() % 3 != 0 ? write(number) : static_cast<void>(writer_.remove({number, 1}));
+  }
+  void expectCopied(Brine::Table<TestRow> const& table) {
+    EXPECT_EQ(copy_.rows(), rowsOf(table));
+    EXPECT_EQ(copy_.table.statistics().shadowKeys, copy_.rows().size());
+  }
+  TestFolder folder_;
+  std::mt19937 random_{1};
+  Brine::Table<TestRow> writer_;
+  Copy copy_{folder_, Brine::Mode::keyshadow};
+  uint64_t lastValue_ = 0;
+};
