@@ -58,8 +58,7 @@ std::uint64_t Tables::rows() const { return host->statistics().rows + flood->sta
 
 Follower::Follower(Loop& loop, Tables& tables, Loop::Handler told)
     : loop_(loop), tables_(tables), told_(std::move(told)), again_(loop, [this] { deliver(); }) {
-  tables_.mountAsReader();
-  watch();
+  mount();
 }
 
 Follower::~Follower() { unwatch(); }
@@ -70,21 +69,27 @@ void Follower::deliver() {
   if (!waits) {
     unwatch();
     tables_.unmount();
-    tables_.mountAsReader();
+    mount();
   }
   tables_.deliver();
-  watch();
+  lookAgain();
   told_();
 }
 
-void Follower::watch() {
-  bool isStuck = false;
-  for (auto const& [fd, status] : {std::pair(tables_.host->fd(), tables_.host->mountStatus()),
-                                   std::pair(tables_.flood->fd(), tables_.flood->mountStatus())}) {
-    isStuck |= status == Brine::MountStatus::noResources || status == Brine::MountStatus::notPermitted;
+void Follower::mount() {
+  tables_.mountAsReader();
+  for (int const fd : {tables_.host->fd(), tables_.flood->fd()}) {
     if (fd >= 0) loop_.watchInput(fd, [this] { deliver(); });
   }
-  if (isStuck && !again_.isRunning()) again_.start(std::chrono::seconds(1));
+  lookAgain();
+}
+
+void Follower::lookAgain() {
+  auto const isStuck = [](Brine::MountStatus status) {
+    return status == Brine::MountStatus::noResources || status == Brine::MountStatus::notPermitted;
+  };
+  bool const either = isStuck(tables_.host->mountStatus()) || isStuck(tables_.flood->mountStatus());
+  if (either && !again_.isRunning()) again_.start(std::chrono::seconds(1));
 }
 
 void Follower::unwatch() {

@@ -68,8 +68,9 @@ class Follower {
   void deliver();
 
  private:
-  void watch();
+  void mount();
   void unwatch();
+  void lookAgain();
 
   Loop& loop_;
   Tables& tables_;

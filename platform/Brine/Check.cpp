@@ -34,17 +34,8 @@ class Checker {
     }
     passed_.resize(index_.lineCount());
     for (uint32_t id = 0; id < segment_.capacity() && violations_.size() < maxViolations; ++id) checkRow(id);
-    for (uint32_t number = 0; number < index_.lineCount() && untidy_.size() < maxViolations; ++number) {
-      checkLine(number);
-    }
-    checkProgress();
-    bool const wasQuiet = head_ != 0 && loadAcquire(&header->quiet) == head_;
     // Where not all rows were looked at, the rest does not fit them.
-    bool const isWhole = violations_.size() < maxViolations;
-    if (tidy_ && wasQuiet && isWhole) {
-      untidy_.resize(std::min(untidy_.size(), maxViolations - violations_.size()));
-      violations_.insert(violations_.end(), untidy_.begin(), untidy_.end());
-    }
+    if (tidy_ && head_ != 0 && violations_.size() < maxViolations) checkTidiness();
     return std::move(violations_);
   }
 
@@ -55,6 +46,16 @@ class Checker {
   /// What holds only in a tidy table, and not at every instant of a turn.
   void reportUntidy(char const* invariant, std::string detail) {
     if (untidy_.size() < maxViolations) untidy_.push_back({invariant, std::move(detail)});
+  }
+
+  void checkTidiness() {
+    for (uint32_t number = 0; number < index_.lineCount() && untidy_.size() < maxViolations; ++number) {
+      checkLine(number);
+    }
+    checkProgress();
+    if (loadAcquire(&segment_.header()->quiet) != head_) return;
+    untidy_.resize(std::min(untidy_.size(), maxViolations - violations_.size()));
+    violations_.insert(violations_.end(), untidy_.begin(), untidy_.end());
   }
 
   void checkProgress() {

@@ -248,6 +248,7 @@ class EntityTable : public Orb::Entity {
   }
 
   void notifyObservers(Key key) {
+    Orb::Ptr<EntityTable> const self(this);
     notify(rowAttr_, key);
     notifyCounter_.increment();
   }

@@ -183,7 +183,8 @@ void Segment::attach(bool repair) {
       static_cast<void*>(map(layout_.ringOffset(), layout_.extentOffset(0) - layout_.ringOffset())));
   uint64_t word = loadAcquire(&header_->geometry);
   if (repair && !isSealed(seed_, geometryPlace, word)) {
-    // Here alone: readers go on with the index that they know until the recovery has made another one.
+    // Here alone: readers raise while the word is damaged, and take no index for empty that is still to be
+    // made.
     Geometry geometry;
     while (geometry.level < layout_.maxLevel() && layout_.fileBytes(geometry.level + 1) <= size())
       ++geometry.level;

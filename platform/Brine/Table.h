@@ -163,7 +163,6 @@ class Table : public TableBase {
   void announce(uint64_t const* key, Row const* row, uint64_t& changes);
 
   void onAttached(bool sameFile) override;
-  void onDetached() override {}
   uint64_t shadowKeys() const override { return shadow_.size(); }
 
   mutable Shadow<Row> shadow_;
@@ -178,7 +177,7 @@ class Table : public TableBase {
   /// Reader: number of the next change to deliver; 0 if it is not known.
   uint64_t nextChange_ = 0;
   /// Reader: the owner was told of rows once, in whichever file.
-  bool hasCompared_ = false;
+  bool hasTold_ = false;
 };
 
 /// Walks over rows in the order of their ids: every row that is present from the walk's beginning to its end

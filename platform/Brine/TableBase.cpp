@@ -80,7 +80,6 @@ void TableBase::unmount() {
 
 void TableBase::detach() {
   if (isWritable()) writer_->sayGoodbye();
-  if (segment_) onDetached();
   if (claim_) claim_->segmentIs(nullptr);
   writer_.reset();
   segment_.reset();
@@ -159,7 +158,6 @@ void TableBase::attachReader() {
   }
   auto segment = std::make_unique<Segment>(shape_, file.get(), false);
   bool const sameFile = segment->generation() == generation_;
-  if (segment_) onDetached();
   segment_ = std::move(segment);
   file_ = std::move(file);
   generation_ = segment_->generation();

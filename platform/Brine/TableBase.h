@@ -171,7 +171,6 @@ class TableBase {
 
   /// The file is mounted afresh or has been replaced.
   virtual void onAttached(bool sameFile) = 0;
-  virtual void onDetached() = 0;
   virtual uint64_t shadowKeys() const = 0;
 
   RowShape const shape_;

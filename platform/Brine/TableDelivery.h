@@ -56,7 +56,7 @@ DeliverResult Table<Row>::deliver() {
       if (serial != mountSerial_) return result;
       if (!mustCompareAll()) ++laps_;
       compareAll(result.changes, result);
-      hasCompared_ = true;
+      hasTold_ = true;
       if (serial != mountSerial_) return result;
       comparedAll();
       nextChange_ = isKnown ? head + 1 : 0;
@@ -64,7 +64,7 @@ DeliverResult Table<Row>::deliver() {
     bool const isAtEnd = quiet != 0 && quiet + 1 == nextChange_;
     if (serial == mountSerial_ && isAtEnd && mountStatus() != MountStatus::noResources) reportQuiesced(true);
   } catch (...) {
-    hasCompared_ |= result.changes != 0;
+    hasTold_ |= result.changes != 0;
     onDeliveryRaised();
   }
   return result;
@@ -180,7 +180,7 @@ template <TableRow Row>
 void Table<Row>::compareAll(uint64_t& changes, DeliverResult& result) {
   constexpr unsigned batch = 32;
   uint64_t const serial = mountSerial_;
-  if (!isShadowed()) result.mayHaveMissedRemovals = hasCompared_;
+  if (!isShadowed()) result.mayHaveMissedRemovals = hasTold_;
   // The number of rows is a hint from shared memory; their ids are bounded.
   uint32_t const ids = segment_->highWater();
   if (isShadowed()) shadow_.reserve(std::min<uint64_t>(loadRelaxed(&segment_->header()->rows), ids), ids);
@@ -230,7 +230,7 @@ void Table<Row>::compareRow(uint32_t id, uint64_t& changes) {
   }
   if (state == RowState::live) {
     isShadowed() ? settle(found.words, found, row, changes) : announce(found.words, &row, changes);
-  } else if (!isShadowed() && hasCompared_) {
+  } else if (!isShadowed() && hasTold_) {
     // A plain reader learns of a removal from what the slot still holds, unless the key lives elsewhere.
     uint64_t key[keyWordCount];
     for (unsigned i = 0; i < keyWordCount; ++i) key[i] = loadAcquire(segment_->slot(id) + 2 + i);
