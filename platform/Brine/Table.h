@@ -152,7 +152,7 @@ class Table : public TableBase {
   void deliverChange(Change const& change, uint64_t& changes);
   void compareAll(uint64_t& changes, DeliverResult& result);
   void unpin(uint64_t const* key) const;
-  bool isNews(uint32_t id) const;
+  [[gnu::always_inline]] inline bool isNews(uint32_t id) const;
   void compareRow(uint32_t id, uint64_t& changes);
   void compareKey(uint64_t const* key, uint32_t likelyId, uint64_t& changes);
   void prefetchRow(uint32_t id) const {

@@ -96,6 +96,16 @@ bool Table<Row>::deliverRing(uint64_t head, uint64_t& changes) {
   return true;
 }
 
+/// Whether the row holds, or no longer holds, something that is not what was last shown there. A hint: who
+/// acts on it reads the row.
+template <TableRow Row>
+bool Table<Row>::isNews(uint32_t id) const {
+  // Relaxed: the head, or the entry, of every change that must be told was loaded before, with acquire.
+  uint64_t const version = id < segment_->capacity() ? loadRelaxed(segment_->slot(id)) : 0;
+  if (!isShadowed()) return version != 0 && sequenceOf(version) >= nextChange_;
+  return ((version & versionLive) != 0 ? version : 0) != shadow_.version(id);
+}
+
 template <TableRow Row>
 void Table<Row>::deliverChange(Change const& change, uint64_t& changes) {
   if (isShadowed()) {
@@ -165,14 +175,6 @@ void Table<Row>::announce(uint64_t const* key, Row const* row, uint64_t& changes
   Pin<Row> pin;
   pin.link(pins_, key, row);
   call(onChanged, *decoded);
-}
-
-/// Whether the row holds, or no longer holds, something that is not what was last shown there.
-template <TableRow Row>
-bool Table<Row>::isNews(uint32_t id) const {
-  uint64_t const version = id < segment_->capacity() ? loadAcquire(segment_->slot(id)) : 0;
-  if (!isShadowed()) return version != 0 && sequenceOf(version) >= nextChange_;
-  return ((version & versionLive) != 0 ? version : 0) != shadow_.version(id);
 }
 
 /// Compares every row with what was shown: versions only, and keys where these differ.
