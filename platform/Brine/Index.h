@@ -1,12 +1,41 @@
 #pragma once
 
-#include <bit>
 #include <cstdint>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "Brine/Layout.h"
 #include "Brine/Word.h"
 
 namespace Brine {
+
+/// The lanes of an index line that have the tag, bit i for lane i. The words are the line's first three.
+constexpr uint32_t lanesWithTagAnywhere(uint16_t tag, uint64_t first, uint64_t second, uint64_t third) {
+  uint64_t const words[] = {first, second, third};
+  uint32_t lanes = 0;
+  for (unsigned lane = 0; lane < lanesPerLine; ++lane) {
+    bool const isHit = static_cast<uint16_t>(words[lane / 4] >> (lane % 4 * 16)) == tag;
+    lanes |= uint32_t{isHit} << lane;
+  }
+  return lanes;
+}
+
+/// The same in few steps: what waits for the line shares the processor's window with the look-ups behind it.
+/// Without a branch, since which lane it is cannot be foreseen, and a wrong guess would wait for the line.
+[[gnu::always_inline]] inline uint32_t lanesWithTag(uint16_t tag, uint64_t first, uint64_t second,
+                                                    uint64_t third) {
+#if defined(__SSE2__)
+  auto const number = [](uint64_t word) { return static_cast<long long>(word); };
+  __m128i const wanted = _mm_set1_epi16(static_cast<short>(tag));
+  __m128i const front = _mm_cmpeq_epi16(_mm_set_epi64x(number(second), number(first)), wanted);
+  __m128i const back = _mm_cmpeq_epi16(_mm_cvtsi64_si128(number(third)), wanted);
+  return static_cast<uint32_t>(_mm_movemask_epi8(_mm_packs_epi16(front, back))) & ((1U << lanesPerLine) - 1);
+#else
+  return lanesWithTagAnywhere(tag, first, second, third);
+#endif
+}
 
 /// Finds row ids by key: lines of ten lanes, each a 16-bit tag and an id, and a count of the keys that found
 /// the line full and live behind it. A key lives in the first line, from its home line on, that had a free
@@ -51,7 +80,7 @@ class Index {
     for (uint32_t seen = 0; seen < lineCount_; ++seen) {
       uint64_t const* const words = line(number);
       uint64_t const last = loadAcquire(words + 2);
-      for (uint64_t hits = lanesOf(tag, words, last); hits != 0; hits &= hits - 1) {
+      for (uint32_t hits = lanesOf(tag, words, last); hits != 0; hits &= hits - 1) {
         uint32_t const id = idOfLane(words, laneOfHit(hits));
         if (match(id)) return id;
       }
@@ -66,7 +95,7 @@ class Index {
   template <class Match>
   [[gnu::always_inline]] uint32_t findHome(uint32_t hash, uint16_t tag, Match&& match) const {
     uint64_t const* const words = line(homeLine(hash));
-    for (uint64_t hits = lanesOf(tag, words, loadAcquire(words + 2)); hits != 0; hits &= hits - 1) {
+    for (uint32_t hits = lanesOf(tag, words, loadAcquire(words + 2)); hits != 0; hits &= hits - 1) {
       uint32_t const id = idOfLane(words, laneOfHit(hits));
       if (match(id)) return id;
     }
@@ -99,7 +128,7 @@ class Index {
   [[gnu::always_inline]] bool insertNew(uint32_t hash, uint16_t tag, uint32_t id, IsTwin&& isTwin) {
     uint64_t* const words = lines_ + uint64_t{homeLine(hash)} * lineWords;
     uint64_t const last = loadRelaxed(words + 2);
-    uint64_t const free = lanesOf(0, words, last);
+    uint32_t const free = lanesOf(0, words, last);
     // Mostly nothing else can be of the key.
     if (lanesOf(tag, words, last) != 0 || last >> 32 != 0 || free == 0) {
       return find(hash, tag, isTwin) == noRow && insert(hash, tag, id);
@@ -115,7 +144,7 @@ class Index {
     uint32_t number = home;
     for (uint32_t seen = 0; seen < lineCount_; ++seen, number = next(number)) {
       uint64_t* const words = lines_ + uint64_t{number} * lineWords;
-      for (uint64_t hits = lanesOf(tag, words, loadRelaxed(words + 2)); hits != 0; hits &= hits - 1) {
+      for (uint32_t hits = lanesOf(tag, words, loadRelaxed(words + 2)); hits != 0; hits &= hits - 1) {
         unsigned const lane = laneOfHit(hits);
         if (idOfLane(words, lane) != id) continue;
         setTag(words, lane, 0);
@@ -140,29 +169,13 @@ class Index {
   uint32_t next(uint32_t number) const { return number + 1 == lineCount_ ? 0 : number + 1; }
 
  private:
-  static constexpr uint64_t lowLaneBits = 0x0001000100010001U;
-
-  /// The lanes of a line that have the tag, one bit each, in an order of their own: see `laneOfHit()`. `last`
-  /// is the line's third word. Without a branch, since which lane it is cannot be foreseen, and a wrong guess
-  /// would wait for the line.
-  [[gnu::always_inline]] static uint64_t lanesOf(uint16_t tag, uint64_t const* words, uint64_t last) {
-    uint64_t const wanted = tag * lowLaneBits;
-    return ~(std::rotr(usedLanes(loadAcquire(words) ^ wanted), 15) &
-             std::rotr(usedLanes(loadAcquire(words + 1) ^ wanted), 14) &
-             std::rotr(usedLanes(last ^ wanted) | ~uint64_t{0xFFFFFFFFU}, 13));
+  [[gnu::always_inline]] static uint32_t lanesOf(uint16_t tag, uint64_t const* words, uint64_t last) {
+    return lanesWithTag(tag, loadAcquire(words), loadAcquire(words + 1), last);
   }
   /// The lane of the lowest bit.
-  static unsigned laneOfHit(uint64_t hits) {
-    auto const place = static_cast<unsigned>(__builtin_ctzll(hits));
-    return place % 16 * 4 + place / 16;
-  }
-  /// Ones but for bit 15 of each lane that is zero.
-  static constexpr uint64_t usedLanes(uint64_t lanes) {
-    constexpr uint64_t low = lowLaneBits * 0x7FFF;
-    return ((lanes & low) + low) | lanes | low;
-  }
+  static unsigned laneOfHit(uint32_t hits) { return static_cast<unsigned>(__builtin_ctz(hits)); }
   [[gnu::always_inline]] static unsigned freeLane(uint64_t const* words) {
-    uint64_t const free = lanesOf(0, words, loadRelaxed(words + 2));
+    uint32_t const free = lanesOf(0, words, loadRelaxed(words + 2));
     return free == 0 ? lanesPerLine : laneOfHit(free);
   }
   [[gnu::always_inline]] static void setTag(uint64_t* words, unsigned lane, uint16_t tag) {
