@@ -59,6 +59,7 @@ std::uint64_t Tables::rows() const { return host->statistics().rows + flood->sta
 Follower::Follower(Loop& loop, Tables& tables, Loop::Handler told)
     : loop_(loop), tables_(tables), told_(std::move(told)), again_(loop, [this] { deliver(); }) {
   mount();
+  lookAgain();
 }
 
 Follower::~Follower() { unwatch(); }
@@ -81,7 +82,6 @@ void Follower::mount() {
   for (int const fd : {tables_.host->fd(), tables_.flood->fd()}) {
     if (fd >= 0) loop_.watchInput(fd, [this] { deliver(); });
   }
-  lookAgain();
 }
 
 void Follower::lookAgain() {

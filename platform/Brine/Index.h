@@ -22,8 +22,8 @@ constexpr uint32_t lanesWithTagAnywhere(uint16_t tag, uint64_t first, uint64_t s
   return lanes;
 }
 
-/// The same in few steps: what waits for the line shares the processor's window with the look-ups behind it.
-/// Without a branch, since which lane it is cannot be foreseen, and a wrong guess would wait for the line.
+/// The same in few steps, which all wait for the line. Without a branch, since which lane it is cannot be
+/// foreseen, and a wrong guess would wait for the line.
 [[gnu::always_inline]] inline uint32_t lanesWithTag(uint16_t tag, uint64_t first, uint64_t second,
                                                     uint64_t third) {
 #if defined(__SSE2__)
