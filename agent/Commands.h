@@ -1,5 +1,5 @@
-/// The subcommands of the program. Each adds itself to the command line; when it is the one that was chosen,
-/// it leaves in `run` what main() is to call once the whole command line has been accepted.
+/// The program and its subcommands. Each adds itself to the command line; when it is the one that was chosen,
+/// it leaves in `run` what the program is to call once the whole command line has been accepted.
 #pragma once
 
 #include <functional>
@@ -31,5 +31,8 @@ void addShowCommand(CLI::App& app, Run& run);
 void addWatchCommand(CLI::App& app, Run& run);
 void addCheckCommand(CLI::App& app, Run& run);
 void addTraceCommand(CLI::App& app, Run& run);
+
+/// The whole program, from its command line to its exit status. Called once, by main().
+int program(int argc, char** argv);
 
 }  // namespace Agent

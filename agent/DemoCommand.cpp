@@ -16,7 +16,7 @@ namespace Agent {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Json = nlohmann::ordered_json;
+using OrderedJson = nlohmann::ordered_json;
 
 struct DemoOptions {
   std::string dir = "/dev/shm/qorevpn-demo-" + std::to_string(getpid());
@@ -39,7 +39,7 @@ SiteFeeds splitTrace(std::string const& path) {
     Event const event = parseEvent(line);
     if (event.time) feeds.seconds = std::max(feeds.seconds, *event.time);
     bool const isFlag = event.op == Op::enabled || event.op == Op::capability;
-    Json object = Json::parse(line);
+    OrderedJson object = OrderedJson::parse(line);
     if (!isFlag) object["from"] = "controller";
     std::string const text = object.dump() + '\n';
     if (isFlag || event.from == Origin::controller) feeds.west += text;

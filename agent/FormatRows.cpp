@@ -26,7 +26,7 @@ constexpr auto asNumber = [](auto const& value) { return value.value(); };
 constexpr auto asItself = [](auto value) { return value; };
 
 constexpr auto vniOf = [](auto const& row) { return row.key().vni(); };
-constexpr auto macOf = [](Host const& row) { return row.key().macAddr(); };
+constexpr auto hostMacOf = [](Host const& row) { return row.key().macAddr(); };
 constexpr auto hostVtepOf = [](Host const& row) { return row.vtepAddr(); };
 constexpr auto seqOf = [](Host const& row) { return row.seqNo(); };
 constexpr auto preferenceOf = [](Host const& row) { return row.preference(); };
@@ -36,7 +36,7 @@ constexpr auto brVniOf = [](BridgeId brId) { return brId.value() & 0xFFFFFFU; };
 
 constexpr std::array hostColumns = {
     column<Host, vniOf, asNumber>("VNI", "vni", true, true),
-    column<Host, macOf, asText>("MAC", "mac", false, true),
+    column<Host, hostMacOf, asText>("MAC", "mac", false, true),
     column<Host, hostVtepOf, asText>("VTEP", "vtep", false, false),
     column<Host, seqOf, asNumber>("SEQ", "seq", true, false),
     column<Host, preferenceOf, asItself>("PREFERENCE", "preference", true, false),

@@ -8,12 +8,12 @@
 namespace Agent {
 
 nlohmann::ordered_json toJson(VxlanController::VniStatusDirV2 const& status, std::string_view vni) {
-  using Json = nlohmann::ordered_json;
+  using OrderedJson = nlohmann::ordered_json;
   std::map<Vxlan::Vni, VxlanController::VniStatusV2 const*> vnis;
   for (auto const& entry : status.vniStatusV2()) {
     if (vni.empty() || vni == Orb::toText(entry.key)) vnis[entry.key] = entry.value.get();
   }
-  Json result = Json::object();
+  OrderedJson result = OrderedJson::object();
   for (auto const& [key, each] : vnis) {
     std::map<Wirix::EthAddr, VxlanController::MacVtepV2> hosts;
     for (auto const& entry : each->macVtepTable()) hosts[entry.key] = entry.value;
@@ -21,7 +21,7 @@ nlohmann::ordered_json toJson(VxlanController::VniStatusDirV2 const& status, std
     for (auto const& list : each->macVtepFloodListTable()) {
       for (auto const& entry : list.value->vtepIpFloodList()) floods.insert(entry.key);
     }
-    Json shown = {{"floods", Json::array()}, {"hosts", Json::array()}};
+    OrderedJson shown = {{"floods", OrderedJson::array()}, {"hosts", OrderedJson::array()}};
     for (Wirix::IpAddr const& vtep : floods) shown["floods"].push_back(Orb::toText(vtep));
     for (auto const& [mac, entry] : hosts) {
       shown["hosts"].push_back({{"mac", Orb::toText(mac)},

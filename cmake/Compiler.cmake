@@ -20,6 +20,10 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   # GCC 12 reports overlaps inside std::string at -O3 that cannot be (its bug 105651), hence no -Wrestrict.
   add_compile_options(-Wduplicated-cond -Wlogical-op -Wno-restrict)
 endif()
+# One file's names are no shadow on those of another that happens to be compiled with it.
+if(CMAKE_UNITY_BUILD)
+  add_compile_options(-Wno-shadow)
+endif()
 if(QOREVPN_WERROR)
   add_compile_options(-Werror)
 endif()

@@ -9,7 +9,7 @@ namespace Bridging {
 
 namespace {
 
-[[maybe_unused]] Orb::ValueType const& registered = Orb::valueType<BridgeId>();
+[[maybe_unused]] Orb::ValueType const& registeredBridgeId = Orb::valueType<BridgeId>();
 
 }  // namespace
 

@@ -11,14 +11,14 @@ namespace Orb {
 
 namespace {
 
-struct Registry {
+struct TypeRegistry {
   std::mutex mutex;
   std::map<std::string_view, TypeDescriptor const*> types;
 };
 
 // Made before the first descriptor is complete, so destroyed after the last one.
-Registry& registry() {
-  static Registry instance;
+TypeRegistry& typeRegistry() {
+  static TypeRegistry instance;
   return instance;
 }
 
@@ -70,14 +70,14 @@ TypeDescriptor::TypeDescriptor(std::string_view name, std::vector<AttributeInfo>
     if (info.id == noAttribute) info.id = next;
     next = std::max(next, info.id + 1);
   }
-  std::lock_guard const lock(registry().mutex);
-  registry().types[name_] = this;
+  std::lock_guard const lock(typeRegistry().mutex);
+  typeRegistry().types[name_] = this;
 }
 
 TypeDescriptor::~TypeDescriptor() {
-  std::lock_guard const lock(registry().mutex);
-  auto const at = registry().types.find(name_);
-  if (at != registry().types.end() && at->second == this) registry().types.erase(at);
+  std::lock_guard const lock(typeRegistry().mutex);
+  auto const at = typeRegistry().types.find(name_);
+  if (at != typeRegistry().types.end() && at->second == this) typeRegistry().types.erase(at);
 }
 
 AttributeInfo const& TypeDescriptor::attribute(AttributeId id) const {
@@ -88,9 +88,9 @@ AttributeInfo const& TypeDescriptor::attribute(std::string_view name) const {
 }
 
 TypeDescriptor const* TypeDescriptor::find(std::string_view name) {
-  std::lock_guard const lock(registry().mutex);
-  auto const at = registry().types.find(name);
-  return at == registry().types.end() ? nullptr : at->second;
+  std::lock_guard const lock(typeRegistry().mutex);
+  auto const at = typeRegistry().types.find(name);
+  return at == typeRegistry().types.end() ? nullptr : at->second;
 }
 
 Value attribute(PtrInterface const& object, AttributeId id) { return read(object, id); }

@@ -7,14 +7,14 @@ namespace Orb {
 
 namespace {
 
-struct Registry {
+struct ValueRegistry {
   std::mutex mutex;
   std::vector<ValueType const*> types;
 };
 
 // Made before the first descriptor is complete, so destroyed after the last one.
-Registry& registry() {
-  static Registry instance;
+ValueRegistry& valueRegistry() {
+  static ValueRegistry instance;
   return instance;
 }
 
@@ -33,13 +33,13 @@ ValueType::ValueType(std::string name, size_t size, size_t align, Operations ope
       attributes_(std::move(attributes)) {
   AttributeId id = firstOwnAttribute;
   for (ValueAttribute& attribute : attributes_) attribute.id = id++;
-  std::lock_guard const lock(registry().mutex);
-  registry().types.push_back(this);
+  std::lock_guard const lock(valueRegistry().mutex);
+  valueRegistry().types.push_back(this);
 }
 
 ValueType::~ValueType() {
-  std::lock_guard const lock(registry().mutex);
-  std::erase(registry().types, this);
+  std::lock_guard const lock(valueRegistry().mutex);
+  std::erase(valueRegistry().types, this);
 }
 
 void ValueType::construct(void* at) const {
@@ -85,16 +85,16 @@ ValueAttribute const& ValueType::attribute(std::string_view name) const {
 }
 
 ValueType const& ValueType::byName(std::string_view name) {
-  std::lock_guard const lock(registry().mutex);
-  auto const found = std::ranges::find(registry().types, name, &ValueType::name_);
-  if (found == registry().types.end()) throw UnknownTypeError(name);
+  std::lock_guard const lock(valueRegistry().mutex);
+  auto const found = std::ranges::find(valueRegistry().types, name, &ValueType::name_);
+  if (found == valueRegistry().types.end()) throw UnknownTypeError(name);
   return **found;
 }
 
 std::vector<std::string> ValueType::names() {
-  std::lock_guard const lock(registry().mutex);
+  std::lock_guard const lock(valueRegistry().mutex);
   std::vector<std::string> names;
-  for (ValueType const* type : registry().types) names.push_back(type->name_);
+  for (ValueType const* type : valueRegistry().types) names.push_back(type->name_);
   std::ranges::sort(names);
   return names;
 }

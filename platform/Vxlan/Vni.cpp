@@ -9,7 +9,7 @@ namespace Vxlan {
 
 namespace {
 
-[[maybe_unused]] Orb::ValueType const& registered = Orb::valueType<Vni>();
+[[maybe_unused]] Orb::ValueType const& registeredVni = Orb::valueType<Vni>();
 
 constexpr char rangeText[] = "Vni::value < Vni::min or > Vni::max not allowed";
 

@@ -7,7 +7,7 @@ namespace Vxlan {
 
 namespace {
 
-[[maybe_unused]] Orb::ValueType const& registered = Orb::valueType<VniExt>();
+[[maybe_unused]] Orb::ValueType const& registeredVniExt = Orb::valueType<VniExt>();
 
 }  // namespace
 

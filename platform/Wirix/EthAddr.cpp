@@ -9,7 +9,7 @@ namespace Wirix {
 
 namespace {
 
-[[maybe_unused]] Orb::ValueType const& registered = Orb::valueType<EthAddr>();
+[[maybe_unused]] Orb::ValueType const& registeredEthAddr = Orb::valueType<EthAddr>();
 
 constexpr std::string_view hexDigits = "0123456789abcdef";
 

@@ -9,7 +9,7 @@ namespace Wirix {
 
 namespace {
 
-[[maybe_unused]] Orb::ValueType const& registered = Orb::valueType<IpAddr>();
+[[maybe_unused]] Orb::ValueType const& registeredIpAddr = Orb::valueType<IpAddr>();
 
 }  // namespace
 

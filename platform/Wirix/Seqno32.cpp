@@ -7,7 +7,7 @@
 
 namespace {
 
-[[maybe_unused]] Orb::ValueType const& registered = Orb::valueType<Seqno32>();
+[[maybe_unused]] Orb::ValueType const& registeredSeqno32 = Orb::valueType<Seqno32>();
 
 }  // namespace
 

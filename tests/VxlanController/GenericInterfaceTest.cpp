@@ -23,7 +23,7 @@ class GenericInterface : public Site {
 };
 
 /// An object by its type, a collection by its keys, another value by its text.
-std::string text(Orb::Value const& value) {
+std::string shown(Orb::Value const& value) {
   if (value.type() == Orb::valueType<Object>()) {
     auto const object = value.as<Object>();
     return object ? std::string(object->fwkType().name()) : "null";
@@ -41,7 +41,7 @@ TEST_F(GenericInterface, OffersWhatTheFileBesideThisLists) {
     Orb::appendTexts(all, type.name(), '\n');
     for (Orb::AttributeInfo const& attribute : type.attributes()) {
       Orb::appendTexts(all, attribute.id, ' ', attribute.name, attribute.invoke ? "()" : "");
-      if (attribute.read) Orb::appendTexts(all, " = ", text(attribute.read(*machine)));
+      if (attribute.read) Orb::appendTexts(all, " = ", shown(attribute.read(*machine)));
       Orb::appendTexts(all, attribute.write ? ", may be set\n" : "\n");
     }
     EXPECT_EQ(Orb::TypeDescriptor::find(type.name()), &type);
