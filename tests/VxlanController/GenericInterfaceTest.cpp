@@ -70,12 +70,7 @@ TEST_F(GenericInterface, AccessesByIdentifierAndByNameAndRefusesOthers) {
   EXPECT_EQ(tables(), "| 10>12 | 10 ");
   Orb::attributeInvoke(*floodList, "cleanup");
   EXPECT_EQ(tables(), "| | 10 ");
-}
-
-TEST_F(GenericInterface, RemoversGiveTheInputBackOnce) {
-  EXPECT_EQ(mode->evpnCapabilityDel(), capability);
-  EXPECT_EQ(mode->controllerdbStatusDel(), status);
-  EXPECT_EQ(mode->controllerdbStatusDel(), nullptr);
+  // Removers give the input back, once.
   EXPECT_EQ(tx->vniDirDel(), dir);
   EXPECT_EQ(tx->vniDirDel(), nullptr);
   EXPECT_EQ(tx->vniStatusDirFromEvpnDel(), evpn);

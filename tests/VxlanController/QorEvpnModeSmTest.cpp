@@ -1,37 +1,21 @@
 #include "VxlanController/QorEvpnModeSm.h"
 
-#include <gtest/gtest.h>
+#include "VxlanController/Site.h"
 
-#include "Orb/Dir.h"
-#include "Orb/Type.h"
-#include "support/TraceCapture.h"
-#include "support/Watcher.h"
-
+namespace MachineTests {
 namespace {
 
 using Controllerdb::Status;
-using Orb::makePtr;
-using Orb::Ptr;
 using QorEvpn::EvpnCapability;
-using QorEvpn::QorEvpnConfig;
-using QorEvpn::QorEvpnIntegrationModeSm;
-using Lines = std::vector<std::string>;
 
 // One run of the rule as it is traced.
-Lines run(bool enabled, bool evpnEnabled) {
+Texts run(bool enabled, bool evpnEnabled) {
   std::string const rule = "8 void QorEvpn::QorEvpnIntegrationModeSm::setQorEvpnIntegrationMode()";
-  auto const text = [](bool value) { return std::string(value ? "true" : "false"); };
-  return {rule,
-          "8 controllerdbStatus()->enabled() " + text(enabled) + " evpnCapability()->evpnEnabled() " +
-              text(evpnEnabled),
-          std::string("8 Turning qorEvpnIntegrationMode ") + (enabled && evpnEnabled ? "ON" : "OFF"),
-          rule + " return "};
-}
-Lines firstPass(Lines lines) {
-  std::string const pass = "8 void QorEvpn::QorEvpnIntegrationModeSm::handleInitialized()";
-  lines.insert(lines.begin(), pass);
-  lines.push_back(pass + " return ");
-  return lines;
+  std::string inputs;
+  Orb::appendTexts(inputs, "8 controllerdbStatus()->enabled() ", enabled, " evpnCapability()->evpnEnabled() ",
+                   evpnEnabled);
+  std::string const result = enabled && evpnEnabled ? "ON" : "OFF";
+  return {rule, inputs, "8 Turning qorEvpnIntegrationMode " + result, rule + " return "};
 }
 
 class ModeSm : public testing::Test {
@@ -46,8 +30,8 @@ class ModeSm : public testing::Test {
   TestSupport::TraceCapture traces{"QorEvpnModeSm", 1U << 8};
   Ptr<Status> status = makePtr<Status>("controllerdb");
   Ptr<EvpnCapability> capability = makePtr<EvpnCapability>("capability");
-  Ptr<QorEvpnConfig> config = makePtr<QorEvpnConfig>("config");
-  Ptr<QorEvpnIntegrationModeSm> sm;
+  Ptr<QorEvpn::QorEvpnConfig> config = makePtr<QorEvpn::QorEvpnConfig>("config");
+  Ptr<QorEvpn::QorEvpnIntegrationModeSm> sm;
 };
 
 TEST_F(ModeSm, IsOnWhenBothAreOn) {
@@ -59,8 +43,12 @@ TEST_F(ModeSm, IsOnWhenBothAreOn) {
       make();
       EXPECT_EQ(mode(), enabled && evpnEnabled);
       std::string const rule = "setQorEvpnIntegrationMode", pass = "handleInitialized";
-      EXPECT_EQ(traces.functions(), (Lines{pass, rule, rule, rule, rule, pass}));
-      EXPECT_EQ(traces.take(), firstPass(run(enabled, evpnEnabled)));
+      EXPECT_EQ(traces.functions(), (Texts{pass, rule, rule, rule, rule, pass}));
+      Texts expected = run(enabled, evpnEnabled);
+      std::string const passText = "8 void QorEvpn::QorEvpnIntegrationModeSm::handleInitialized()";
+      expected.insert(expected.begin(), passText);
+      expected.push_back(passText + " return ");
+      EXPECT_EQ(traces.take(), expected);
 
       // Every change of an input writes the flag, also where the result stays as it is.
       config->qorEvpnIntegrationModeIs(!(enabled && !evpnEnabled));
@@ -81,10 +69,12 @@ TEST_F(ModeSm, HearsOfNothingElse) {
   make();
   traces.take();
   sm->initializedIs(true);
-  sm->evpnCapabilityDel(), sm->controllerdbStatusDel();
+  EXPECT_EQ(sm->evpnCapabilityDel(), capability);
+  EXPECT_EQ(sm->controllerdbStatusDel(), status);
+  EXPECT_EQ(sm->controllerdbStatusDel(), nullptr);
   inputs(false, false);
   sm = nullptr;
-  EXPECT_EQ(traces.take(), Lines());
+  EXPECT_EQ(traces.take(), Texts());
 }
 
 TEST_F(ModeSm, AReplacedInputRunsTheRuleOnceUnlessTheReactorIsAZombie) {
@@ -102,7 +92,7 @@ TEST_F(ModeSm, AReplacedInputRunsTheRuleOnceUnlessTheReactorIsAZombie) {
   EXPECT_EQ(traces.take(), run(false, false));
   sm->orbControllerdbStatus()->orbDoZombieReactors(true);
   sm->orbControllerdbStatus()->notifierIs(status);
-  EXPECT_EQ(traces.take(), Lines());
+  EXPECT_EQ(traces.take(), Texts());
 }
 
 TEST_F(ModeSm, LooksAtTheCapabilityOnlyWhereItMatters) {
@@ -120,3 +110,4 @@ TEST_F(ModeSm, LooksAtTheCapabilityOnlyWhereItMatters) {
 }
 
 }  // namespace
+}  // namespace MachineTests

@@ -23,22 +23,7 @@ class RxSm : public testing::Test {
   Ptr<QorEvpnRxSm> sm;
 };
 
-TEST_F(RxSm, KeepsAStatusForAsLongAsItHasRowsAndTracesNothing) {
-  hosts->hostIs(host(10, 1, 11));
-  delivered();
-  make();
-  auto const status = dir->vniStatusV2(Vni(10));
-  floods->floodEntryIs(flood(10, 14));
-  EXPECT_EQ(delivered(), "10[1>11/1/16 bum>14 ] ");
-  hosts->hostDel(host(10, 1, 11).key());
-  EXPECT_EQ(delivered(), "10[bum>14 ] ");
-  hosts->hostIs(host(10, 2, 11)), floods->floodEntryDel(flood(10, 14).key());
-  EXPECT_EQ(delivered(), "10[2>11/1/16 ] ");
-  EXPECT_EQ(dir->vniStatusV2(Vni(10)), status);
-  EXPECT_EQ(traces.take(), std::vector<std::string>());
-}
-
-TEST_F(RxSm, DefaultRowsAreDeletions) {
+TEST_F(RxSm, DefaultRowsAreDeletionsAndNothingIsTraced) {
   make();
   sm->vniStatusDir()->vniStatusV2Is(Vni(0))->macVtepTableIs(MacVtepV2(EthAddr(), ip(1)));
   hosts->hostIs(Host());
@@ -54,29 +39,28 @@ TEST_F(RxSm, DefaultRowsAreDeletions) {
   EXPECT_EQ(delivered(), "0[bum>1 ] ");
   floods->floodEntryDel(VniVtepPair(Vni(0), ip(1)));
   EXPECT_EQ(delivered(), "");
+  EXPECT_EQ(traces.take(), Texts());
   // The assertions hold for them, too.
   EXPECT_DEATH(sm->handleHost(MacVniPair()), "assertion failed: vniStatus");
 }
 
 TEST_F(RxSm, CleanupWithdrawsWhatTheRowsPutThereAndKeepsNoMemory) {
-  for (uint32_t vni : {10u, 20u, 30u}) hosts->hostIs(host(vni, 1, 11)), hosts->hostIs(host(vni, 2, 11));
+  for (uint32_t vni : {10u, 20u}) hosts->hostIs(host(vni, 1, 11)), hosts->hostIs(host(vni, 2, 11));
   floods->floodEntryIs(flood(10, 12)), floods->floodEntryIs(flood(40, 12));
   delivered();
   make();
   dir->vniStatusV2(Vni(20))->macVtepTableIs(entry(9, 9));
   Orb::attributeInvoke(*sm, "cleanup");
   EXPECT_EQ(content(), "20[9>9/1/16 ] ");
-  EXPECT_EQ(hosts->statistics().rows, 6u);
+  EXPECT_EQ(hosts->statistics().rows, 4u);
   Orb::attributeInvoke(*sm, "initSm");
-  EXPECT_EQ(content(),
-            "10[1>11/1/16 2>11/1/16 bum>12 ] 20[1>11/1/16 2>11/1/16 9>9/1/16 ] 30[1>11/1/16 "
-            "2>11/1/16 ] 40[bum>12 ] ");
+  std::string const all = "10[1>11/1/16 2>11/1/16 bum>12 ] 20[1>11/1/16 2>11/1/16 9>9/1/16 ] 40[bum>12 ] ";
+  EXPECT_EQ(content(), all);
   sm->hasNotificationActiveIs(false);
   hosts->hostIs(host(50, 1, 1));
-  EXPECT_EQ(delivered().find("50"), std::string::npos);
-  std::string const before = content();
+  EXPECT_EQ(delivered(), all);
   sm = nullptr;  // writes nothing
-  EXPECT_EQ(content(), before);
+  EXPECT_EQ(content(), all);
 }
 
 TEST_F(RxSm, DamageEndsItsWalkAndCountsAsAbsence) {
@@ -86,12 +70,12 @@ TEST_F(RxSm, DamageEndsItsWalkAndCountsAsAbsence) {
   std::string const all = "10[1>1/1/16 2>2/1/16 3>3/1/16 bum>1 bum>2 bum>3 ] ";
   EXPECT_EQ(content(), all);
   evpns.damage(host(10, 2, 2)), evpns.damage(flood(10, 2));
-  auto const two = [] { return std::vector<std::string>{"row 1 is damaged", "row 1 is damaged"}; };
+  Texts const two = {"row 1 is damaged", "row 1 is damaged"};
   sm->initSm();
-  EXPECT_EQ(std::exchange(own.reports, {}), two());
+  EXPECT_EQ(std::exchange(own.reports, {}), two);
   EXPECT_EQ(content(), all);
   sm->cleanup();
-  EXPECT_EQ(std::exchange(own.reports, {}), two());
+  EXPECT_EQ(std::exchange(own.reports, {}), two);
   EXPECT_EQ(content(), "10[2>2/1/16 3>3/1/16 bum>2 bum>3 ] ");
   sm->handleHost(host(10, 2, 2).key());
   EXPECT_EQ(content(), "10[3>3/1/16 bum>2 bum>3 ] ");

@@ -26,6 +26,7 @@ using Vxlan::Vni;
 using VxlanController::MacVtepFloodListV2, VxlanController::MacVtepV2, VxlanController::QorEvpnRxSm;
 using VxlanController::VniFdbStatusV2, VxlanController::VniStatusDirV2, VxlanController::VniStatusV2;
 using Wirix::EthAddr, Wirix::IpAddr;
+using Texts = std::vector<std::string>;
 
 /// 02:00:00:00:00:n, or the all-BUM address for 0; 10.99.0.n.
 inline EthAddr mac(uint32_t n) { return EthAddr::ofValue(n == 0 ? 0 : 0x020000000000 + n); }
@@ -71,24 +72,20 @@ struct Tables {
   }
   void endTurn() const { hostTable->endTurn(), floodTable->endTurn(); }
   void deliver() const { hostTable->deliver(), floodTable->deliver(); }
-  /// Changes one bit of a row in the table's file: of a host's VTEP, of a flood entry's key.
-  void damage(Host const& row) const {
-    damage("host", uint64_t{row.vtepAddr().value()} << 32 | row.seqNo().value());
-  }
-  void damage(FloodEntry const& row) const {
-    damage("flood", uint64_t{row.key().vni().value()} << 32 | row.key().vtepAddr().value());
+  /// Changes one bit of a row in the file of its table: in the middle, where no other row has the same.
+  template <class Row>
+  void damage(Row const& row) const {
+    std::string const table = std::is_same_v<Row, Host> ? "host" : "flood";
+    uint64_t words[Brine::Codec<Row>::rowWords];
+    Brine::Codec<Row>::encode(row, words);
+    TestSupport::damage(folder->path() + "/%2F" + table + ".table",
+                        {reinterpret_cast<char const*>(&words[Brine::Codec<Row>::rowWords / 2]), 8});
   }
 
   Folder folder;
   Ptr<HostTable> hostTable = QorEvpn::hostTableFactory("host");
   Ptr<FloodTable> floodTable = QorEvpn::floodTableFactory("flood");
-  std::vector<std::string> reports;
-
- private:
-  void damage(std::string const& table, uint64_t word) const {
-    TestSupport::damage(folder->path() + "/%2F" + table + ".table",
-                        {reinterpret_cast<char const*>(&word), sizeof word});
-  }
+  Texts reports;
 };
 
 /// "1>11/1/16 ": MAC, VTEP, sequence number, preference.

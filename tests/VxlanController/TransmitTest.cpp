@@ -6,8 +6,6 @@
 namespace MachineTests {
 namespace {
 
-using Texts = std::vector<std::string>;
-
 class Transmit : public Site {
  public:
   // VNI 10, served by a machine.
