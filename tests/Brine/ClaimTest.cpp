@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -13,10 +12,7 @@
 
 namespace {
 
-using Brine::Mode;
-using Brine::MountStatus;
 using TestSupport::Child;
-using Table = Brine::Table<TestRow>;
 
 MountStatus tryToWrite(TestFolder const& folder) { return Table().mount(folder.options(Mode::writer)); }
 

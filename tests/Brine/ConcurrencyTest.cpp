@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 
 #include <atomic>
@@ -10,10 +9,6 @@
 #include "support/Scale.h"
 
 namespace {
-
-using Brine::Mode;
-using Brine::MountStatus;
-using Table = Brine::Table<TestRow>;
 
 /// A row whose contents prove that they belong together.
 TestRow rowOf(TestKey const& key, uint64_t count) {

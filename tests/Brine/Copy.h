@@ -4,12 +4,13 @@
 #include <poll.h>
 
 #include <fstream>
+#include <functional>
 #include <string>
 
 #include "Brine/TestRows.h"
 
 /// The rows that a walk shows. Damaged ones are as good as gone.
-inline Model rowsOf(Brine::Table<TestRow> const& table) {
+inline Model rowsOf(Table const& table) {
   Model rows;
   for (auto cursor = table.walk();;) {
     try {
@@ -22,7 +23,7 @@ inline Model rowsOf(Brine::Table<TestRow> const& table) {
   }
 }
 
-inline void expectSound(Brine::Table<TestRow> const& table) {
+inline void expectSound(Table const& table) {
   for (auto const& violation : table.check())
     ADD_FAILURE() << violation.invariant << ": " << violation.detail;
 }
@@ -53,7 +54,7 @@ inline void damageRow(TestFolder const& folder, uint64_t id) {
 /// it cannot place, or of nothing new; so every written row must differ from the row before.
 class Copy {
  public:
-  Copy(TestFolder const& folder, Brine::Mode mode) : folder_(folder), mode_(mode) {
+  Copy(TestFolder const& folder, Mode mode) : folder_(folder), mode_(mode) {
     table.onChanged = [this](TestKey const& key) { onChanged(key); };
     table.onQuiesced = [this](bool quiesced) { quiesced_ = quiesced; };
     table.onCorruption = [this](std::string const& message) {
@@ -102,22 +103,25 @@ class Copy {
   Model const& rows() const { return rows_; }
   bool isQuiesced() const { return quiesced_; }
 
-  Brine::Table<TestRow> table;
+  Table table;
   bool expectsDamage = false;
+  /// Called behind each change that the copy was told of.
+  std::function<void()> afterwards = [] {};
 
  private:
   void onChanged(TestKey const& key) {
     auto const row = table.find(key);
-    if (mode_ == Brine::Mode::keyshadow) {
+    if (mode_ == Mode::keyshadow) {
       auto const known = rows_.find(key);
       EXPECT_TRUE(row || known != rows_.end()) << "told of the removal of " << key << ", which was not shown";
       EXPECT_FALSE(row && known != rows_.end() && known->second == *row) << "told twice of " << key;
     }
     place(key, row);
+    afterwards();
   }
 
   TestFolder const& folder_;
-  Brine::Mode mode_;
+  Mode mode_;
   Model rows_;
   bool quiesced_ = false;
 };

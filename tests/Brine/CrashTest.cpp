@@ -1,5 +1,4 @@
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <signal.h>
 #include <sys/ptrace.h>
@@ -16,10 +15,6 @@
 #include "support/Sanitizer.h"
 
 namespace {
-
-using Brine::Mode;
-using Brine::MountStatus;
-using Table = Brine::Table<TestRow>;
 
 /// A file of a traced process.
 class Followed {

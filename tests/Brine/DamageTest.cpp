@@ -6,8 +6,6 @@
 
 namespace {
 
-using Brine::Mode;
-using Brine::MountStatus;
 using TestSupport::Child;
 
 class DamageTest : public WriterAndCopy {};
@@ -56,30 +54,22 @@ TEST_F(DamageTest, AHeadThatIsAheadOfItsChangesHidesNoneOfThem) {
       bytes.assign(static_cast<char const*>(static_cast<void const*>(&head)), sizeof head);
     });
   };
-  mount();
-  fill(0, 8);
-  copy_.deliver();
+  start(8);
   raiseHead(4);
   copy_.table.deliver();
   fill(0, 4);
-  copy_.deliver();
-  expectCopied(writer_);
+  expectFollowed();
   // The same while the reader compares, behind its back.
   write(7);
   raiseHead(20);
-  auto const hook = copy_.table.onChanged;
-  copy_.table.onChanged = [&](TestKey const& key) {
-    hook(key);
-    play();
-  };
+  copy_.afterwards = play;
   interlude = [this] {
     for (uint64_t i = 0; i < 19; ++i) write(i % 7);
     writer_.endTurn();
   };
   copy_.table.deliver();
   EXPECT_FALSE(interlude);
-  copy_.deliver();
-  expectCopied(writer_);
+  expectFollowed();
 }
 
 TEST_F(DamageTest, OfTwoRowsOfOneKeyTheLaterOneStays) {
@@ -116,28 +106,22 @@ TEST_F(DamageTest, ALostChangeThatWasSeenIsNotTakenForALaterOne) {
     mount(true);
     for (size_t i = 0; i < between; ++i) write(2);
     fill(1, 2);
-    copy_.deliver();
-    expectCopied(writer_);
+    expectFollowed();
     writer_.unmount();
   }
 }
 
 TEST_F(DamageTest, AChangeIsToldWhereTheRingNamesAnotherKey) {
-  mount();
-  fill(0, 3);
-  copy_.deliver();
+  start(3);
   write(1);
   writer_.endTurn();
   uint64_t const entry = writer_.statistics().changeSequence % 16 * testLayout.ringStride() * 8;
   editFile(folder_, testLayout.ringOffset() + entry + 16, 1, [](std::string& key) { key[0] = 2; });
-  copy_.deliver();
-  expectCopied(writer_);
+  expectFollowed();
 }
 
 TEST_F(DamageTest, AReaderNeverTakesATableForEmptyWhoseIndexIsRepaired) {
-  mount();
-  fill(0, 3);
-  copy_.deliver();
+  start(3);
   writer_.unmount();
   editFile(folder_, offsetof(Brine::Header, geometry), 8, [](std::string& word) { word[7] ^= 1; });
   Brine::sys.populate = [](void* address, size_t size) {
@@ -150,8 +134,7 @@ TEST_F(DamageTest, AReaderNeverTakesATableForEmptyWhoseIndexIsRepaired) {
   };
   mount(true);
   EXPECT_FALSE(interlude);
-  copy_.deliver();
-  expectCopied(writer_);
+  expectFollowed();
 }
 
 TEST_F(DamageTest, WritersThatAreKilledAndDamageThatIsRepairedLeaveTheCopyExact) {
@@ -177,8 +160,7 @@ TEST_F(DamageTest, WritersThatAreKilledAndDamageThatIsRepairedLeaveTheCopyExact)
     random_.discard(17);
   }
   mount(true);
-  copy_.deliver();
-  expectCopied(writer_);
+  expectFollowed();
   expectSound(writer_);
   EXPECT_GT(writer_.statistics().dropped, 0U);
 }

@@ -6,17 +6,12 @@
 
 namespace {
 
-using Brine::Mode;
-using Brine::MountStatus;
 using TestSupport::Child;
-using Table = Brine::Table<TestRow>;
 
 class DeliveryTest : public WriterAndCopy {};
 
 TEST_F(DeliveryTest, AStoppedReaderIsLappedAThousandTimesAndToldOnceOfEachKey) {
-  mount();
-  fill(0, 50);
-  copy_.deliver();
+  start(50);
   for (int i = 0; i < 16000; ++i) change(80);
   writer_.endTurn();
   EXPECT_LE(copy_.table.deliver().changes, 80U);
@@ -40,13 +35,10 @@ TEST_F(DeliveryTest, ATableThatGrowsWhileALappedReaderComparesIsComparedWhole) {
 }
 
 TEST_F(DeliveryTest, AReaderWithoutMemoryForAGrownTableCatchesUpWhenThereIsSome) {
-  mount();
-  fill(0, 16);
-  copy_.deliver();
+  start(16);
   fill(16, 20);
   Brine::sys.map = [](size_t, int, int, off_t) { return errno = ENOMEM, MAP_FAILED; };
-  copy_.table.deliver();
-  EXPECT_EQ(copy_.table.mountStatus(), MountStatus::noResources);
+  expectStatus(MountStatus::noResources);
   EXPECT_FALSE(copy_.isQuiesced());
   writer_.unmount();
   Brine::sys = Brine::realSystem();
@@ -58,12 +50,10 @@ TEST_F(DeliveryTest, AReaderWithoutMemoryForAGrownTableCatchesUpWhenThereIsSome)
   mount(true);
   fill(0, 2);
   Brine::sys.map = [](size_t, int, int, off_t) { return errno = ENOMEM, MAP_FAILED; };
-  copy_.table.deliver();
-  EXPECT_EQ(copy_.table.mountStatus(), MountStatus::noResources);
+  expectStatus(MountStatus::noResources);
   EXPECT_FALSE(copy_.isQuiesced());
   Brine::sys = Brine::realSystem();
-  copy_.deliver();
-  expectCopied(writer_);
+  expectFollowed();
 }
 
 TEST_F(DeliveryTest, AReaderThatMayNotWatchItsDirectoryAnewLearnsOfItsWritersEnd) {
@@ -71,33 +61,25 @@ TEST_F(DeliveryTest, AReaderThatMayNotWatchItsDirectoryAnewLearnsOfItsWritersEnd
   copy_.deliver();
   Brine::sys.watchAdd = [](int, char const*, uint32_t) { return errno = EACCES, -1; };
   std::filesystem::permissions(folder_.path() + "/table.table", std::filesystem::perms::owner_read);
-  copy_.table.deliver();
-  EXPECT_EQ(copy_.table.mountStatus(), MountStatus::mounted);
+  expectStatus(MountStatus::mounted);
   writer_.unmount();
-  copy_.table.deliver();
-  EXPECT_EQ(copy_.table.mountStatus(), MountStatus::writerGone);
+  expectStatus(MountStatus::writerGone);
 }
 
 TEST_F(DeliveryTest, AReaderThatRunsOutOfMemoryWhileItIsToldLosesNoChange) {
-  mount();
-  fill(0, 16);
-  copy_.deliver();
+  start(16);
   write(0);
   writer_.remove({1, 1});
   writer_.endTurn();
-  auto const hook = copy_.table.onChanged;
-  copy_.table.onChanged = [&](TestKey const& key) {
-    hook(key);
+  interlude = [this] {
     fill(16, 20);
     Brine::sys.map = [](size_t, int, int, off_t) { return errno = ENOMEM, MAP_FAILED; };
-    copy_.table.onChanged = hook;
   };
-  copy_.table.deliver();
-  EXPECT_EQ(copy_.table.mountStatus(), MountStatus::noResources);
+  copy_.afterwards = play;
+  expectStatus(MountStatus::noResources);
   EXPECT_TRUE(copy_.rows().contains({1, 1}));
   Brine::sys = Brine::realSystem();
-  copy_.deliver();
-  expectCopied(writer_);
+  expectFollowed();
 }
 
 TEST_F(DeliveryTest, AWriterThatRestartsWhileItsReaderLooksIsSeenToBeThere) {
@@ -138,15 +120,12 @@ TEST_F(DeliveryTest, AWritersEndIsNoticedWhereItsEventIsLost) {
   std::string const other = folder_.path() + "/other";
   for (size_t file = 0; file <= queue; ++file) std::ofstream(other + std::to_string(file));
   child.kill();
-  copy_.table.deliver();
-  EXPECT_EQ(copy_.table.mountStatus(), MountStatus::writerGone);
+  expectStatus(MountStatus::writerGone);
   EXPECT_EQ(copy_.rows().size(), 1U);
 }
 
 TEST_F(DeliveryTest, ATableMadeAnewInADirectoryMadeAnewIsFound) {
-  mount();
-  fill(0, 3);
-  copy_.deliver();
+  start(3);
   writer_.unmount();
   std::filesystem::remove_all(folder_.path());
   copy_.table.deliver();
@@ -180,20 +159,15 @@ TEST_F(DeliveryTest, ATableMadeAnewInADirectoryMadeAnewIsFound) {
   mount();
   fill(5, 12);
   copy_.await();
-  copy_.deliver();
-  expectCopied(writer_);
+  expectFollowed();
   std::filesystem::remove_all(folder_.path() + "-away");
 }
 
 TEST_F(DeliveryTest, AHookThatRaisesIsWokenForTheRest) {
   mount();
   fill(0, 3);
-  auto const hook = copy_.table.onChanged;
-  copy_.table.onChanged = [&](TestKey const& key) {
-    hook(key);
-    // Of another table, say.
-    throw Brine::CorruptionError("enough for now");
-  };
+  // Of another table, say.
+  copy_.afterwards = [] { throw Brine::CorruptionError("enough for now"); };
   for (size_t told = 1; told <= 3; ++told) {
     ASSERT_TRUE(copy_.isAwake());
     EXPECT_THROW(copy_.table.deliver(), Brine::CorruptionError);
@@ -252,8 +226,7 @@ TEST_F(DeliveryTest, AGrowthThatRanOutOfMemoryCanBeMadeUpForAfterARecovery) {
   Brine::sys = Brine::realSystem();
   writer_.recover();
   fill(16, 20);
-  copy_.deliver();
-  expectCopied(writer_);
+  expectFollowed();
 }
 
 TEST_F(DeliveryTest, TheLastChangeOfABurstArrivesWithoutAnotherEvent) {
@@ -289,7 +262,7 @@ TEST_F(DeliveryTest, WhatAWalkWithinAnAnnouncementShowedIsLookedUpAfterwards) {
   mount();
   write(1);
   writer_.endTurn();
-  Brine::Table<TestRow> reader;
+  Table reader;
   unsigned told = 0;
   reader.onChanged = [&](TestKey const& key) {
     if (told++ != 0) return;

@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
@@ -13,10 +12,7 @@
 
 namespace {
 
-using Brine::Mode;
-using Brine::MountStatus;
 using Brine::System;
-using Table = Brine::Table<TestRow>;
 
 /// Which calls fail, and how.
 struct Plan {

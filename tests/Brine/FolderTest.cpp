@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,10 +7,6 @@
 #include "support/Child.h"
 
 namespace {
-
-using Brine::Mode;
-using Brine::MountStatus;
-using Table = Brine::Table<TestRow>;
 
 mode_t modeOf(std::string const& path) {
   struct stat status {};

@@ -1,4 +1,3 @@
-#include <gtest/gtest.h>
 
 #include <random>
 #include <set>
@@ -6,10 +5,6 @@
 #include "Brine/Copy.h"
 
 namespace {
-
-using Brine::Mode;
-using Brine::MountStatus;
-using Table = Brine::Table<TestRow>;
 
 /// A writer and both kinds of readers under random operations, and what they must show.
 class ModelTest : public testing::TestWithParam<uint32_t> {

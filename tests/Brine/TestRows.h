@@ -63,6 +63,8 @@ struct Brine::Codec<TestRow> {
   static uint32_t column(uint64_t const* words) { return static_cast<uint32_t>(words[1]); }
 };
 
+using Brine::Mode, Brine::MountStatus;
+using Table = Brine::Table<TestRow>;
 using Model = std::map<TestKey, TestRow>;
 
 /// A directory for tables, removed with its owner, or by a later test if its owner was killed.
@@ -79,7 +81,7 @@ class TestFolder {
   }
   std::string const& path() const { return path_; }
 
-  Brine::MountOptions options(Brine::Mode mode, std::string const& name = "table") const {
+  Brine::MountOptions options(Mode mode, std::string const& name = "table") const {
     Brine::MountOptions options;
     options.directory = path_;
     options.name = name;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <random>
 #include <utility>
 
@@ -21,9 +20,9 @@ class WriterAndCopy : public testing::Test {
   }
 
   void mount(bool repair = false) {
-    Brine::MountOptions options = folder_.options(Brine::Mode::writer);
+    Brine::MountOptions options = folder_.options(Mode::writer);
     options.repair = repair;
-    ASSERT_EQ(writer_.mount(options), Brine::MountStatus::mounted) << writer_.mountDetail();
+    ASSERT_EQ(writer_.mount(options), MountStatus::mounted) << writer_.mountDetail();
   }
   /// Every row differs from all before.
   void write(uint64_t number) { writer_.write({{number, 1}, ++lastValue_, 0}); }
@@ -31,17 +30,34 @@ class WriterAndCopy : public testing::Test {
     for (uint64_t number = from; number < to; ++number) write(number);
     writer_.endTurn();
   }
+  /// A writer of so many rows, and a reader that was told of them all.
+  void start(uint64_t rows) {
+    mount();
+    fill(0, rows);
+    copy_.deliver();
+  }
   void change(uint64_t keys) {
     uint64_t const number = random_() % keys;
     random_() % 3 != 0 ? write(number) : static_cast<void>(writer_.remove({number, 1}));
   }
-  void expectCopied(Brine::Table<TestRow> const& table) {
+  void expectCopied(Table const& table) {
     EXPECT_EQ(copy_.rows(), rowsOf(table));
     EXPECT_EQ(copy_.table.statistics().shadowKeys, copy_.rows().size());
   }
+  /// After a delivery the copy is what the writer has.
+  void expectFollowed() {
+    copy_.deliver();
+    expectCopied(writer_);
+  }
+  /// What a delivery makes of the reader.
+  void expectStatus(MountStatus status) {
+    copy_.table.deliver();
+    EXPECT_EQ(copy_.table.mountStatus(), status);
+  }
+
   TestFolder folder_;
   std::mt19937 random_{1};
-  Brine::Table<TestRow> writer_;
-  Copy copy_{folder_, Brine::Mode::keyshadow};
+  Table writer_;
+  Copy copy_{folder_, Mode::keyshadow};
   uint64_t lastValue_ = 0;
 };
