@@ -309,13 +309,14 @@ void Segment::clearColumn(unsigned extent) {
 }
 
 Index Segment::spareIndex(unsigned level) {
-  // Readers look only into the index that the geometry word names, and again at that word when they miss.
+  // Readers look only into the index that the geometry word names, and again at that word when they miss. Who
+  // still stands in this one and misses what is cleared, release, sees that the word has named another since.
   unsigned const half = level == geometry_.level ? 1 - geometry_.half : 0;
   Index const index = indexAt(level, half);
   uint64_t* const words =
       static_cast<uint64_t*>(static_cast<void*>(extents_[level] + layout_.indexOffset(level, half)));
   for (uint64_t i = 0; i < uint64_t{index.lineCount()} * Index::lineWords; ++i)
-    storeRelaxed(words + i, uint64_t{0});
+    storeRelease(words + i, uint64_t{0});
   return index;
 }
 

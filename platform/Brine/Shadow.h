@@ -91,11 +91,10 @@ class Shadow {
     if (isHome(keyWords, id)) return std::exchange(homes_[id].version, version) != version;
     Key const key(keyWords);
     uint32_t const number = search(key);
-    if (number != noRow) {
-      if (entry(number).version == version) return false;
-      remove(key, number);
-    }
+    if (number != noRow && entry(number).version == version) return false;
+    // First: it may run out of memory.
     add(key, id, version);
+    if (number != noRow) remove(key, number);
     return true;
   }
   /// The reader is shown that the key, which most likely was in row `id`, is absent. False if it did not
@@ -119,6 +118,7 @@ class Shadow {
   void forgetVersions() {
     std::vector<Entry> shown;
     shown.reserve(size_);
+    freeStrays_.reserve(size_);
     for (auto const* entries : {&strays_, &homes_}) {
       for (Entry const& entry : *entries) {
         if (entry.version == 0) continue;
@@ -169,6 +169,12 @@ class Shadow {
   }
   uint32_t takeStray() {
     if (freeStrays_.empty()) {
+      if (strays_.size() == strays_.capacity()) {
+        // Both, so that a removal needs no memory.
+        size_t const room = std::max<size_t>(16, 2 * strays_.size());
+        freeStrays_.reserve(room);
+        strays_.reserve(room);
+      }
       strays_.emplace_back();
       return static_cast<uint32_t>(strays_.size() - 1) + strayNumber;
     }

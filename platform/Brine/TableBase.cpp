@@ -28,9 +28,10 @@ MountStatus TableBase::mount(MountOptions const& options) {
     if (options.mode == Mode::writer) {
       mountWriter();
     } else {
+      watch_ = std::make_unique<Watch>(options_.directory, Folder::tableFileOf(options_.name));
+      // Before a hook may raise.
+      watch_->kick();
       attachReader();
-      // A hook may have unmounted it again.
-      if (watch_) watch_->kick();
     }
   } catch (MountFailure const& failure) {
     if (isOfHook()) throw;
@@ -144,7 +145,6 @@ void TableBase::openOrMake(Folder const& folder) {
 }
 
 void TableBase::attachReader() {
-  if (!watch_) watch_ = std::make_unique<Watch>(options_.directory, Folder::tableFileOf(options_.name));
   Folder const folder(options_.directory, options_.name, false);
   Fd file;
   // Between the opening and the watching of a name another file may take it.
@@ -158,12 +158,13 @@ void TableBase::attachReader() {
   }
   auto segment = std::make_unique<Segment>(shape_, file.get(), false);
   bool const sameFile = segment->generation() == generation_;
+  // First: it may run out of memory.
+  onAttached(sameFile);
   segment_ = std::move(segment);
   file_ = std::move(file);
   generation_ = segment_->generation();
   incarnation_ = loadAcquire(&segment_->header()->incarnation);
   compareAll_ = true;
-  onAttached(sameFile);
   successorFailed_ = false;
   judgeWriter(writerLiveness() == Liveness::ended);
 }

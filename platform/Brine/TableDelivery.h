@@ -61,8 +61,10 @@ DeliverResult Table<Row>::deliver() {
       comparedAll();
       nextChange_ = isKnown ? head + 1 : 0;
     }
-    bool const isAtEnd = quiet != 0 && quiet + 1 == nextChange_;
-    if (serial == mountSerial_ && isAtEnd && mountStatus() != MountStatus::noResources) reportQuiesced(true);
+    if (serial != mountSerial_ || mountStatus() == MountStatus::noResources) return result;
+    // Looked at again: what was told may have been of a turn that began meanwhile.
+    bool const isQuiet = quiet != 0 && loadAcquire(&segment_->header()->quiet) == quiet;
+    if (isQuiet && quiet + 1 == nextChange_) reportQuiesced(true);
   } catch (...) {
     hasTold_ |= result.changes != 0;
     onDeliveryRaised();

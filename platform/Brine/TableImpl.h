@@ -266,6 +266,8 @@ bool Table<Row>::erase(Key const& key) {
 
 template <TableRow Row>
 void Table<Row>::eraseAt(uint32_t id, Words const& key) {
+  // First: it may run out of memory. Nobody takes the slot before this is done.
+  writer_->releaseId(id);
   bool const wasQuiet = writer_->isQuiet();
   RowWriter row(segment_->slot(id), id, segment_->seed());
   row.prepareRemoval(writer_->nextSequence());
@@ -275,7 +277,6 @@ void Table<Row>::eraseAt(uint32_t id, Words const& key) {
   segment_->column(id).wordIs(id, noColumn);
   writer_->changed(id, true, key.words, keyWordCount);
   writer_->rowsAdd(-1);
-  writer_->releaseId(id);
   if (wasQuiet) reportQuiesced(false);
 }
 

@@ -1,8 +1,20 @@
 #include <sys/mman.h>
 
+#include <cstdlib>
+#include <new>
+
 #include "Brine/WriterAndCopy.h"
 #include "support/Child.h"
 #include "support/Scale.h"
+
+/// For what needs more than the usual alignment, a shadow's entries.
+static bool memoryIsOut = false;
+void* operator new(size_t size, std::align_val_t alignment) {
+  void* const memory = memoryIsOut ? nullptr : std::aligned_alloc(static_cast<size_t>(alignment), size);
+  return memory != nullptr ? memory : throw std::bad_alloc();
+}
+void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
+void operator delete(void* memory, size_t, std::align_val_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -183,6 +195,25 @@ TEST_F(DeliveryTest, AHookThatRaisesIsWokenForTheRest) {
   writer_.onMountStatus = [] { throw std::bad_alloc(); };
   EXPECT_THROW(mount(), std::bad_alloc);
   EXPECT_TRUE(writer_.isWritable());
+  EXPECT_THROW(copy_.table.unmount(), Brine::SpaceError);
+  // Where nothing but the mount can wake it.
+  Brine::sys.watchAdd = [](int fd, char const* path, uint32_t events) {
+    return path == std::string("/dev/shm") ? -1 : Brine::realSystem().watchAdd(fd, path, events);
+  };
+  EXPECT_THROW(copy_.remount(), Brine::SpaceError);
+  EXPECT_TRUE(copy_.isAwake());
+}
+
+TEST_F(DeliveryTest, AWriterIsNotTakenForQuietByWhoSawSomeOfItsTurn) {
+  mount();
+  fill(0, 2);
+  copy_.table.onChanged = [&](TestKey const& key) {
+    if (key.number == 0) write(1);
+  };
+  copy_.table.deliver();
+  EXPECT_FALSE(copy_.isQuiesced());
+  writer_.endTurn();
+  copy_.deliver();
 }
 
 TEST_F(DeliveryTest, AReaderThatTakesOverInAHookIsNotToldOfItsOwnRows) {
@@ -276,6 +307,16 @@ TEST_F(DeliveryTest, WhatAWalkWithinAnAnnouncementShowedIsLookedUpAfterwards) {
   reader.deliver();
   reader.deliver();
   EXPECT_EQ(told, 1U) << "the walk has shown the second change";
+}
+
+TEST(Shadow, ForgetsNoKeyWhereMemoryRunsOut) {
+  Brine::Shadow<TestRow> shadow;
+  uint64_t const key[] = {1, 1};
+  shadow.show(key, 1, 5);
+  memoryIsOut = true;
+  EXPECT_THROW(shadow.show(key, 1000, 9), std::bad_alloc);
+  memoryIsOut = false;
+  EXPECT_TRUE(shadow.erase(key, 1000)) << "so the reader would not hear of its removal";
 }
 
 TEST(Shadow, TakesNoMoreRoomForTheFilesThatWentBy) {
