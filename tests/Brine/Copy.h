@@ -68,14 +68,6 @@ class Copy {
     table.unmount();
     table.mount(folder_.options(mode_));
   }
-  void walk() {
-    Model seen;
-    for (auto cursor = table.walk(); auto const* row = cursor.next();) {
-      EXPECT_TRUE(seen.emplace(row->key, *row).second);
-      EXPECT_EQ(table.find(row->key), *row);
-    }
-    for (auto const& [key, row] : seen) rows_[key] = row;
-  }
   /// Makes up for what a plain reader was not told.
   void resync() { rows_ = rowsOf(table); }
   /// The table showed this to somebody else than the copy.

@@ -12,7 +12,7 @@
 
 #include "Brine/Copy.h"
 #include "support/Child.h"
-#include "support/Sanitizer.h"
+#include "support/Scale.h"
 
 namespace {
 

@@ -7,10 +7,8 @@
 
 namespace {
 
-using Orb::makePtr;
-using Orb::Ptr;
-using TestSupport::Source;
-using TestSupport::Watcher;
+using Orb::makePtr, Orb::Ptr;
+using TestSupport::Source, TestSupport::Watcher;
 
 // A source and its watchers, named by letters. When b is called for the first time it does as its script
 // says, and then a, the next time, as its own. A script is a sequence of (what, whom).

@@ -9,8 +9,7 @@
 
 namespace {
 
-using Orb::makePtr;
-using Orb::Ptr;
+using Orb::makePtr, Orb::Ptr;
 
 struct Base : Orb::PtrInterface {
   static inline int alive = 0;

@@ -6,8 +6,7 @@
 
 namespace {
 
-using Orb::Value;
-using Orb::ValueType;
+using Orb::Value, Orb::ValueType;
 using testing::ThrowsMessage;
 
 // Has equality, one attribute of each kind, and none of order, hash, text and default. Counts its objects.

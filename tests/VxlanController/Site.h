@@ -17,8 +17,7 @@
 
 namespace MachineTests {
 
-using Orb::makePtr;
-using Orb::Ptr;
+using Orb::makePtr, Orb::Ptr;
 using QorEvpn::FloodEntry, QorEvpn::Host, QorEvpn::MacVniPair, QorEvpn::VniVtepPair;
 using QorEvpn::FloodTable, QorEvpn::HostTable, QorEvpn::QorBrIdList;
 using QorEvpn::MacVtepFloodListSm, QorEvpn::QorEvpnTxSm, QorEvpn::VniFdbStatusSm;

@@ -12,8 +12,7 @@
 
 namespace {
 
-using Agent::Expectation;
-using Agent::SiteRows;
+using Agent::Expectation, Agent::SiteRows;
 using testing::HasSubstr;
 using TestSupport::Program;
 

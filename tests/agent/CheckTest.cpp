@@ -8,8 +8,7 @@
 namespace {
 
 using testing::HasSubstr;
-using TestSupport::Outcome;
-using TestSupport::run;
+using TestSupport::Outcome, TestSupport::run;
 
 struct CheckTest : testing::Test, SiteWriter {
   Outcome check(std::vector<std::string> arguments) const {

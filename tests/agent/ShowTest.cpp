@@ -9,10 +9,8 @@
 
 namespace {
 
-using testing::AllOf;
-using testing::HasSubstr;
-using TestSupport::Outcome;
-using TestSupport::run;
+using testing::AllOf, testing::HasSubstr;
+using TestSupport::Outcome, TestSupport::run;
 
 struct ShowTest : testing::Test, SiteWriter {
   ShowTest() {

@@ -7,9 +7,7 @@
 
 namespace {
 
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::UnorderedElementsAre;
+using testing::AllOf, testing::HasSubstr, testing::UnorderedElementsAre;
 using TestSupport::Program;
 
 struct WatchTest : testing::Test, SiteWriter {
