@@ -21,16 +21,17 @@ void mount(TablePtr const& table, Place const& place) {
   if (table->mount(options) != Brine::MountStatus::mounted) fail("mount: " + table->mountDetail());
 }
 
-EventFigures ours(uint32_t rows) {
+/// Prints our figures of one round.
+void measure(std::vector<std::string> const& role) {
   std::vector<std::unique_ptr<Place>> places;
-  return measureEvents(rows, [&](uint32_t vnis) {
+  sayFigures(measureEvents(static_cast<uint32_t>(std::stoul(role.at(0))), [&](uint32_t vnis) {
     places.push_back(std::make_unique<Place>());
     auto const hosts = QorEvpn::hostTableFactory(Orb::Name("host"));
     auto const floods = QorEvpn::floodTableFactory(Orb::Name("flood"));
     mount(hosts, *places.back());
     mount(floods, *places.back());
     return std::make_unique<MacEvents>(hosts, floods, vnis, [hosts] { hosts->endTurn(); });
-  });
+  }));
 }
 
 /// The program of the other machines stands beside this one.
@@ -40,8 +41,8 @@ std::string standardProgram() {
   return std::string(path, static_cast<size_t>(std::max<ssize_t>(size, 0))) + "Standard";
 }
 
-EventFigures standard(uint32_t rows) {
-  Child child({std::to_string(rows)}, standardProgram());
+/// Each subject has a process of its own in each round, so none finds memory that an earlier one left.
+EventFigures measuredBy(Child child) {
   EventFigures figures{};
   for (double* const figure : {&figures.cached, &figures.traced, &figures.startUp, &figures.again}) {
     *figure = child.number();
@@ -83,8 +84,9 @@ void run(Options const& options) {
       report.add("event-again", subject, figures.again);
       report.add("event-traced", subject, figures.traced);
     };
-    add("Brine", ours(options.rows));
-    add(other, standard(options.rows));
+    std::vector<std::string> const role = {std::to_string(options.rows)};
+    add("Brine", measuredBy(Child(role)));
+    add(other, measuredBy(Child(role, standardProgram())));
     report.add("trace-off", "Brine", disabledTrace());
   }
   report.print();
@@ -93,4 +95,4 @@ void run(Options const& options) {
 }  // namespace
 }  // namespace Bench
 
-int main(int argc, char** argv) { return Bench::main(argc, argv, Bench::run); }
+int main(int argc, char** argv) { return Bench::main(argc, argv, Bench::run, Bench::measure); }

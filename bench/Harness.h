@@ -95,7 +95,8 @@ class Report {
 /// in the place of whoever comes next.
 void warmMemory();
 
-/// A directory of its own in shared memory, removed with its owner.
+/// A directory of its own in shared memory, removed with its owner. Each measurement begins with one, so
+/// memory is warmed here.
 class Place {
  public:
   Place();

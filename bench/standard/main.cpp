@@ -11,8 +11,7 @@ void measure(std::vector<std::string> const& role) {
                                               Orb::makePtr<QorEvpn::FloodTable>(Orb::Name("flood")), vnis,
                                               [] {});
   });
-  for (double const figure : {figures.cached, figures.traced, figures.startUp, figures.again})
-    Bench::say(figure);
+  Bench::sayFigures(figures);
 }
 
 }  // namespace

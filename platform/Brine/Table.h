@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <optional>
 #include <span>
@@ -203,8 +204,9 @@ class [[nodiscard]] Cursor {
         id_(first),
         column_(column) {}
 
-  [[gnu::always_inline]] inline uint32_t nextId();
-  [[gnu::always_inline]] inline bool hasMore();
+  [[gnu::always_inline]] inline uint64_t const* nextSlot(uint32_t& id);
+  bool hasMore();
+  [[gnu::noinline]] void show(uint32_t id, uint64_t version, std::array<uint64_t, Codec<Row>::keyWords> key);
   void gatherMatches();
 
   Table<Row> const& table_;
@@ -212,6 +214,9 @@ class [[nodiscard]] Cursor {
   bool shows_;  ///< What it passes counts as shown.
   uint32_t id_;
   uint32_t end_ = 0;  ///< Below it ids are known to be in use; looked at again where the walk reaches it.
+  // Not filtered: the slot of row `id_`, and the id behind the last one that lies in one piece with it.
+  uint64_t const* slot_ = nullptr;
+  uint32_t pieceEnd_ = 0;
   std::optional<uint32_t> column_;
   // Filtered: what a search of the column found and is not gathered yet; the next matches, gathered so that
   // their rows arrive while others are looked at.

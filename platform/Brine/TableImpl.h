@@ -293,16 +293,21 @@ void Table<Row>::unpin(uint64_t const* key) const {
   }
 }
 
-/// Looks how far the table has grown; false at its end.
+/// Looks how far the table has grown, and where the next rows lie in one piece; false at the table's end.
 template <TableRow Row>
 bool Cursor<Row>::hasMore() {
-  if (id_ < end_) return true;
-  // A walk whose end is damaged is over: whoever passes over damage must come to an end too.
-  uint64_t const serial = std::exchange(mountSerial_, 0);
-  table_.segment_->follow();
-  end_ = table_.segment_->highWater();
-  mountSerial_ = serial;
-  return id_ < end_;
+  Segment const& segment = *table_.segment_;
+  if (id_ >= end_) {
+    // A walk whose end is damaged is over: whoever passes over damage must come to an end too.
+    uint64_t const serial = std::exchange(mountSerial_, 0);
+    table_.segment_->follow();
+    end_ = segment.highWater();
+    mountSerial_ = serial;
+    if (id_ >= end_) return false;
+  }
+  pieceEnd_ = std::min(end_, segment.pieceEnd(id_));
+  slot_ = segment.slot(id_);
+  return true;
 }
 
 template <TableRow Row>
@@ -327,37 +332,55 @@ void Cursor<Row>::gatherMatches() {
   }
 }
 
-/// The next row to look at, or `noRow`.
+/// The slot of the next row to look at, with its id, or null.
 template <TableRow Row>
-uint32_t Cursor<Row>::nextId() {
-  if (!column_) return hasMore() ? id_++ : noRow;
+uint64_t const* Cursor<Row>::nextSlot(uint32_t& id) {
+  constexpr unsigned stride = Layout(16, 16, Codec<Row>::keyWords, Codec<Row>::rowWords).rowStride();
+  // The processor's own prefetch stops at the end of a page.
+  constexpr unsigned rowsAhead = 24;
+  if (!column_) {
+    if (id_ >= pieceEnd_ && !hasMore()) return nullptr;
+    id = id_++;
+    prefetch(slot_ + rowsAhead * stride);
+    return std::exchange(slot_, slot_ + stride);
+  }
   while (match_ == matchCount_) {
-    if (block_ == blockCount_ && !hasMore()) return noRow;
+    if (block_ == blockCount_ && id_ >= end_ && !hasMore()) return nullptr;
     gatherMatches();
   }
-  return matches_[match_++];
+  id = matches_[match_++];
+  return table_.segment_->slot(id);
+}
+
+/// The row was passed to a reader's owner: it counts as shown, and look-ups give it until the next one.
+template <TableRow Row>
+void Cursor<Row>::show(uint32_t id, uint64_t version, std::array<uint64_t, Codec<Row>::keyWords> key) {
+  table_.unpin(key.data());
+  table_.shown(key.data(), id, version);
+  pin_.link(table_.pins_, key.data(), &row_);
 }
 
 template <TableRow Row>
 Row const* Cursor<Row>::next() {
-  // The processor's own prefetch stops at the end of a page.
-  constexpr unsigned wordsAhead = 24 * Layout(16, 16, Codec<Row>::keyWords, Codec<Row>::rowWords).rowStride();
+  using C = Codec<Row>;
   pin_.unlink();
   if (!table_.segment_ || table_.mountSerial_ != mountSerial_) return nullptr;
-  for (uint32_t id = nextId(); id != noRow; id = nextId()) {
-    typename Table<Row>::Found found;
-    if (!column_) prefetch(table_.segment_->slot(id) + wordsAhead);
-    RowState const state = table_.read(id, found.words, found.version);
+  uint32_t id = noRow;
+  while (uint64_t const* const slot = nextSlot(id)) {
+    uint64_t words[C::rowWords];  // Its address goes nowhere, so it lies in registers.
+    uint64_t version = 0;
+    RowState const state =
+        readRow(slot, id, table_.segment_->seed(), C::keyWords, C::rowWords - C::keyWords, words, version);
     if (state == RowState::dead) continue;
     if (state == RowState::damaged) Table<Row>::throwDamaged(id);
     // Another column value may have the same word, or the slot have gone to another row since it was read.
-    if (column_ && Codec<Row>::column(found.words) != *column_) continue;
-    Table<Row>::decode(found.words, id, row_);
+    if (column_ && C::column(words) != *column_) continue;
+    Table<Row>::decode(words, id, row_);
     table_.lastId_ = id;
     if (shows_) {
-      table_.unpin(found.words);
-      table_.shown(found.words, id, found.version);
-      pin_.link(table_.pins_, found.words, &row_);
+      std::array<uint64_t, C::keyWords> key;
+      std::copy_n(words, C::keyWords, key.data());
+      show(id, version, key);
     }
     return &row_;
   }
