@@ -1,4 +1,3 @@
-#include <optional>
 #include <random>
 
 #include "VxlanController/Site.h"

@@ -83,9 +83,6 @@ TEST_F(TablesTest, ReachReadersByTheirPlaceInTheDirectory) {
   EXPECT_EQ(log.size(), 10u);
   EXPECT_TRUE(reader->hostControl()->quiesced());
   std::string seen;
-  for (auto walk = reader->hostWalk(Vni(1)); Host const* row = walk.next();) seen += text(entryOf(*row));
-  EXPECT_EQ(seen, "1>1/1/16 3>3/1/16 5>5/1/16 7>7/1/16 9>9/1/16 ");
-  seen.clear();
   for (auto walk = reader->hostWalkAfter(host(1, 7, 0).key()); Host const* row = walk.next();)
     seen += text(entryOf(*row));
   EXPECT_EQ(seen, "8>8/1/16 9>9/1/16 10>10/1/16 ");

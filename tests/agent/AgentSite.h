@@ -31,14 +31,15 @@ struct AgentSite {
     return Agent::controlRequest(Agent::Site(dir).controlSocket(), request);
   }
   nlohmann::json evpnStatus() const { return ask("evpn-status"); }
-  /// False as long as no agent answers.
-  bool feedHasEnded() const {
+  /// How far the feed has come; null as long as no agent answers.
+  nlohmann::json feed() const {
     try {
-      return ask("state")["feed"]["ended"].get<bool>();
+      return ask("state")["feed"];
     } catch (std::exception const&) {
-      return false;
+      return nullptr;
     }
   }
+  bool feedHasEnded() const { return feed()["ended"] == true; }
 
   /// Waits until an agent listens to commands.
   bool isHosted() const {

@@ -1,10 +1,9 @@
 #include <gmock/gmock.h>
 
-#include <csignal>
 #include <fstream>
+#include <nlohmann/json.hpp>
 
 #include "agent/FormatRows.h"
-#include "tests/agent/AgentSite.h"
 #include "tests/agent/SiteWriter.h"
 
 namespace {
