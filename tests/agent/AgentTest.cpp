@@ -166,10 +166,9 @@ TEST(AgentTest, RowsOfTheLastRunStayUntilTheFeedSpeaksAndGoWhereItSaysOff) {
   ASSERT_FALSE(exported == SiteRows());
 
   auto const playing = [&](std::string const& text) {
-    Program agent({"agent", "--dir", site.dir, "--feed", "-", "--with-evpn", "--exit-at-end"});
-    agent.write(text);
-    agent.endInput();
-    EXPECT_EQ(agent.wait(), 0) << agent.errors();
+    auto const agent = TestSupport::run(
+        {"agent", "--dir", site.dir, "--feed", "-", "--with-evpn", "--exit-at-end"}, false, text);
+    EXPECT_EQ(agent.status, 0) << agent.err;
   };
   playing("");
   EXPECT_EQ(site.view.exported(), exported);
@@ -190,12 +189,10 @@ nonsense
     AgentSite site;
     std::vector<std::string> arguments = {"agent", "--dir", site.dir, "--feed", "-", "--exit-at-end"};
     if (strict) arguments.push_back("--strict");
-    Program agent(arguments);
-    agent.write(feed);
-    agent.endInput();
-    EXPECT_EQ(agent.wait(), strict ? 1 : 0);
-    EXPECT_THAT(agent.errors(), HasSubstr("standard input:4: not JSON"));
-    EXPECT_EQ(agent.errors().find("standard input:5: t goes back in time") != std::string::npos, !strict);
+    auto const agent = TestSupport::run(arguments, false, feed);
+    EXPECT_EQ(agent.status, strict ? 1 : 0);
+    EXPECT_THAT(agent.err, HasSubstr("standard input:4: not JSON"));
+    EXPECT_EQ(agent.err.find("standard input:5: t goes back in time") != std::string::npos, !strict);
     EXPECT_EQ(site.view.exported().hosts.size(), strict ? 1U : 2U) << "earlier events stay in force";
   }
 }

@@ -125,8 +125,9 @@ std::string Program::errors() const {
   return text;
 }
 
-Outcome run(std::vector<std::string> const& arguments, bool isNobodys) {
+Outcome run(std::vector<std::string> const& arguments, bool isNobodys, std::string const& input) {
   Program program(arguments, isNobodys);
+  program.write(input);
   program.endInput();
   std::string out = program.rest();
   int const status = program.wait();

@@ -49,7 +49,7 @@ struct Outcome {
   std::string err;
 };
 
-/// Runs the program to its end without input.
-Outcome run(std::vector<std::string> const& arguments, bool isNobodys = false);
+/// Runs the program to its end, with a standard input that ends behind `input`.
+Outcome run(std::vector<std::string> const& arguments, bool isNobodys = false, std::string const& input = {});
 
 }  // namespace TestSupport
