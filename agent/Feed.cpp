@@ -128,6 +128,7 @@ void Feed::takeLines() {
 
 void Feed::take(LineCutter::Line const& line) {
   if (line.tooLong) return bad(line, "longer than " + std::to_string(LineCutter::lengthLimit) + " bytes");
+  if (line.text.find_first_not_of(" \t") == std::string::npos) return;
   try {
     waiting_ = parseEvent(line.text);
   } catch (EventError const& error) {

@@ -181,6 +181,7 @@ TEST(AgentTest, SkipsBadLinesOrStopsAtThem) {
   std::string const feed =
       R"({"from":"controller","op":"enabled","value":true}
 {"from":"evpn","op":"capability","value":true}
+
 {"t":1,"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:01","vtep":"10.0.0.1"}
 nonsense
 {"t":0.5,"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:02","vtep":"10.0.0.1"}
@@ -191,8 +192,8 @@ nonsense
     if (strict) arguments.push_back("--strict");
     auto const agent = TestSupport::run(arguments, false, feed);
     EXPECT_EQ(agent.status, strict ? 1 : 0);
-    EXPECT_THAT(agent.err, HasSubstr("standard input:4: not JSON"));
-    EXPECT_EQ(agent.err.find("standard input:5: t goes back in time") != std::string::npos, !strict);
+    EXPECT_THAT(agent.err, HasSubstr("standard input:5: not JSON"));
+    EXPECT_EQ(agent.err.find("standard input:6: t goes back in time") != std::string::npos, !strict);
     EXPECT_EQ(site.view.exported().hosts.size(), strict ? 1U : 2U) << "earlier events stay in force";
   }
 }
