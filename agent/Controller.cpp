@@ -37,10 +37,10 @@ void ServedVni::floodDel(Wirix::EthAddr mac, Wirix::IpAddr vtep) {
   mergeFlood(mac, vtep);
 }
 
-/// Everything that is known, or was merged from a status that is no longer there.
+/// Everything that was merged, perhaps from a status that is no longer there, and what EVPN has now. What the
+/// switches know is always among the former.
 void ServedVni::handleInitialized() {
   for (auto const& entry : vniFdbStatus_->macVtepTable()) handleMac(Wirix::EthAddr(entry.key));
-  for (auto const& entry : learned_) handleMac(Wirix::EthAddr(entry.key));
   if (EvpnStatusPtr const status = vniStatusFromEvpn()) {
     for (auto const& entry : status->macVtepTable()) handleMac(Wirix::EthAddr(entry.key));
   }
