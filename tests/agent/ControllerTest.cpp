@@ -8,7 +8,7 @@ using Orb::makePtr;
 using Wirix::EthAddr;
 using Wirix::IpAddr;
 
-// What EVPN learned may be there before the switches serve the VNI, and go as a whole, with its objects still in use.
+// What EVPN learned may be there before the switches serve the VNI, and go while others hold its objects.
 TEST(ControllerTest, AVniTakesUpWhatEvpnHadLearnedAndGivesItUpWithTheStatus) {
   Vxlan::Vni const vni(7);
   EthAddr const evpns("02:00:00:00:00:01"), own("02:00:00:00:00:02"), both("02:00:00:00:00:03"), allBum;
