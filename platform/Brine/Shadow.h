@@ -91,7 +91,14 @@ class Shadow {
     if (isHome(keyWords, id)) return std::exchange(homes_[id].version, version) != version;
     Key const key(keyWords);
     uint32_t const number = search(key);
-    if (number != noRow && entry(number).version == version) return false;
+    if (number != noRow) {
+      Entry& known = entry(number);
+      if (known.version == version) return false;
+      if (number >= strayNumber && this->version(id) != 0) {  // The row's place is taken: it stays a stray.
+        known.version = version;
+        return true;
+      }
+    }
     // First: it may run out of memory.
     add(key, id, version);
     if (number != noRow) remove(key, number);

@@ -331,6 +331,11 @@ TEST(Shadow, TakesNoMoreRoomForTheFilesThatWentBy) {
     EXPECT_EQ(shadow.size(), 50U);
     EXPECT_EQ(shadow.strays(), 50U);
   }
+  uint64_t const other[] = {50, 1}, key[] = {0, 1};
+  shadow.show(other, 7, 1);
+  EXPECT_TRUE(shadow.show(key, 7, 9)) << "another key has its place";
+  EXPECT_EQ(shadow.strays(), 50U);
+  EXPECT_TRUE(shadow.erase(key, 7));
 }
 
 }  // namespace
