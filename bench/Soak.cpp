@@ -385,12 +385,12 @@ class Conductor {
     for (auto const& file : std::filesystem::directory_iterator(directory))
       last_.tableBytes += file.file_size();
     if (++epochs_ == 2) first_ = last_;
-    // A reader that was there before the file may hold each key as a stray, and what holds entries doubles; so
-    // the mark is not a tight one, but leaks of an epoch add up.
+    // A reader that was there before the file may hold each key as a stray, and what holds entries doubles;
+    // so the mark is not a tight one, but leaks of an epoch add up.
     constexpr uint64_t entryBytes = 32, freeStrayBytes = 4;
     constexpr uint64_t shadowGrowth = keys * (entryBytes + 2 * (entryBytes + freeStrayBytes)) / 1024;
-    if (epochs_ > 2 && (last_.memory > first_.memory + shadowGrowth || last_.descriptors > first_.descriptors ||
-                        last_.tableBytes > first_.tableBytes)) {
+    if (epochs_ > 2 && (last_.memory > first_.memory + shadowGrowth ||
+                        last_.descriptors > first_.descriptors || last_.tableBytes > first_.tableBytes)) {
       fail("conductor", "grown from " + text(first_) + " to " + text(last_));
     }
     writer_.kill();
