@@ -387,7 +387,7 @@ class Conductor {
     if (++epochs_ == 2) first_ = last_;
     // A reader that was there before the file may hold each key as a stray, and what holds entries doubles;
     // so the mark is not a tight one, but leaks of an epoch add up.
-    constexpr uint64_t entryBytes = 32, freeStrayBytes = 4;
+    constexpr uint64_t entryBytes = sizeof(Brine::Shadow<Host>::Entry), freeStrayBytes = sizeof(uint32_t);
     constexpr uint64_t shadowGrowth = keys * (entryBytes + 2 * (entryBytes + freeStrayBytes)) / 1024;
     if (epochs_ > 2 && (last_.memory > first_.memory + shadowGrowth ||
                         last_.descriptors > first_.descriptors || last_.tableBytes > first_.tableBytes)) {
