@@ -9,6 +9,11 @@
 
 namespace Brine {
 
+/// The place of an entity below `parent`, which may be null: the names from the root of the tree down to it,
+/// each behind a '/'. Within a name a '\' stands in front of each '/' and '\', so places differ where names
+/// do.
+std::string placeOf(Orb::Entity const& entity, Orb::Entity const* parent);
+
 /// Binds a table in shared memory to the entity that presents it: gives it its place, from the entity's place
 /// in the directory, and routes its callbacks. Built first, then initialized by `bind()`, which only then
 /// lets it be mounted and notify.
@@ -54,16 +59,12 @@ class BrineMap {
 
   /// The directory that the entity stands in, or null. Counts for the next mount.
   void parentIs(Orb::Entity const* parent) { parent_ = parent; }
-  /// The entity's place: the names from the root of the tree down to it.
-  std::string place() const {
-    return (parent_ != nullptr ? parent_->fullName() : std::string()) + "/" + entity_->name().text();
-  }
 
   /// Mounts the table; without a name in the options, at the entity's place. Raises `StateError` if it is
   /// mounted.
   MountStatus mount(MountOptions options) {
     if (!initialized()) throw StateError("BrineMap::mount() not allowed at this time, initialized:false");
-    if (options.name.empty()) options.name = place();
+    if (options.name.empty()) options.name = placeOf(*entity_, parent_);
     return table_.mount(options);
   }
   void unmount() { table_.unmount(); }

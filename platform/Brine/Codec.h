@@ -28,8 +28,7 @@ namespace Brine {
 ///
 /// Equal keys have equal words and different keys different ones; no bit is left to chance. Decoding refuses
 /// words that no encoding gives, which the engine reports as corruption. `hash` and `column` accept any
-/// words. `column` is the value that walks can be filtered on. Keys
-/// are sorted by their operator<.
+/// words. `column` is the value that walks can be filtered on. Keys are sorted by their operator<.
 template <class Row>
 struct Codec;
 
@@ -88,7 +87,6 @@ struct RowShape {
   bool (*isValid)(uint64_t const* rowWords);
   void (*survey)(uint64_t const* slot, uint32_t id, unsigned count, uint64_t seed, SurveyedRow* result);
 
-  unsigned valueWords() const { return rowWords - keyWords; }
   /// Differs between shapes whose tables do not understand one another.
   uint64_t fingerprint() const;
 

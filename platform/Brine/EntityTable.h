@@ -33,6 +33,8 @@ void reportTableCorruption(std::string const& table, std::string const& message,
 ///
 /// Writes and removals notify synchronously, from the writing call; changes made by another process from
 /// `deliver()`. Operations count first, then act, then notify; the notify counter comes after the notifiees.
+/// What a reactor of the control raises where a write begins a turn leaves the write, which is done but not
+/// notified.
 ///
 /// Ownership: the table owns its binding and counters. It holds its control by a counted reference; when the
 /// last other reference to the table goes, the two change roles: the control gets a counted reference to the
@@ -157,6 +159,7 @@ class EntityTable : public Orb::Entity {
       if (!map_.table().find(key, found)) found = Row();
     } catch (CorruptionError const& error) {
       handleCorruption(error.what());
+      map_.table().takeForAbsent(key);
       found = Row();
     }
     return found;
@@ -187,9 +190,9 @@ class EntityTable : public Orb::Entity {
       if (!found) return Row();
       removed = *found;
     } catch (RowDamage const& error) {
-      // What it held cannot be told, but it goes.
+      // What it held cannot be told, but it goes. Where it has gone, a hook of the removal has raised.
+      if (!map_.table().erase(key)) throw;
       handleCorruption(error.what());
-      if (!map_.table().erase(key)) return Row();
     }
     rowNotify(key);
     return removed;

@@ -91,6 +91,11 @@ class Table : public TableBase {
   // ---- Readers ----
 
   DeliverResult deliver() override;
+  /// Keyshadow: the owner takes the key for absent, where a look-up raised that it is damaged. It counts as
+  /// shown absent then.
+  void takeForAbsent(Key const& key) const {
+    if (isShadowed()) shadow_.erase(Words(key).words, noRow);
+  }
 
   /// Hook, reader: the key's row was written or removed, by another process or object. May be called for
   /// every key at once after a lap, a recovery or at the first delivery.

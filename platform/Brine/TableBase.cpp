@@ -23,6 +23,7 @@ MountStatus TableBase::mount(MountOptions const& options) {
   requireUnmounted();
   reportQuiesced(false);
   options_ = options;
+  raisedByHook_ = nullptr;
   ++mountSerial_;
   try {
     if (options.mode == Mode::writer) {
@@ -63,7 +64,7 @@ MountStatus TableBase::mountImage(std::span<std::byte const> image, Mode mode) {
     setStatus(failure.status(), failure.what());
     return status_;
   }
-  onAttached(false);
+  attach(*segment_);
   compareAll_ = true;
   setStatus(MountStatus::mounted, {});
   return status_;
@@ -99,7 +100,7 @@ void TableBase::mountWriter() {
     throw;
   }
   claim_->segmentIs(segment_.get());
-  onAttached(false);
+  attach(*segment_);
   setStatus(MountStatus::mounted, {});
   if (writer_) reportQuiesced(writer_->isQuiet());
 }
@@ -157,16 +158,19 @@ void TableBase::attachReader() {
     if (folder.isTable(file.get())) break;
   }
   auto segment = std::make_unique<Segment>(shape_, file.get(), false);
-  bool const sameFile = segment->generation() == generation_;
   // First: it may run out of memory.
-  onAttached(sameFile);
+  attach(*segment);
   segment_ = std::move(segment);
   file_ = std::move(file);
-  generation_ = segment_->generation();
   incarnation_ = loadAcquire(&segment_->header()->incarnation);
   compareAll_ = true;
   successorFailed_ = false;
   judgeWriter(writerLiveness() == Liveness::ended);
+}
+
+void TableBase::attach(Segment const& segment) {
+  onAttached(segment.generation() == generation_);
+  generation_ = segment.generation();
 }
 
 bool TableBase::isReplaced() const {

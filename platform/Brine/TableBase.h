@@ -128,7 +128,8 @@ class TableBase {
   // Hooks, called on this thread; any may be empty.
 
   /// The writer became quiet (true): all its changes were told. Or began to change rows again, or the table
-  /// was unmounted or cannot be followed (false).
+  /// was unmounted or cannot be followed (false). What it raises when a write begins a turn leaves that
+  /// write, which is done.
   std::function<void(bool)> onQuiesced;
   /// `mountStatus()` changed.
   std::function<void()> onMountStatus;
@@ -163,13 +164,18 @@ class TableBase {
   }
   /// In a handler: what is being handled comes from a hook, not from the table.
   bool isOfHook() const { return std::current_exception() == raisedByHook_; }
+  void endDelivery() {
+    delivering_ = false;
+    raisedByHook_ = nullptr;
+  }
   void reportQuiesced(bool quiesced);
   void reportCorruption(std::string const& message);
   void setStatus(MountStatus status, std::string detail);
   /// To be called where a delivery raises: reports what is the table's own, else raises it again.
   void onDeliveryRaised();
 
-  /// The file is mounted afresh or has been replaced.
+  /// A file is taken on, the one that was mounted last or another one. May raise `std::bad_alloc`, without
+  /// effect then.
   virtual void onAttached(bool sameFile) = 0;
   virtual uint64_t shadowKeys() const = 0;
 
@@ -193,6 +199,7 @@ class TableBase {
   void mountWriter();
   void openOrMake(Folder const& folder);
   void attachReader();
+  void attach(Segment const& segment);
   void detach();
   bool isReplaced() const;
   Liveness writerLiveness() const;
@@ -208,7 +215,7 @@ class TableBase {
   bool compareAll_ = false;
   bool successorFailed_ = false;
   bool quiesced_ = false;
-  std::exception_ptr raisedByHook_;
+  std::exception_ptr raisedByHook_;  ///< Until a delivery has ended, or the next mount.
 };
 
 }  // namespace Brine

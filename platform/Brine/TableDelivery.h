@@ -6,9 +6,9 @@ namespace Brine {
 
 template <TableRow Row>
 void Table<Row>::onAttached(bool sameFile) {
+  if (!sameFile) shadow_.forgetVersions();
   ++mountSerial_;
   lastId_ = noRow;
-  if (!sameFile) shadow_.forgetVersions();
   nextChange_ = 0;
 }
 
@@ -35,10 +35,10 @@ DeliverResult Table<Row>::deliver() {
   DeliverResult result;
   if (delivering_ || mode() == Mode::writer) return result;
   struct Guard {
-    bool& flag;
-    explicit Guard(bool& f) : flag(f) { flag = true; }
-    ~Guard() { flag = false; }
-  } const guard(delivering_);
+    Table& table;
+    explicit Guard(Table& t) : table(t) { table.delivering_ = true; }
+    ~Guard() { table.endDelivery(); }
+  } const guard(*this);
   try {
     // A hook may have mounted it as writer.
     if (!beginDelivery() || mode() == Mode::writer) return result;

@@ -196,8 +196,9 @@ void Table<Row>::overwrite(uint32_t id, uint64_t const* words) {
 
 template <TableRow Row>
 void Table<Row>::insert(Words const& key, uint64_t const* words) {
-  uint32_t const id = writer_->takeId();
+  // First: a growth may begin the turn.
   bool const wasQuiet = writer_->isQuiet();
+  uint32_t const id = writer_->takeId();
   RowWriter row(segment_->slot(id), id, segment_->seed());
   row.prepare(writer_->nextSequence(), words, keyWordCount, valueWordCount, true);
   // Column and index first: whoever sees the row live finds it through both.

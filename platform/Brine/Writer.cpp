@@ -15,6 +15,30 @@ std::string damageOf(std::vector<uint32_t> const& rows) {
 
 }  // namespace
 
+/// Enters a row that lives into an index that is being made. False where it must not live: of two rows of one
+/// key, which an index that was damaged meanwhile lets come about, the later one stays.
+bool Writer::enter(Index& index, uint32_t id, SurveyedRow const& row, Scan& found) {
+  uint64_t const* const key = segment_.slot(id) + 2;
+  uint32_t twin = noRow;
+  bool const isAlone = index.insertNew(row.hash, row.tag, id, [&](uint32_t other) {
+    bool const same = std::equal(key, key + segment_.shape().keyWords, segment_.slot(other) + 2);
+    if (same) twin = other;
+    return same;
+  });
+  if (isAlone || twin == noRow) return isAlone;
+  if (loadRelaxed(segment_.slot(twin)) > row.version) {
+    found.twins.push_back(id);
+    return false;
+  }
+  index.erase(row.hash, row.tag, twin);
+  found.twins.push_back(twin);
+  found.damaged.push_back(twin);
+  found.columns.push_back({twin, noColumn});
+  --found.rows;
+  return index.insert(row.hash, row.tag, id);
+}
+
+/// Verifies the rows below `end` and enters those that live into `index`, which is empty.
 Writer::Scan Writer::scan(Index index, uint32_t end) {
   constexpr uint32_t batchRows = 16;
   struct Batch {
@@ -23,55 +47,38 @@ Writer::Scan Writer::scan(Index index, uint32_t end) {
     SurveyedRow rows[batchRows];
   };
   Batch batches[2];
-  RowShape const& shape = segment_.shape();
-  Scan result;
+  Scan found;
   // One batch ahead, so that its index lines arrive while the other's are written.
   auto const survey = [&](Batch& batch, uint32_t first) {
     batch.first = batch.end = first;
     if (first == end) return;
     batch.end = std::min({end, first + batchRows, segment_.pieceEnd(first)});
-    shape.survey(segment_.slot(first), first, batch.end - first, segment_.seed(), batch.rows);
+    segment_.shape().survey(segment_.slot(first), first, batch.end - first, segment_.seed(), batch.rows);
     for (uint32_t id = first; id < batch.end; ++id) {
       SurveyedRow const& row = batch.rows[id - first];
       if (row.state == RowState::live) index.prefetchForWriting(row.hash);
     }
   };
-  // Of two rows of one key, which an index that was damaged meanwhile lets come about, the later one stays.
-  auto const isNew = [&](uint32_t id, SurveyedRow const& row) {
-    uint64_t const* const key = segment_.slot(id) + 2;
-    uint32_t twin = noRow;
-    bool const isAlone = index.insertNew(row.hash, row.tag, id, [&](uint32_t other) {
-      bool const same = std::equal(key, key + shape.keyWords, segment_.slot(other) + 2);
-      if (same) twin = other;
-      return same;
-    });
-    if (isAlone || twin == noRow || loadRelaxed(segment_.slot(twin)) > row.version) return isAlone;
-    index.erase(row.hash, row.tag, twin);
-    result.damaged.push_back(twin);
-    result.columns.push_back({twin, noColumn});
-    --result.rows;
-    return index.insert(row.hash, row.tag, id);
-  };
   survey(batches[0], 0);
   for (unsigned turn = 0; batches[turn].first < end; turn = 1 - turn) {
-    Batch& batch = batches[turn];
+    Batch const& batch = batches[turn];
     survey(batches[1 - turn], batch.end);
     Column const column = segment_.column(batch.first);
     for (uint32_t id = batch.first; id < batch.end; ++id) {
-      SurveyedRow& row = batch.rows[id - batch.first];
-      bool const isLive = row.state == RowState::live && isNew(id, row);
+      SurveyedRow const& row = batch.rows[id - batch.first];
+      bool const isLive = row.state == RowState::live && enter(index, id, row, found);
       ColumnWord const word = isLive ? row.column : noColumn;
-      if (column.word(id) != word) result.columns.push_back({id, word});
-      if (row.version != 0) result.end = id + 1;
+      if (column.word(id) != word) found.columns.push_back({id, word});
+      if (row.version != 0) found.end = id + 1;
       if (isLive || row.state == RowState::dead) {
-        result.lastSequence = std::max(result.lastSequence, sequenceOf(row.version));
-        isLive ? void(++result.rows) : result.free.push_back(id);
+        found.lastSequence = std::max(found.lastSequence, sequenceOf(row.version));
+        isLive ? void(++found.rows) : found.free.push_back(id);
       } else {
-        result.damaged.push_back(id);
+        found.damaged.push_back(id);
       }
     }
   }
-  return result;
+  return found;
 }
 
 /// Right words are left alone: readers may be walking.
@@ -83,8 +90,26 @@ void Writer::repairColumn(Scan const& found, uint32_t end) {
   }
 }
 
+/// A number to go on from, where that of the rows' last change is `last`. The last change may have been of a
+/// row that is damaged now, so the head counts too where it can be believed, and a stretch of numbers is left
+/// out: what readers saw under a number is never mistaken for something new.
+uint64_t Writer::sequenceBehind(uint64_t last) const {
+  Header const* const header = segment_.header();
+  uint64_t const head = loadRelaxed(&header->head);
+  uint64_t sequence = std::max(last, loadRelaxed(&header->firstSequence));
+  if (head > sequence && head - sequence < uint64_t{1} << 40) sequence = head;
+  sequence += std::max<uint64_t>(segment_.layout().ringEntries(), publishStep);
+  return sequence;
+}
+
+/// Commits the row as dead, whatever its slot holds.
+void Writer::drop(uint32_t id, uint64_t sequence) {
+  RowWriter row(segment_.slot(id), id, segment_.seed());
+  row.prepareRemoval(sequence);
+  row.commit();
+}
+
 void Writer::recover(bool repair) {
-  Header* const header = segment_.header();
   uint32_t end = segment_.capacity();
   try {
     end = segment_.highWater();
@@ -96,18 +121,12 @@ void Writer::recover(bool repair) {
   if (!found.damaged.empty() && !repair) {
     throw MountFailure(MountStatus::corrupt, damageOf(found.damaged));
   }
+  // Here, since nothing may fail once rows are changed.
+  found.free.reserve(found.free.size() + found.damaged.size());
   sign();
-  // The last change may have been of a row that is damaged now, so the head counts too where it can be
-  // believed, and a stretch of numbers is left out: what readers saw under a number is never mistaken for
-  // something new.
-  uint64_t const head = loadRelaxed(&header->head);
-  uint64_t sequence = std::max(found.lastSequence, loadRelaxed(&header->firstSequence));
-  if (head > sequence && head - sequence < uint64_t{1} << 40) sequence = head;
-  sequence += std::max<uint64_t>(segment_.layout().ringEntries(), publishStep);
+  sequence_ = sequenceBehind(found.lastSequence);
   for (uint32_t const id : found.damaged) {
-    RowWriter row(segment_.slot(id), id, segment_.seed());
-    row.prepareRemoval(++sequence);
-    row.commit();
+    drop(id, ++sequence_);
     found.free.push_back(id);
   }
   repairColumn(found, end);
@@ -118,16 +137,21 @@ void Writer::recover(bool repair) {
   nextFresh_ = found.end;
   highWater_ =
       std::min(segment_.capacity(), (nextFresh_ + highWaterStep - 1) / highWaterStep * highWaterStep);
-  segment_.publishHighWater(highWater_);
-  sequence_ = published_ = sequence;
   rows_ = found.rows;
+  publishRecovery(found.damaged.size());
+}
+
+void Writer::publishRecovery(uint64_t dropped) {
+  Header* const header = segment_.header();
+  published_ = sequence_;
   quiet_ = true;
-  storeRelaxed(&header->dropped, loadRelaxed(&header->dropped) + found.damaged.size());
+  segment_.publishHighWater(highWater_);
+  storeRelaxed(&header->dropped, loadRelaxed(&header->dropped) + dropped);
   storeRelaxed(&header->rows, rows_);
   // The head's entry bears its number, always; nobody reads more of this one.
-  storeRelease(segment_.ringEntry(sequence), sequence);
-  storeRelease(&header->head, sequence);
-  storeRelease(&header->quiet, sequence);
+  storeRelease(segment_.ringEntry(sequence_), sequence_);
+  storeRelease(&header->head, sequence_);
+  storeRelease(&header->quiet, sequence_);
   // Last: a reader that compares everything because of this sees all of the above.
   storeRelease(&header->incarnation, loadRelaxed(&header->incarnation) + 1);
   ring();
@@ -161,12 +185,21 @@ uint32_t Writer::takeId() {
   return id;
 }
 
+/// No slot is free.
 void Writer::grow() {
   unsigned const level = segment_.geometry().level + 1;
   segment_.addExtent();
-  Scan const found = scan(segment_.spareIndex(level), nextFresh_);
+  Scan found = scan(segment_.spareIndex(level), nextFresh_);
   if (!found.damaged.empty()) damage_ = damageOf(found.damaged);
   segment_.publishSpare(level);
+  // The new index does not know them, so that walks would show them for ever.
+  for (uint32_t const id : found.twins) {
+    drop(id, nextSequence());
+    segment_.column(id).wordIs(id, noColumn);
+    changed(id, true, segment_.slot(id) + 2, segment_.shape().keyWords);
+    --rows_;
+  }
+  free_ = std::move(found.twins);
 }
 
 void Writer::publish() {

@@ -28,7 +28,8 @@ class Writer {
   /// and run again.
   void recover(bool repair);
 
-  /// A slot for a new row; grows the table if there is none. Raises `SpaceError`.
+  /// A slot for a new row; grows the table if there is none, and removes then the older ones of rows of one
+  /// key. Raises `SpaceError`.
   uint32_t takeId();
   void releaseId(uint32_t id) { free_.push_back(id); }
 
@@ -70,19 +71,28 @@ class Writer {
   std::string takeDamage() { return std::exchange(damage_, {}); }
 
  private:
+  struct ColumnFix {
+    uint32_t id;
+    ColumnWord word;
+  };
+  /// What a pass over all rows found.
   struct Scan {
-    std::vector<uint32_t> damaged;
-    std::vector<uint32_t> free;
-    std::vector<std::pair<uint32_t, ColumnWord>>
-        columns;  ///< Rows whose column word is wrong; what is right.
+    std::vector<uint32_t> damaged;   ///< And the twins.
+    std::vector<uint32_t> twins;     ///< Rows of a key that a later one is of too.
+    std::vector<uint32_t> free;      ///< Slots without a row.
+    std::vector<ColumnFix> columns;  ///< Where the column is wrong, and what is right.
     uint64_t rows = 0;
     uint32_t end = 0;  ///< One above the last id that ever held a row.
     uint64_t lastSequence = 0;
   };
 
   Scan scan(Index index, uint32_t end);
+  [[gnu::always_inline]] inline bool enter(Index& index, uint32_t id, SurveyedRow const& row, Scan& found);
+  uint64_t sequenceBehind(uint64_t last) const;
+  void drop(uint32_t id, uint64_t sequence);
   void repairColumn(Scan const& found, uint32_t end);
   void sign();
+  void publishRecovery(uint64_t dropped);
   void grow();
   void publish();
   void endQuiet();

@@ -73,18 +73,25 @@ TEST_F(DamageTest, AHeadThatIsAheadOfItsChangesHidesNoneOfThem) {
 }
 
 TEST_F(DamageTest, OfTwoRowsOfOneKeyTheLaterOneStays) {
-  mount();
-  fill(0, 3);
-  auto const indexes = testLayout.extentOffset(0) + testLayout.indexOffset(0, 0);
-  editFile(folder_, indexes, 2 * testLayout.indexBytes(0),
-           [](std::string& all) { all.assign(all.size(), 0); });
-  fill(1, 2);
-  auto const last = writer_.find({1, 1});
+  auto const writeTwin = [this] {
+    auto const indexes = testLayout.extentOffset(0) + testLayout.indexOffset(0, 0);
+    editFile(folder_, indexes, 2 * testLayout.indexBytes(0),
+             [](std::string& all) { all.assign(all.size(), 0); });
+    fill(1, 2);
+    return writer_.find({1, 1});
+  };
+  start(3);
+  auto last = writeTwin();
   writer_.unmount();
   EXPECT_EQ(writer_.mount(folder_.options(Mode::writer)), MountStatus::corrupt);
   mount(true);
   EXPECT_EQ(writer_.find({1, 1}), last);
   EXPECT_EQ(rowsOf(writer_).size(), 3U);
+  expectSound(writer_);
+  last = writeTwin();
+  fill(3, 16);
+  EXPECT_EQ(writer_.find({1, 1}), last) << "the table has grown";
+  expectFollowed();
   expectSound(writer_);
 }
 

@@ -70,7 +70,10 @@ TEST_F(TablesTest, ReachReadersByTheirPlaceInTheDirectory) {
   auto const writers = makePtr<Orb::Dir>("site/a"), readers = makePtr<Orb::Dir>("site/a");
   auto const writer = QorEvpn::hostTableIs(*writers, "host"), reader = QorEvpn::hostTableIs(*readers, "host");
   mount(writer);
-  EXPECT_TRUE(std::filesystem::exists(folder.path() + "/%2Fsite%2Fa%2Fhost.table"));
+  EXPECT_TRUE(std::filesystem::exists(folder.path() + "/%2Fsite%5C%2Fa%2Fhost.table"));
+  auto const site = makePtr<Orb::Dir>("site"), a = makePtr<Orb::Dir>("a");
+  site->entryIs(a);
+  mount(QorEvpn::hostTableIs(*a, "host"));
   mount(reader, Mode::keyshadow);
   EXPECT_EQ(reader->hostControl()->mountStatus(), MountStatus::mounted);
   auto const watcher = recorder<MacVniPair>(reader, "host");
@@ -113,8 +116,12 @@ TEST_F(TablesTest, HandDamageToTheirHandlerAndGoOn) {
   Tables tables(Mode::writer);
   auto const& table = tables.hostTable;
   for (uint32_t m : {1u, 2u, 3u, 4u}) table->hostIs(host(10, m, m));
+  table->endTurn();
+  Tables const readers(Mode::keyshadow, tables.folder);
+  readers.deliver();
   MacVniPair const key = host(10, 3, 3).key();
   tables.damage(host(10, 3, 3));
+  EXPECT_EQ(readers.hostTable->host(key), Host());
   EXPECT_EQ(table->host(key), Host());
   table->hostDelAll();
   EXPECT_THAT(tables.reports, ElementsAre("row 2 is damaged", "row 2 is damaged"));
@@ -124,6 +131,15 @@ TEST_F(TablesTest, HandDamageToTheirHandlerAndGoOn) {
   EXPECT_EQ(table->corruptions(), 3u);
   EXPECT_EQ(table->statistics().rows, 0u);
   EXPECT_TRUE(table->check().empty());
+  table->endTurn();
+  EXPECT_EQ(readers.hostTable->deliver().changes, 3u) << "the damaged one was shown absent";
+  // Damage elsewhere, that who hears of the removal meets.
+  table->hostIs(host(10, 1, 1));
+  table->endTurn();
+  auto const watcher = makePtr<TestSupport::Watcher>(
+      *table->hostControl(), [](Orb::AttributeId, void const*) { throw Brine::RowDamage("elsewhere"); });
+  EXPECT_THROW(table->hostDel(host(10, 1, 1).key()), Brine::RowDamage);
+  EXPECT_EQ(table->corruptions(), 3u);
 }
 
 TEST_F(TablesTest, ChangeRolesWithTheirControlWhenTheLastReferenceGoes) {
