@@ -191,7 +191,7 @@ class Layout {
   constexpr uint64_t columnOffset(unsigned extent) const {
     return wholePages(uint64_t{extentRows(extent)} * rowStride() * 8);
   }
-  /// Of the low bytes and of the high ones; and what lies between these two.
+  /// Of the column's low bytes; as many of its high bytes lie behind them.
   constexpr uint64_t columnBytes(unsigned extent) const { return wholePages(extentRows(extent)); }
   constexpr uint64_t indexOffset(unsigned extent, unsigned half) const {
     return columnOffset(extent) + 2 * columnBytes(extent) + half * indexBytes(extent);

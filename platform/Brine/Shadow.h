@@ -49,7 +49,8 @@ struct KeyWords {
 ///
 /// A key's entry stands under the id of the row that it was last shown in, so a change of a key that stayed
 /// where it was costs one line and no search. A key whose place is taken, since the row had gone to it before
-/// the reader was told that the former key left, is a stray until it is shown again. An index finds both.
+/// the reader was told that the former key left, is a stray until a change of it finds the place free. An
+/// index finds both.
 template <class Row>
 class Shadow {
  public:
