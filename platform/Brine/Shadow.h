@@ -89,12 +89,20 @@ class Shadow {
 
   /// The reader is shown the key's row. False if that is what it was last shown.
   bool show(uint64_t const* keyWords, uint32_t id, uint64_t version) {
+    return show(keyWords, id, version, [](uint32_t, uint64_t) { return false; });
+  }
+  /// The same, unless a later row of the key is what it was last shown and `stands(id, version)` says that
+  /// this is still there: of two rows of one key, which a damaged index lets come about, the later one
+  /// counts.
+  template <class Stands>
+  bool show(uint64_t const* keyWords, uint32_t id, uint64_t version, Stands&& stands) {
     if (isHome(keyWords, id)) return std::exchange(homes_[id].version, version) != version;
     Key const key(keyWords);
     uint32_t const number = search(key);
     if (number != noRow) {
       Entry& known = entry(number);
       if (known.version == version) return false;
+      if (known.version > version && number < strayNumber && stands(number, known.version)) return false;
       if (number >= strayNumber && this->version(id) != 0) {  // The row's place is taken: it stays a stray.
         known.version = version;
         return true;

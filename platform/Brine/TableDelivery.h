@@ -160,7 +160,10 @@ void Table<Row>::compareKey(uint64_t const* key, uint32_t likelyId, uint64_t& ch
 
 template <TableRow Row>
 void Table<Row>::settle(uint64_t const* key, Found const& found, Row const& row, uint64_t& changes) {
-  if (shadow_.show(key, found.id, found.version)) announce(key, &row, changes);
+  auto const stands = [this](uint32_t id, uint64_t version) {
+    return id < segment_->capacity() && loadRelaxed(segment_->slot(id)) == version;
+  };
+  if (shadow_.show(key, found.id, found.version, stands)) announce(key, &row, changes);
 }
 
 template <TableRow Row>

@@ -88,7 +88,12 @@ TEST_F(DamageTest, OfTwoRowsOfOneKeyTheLaterOneStays) {
   EXPECT_EQ(writer_.find({1, 1}), last);
   EXPECT_EQ(rowsOf(writer_).size(), 3U);
   expectSound(writer_);
+  expectFollowed();
   last = writeTwin();
+  copy_.deliver();
+  copy_.remount();
+  copy_.deliver();
+  EXPECT_EQ(copy_.rows().at({1, 1}), last) << "it has compared both";
   fill(3, 16);
   EXPECT_EQ(writer_.find({1, 1}), last) << "the table has grown";
   expectFollowed();
