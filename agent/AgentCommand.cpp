@@ -6,6 +6,7 @@
 #include "agent/Control.h"
 #include "agent/Feed.h"
 #include "agent/FeedOptions.h"
+#include "agent/Format.h"
 #include "agent/Learned.h"
 #include "agent/Module.h"
 #include "agent/TraceOutput.h"
@@ -35,18 +36,17 @@ nlohmann::ordered_json countersJson() {
 /// A site's agent, from its start to its end.
 class AgentProcess {
  public:
-  explicit AgentProcess(AgentOptions const& options)
+  AgentProcess(AgentOptions const& options, Loop& loop)
       : options_(options),
-        site_(Site::made(options.dir)),
-        module_(loop_, site_, options.repair, logger()),
-        control_(loop_, site_.controlSocket(),
-                 [this](std::string_view command, std::string_view argument) {
-                   return answer(command, argument);
-                 }),
+        loop_(loop),
         feed_(loop_, options.feed.feed(),
               {[this](Event const& event) { apply(event); }, [this] { release(); },
-               [this](bool failed) { feedEnded(failed); }, logger()}) {
-    loop_.stopOnSignals();
+               [this](bool failed) { feedEnded(failed); }, logger()}),
+        site_(Site::made(options.dir)),
+        module_(loop_, site_, options.repair, logger()),
+        control_(loop_, site_.controlSocket(), [this](std::string_view command, std::string_view argument) {
+          return answer(command, argument);
+        }) {
     if (options.withEvpn) learned_.emplace(site_, options.repair);
     loop_.turnEndIs([this] {
       module_.endTurn();
@@ -55,7 +55,7 @@ class AgentProcess {
   }
 
   int run() {
-    log("started, " + std::to_string(module_.rowsFound()) + " rows found; feed: " + feed_.name());
+    log("started, " + countText(module_.rowsFound(), "row") + " found; feed: " + feed_.name());
     loop_.run();
     if (options_.cleanup && loop_.stopSignal() != 0) {
       module_.cleanup();
@@ -93,8 +93,7 @@ class AgentProcess {
   }
 
   void feedEnded(bool failed) {
-    log("feed ended: " + std::to_string(feed_.events()) + " events, " + std::to_string(feed_.errors()) +
-        " bad lines");
+    log("feed ended: " + feed_.tally());
     if (failed) {
       status_ = exitFailed;
       loop_.stop();
@@ -125,12 +124,12 @@ class AgentProcess {
   }
 
   AgentOptions const& options_;
+  Loop& loop_;
+  Feed feed_;  ///< Before the site is made: a feed that cannot be opened leaves nothing behind.
   Site site_;
-  Loop loop_;
   Module module_;
   std::optional<Learned> learned_;
   ControlServer control_;
-  Feed feed_;
   int status_ = exitOk;
 };
 
@@ -143,8 +142,9 @@ int runAgent(AgentOptions const& options) {
       throw UsageError("--trace " + trace + ": " + error.what());
     }
   }
-  AgentProcess agent(options);
-  return agent.run();
+  Loop loop;
+  loop.stopOnSignals();
+  return AgentProcess(options, loop).run();
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
 #include <CLI/CLI.hpp>
-#include <iostream>
 
 #include "agent/Commands.h"
 #include "agent/FormatOptions.h"

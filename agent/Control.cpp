@@ -32,6 +32,24 @@ Fd newSocket(int flags) {
   return Fd(checked(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0), "socket"));
 }
 
+Fd connectedTo(Site const& site) {
+  Fd fd = newSocket(0);
+  // An agent that is stopped does not keep whoever asks it.
+  timeval const patience{5, 0};
+  checked(setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), "setsockopt");
+  checked(setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience), "setsockopt");
+  sockaddr_un const place = address(site.controlSocket());
+  if (connect(fd.get(), generic(place), sizeof place) == 0) return fd;
+  switch (errno) {
+    case ENOENT:
+    case ECONNREFUSED:
+      throw std::runtime_error("no agent runs for " + site.dir() + ", and only a running one can tell");
+    case EACCES:
+    case EPERM: throw std::runtime_error("only its user and root may ask the agent of " + site.dir());
+    default: throwErrno("control socket " + site.controlSocket());
+  }
+}
+
 }  // namespace
 
 ControlServer::ControlServer(Loop& loop, std::string path, Answer answer)
@@ -99,36 +117,28 @@ void ControlServer::drop(int fd) {
   clients_.erase(fd);
 }
 
-nlohmann::ordered_json controlRequest(std::string const& path, std::string_view request) {
+nlohmann::ordered_json controlRequest(Site const& site, std::string_view request) {
   if (request.find('\n') != std::string_view::npos) throw std::runtime_error("a request is one line");
-  Fd const fd = newSocket(0);
-  // An agent that is stopped does not keep whoever asks it.
-  timeval const patience{5, 0};
-  checked(setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), "setsockopt");
-  checked(setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience), "setsockopt");
-  sockaddr_un const place = address(path);
-  if (connect(fd.get(), generic(place), sizeof place) != 0) {
-    throwErrno(errno == ENOENT || errno == ECONNREFUSED ? "no agent listens at " + path
-                                                        : "control socket " + path);
-  }
+  Fd const fd = connectedTo(site);
   std::string line(request);
   line += '\n';
   for (std::size_t sent = 0; sent < line.size();) {
     ssize_t const count = send(fd.get(), line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
-    if (count < 0 && errno != EINTR) throwErrno("control socket " + path);
+    if (count < 0 && errno != EINTR) throwErrno("control socket " + site.controlSocket());
     if (count > 0) sent += static_cast<std::size_t>(count);
   }
   std::string answer;
   for (;;) {
     char buffer[65536];
     ssize_t const count = read(fd.get(), buffer, sizeof buffer);
-    if (count < 0 && errno == EAGAIN) throw std::runtime_error("the agent at " + path + " does not answer");
-    if (count < 0 && errno != EINTR) throwErrno("control socket " + path);
+    if (count < 0 && errno == EAGAIN)
+      throw std::runtime_error("the agent of " + site.dir() + " does not answer");
+    if (count < 0 && errno != EINTR) throwErrno("control socket " + site.controlSocket());
     if (count == 0) break;
     if (count > 0) answer.append(buffer, static_cast<std::size_t>(count));
   }
   auto document = nlohmann::ordered_json::parse(answer, nullptr, false);
-  if (document.is_discarded()) throw std::runtime_error("the agent at " + path + " gave no answer");
+  if (document.is_discarded()) throw std::runtime_error("the agent of " + site.dir() + " gave no answer");
   if (auto const error = document.find("error"); error != document.end()) {
     throw std::runtime_error(error->get<std::string>());
   }

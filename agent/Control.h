@@ -23,6 +23,7 @@
 #include <string_view>
 
 #include "agent/Loop.h"
+#include "agent/Site.h"
 
 namespace Agent {
 
@@ -59,8 +60,8 @@ class ControlServer {
   std::map<int, Client> clients_;
 };
 
-/// Asks the agent that listens at `path` and returns its answer. Raises std::system_error where no agent
-/// listens (the message says so) and std::runtime_error with the agent's own error.
-nlohmann::ordered_json controlRequest(std::string const& path, std::string_view request);
+/// Asks the agent of that site and returns its answer. Raises std::runtime_error that says so where no agent
+/// runs or this user may not ask it, and with the agent's own error.
+nlohmann::ordered_json controlRequest(Site const& site, std::string_view request);
 
 }  // namespace Agent

@@ -20,7 +20,6 @@
 #pragma once
 
 #include <map>
-#include <set>
 
 #include "Orb/Dir.h"
 #include "Orb/StateMachine.h"

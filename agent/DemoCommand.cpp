@@ -1,3 +1,5 @@
+#include <sys/stat.h>
+
 #include <CLI/CLI.hpp>
 #include <csignal>
 #include <filesystem>
@@ -53,7 +55,7 @@ SiteFeeds splitTrace(std::string const& path) {
 class DemoFolder {
  public:
   DemoFolder(std::string path, bool keep) : path_(std::move(path)), keep_(keep) {
-    if (!std::filesystem::create_directory(path_)) throw std::runtime_error(path_ + ": exists already");
+    if (mkdir(path_.c_str(), 0755) != 0) throwErrno("cannot make the directory " + path_);
   }
   ~DemoFolder() {
     std::error_code ignored;
@@ -97,14 +99,13 @@ class DemoSite {
 
   bool feedHasEnded() const {
     try {
-      return controlRequest(Site(dir_).controlSocket(), "state").at("feed").at("ended").get<bool>();
+      return controlRequest(Site(dir_), "state").at("feed").at("ended").get<bool>();
     } catch (std::exception const&) {
       return false;  // it is only just starting
     }
   }
   SiteState state() {
-    return {name_, view_.exported(), view_.learned(),
-            controlRequest(Site(dir_).controlSocket(), "evpn-status")};
+    return {name_, view_.exported(), view_.learned(), controlRequest(Site(dir_), "evpn-status")};
   }
 
  private:
@@ -126,7 +127,8 @@ class Demo {
         expected_(expected),
         west_("west", root, feeds.west),
         east_("east", root, feeds.east),
-        exchange_({"evpn", "--dir", west_.dir(), "--peer", east_.dir()}, root + "/exchange.log") {}
+        exchangeLog_(root + "/exchange.log"),
+        exchange_({"evpn", "--dir", west_.dir(), "--peer", east_.dir()}, exchangeLog_) {}
 
   /// Plays the recording, killing and restarting the west agent in the middle if that is wanted.
   void play(bool withKill) {
@@ -207,7 +209,7 @@ class Demo {
       if (!site->isRunning())
         throw std::runtime_error(site->name() + "'s agent has ended; see " + site->dir() + ".log");
     }
-    if (!exchange_.isRunning()) throw std::runtime_error("the exchange has ended");
+    if (!exchange_.isRunning()) throw std::runtime_error("the exchange has ended; see " + exchangeLog_);
   }
 
   DemoOptions const& options_;
@@ -216,6 +218,7 @@ class Demo {
   Expectation const& expected_;
   DemoSite west_;
   DemoSite east_;
+  std::string exchangeLog_;
   Child exchange_;
   Clock::time_point begin_;
 };
@@ -281,6 +284,7 @@ void addDemoCommand(CLI::App& app, Run& run) {
       ->check(CLI::Range(0.1, 1000.0))
       ->capture_default_str();
   command->add_option("--rows", options->rows, "Rows of each table to show; 0 is all of them")
+      ->check(CLI::Range(0U, 1000000000U))
       ->capture_default_str();
   command->add_flag("--keep", options->keep, "Leave the tables, feeds and logs behind");
   command->footer(

@@ -14,7 +14,7 @@
 
 namespace Agent {
 
-/// SIGINT or SIGTERM arrived.
+/// SIGHUP, SIGINT or SIGTERM arrived.
 class DemoInterrupted : public std::runtime_error {
  public:
   DemoInterrupted() : runtime_error("interrupted") {}
@@ -29,7 +29,7 @@ struct DemoProgress {
 
 class DemoScreen {
  public:
-  /// Takes SIGINT and SIGTERM; wait() reports them.
+  /// Takes SIGHUP, SIGINT and SIGTERM; wait() reports them.
   DemoScreen();
 
   static std::string seconds(double value);

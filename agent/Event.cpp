@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -91,11 +92,14 @@ bool boolean(Json const& object, char const* key, bool otherwise) {
   return found->get<bool>();
 }
 
+/// Takes capitals as well, which other systems write in MAC addresses.
 template <class Address>
 Address address(Json const& value, char const* key, char const* wanted) {
   if (value.is_string()) {
+    auto text = value.get<std::string>();
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     try {
-      return Orb::parseWhole<Address>(value.get_ref<std::string const&>());
+      return Orb::parseWhole<Address>(text);
     } catch (Orb::Error const&) {
     }
   }
@@ -178,17 +182,9 @@ OpRule const& ruleOf(Json const& object) {
   fail("op", *found, "a known operation");
 }
 
-}  // namespace
-
-Event parseEvent(std::string_view line) {
-  Json const object = parseObject(line);
-  unsigned const present = keysOf(object);
-  Event event;
-  event.from = originOf(object);
-  OpRule const& rule = ruleOf(object);
-  event.op = rule.op;
-
-  bool const isControllers = event.from == Origin::controller;
+/// Raises EventError unless the op comes from there and the keys that are present are those that it takes.
+void requireKeys(OpRule const& rule, Origin from, unsigned present) {
+  bool const isControllers = from == Origin::controller;
   unsigned const allowed = isControllers ? rule.fromController : rule.fromEvpn;
   std::string const op =
       "op '" + std::string(rule.name) + "' from " + (isControllers ? "controller" : "evpn");
@@ -198,13 +194,29 @@ Event parseEvent(std::string_view line) {
   if (unsigned const extra = present & ~(allowed | keyT | keyFrom | keyOp)) {
     throw EventError(op + " has no key " + keyName(extra));
   }
+}
 
-  if (auto const time = object.find("t"); time != object.end()) {
-    if (!time->is_number() || !std::isfinite(time->get<double>()) || time->get<double>() < 0) {
-      fail("t", *time, "a number of seconds, 0 or more");
-    }
-    event.time = time->get<double>();
+std::optional<double> timeOf(Json const& object) {
+  auto const found = object.find("t");
+  if (found == object.end()) return std::nullopt;
+  if (!found->is_number() || !std::isfinite(found->get<double>()) || found->get<double>() < 0) {
+    fail("t", *found, "a number of seconds, 0 or more");
   }
+  return found->get<double>();
+}
+
+}  // namespace
+
+Event parseEvent(std::string_view line) {
+  Json const object = parseObject(line);
+  unsigned const present = keysOf(object);
+  Event event;
+  event.from = originOf(object);
+  OpRule const& rule = ruleOf(object);
+  event.op = rule.op;
+  requireKeys(rule, event.from, present);
+
+  event.time = timeOf(object);
   event.vni = Vxlan::Vni(static_cast<std::uint32_t>(number(object, "vni", Vxlan::Vni::max)));
   event.mac = macOf(object);
   if (object.contains("vtep")) event.vtep = vtepOf(object["vtep"], "vtep");
@@ -213,7 +225,7 @@ Event parseEvent(std::string_view line) {
   event.preference = static_cast<std::uint8_t>(number(object, "preference", 255, event.preference));
   event.on = boolean(object, "on", true);
   event.value = boolean(object, "value", false);
-  if (!isControllers && !event.on) throw EventError("on: a flood row from evpn cannot be off");
+  if (event.from == Origin::evpn && !event.on) throw EventError("on: a flood row from evpn cannot be off");
   return event;
 }
 

@@ -9,7 +9,7 @@
 ///                "evpn": what BGP EVPN learned from other sites                 required
 ///   op           see below                                                     required
 ///   vni          0 to 16777215
-///   mac          "02:00:00:00:00:01"
+///   mac          "02:00:00:00:00:01", capitals or not
 ///   vtep, vteps  "10.99.0.11"; a list of such
 ///   seq          0 to 4294967295                                               0
 ///   preference   0 to 255                                                      16

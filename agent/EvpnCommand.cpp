@@ -7,6 +7,7 @@
 #include "agent/Exchange.h"
 #include "agent/Feed.h"
 #include "agent/FeedOptions.h"
+#include "agent/Format.h"
 #include "agent/Learned.h"
 
 namespace Agent {
@@ -31,23 +32,23 @@ int runFeed(EvpnOptions const& options) {
   int status = exitOk;
   Loop loop;
   loop.stopOnSignals();
-  Learned learned(Site::made(options.dir), options.repair);
-  auto const found = learned.rows();
+  std::optional<Learned> learned;
   std::optional<Feed> feed;
   feed.emplace(loop, options.feed.feed(),
                Feed::Handlers{[&](Event const& event) {
-                                if (event.from == Origin::evpn) learned.apply(event);
+                                if (event.from == Origin::evpn) learned->apply(event);
                               },
-                              [&] { learned.release(); },
+                              [&] { learned->release(); },
                               [&](bool failed) {
-                                log("feed ended: " + std::to_string(feed->events()) + " events, " +
-                                    std::to_string(feed->errors()) + " bad lines");
+                                log("feed ended: " + feed->tally());
                                 if (failed) status = exitFailed;
                                 if (failed || options.feed.exitAtEnd) loop.stop();
                               },
                               log});
-  loop.turnEndIs([&] { learned.endTurn(); });
-  log("started, " + std::to_string(found) + " rows found; feed: " + feed->name());
+  // Now only: a feed that cannot be opened leaves nothing behind.
+  learned.emplace(Site::made(options.dir), options.repair);
+  loop.turnEndIs([&] { learned->endTurn(); });
+  log("started, " + countText(learned->rows(), "row") + " found; feed: " + feed->name());
   loop.run();
   return status;
 }

@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "agent/Format.h"
+
 namespace Agent {
 
 namespace {
@@ -48,7 +50,7 @@ Feed::Feed(Loop& loop, Options options, Handlers handlers)
       timer_(loop, [this] { takeLines(); }) {
   if (options_.file != "-") {
     opened_ = Fd(open(options_.file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!opened_) throwErrno(name_);
+    if (!opened_) throwErrno("cannot open the feed " + name_);
     fd_ = opened_.get();
   }
   struct stat status;
@@ -60,6 +62,10 @@ Feed::Feed(Loop& loop, Options options, Handlers handlers)
 }
 
 Feed::~Feed() { pause(); }
+
+std::string Feed::tally() const {
+  return countText(events_, "event") + ", " + countText(errors_, "bad line");
+}
 
 void Feed::resume() {
   if (reading_ || readToEnd_) return;

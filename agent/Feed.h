@@ -9,7 +9,6 @@
 #pragma once
 
 #include <chrono>
-#include <deque>
 #include <functional>
 #include <optional>
 #include <string>
@@ -74,6 +73,8 @@ class Feed {
   std::uint64_t events() const { return events_; }
   std::uint64_t errors() const { return errors_; }
   bool hasEnded() const { return ended_; }
+  /// What it has given so far: "592 events, 1 bad line".
+  std::string tally() const;
 
  private:
   using Clock = std::chrono::steady_clock;

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <array>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>

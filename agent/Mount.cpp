@@ -56,6 +56,10 @@ void Tables::endTurn() {
 
 std::uint64_t Tables::rows() const { return host->statistics().rows + flood->statistics().rows; }
 
+bool mustLookAgain(Brine::MountStatus status) {
+  return status == Brine::MountStatus::noResources || status == Brine::MountStatus::notPermitted;
+}
+
 Follower::Follower(Loop& loop, Tables& tables, Loop::Handler told)
     : loop_(loop), tables_(tables), told_(std::move(told)), again_(loop, [this] { deliver(); }) {
   mount();
@@ -85,11 +89,9 @@ void Follower::mount() {
 }
 
 void Follower::lookAgain() {
-  auto const isStuck = [](Brine::MountStatus status) {
-    return status == Brine::MountStatus::noResources || status == Brine::MountStatus::notPermitted;
-  };
-  bool const either = isStuck(tables_.host->mountStatus()) || isStuck(tables_.flood->mountStatus());
-  if (either && !again_.isRunning()) again_.start(std::chrono::seconds(1));
+  bool const either =
+      mustLookAgain(tables_.host->mountStatus()) || mustLookAgain(tables_.flood->mountStatus());
+  if (either && !again_.isRunning()) again_.start(lookAgainDelay);
 }
 
 void Follower::unwatch() {

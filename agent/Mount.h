@@ -54,8 +54,13 @@ struct Tables {
   Orb::Ptr<QorEvpn::FloodTable> flood;
 };
 
-/// Has a reader's two tables delivered by the loop: when one has something to tell, and once a second while
-/// one waits for what nobody announces: memory, descriptors, a directory that may be read.
+/// True where a reader waits for what nobody announces: memory, descriptors, a directory that may be read. It
+/// looks again after `lookAgainDelay`.
+bool mustLookAgain(Brine::MountStatus status);
+inline constexpr std::chrono::seconds lookAgainDelay{1};
+
+/// Has a reader's two tables delivered by the loop: when one has something to tell, and now and then while
+/// one must look again.
 class Follower {
  public:
   /// `told` is called after each delivery. The tables outlive the follower and are mounted by it, as

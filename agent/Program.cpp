@@ -25,7 +25,12 @@ void openStandardStreams() {
 int program(int argc, char** argv) {
   openStandardStreams();
   CLI::App app("Joins a VXLAN controller's forwarding state with BGP EVPN.", "qorevpn");
-  app.require_subcommand(1);
+  app.require_subcommand(-1);  // one at most: a word that is none is then named by the parser
+  app.failure_message([](CLI::App const* all, CLI::Error const& error) {
+    auto const chosen = all->get_subcommands();
+    std::string const name = chosen.empty() ? "qorevpn" : "qorevpn " + chosen.front()->get_name();
+    return "qorevpn: " + std::string(error.what()) + "\n`" + name + " --help` tells what there is.\n";
+  });
   app.set_help_all_flag("--help-all", "Print the help of every command");
   app.footer(
       "Examples:\n"
@@ -44,8 +49,10 @@ int program(int argc, char** argv) {
   addTraceCommand(app, run);
   try {
     app.parse(argc, argv);
+    if (!run) throw CLI::RequiredError("A command");
   } catch (CLI::ParseError const& error) {
-    return app.exit(error) == 0 ? exitOk : exitUsage;
+    if (app.exit(error) != 0) return exitUsage;
+    return std::cout.flush() ? exitOk : exitFailed;
   }
 
   // A reader of our output that goes away is seen as a failed write.

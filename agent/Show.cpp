@@ -3,7 +3,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <iostream>
-#include <map>
 #include <set>
 
 #include "agent/Commands.h"
@@ -77,8 +76,8 @@ class Show {
 
   void requireRows(std::string const& subject) const {
     RowFilter const& filter = options_.filter;
-    if (options_.text || filter.vni || filter.mac || filter.vtep) {
-      throw UsageError(subject + ": only rows have filters and a text form");
+    if (options_.learned || options_.text || filter.vni || filter.mac || filter.vtep) {
+      throw UsageError(subject + ": only rows have --learned, filters and a text form");
     }
   }
 
@@ -110,7 +109,7 @@ class Show {
     withReader(site_, place, [&]<class Row>(Brine::Table<Row> const& table) {
       requireReadable(table, place);
       if (table.mountStatus() != Brine::MountStatus::mounted) note(explain(table, place));
-      std::vector<Row> const found = readRows(table);
+      std::vector<Row> const found = readRows(table, place);
       title(place.member(), place.label());
       rows(std::span<Row const>(found));
     });
@@ -118,7 +117,7 @@ class Show {
 
   /// All rows that are wanted, in the order in which they are shown. Damaged ones are noted and left out.
   template <class Row>
-  std::vector<Row> readRows(Brine::Table<Row> const& table) {
+  std::vector<Row> readRows(Brine::Table<Row> const& table, TablePlace const& place) {
     std::vector<Row> found;
     auto cursor = table.walk();
     for (bool atEnd = false; !atEnd;) {
@@ -127,7 +126,7 @@ class Show {
         atEnd = row == nullptr;
         if (!atEnd && options_.filter.matches(*row)) found.push_back(*row);
       } catch (Brine::CorruptionError const& error) {
-        note(std::string(error.what()) + "; `qorevpn check` says more");
+        note(place.label() + ": " + error.what() + "; `qorevpn check` says more");
         status_ = exitFailed;
       }
     }

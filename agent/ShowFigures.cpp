@@ -44,22 +44,6 @@ constexpr std::array tableColumns = {
     column<TableFigure, &TableFigure::note>("NOTE", "note", false),
 };
 
-/// Asks the running agent.
-nlohmann::ordered_json ask(Site const& site, std::string const& request, std::string_view what) {
-  try {
-    return controlRequest(site.controlSocket(), request);
-  } catch (std::system_error const& error) {
-    int const code = error.code().value();
-    std::string text = "no agent runs for " + site.dir() + ", and only a running one can tell the ";
-    if (code == EACCES || code == EPERM)
-      text = "only its user and root may ask the agent of " + site.dir() + " for the ";
-    else if (code != ENOENT && code != ECONNREFUSED)
-      throw;
-    text += what;
-    throw std::runtime_error(text);
-  }
-}
-
 TableFigure figureOf(Site const& site, TablePlace const& place) {
   TableFigure figure;
   figure.table = place.label();
@@ -91,13 +75,13 @@ std::span<Column<TableFigure> const> TableFigure::columns() { return tableColumn
 
 std::vector<CounterFigure> countersOf(Site const& site) {
   std::vector<CounterFigure> figures;
-  for (auto const& counter : ask(site, "counters", "counters")) {
+  for (auto const& counter : controlRequest(site, "counters")) {
     figures.push_back({counter.at("owner"), counter.at("name"), counter.at("value")});
   }
   return figures;
 }
 
-nlohmann::ordered_json stateOf(Site const& site) { return ask(site, "state", "state of the agent"); }
+nlohmann::ordered_json stateOf(Site const& site) { return controlRequest(site, "state"); }
 
 std::vector<StateFigure> figuresOf(nlohmann::ordered_json const& state) {
   std::vector<StateFigure> figures;
@@ -115,7 +99,7 @@ std::vector<StateFigure> figuresOf(nlohmann::ordered_json const& state) {
 
 EvpnStatus evpnStatusOf(Site const& site, RowFilter const& filter) {
   std::string const request = filter.vni ? "evpn-status " + Orb::toText(*filter.vni) : "evpn-status";
-  nlohmann::ordered_json const answer = ask(site, request, "status from EVPN");
+  nlohmann::ordered_json const answer = controlRequest(site, request);
   EvpnStatus status;
   for (auto const& [vniText, rows] : answer.items()) {
     auto const vni = Orb::parseWhole<Vxlan::Vni>(vniText);

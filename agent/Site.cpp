@@ -1,14 +1,23 @@
 #include "agent/Site.h"
 
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <system_error>
 
+#include "agent/Commands.h"
+
 namespace Agent {
 
 Site Site::made(std::string dir) {
+  // A socket's address ends with a zero byte.
+  constexpr std::size_t socketLimit = sizeof(sockaddr_un::sun_path) - 1;
+  if (std::size_t const size = Site(dir).controlSocket().size(); size > socketLimit) {
+    throw UsageError(dir + ": longer than the " + std::to_string(dir.size() - (size - socketLimit)) +
+                     " bytes that the address of a control socket leaves to a site's directory");
+  }
   auto const fail = [&dir](int error, char const* what) {
     throw std::system_error(error, std::generic_category(), what + dir);
   };

@@ -34,7 +34,8 @@ class Site {
   std::string controlSocket() const { return dir_ + "/control"; }
 
   /// The site, after making its directory, not its folders. Raises std::system_error naming the directory,
-  /// also where it is no directory, or where we are root and it is another user's.
+  /// also where it is no directory, or where we are root and it is another user's; UsageError where its path
+  /// is too long for the control socket.
   static Site made(std::string dir);
 
  private:

@@ -16,9 +16,9 @@ struct TraceOptions {
 };
 
 int runTrace(TraceOptions const& options) {
-  std::string const socket = Site(options.dir).controlSocket();
-  nlohmann::ordered_json now = controlRequest(socket, "trace");
-  for (std::string const& level : options.levels) now = controlRequest(socket, "trace " + level);
+  Site const site(options.dir);
+  nlohmann::ordered_json now = controlRequest(site, "trace");
+  for (std::string const& level : options.levels) now = controlRequest(site, "trace " + level);
   Output out(STDOUT_FILENO);
   for (auto const& [handle, levels] : now.items()) {
     out.write(handle, "/");

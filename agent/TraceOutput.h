@@ -8,7 +8,7 @@
 namespace Agent {
 
 /// Switches levels: "QorEvpnModeSm/3,8", "QorEvpnModeSm/*" for all of them, "QorEvpnModeSm/" for none. Raises
-/// Orb::Error with what is wrong, and then changes nothing.
+/// UsageError for a handle that does not exist, else Orb::Error, and then changes nothing.
 void traceLevelsIs(std::string_view handleAndLevels);
 
 /// The levels that are on, by handle: {"QorEvpnModeSm": [3, 8]}.

@@ -12,6 +12,7 @@
 
 #include "agent/Commands.h"
 #include "agent/Fd.h"
+#include "agent/Mount.h"
 
 namespace Agent {
 
@@ -44,13 +45,13 @@ class Watcher {
       : options_(options), place_(place), out_(out), colours_(out.hasColours()) {
     table_.onChanged = [this](Key const& key) { changed(key); };
     table_.onCorruption = [this](std::string const& text) {
-      std::cerr << "qorevpn: " << text << "; `qorevpn check` says more\n";
+      std::cerr << "qorevpn: " << place_.label() << ": " << text << "; `qorevpn check` says more\n";
       exitStatus_ = exitFailed;
     };
   }
 
   int run(int stopFd) {
-    table_.mount(place_.options(Site(options_.dir), Brine::Mode::keyshadow));
+    mount();
     statusMarker();
     // What comes to a table that was not there yet is news.
     isSynchronised_ = status_ == Brine::MountStatus::noTable && options_.stay;
@@ -59,8 +60,12 @@ class Watcher {
       out_.flush();
       if (!options_.stay && status_ != Brine::MountStatus::mounted) return end();
       std::array<pollfd, 3> waits = {{{table_.fd(), POLLIN, 0}, {stopFd, POLLIN, 0}, {out_.fd(), 0, 0}}};
-      if (poll(waits.data(), waits.size(), -1) < 0 && errno != EINTR) throwErrno("poll");
+      int const timeout =
+          mustLookAgain(status_) ? static_cast<int>(std::chrono::milliseconds(lookAgainDelay).count()) : -1;
+      if (poll(waits.data(), waits.size(), timeout) < 0 && errno != EINTR) throwErrno("poll");
       if (waits[1].revents != 0 || waits[2].revents != 0) return exitStatus_;
+      // Without a descriptor the table does not even wait.
+      if (table_.fd() < 0) mount();
     }
   }
 
@@ -70,6 +75,11 @@ class Watcher {
   struct Hash {
     std::size_t operator()(Key const& key) const { return key.hash(); }
   };
+
+  void mount() {
+    table_.unmount();
+    table_.mount(place_.options(Site(options_.dir), Brine::Mode::keyshadow));
+  }
 
   /// Writes what a delivery tells. Its lines are kept until it is known whether a marker must precede them.
   void deliver() {

@@ -28,7 +28,7 @@ struct AgentSite {
       : dir(folder.path() + '/' + name), view(Agent::Site(dir)) {}
 
   nlohmann::ordered_json ask(std::string const& request) const {
-    return Agent::controlRequest(Agent::Site(dir).controlSocket(), request);
+    return Agent::controlRequest(Agent::Site(dir), request);
   }
   nlohmann::json evpnStatus() const { return ask("evpn-status"); }
   /// How far the feed has come; null as long as no agent answers.

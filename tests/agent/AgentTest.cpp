@@ -177,6 +177,21 @@ TEST(AgentTest, RowsOfTheLastRunStayUntilTheFeedSpeaksAndGoWhereItSaysOff) {
   EXPECT_EQ(site.view.exported(), SiteRows());
 }
 
+TEST(AgentTest, LeavesNothingWhereItCannotBegin) {
+  AgentSite site;
+  std::string const& root = site.folder.path();
+  for (std::string const side : {"agent", "evpn"}) {
+    auto const noFeed = TestSupport::run({side, "--dir", site.dir, "--feed", root + "/feed"});
+    EXPECT_EQ(noFeed.status, 1);
+    EXPECT_THAT(noFeed.err, HasSubstr("feed " + root + "/feed: No such file"));
+    auto const tooLong =
+        TestSupport::run({side, "--dir", root + '/' + std::string(99 - root.size(), 'x'), "--feed", "-"});
+    EXPECT_EQ(tooLong.status, 2);
+    EXPECT_THAT(tooLong.err, HasSubstr("longer than the 99 bytes"));
+  }
+  EXPECT_TRUE(std::filesystem::is_empty(root));
+}
+
 TEST(AgentTest, SkipsBadLinesOrStopsAtThem) {
   std::string const feed =
       R"({"from":"controller","op":"enabled","value":true}

@@ -52,12 +52,13 @@ TEST(FeedTest, SaysWhatIsWrongWithALine) {
   }
 }
 
-TEST(FeedTest, FillsInDefaults) {
+TEST(FeedTest, FillsInDefaultsAndTakesCapitals) {
   Agent::Event const flood =
       parseEvent(R"({"from":"controller","op":"flood","vni":16777215,"vtep":"10.0.0.1"})");
   EXPECT_TRUE(flood.on && !flood.time && flood.mac == Wirix::EthAddr() && flood.vni.value() == 16777215);
   Agent::Event const mac =
-      parseEvent(R"({"t":1.5,"from":"evpn","op":"mac","vni":0,"mac":"02:00:00:00:00:01","vtep":"10.0.0.1"})");
+      parseEvent(R"({"t":1.5,"from":"evpn","op":"mac","vni":0,"mac":"02:00:00:00:AB:cD","vtep":"10.0.0.1"})");
+  EXPECT_EQ(mac.mac, Wirix::EthAddr(0x0200, 0, 0xabcd));
   EXPECT_TRUE(mac.time == 1.5 && mac.seq == Seqno32(0) && mac.preference == 16);
 }
 

@@ -70,7 +70,7 @@ TEST_F(ShowTest, EachFailureSaysWhatIsWrong) {
   } const cases[] = {
       {{"hosts"}, 0, {"exported/host", "not running"}},
       {{"hosts", "--learned"}, 1, {"no table " + dir() + "/learned/host", "the EVPN side"}},
-      {{"counters"}, 1, {"no agent runs for " + dir(), "counters"}},
+      {{"counters"}, 1, {"no agent runs for " + dir()}},
       {{"evpn-status"}, 1, {"no agent runs"}},
       {{"hosts", "--vni", "16777216"}, 2, {"--vni", "16777216", "not allowed"}},
       {{"hosts", "--mac", "02:00"}, 2, {"--mac", "02:00"}},
@@ -117,6 +117,8 @@ TEST_F(ShowTest, AnotherUserSeesTheTablesOnlyThroughTheirGroup) {
   EXPECT_EQ(refused.status, 1);
   EXPECT_THAT(refused.err, AllOf(HasSubstr("exported/host"), HasSubstr("ermi")));
 
+  TestSupport::Program waiting({"watch", "hosts", "--dir", dir(), "--stay"}, true);
+  EXPECT_THAT(waiting.line().value(), HasSubstr("-- not permitted"));
   for (char const* name : {"", "/host.table"}) {
     ASSERT_EQ(chown((site().exported() + name).c_str(), 0, TestSupport::nobody), 0);
   }
@@ -124,6 +126,7 @@ TEST_F(ShowTest, AnotherUserSeesTheTablesOnlyThroughTheirGroup) {
   EXPECT_EQ(shown.status, 0) << shown.err;
   EXPECT_EQ(shown.out, show({"hosts"}).out);
 
+  EXPECT_THAT(waiting.line().value(), HasSubstr("-- mounted"));
   TestSupport::Program watch({"watch", "hosts", "--dir", dir(), "--initial", "--json"}, true);
   for (int i = 0; i < 3; ++i) EXPECT_THAT(watch.line().value(), HasSubstr("present"));
   write({host(5000, 3, 12)});
