@@ -32,7 +32,7 @@ MountFailure ownBusy() {
 
 }  // namespace
 
-Claim::Claim(Folder const& folder) {
+Claim::Claim(Folder const& folder) : path_(folder.path() + "/" + folder.tableFile()) {
   static bool const registered = ::pthread_atfork(&onForkPrepare, &onForkParent, &onForkChild) == 0;
   if (!registered) throw MountFailure(MountStatus::noResources, "fork handlers cannot be registered");
   std::lock_guard const guard(claimsMutex());

@@ -30,6 +30,8 @@ class Claim {
 
   /// False in a child process that inherited the claim's object.
   bool isHeld() const { return held_; }
+  /// The path of the table's file, for messages.
+  std::string const& path() const { return path_; }
   /// The table's descriptor, kept here so that a forked child can close it. Raises `MountFailure`, `busy` if
   /// another claim of the process has that file, which happens where the lock file was removed.
   void tableIs(Fd table);
@@ -44,6 +46,7 @@ class Claim {
   static void onForkParent();
   static void onForkChild();
 
+  std::string path_;
   Fd lock_;
   Fd table_;
   Segment* segment_ = nullptr;

@@ -78,7 +78,12 @@ void Watch::watchFolder() {
 
 void Watch::watchTable() {
   int const watch = sys.watchAdd(watch_.get(), (path_ + "/" + tableFile_).c_str(), tableEvents);
-  if (watch < 0) throw MountFailure::ofErrno(errno, "watching " + path_ + "/" + tableFile_);
+  if (watch < 0) {
+    std::string const what = "watching " + path_ + "/" + tableFile_;
+    // What there is no space for is the watch.
+    if (errno == ENOSPC) throw MountFailure(MountStatus::noResources, what + ": " + strerror(errno));
+    throw MountFailure::ofErrno(errno, what);
+  }
   if (tableWatch_ != watch) unwatchTable();
   tableWatch_ = watch;
   // Before the directory can go, the table must.

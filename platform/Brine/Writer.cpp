@@ -188,7 +188,11 @@ uint32_t Writer::takeId() {
 /// No slot is free.
 void Writer::grow() {
   unsigned const level = segment_.geometry().level + 1;
-  segment_.addExtent();
+  try {
+    segment_.addExtent();
+  } catch (SpaceError const& error) {
+    throw SpaceError(claim_.path() + ": " + error.what());
+  }
   Scan found = scan(segment_.spareIndex(level), nextFresh_);
   if (!found.damaged.empty()) damage_ = damageOf(found.damaged);
   segment_.publishSpare(level);
