@@ -1,26 +1,25 @@
 # bench/NAME.cpp is the program bench-NAME, the target `benches` all of them; bench/support/*.cpp is linked to each.
 #
-# Peers that are installed are linked and announced as QOREVPN_PEER_LMDB, QOREVPN_PEER_BOOST and
-# QOREVPN_PEER_REDIS; a program skips one that is missing and says so.
+# Peers that are installed are linked, and QOREVPN_PEER_LMDB, QOREVPN_PEER_BOOST and QOREVPN_PEER_REDIS say which these
+# are: the rows of one that is missing are left out.
 
 find_path(LMDB_INCLUDE lmdb.h)
 find_library(LMDB_LIBRARY lmdb)
-find_path(BOOST_INTERPROCESS_INCLUDE boost/interprocess/managed_mapped_file.hpp)
-find_path(HIREDIS_INCLUDE hiredis/hiredis.h)
-find_library(HIREDIS_LIBRARY hiredis)
+find_path(BOOST_INCLUDE boost/interprocess/managed_mapped_file.hpp)
+find_path(REDIS_INCLUDE hiredis/hiredis.h)
+find_library(REDIS_LIBRARY hiredis)
+set(BOOST_LIBRARY "")
 
 add_library(bench-peers INTERFACE)
-if(LMDB_INCLUDE AND LMDB_LIBRARY)
-  target_compile_definitions(bench-peers INTERFACE QOREVPN_PEER_LMDB=1)
-  target_link_libraries(bench-peers INTERFACE ${LMDB_LIBRARY})
-endif()
-if(BOOST_INTERPROCESS_INCLUDE)
-  target_compile_definitions(bench-peers INTERFACE QOREVPN_PEER_BOOST=1)
-endif()
-if(HIREDIS_INCLUDE AND HIREDIS_LIBRARY)
-  target_compile_definitions(bench-peers INTERFACE QOREVPN_PEER_REDIS=1)
-  target_link_libraries(bench-peers INTERFACE ${HIREDIS_LIBRARY})
-endif()
+foreach(peer LMDB BOOST REDIS)
+  if("${${peer}_INCLUDE};${${peer}_LIBRARY}" MATCHES NOTFOUND)
+    message(WARNING "The benchmarks leave out ${peer}, which is not installed.")
+    target_compile_definitions(bench-peers INTERFACE QOREVPN_PEER_${peer}=0)
+  else()
+    target_compile_definitions(bench-peers INTERFACE QOREVPN_PEER_${peer}=1)
+    target_link_libraries(bench-peers INTERFACE ${${peer}_LIBRARY})
+  endif()
+endforeach()
 
 file(GLOB benchSupport CONFIGURE_DEPENDS bench/support/*.cpp)
 add_library(bench-support STATIC ${benchSupport})
