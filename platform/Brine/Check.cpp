@@ -104,7 +104,7 @@ class Checker {
     uint32_t const hash = shape_.hash(words);
     uint16_t const tag = Index::tagOf(words, keyWords);
     uint32_t twin = noRow;
-    uint32_t const found = index_.find(hash, tag, [&](uint32_t other) {
+    Index::Entry const found = index_.find(hash, tag, [&](uint32_t other) {
       if (other >= segment_.capacity() || other == id) return other == id;
       uint64_t otherWords[maxRowWords];
       uint64_t version = 0;
@@ -115,24 +115,10 @@ class Checker {
       }
       return false;
     });
-    if (found == noRow) return noRow;
-    uint32_t passes = 0;
-    uint32_t number = index_.homeLine(hash);
-    for (; !lineHolds(number, tag, id); number = index_.next(number)) {
-      // It has gone since.
-      if (++passes == index_.lineCount()) return noRow;
-    }
-    for (number = index_.homeLine(hash); passes != 0; --passes, number = index_.next(number))
+    if (found.id == noRow) return noRow;
+    for (uint32_t number = index_.homeLine(hash); number != found.line; number = index_.next(number))
       ++passed_[number];
     return twin == noRow ? id : twin;
-  }
-
-  bool lineHolds(uint32_t number, uint16_t tag, uint32_t id) const {
-    uint64_t const* const words = index_.line(number);
-    for (unsigned lane = 0; lane < lanesPerLine; ++lane) {
-      if (Index::tagOfLane(words, lane) == tag && Index::idOfLane(words, lane) == id) return true;
-    }
-    return false;
   }
 
   void checkLine(uint32_t number) {

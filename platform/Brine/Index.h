@@ -55,6 +55,13 @@ class Index {
   /// Words of a line.
   static constexpr unsigned lineWords = 8;
 
+  /// What a search found, and where; `noRow` if nothing.
+  struct Entry {
+    uint32_t id = noRow;
+    uint32_t line = 0;
+    unsigned lane = 0;
+  };
+
   /// What tells the keys of a line apart: from the key's bytes, not from the hash, whose high bits chose the
   /// line.
   static uint16_t tagOf(uint64_t const* key, unsigned keyWords) {
@@ -71,35 +78,38 @@ class Index {
   void prefetch(uint32_t hash) const { Brine::prefetch(line(homeLine(hash))); }
   void prefetchForWriting(uint32_t hash) const { Brine::prefetchForWriting(line(homeLine(hash))); }
 
-  /// Calls `match(id)` for each entry with that tag until it returns true; returns that id, or `noRow`.
-  /// Entries may be of other keys, ids may be anything: `match` decides. Ends after each line was seen once,
-  /// whatever they hold.
+  /// Calls `match(id)` for each entry with that tag until it returns true; returns that entry. Entries may be
+  /// of other keys, ids may be anything: `match` decides. Ends after each line was seen once, whatever they
+  /// hold.
   template <class Match>
-  uint32_t find(uint32_t hash, uint16_t tag, Match&& match) const {
+  Entry find(uint32_t hash, uint16_t tag, Match&& match) const {
     uint32_t number = homeLine(hash);
     for (uint32_t seen = 0; seen < lineCount_; ++seen) {
       uint64_t const* const words = line(number);
       uint64_t const last = loadAcquire(words + 2);
       for (uint32_t hits = lanesOf(tag, words, last); hits != 0; hits &= hits - 1) {
-        uint32_t const id = idOfLane(words, laneOfHit(hits));
-        if (match(id)) return id;
+        unsigned const lane = laneOfHit(hits);
+        uint32_t const id = idOfLane(words, lane);
+        if (match(id)) return {id, number, lane};
       }
-      if (last >> 32 == 0) return noRow;
+      if (last >> 32 == 0) break;
       number = next(number);
     }
-    return noRow;
+    return {};
   }
 
   /// `find()` in the home line alone, where most keys are. There must be lines. With a `match` that is never
   /// true: visits the entries that a look-up most likely follows.
   template <class Match>
-  [[gnu::always_inline]] uint32_t findHome(uint32_t hash, uint16_t tag, Match&& match) const {
-    uint64_t const* const words = line(homeLine(hash));
+  [[gnu::always_inline]] Entry findHome(uint32_t hash, uint16_t tag, Match&& match) const {
+    uint32_t const home = homeLine(hash);
+    uint64_t const* const words = line(home);
     for (uint32_t hits = lanesOf(tag, words, loadAcquire(words + 2)); hits != 0; hits &= hits - 1) {
-      uint32_t const id = idOfLane(words, laneOfHit(hits));
-      if (match(id)) return id;
+      unsigned const lane = laneOfHit(hits);
+      uint32_t const id = idOfLane(words, lane);
+      if (match(id)) return {id, home, lane};
     }
-    return noRow;
+    return {};
   }
 
   /// Whether keys of that home line live behind it.
@@ -131,29 +141,22 @@ class Index {
     uint32_t const free = lanesOf(0, words, last);
     // Mostly nothing else can be of the key.
     if (lanesOf(tag, words, last) != 0 || last >> 32 != 0 || free == 0) {
-      return find(hash, tag, isTwin) == noRow && insert(hash, tag, id);
+      return find(hash, tag, isTwin).id == noRow && insert(hash, tag, id);
     }
     setId(words, laneOfHit(free), id);
     setTag(words, laneOfHit(free), tag);
     return true;
   }
 
-  /// Writer: clears the entry of that tag and id. False if there is none.
-  [[gnu::always_inline]] bool erase(uint32_t hash, uint16_t tag, uint32_t id) {
-    uint32_t const home = homeLine(hash);
-    uint32_t number = home;
-    for (uint32_t seen = 0; seen < lineCount_; ++seen, number = next(number)) {
-      uint64_t* const words = lines_ + uint64_t{number} * lineWords;
-      for (uint32_t hits = lanesOf(tag, words, loadRelaxed(words + 2)); hits != 0; hits &= hits - 1) {
-        unsigned const lane = laneOfHit(hits);
-        if (idOfLane(words, lane) != id) continue;
-        setTag(words, lane, 0);
-        for (uint32_t passed = home; passed != number; passed = next(passed)) addPassed(passed, -1);
-        return true;
-      }
-      if (passedOf(words) == 0) return false;
-    }
-    return false;
+  /// Writer: clears the entry of that tag and id, if there is one.
+  void erase(uint32_t hash, uint16_t tag, uint32_t id) {
+    Entry const entry = find(hash, tag, [id](uint32_t other) { return other == id; });
+    if (entry.id != noRow) erase(hash, entry);
+  }
+  /// Writer: clears an entry that a search for a key of that hash has found.
+  [[gnu::always_inline]] void erase(uint32_t hash, Entry const& entry) {
+    setTag(lines_ + uint64_t{entry.line} * lineWords, entry.lane, 0);
+    for (uint32_t passed = homeLine(hash); passed != entry.line; passed = next(passed)) addPassed(passed, -1);
   }
 
   // For the checker.

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <array>
+#include <bit>
 #include <cstdint>
 
 #include "Brine/Layout.h"
@@ -12,26 +12,23 @@
 /// typed table and the cold ones, which know the widths from the header, share one text.
 namespace Brine {
 
-/// An odd number for each place of a sum of products.
-inline constexpr auto checkFactors = [] {
-  std::array<uint64_t, maxRowWords + 2> factors{};
-  for (uint64_t i = 0; i < factors.size(); ++i)
-    factors[i] = mixWords(0xA0761D6478BD642FU + i, 0xE7037ED1A0B428DBU) | 1;
-  return factors;
-}();
-
 /// The 32-bit check of a copy, over everything that says what the row is: where it lies, its version (so that
 /// a damaged version that selects the other copy is found), its key and its value. Of a dead slot only place
 /// and version count, since the key is rewritten while the slot is still dead.
 ///
-/// The high half of a sum of products. A change of one word moves the sum by a multiple of an odd number,
-/// which leaves the high half as it is once in four thousand million cases; so do changes of several words
-/// that do not know the factors. A word's halves are folded first: the top bit times any odd number is the
-/// top bit, so that two of them would cancel out. It must be found in a few steps, since every read makes it.
+/// The high half of a sum that takes in a word a step. A step maps different sums, and different words, to
+/// different sums, so a change of one word always moves the last one; it leaves the high half as it is once
+/// in four thousand million cases, and so do changes of several words that do not know the factor. The turn
+/// brings high bits, which depend on all others, down to where the next product spreads them. It must be
+/// found in a few instructions, since every read makes it; that they wait for each other matters little, as
+/// nothing waits for the outcome.
 [[gnu::always_inline]] inline uint32_t rowCheck(uint64_t seed, uint32_t id, uint64_t version,
                                                 uint64_t const* words, unsigned count) {
-  uint64_t sum = seed + (version ^ version >> 32) * checkFactors[0] + id * checkFactors[1];
-  for (unsigned i = 0; i < count; ++i) sum += (words[i] ^ words[i] >> 32) * checkFactors[i + 2];
+  uint64_t sum = seed;
+  auto const add = [&sum](uint64_t word) { sum = std::rotl(sum ^ word, 29) * 0xE7037ED1A0B428DBU; };
+  add(id);
+  add(version);
+  for (unsigned i = 0; i < count; ++i) add(words[i]);
   return static_cast<uint32_t>(sum >> 32);
 }
 

@@ -160,7 +160,7 @@ class Shadow {
     return version(id) != 0 && Key::equal(keyWords, homes_[id].key);
   }
   uint32_t search(Key const& key) {
-    return index_.find(key.hash, key.tag, [&](uint32_t number) { return key.equals(entry(number).key); });
+    return index_.find(key.hash, key.tag, [&](uint32_t number) { return key.equals(entry(number).key); }).id;
   }
   void add(Key const& key, uint32_t id, uint64_t version) {
     if (size_ >= uint64_t{index_.lineCount()} * rowsPerLine) resize(index_.lineCount() * 2);

@@ -119,6 +119,12 @@ class Table : public TableBase {
     uint32_t id = noRow;
   };
   static constexpr unsigned stageBatch = 32;
+  /// Writer: where a key's row lies, with no slot if there is none, and the entry that a search found it by.
+  struct Own {
+    uint32_t id = noRow;
+    uint64_t* slot = nullptr;
+    Index::Entry entry = {};
+  };
   struct Change {
     uint64_t sequence;
     uint32_t id;
@@ -140,13 +146,13 @@ class Table : public TableBase {
   [[gnu::always_inline]] inline bool holds(uint32_t id, Words const& key, Found& found,
                                            uint32_t& damaged) const;
   [[gnu::noinline]] bool searchOn(Words key, Found& found) const;
-  [[gnu::always_inline]] inline bool isOwn(uint32_t id, uint64_t const* key) const;
+  [[gnu::always_inline]] inline uint64_t* ownSlot(uint32_t id, uint64_t const* key) const;
   [[gnu::always_inline]] inline Staged takeStaged(uint64_t const* words) const;
-  [[gnu::always_inline]] inline uint32_t findOwn(Words const& key) const;
-  [[gnu::noinline]] uint32_t findOwnOn(Words key) const;
-  [[gnu::always_inline]] inline void overwrite(uint32_t id, uint64_t const* words);
+  [[gnu::always_inline]] inline Own findOwn(Words const& key) const;
+  [[gnu::noinline]] Own findOwnOn(Words key) const;
+  [[gnu::always_inline]] inline void overwrite(Own own, uint64_t const* words);
   [[gnu::noinline]] void insert(Words const& key, uint64_t const* words);
-  [[gnu::always_inline]] inline void eraseAt(uint32_t id, Words const& key);
+  [[gnu::always_inline]] inline void eraseAt(Own own, Words const& key);
   uint32_t placeAfter(Key const& key) const;
 
   bool isShadowed() const { return mode() == Mode::keyshadow; }

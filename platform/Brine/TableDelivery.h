@@ -114,7 +114,7 @@ void Table<Row>::deliverChange(Change const& change, uint64_t& changes) {
     uint64_t const serial = mountSerial_;
     compareKey(change.key, change.id, changes);
     // Else the row has gone to another key, or the entry's key is damaged.
-    if (serial == mountSerial_ && !isOwn(change.id, change.key) && isNews(change.id))
+    if (serial == mountSerial_ && ownSlot(change.id, change.key) == nullptr && isNews(change.id))
       compareRow(change.id, changes);
     return;
   }

@@ -35,7 +35,7 @@ bool Table<Row>::search(Words const& key, Found& found) const {
   auto const isWanted = [&](uint32_t id) __attribute__((always_inline)) {
     return holds(id, key, found, damaged);
   };
-  found.id = segment_->index().findHome(key.hash, key.tag, isWanted);
+  found.id = segment_->index().findHome(key.hash, key.tag, isWanted).id;
   if (found.id != noRow) [[likely]]
     return true;
   // By way of copies, so that what is found above can stay in registers.
@@ -53,8 +53,9 @@ bool Table<Row>::searchOn(Words key, Found& found) const {
   for (unsigned attempt = 0; attempt < maxGrowths; ++attempt) {
     segment_->follow();
     uint32_t damaged = noRow;
-    found.id = segment_->index().find(key.hash, key.tag,
-                                      [&](uint32_t id) { return holds(id, key, found, damaged); });
+    found.id = segment_->index()
+                   .find(key.hash, key.tag, [&](uint32_t id) { return holds(id, key, found, damaged); })
+                   .id;
     if (found.id != noRow) return true;
     if (damaged != noRow) throwDamaged(damaged);
     if (!segment_->follow()) return false;
@@ -150,14 +151,14 @@ uint32_t Table<Row>::placeAfter(Key const& key) const {
 
 // ---- Writer ----
 
-/// Writer: whether the key lives in that row.
+/// Writer: the slot of that row if the key lives there, else null.
 template <TableRow Row>
-bool Table<Row>::isOwn(uint32_t id, uint64_t const* key) const {
-  if (id >= segment_->capacity()) return false;
-  uint64_t const* const slot = segment_->slot(id);
+uint64_t* Table<Row>::ownSlot(uint32_t id, uint64_t const* key) const {
+  if (id >= segment_->capacity()) return nullptr;
+  uint64_t* const slot = segment_->slot(id);
   bool same = (loadRelaxed(slot) & versionLive) != 0;
   for (unsigned i = 0; i < keyWordCount; ++i) same &= loadRelaxed(slot + 2 + i) == key[i];
-  return same;
+  return same ? slot : nullptr;
 }
 
 /// The key, as it was staged if it is the next one of those.
@@ -171,26 +172,33 @@ auto Table<Row>::takeStaged(uint64_t const* words) const -> Staged {
 
 /// The writer's own look-up: only it changes rows, so it need not check versions.
 template <TableRow Row>
-uint32_t Table<Row>::findOwn(Words const& key) const {
-  auto const isWanted = [&](uint32_t id) __attribute__((always_inline)) { return isOwn(id, key.words); };
-  uint32_t const id = segment_->index().findHome(key.hash, key.tag, isWanted);
-  return id != noRow || !segment_->index().reachesOn(key.hash) ? id : findOwnOn(key);
+auto Table<Row>::findOwn(Words const& key) const -> Own {
+  uint64_t* slot = nullptr;
+  auto const isWanted = [&](uint32_t id) __attribute__((always_inline)) {
+    return (slot = ownSlot(id, key.words)) != nullptr;
+  };
+  Index::Entry const entry = segment_->index().findHome(key.hash, key.tag, isWanted);
+  if (slot == nullptr && segment_->index().reachesOn(key.hash)) return findOwnOn(key);
+  return {entry.id, slot, entry};
 }
 
 template <TableRow Row>
-uint32_t Table<Row>::findOwnOn(Words key) const {
-  return segment_->index().find(key.hash, key.tag, [&](uint32_t id) { return isOwn(id, key.words); });
+auto Table<Row>::findOwnOn(Words key) const -> Own {
+  uint64_t* slot = nullptr;
+  Index::Entry const entry = segment_->index().find(
+      key.hash, key.tag, [&](uint32_t id) { return (slot = ownSlot(id, key.words)) != nullptr; });
+  return {entry.id, slot, entry};
 }
 
-/// Writes the row into slot `id`, where its key lives already.
+/// Writes the row where its key lives already.
 template <TableRow Row>
-void Table<Row>::overwrite(uint32_t id, uint64_t const* words) {
+void Table<Row>::overwrite(Own own, uint64_t const* words) {
   bool const wasQuiet = writer_->isQuiet();
-  RowWriter row(segment_->slot(id), id, segment_->seed());
+  RowWriter row(own.slot, own.id, segment_->seed());
   row.prepare(writer_->nextSequence(), words, keyWordCount, valueWordCount, false);
   row.commit();
-  writer_->changed(id, false, words, keyWordCount);
-  lastId_ = id;
+  writer_->changed(own.id, false, words, keyWordCount);
+  lastId_ = own.id;
   if (wasQuiet) reportQuiesced(false);
 }
 
@@ -222,15 +230,18 @@ bool Table<Row>::write(Row const& row) {
   // Rows are mostly changed in the order in which they were made, VNI by VNI: then the next one needs no
   // search.
   uint32_t const next = lastId_ + 1;
-  if (isInOrder_ && isOwn(next, words)) {
-    overwrite(next, words);
-    return false;
+  if (isInOrder_) {
+    if (Own const own{next, ownSlot(next, words), {}}; own.slot != nullptr) {
+      overwrite(own, words);
+      return false;
+    }
   }
   Staged const staged = takeStaged(words);
-  uint32_t const id = isOwn(staged.id, words) ? staged.id : findOwn(staged.key);
-  isInOrder_ = id == next;
-  id == noRow ? insert(staged.key, words) : overwrite(id, words);
-  return id == noRow;
+  Own own{staged.id, ownSlot(staged.id, words), {}};
+  if (own.slot == nullptr) own = findOwn(staged.key);
+  isInOrder_ = own.id == next;
+  own.slot == nullptr ? insert(staged.key, words) : overwrite(own, words);
+  return own.slot == nullptr;
 }
 
 template <TableRow Row>
@@ -238,7 +249,8 @@ void Table<Row>::commit(Row const* row) {
   requireWritable("write");
   uint64_t words[C::rowWords];
   C::encode(*row, words);
-  isOwn(lastId_, words) ? overwrite(lastId_, words) : static_cast<void>(write(*row));
+  Own const own{lastId_, ownSlot(lastId_, words), {}};
+  own.slot != nullptr ? overwrite(own, words) : static_cast<void>(write(*row));
 }
 
 template <TableRow Row>
@@ -247,12 +259,15 @@ std::optional<Row> Table<Row>::remove(Key const& key) {
   // The one result, decoded in place and first: a copy of it behind the stores would wait for them.
   std::optional<Row> removed;
   Words const words(key);
-  uint32_t const id = findOwn(words);
-  if (id == noRow) return removed;
+  Own const own = findOwn(words);
+  if (own.slot == nullptr) return removed;
   Found found;
-  if (read(id, found.words, found.version) != RowState::live) throwDamaged(id);
-  decode(found.words, id, removed.emplace());
-  eraseAt(id, words);
+  if (readRow(own.slot, own.id, segment_->seed(), keyWordCount, valueWordCount, found.words, found.version) !=
+      RowState::live) {
+    throwDamaged(own.id);
+  }
+  decode(found.words, own.id, removed.emplace());
+  eraseAt(own, words);
   return removed;
 }
 
@@ -260,23 +275,23 @@ template <TableRow Row>
 bool Table<Row>::erase(Key const& key) {
   requireWritable("remove");
   Words const words(key);
-  uint32_t const id = findOwn(words);
-  if (id != noRow) eraseAt(id, words);
-  return id != noRow;
+  Own const own = findOwn(words);
+  if (own.slot != nullptr) eraseAt(own, words);
+  return own.slot != nullptr;
 }
 
 template <TableRow Row>
-void Table<Row>::eraseAt(uint32_t id, Words const& key) {
+void Table<Row>::eraseAt(Own own, Words const& key) {
   // First: it may run out of memory. Nobody takes the slot before this is done.
-  writer_->releaseId(id);
+  writer_->releaseId(own.id);
   bool const wasQuiet = writer_->isQuiet();
-  RowWriter row(segment_->slot(id), id, segment_->seed());
+  RowWriter row(own.slot, own.id, segment_->seed());
   row.prepareRemoval(writer_->nextSequence());
   row.commit();
   // Afterwards: until it is dead, the row must be found.
-  segment_->index().erase(key.hash, key.tag, id);
-  segment_->column(id).wordIs(id, noColumn);
-  writer_->changed(id, true, key.words, keyWordCount);
+  segment_->index().erase(key.hash, own.entry);
+  segment_->column(own.id).wordIs(own.id, noColumn);
+  writer_->changed(own.id, true, key.words, keyWordCount);
   writer_->rowsAdd(-1);
   if (wasQuiet) reportQuiesced(false);
 }
