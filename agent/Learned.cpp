@@ -10,6 +10,8 @@ Learned::Learned(Site const& site, bool repair) : tables_("evpn", site.learned()
 }
 
 void Learned::hostIs(Host const& row) {
+  // A row that readers take for absent says that there is none.
+  if (row == Host()) return hostDel(row.key());
   if (held_) {
     held_->hosts.insert_or_assign(row.key(), row);
   } else if (tables_.host->host(row.key()) != row) {

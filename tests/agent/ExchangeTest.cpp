@@ -2,6 +2,7 @@
 
 #include "AgentSite.h"
 #include "SiteWriter.h"
+#include "agent/Learned.h"
 
 namespace {
 
@@ -90,6 +91,16 @@ TEST_F(ExchangeTest, ARestartWithdrawsWhatIsNoLongerExportedAndTouchesNothingEls
     return learned.host->statistics().delivered >= before + 2;
   }));
   EXPECT_EQ(learned.host->statistics().delivered, before + 2) << "one removal, one insertion";
+}
+
+TEST_F(ExchangeTest, ARowThatReadersTakeForAbsentIsNotLeftInTheTable) {
+  Agent::Learned learned(sites_[0].site(), false);
+  QorEvpn::Host row;
+  row.vtepAddrIs(Wirix::IpAddr("10.99.0.1"));
+  learned.hostIs(row);
+  EXPECT_EQ(learned.rows(), 1u);
+  learned.hostIs(QorEvpn::Host());
+  EXPECT_EQ(learned.rows(), 0u);
 }
 
 }  // namespace
