@@ -23,6 +23,7 @@ void MacVtepFloodListSm::handleInitialized() {
 
 void MacVtepFloodListSm::handleVtepIp() {
   if (!initialized()) return;
+  Orb::Ptr<VniFdbStatusSm> const parent = vniFdbStatusSm_;  // which an observer of the rows may drop
   TRACE(txTrace, 3, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(), ")::handleVtepIp()");
   if (FloodListPtr const list = macVtepFloodList()) {
     for (auto const& entry : list->vtepIpFloodList()) handleVtepIp(Wirix::IpAddr(entry.key));
@@ -33,6 +34,7 @@ void MacVtepFloodListSm::handleVtepIp() {
 
 void MacVtepFloodListSm::handleVtepIp(Wirix::IpAddr const& ipAddr) {
   if (!initialized()) return;
+  Orb::Ptr<VniFdbStatusSm> const parent = vniFdbStatusSm_;  // which an observer of the rows may drop
   TRACE(txTrace, 3, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(), ")::handleVtepIp(", ipAddr,
         ")");
   VniVtepPair const key(vniFdbStatusSm_->vni(), ipAddr);

@@ -63,7 +63,8 @@ void QorEvpnTxSm::handleVniFdbStatus(Orb::Name const& name) {
   } else {
     Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmIs(vni, vniFdbStatus);
     child->vniStatusFromEvpnIs(vniStatusDirFromEvpn()->vniStatusV2(vni));
-    child->initializedIs(true);
+    // Not where an observer of its rows had the VNI removed.
+    if (vniFdbStatusSm(vni) == child) child->initializedIs(true);
   }
   TRACE(txTrace, 4, "QorEvpnTxSm()::handleVniFdbStatus(", name, ") return");
 }

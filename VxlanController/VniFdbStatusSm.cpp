@@ -87,6 +87,7 @@ void VniFdbStatusSm::handleHost(Wirix::EthAddr const& macAddr) {
   qorEvpnTxSm_->hostTableOut()->hostStage(key);  // first, so that the table's memory arrives meanwhile
   TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::handleHost(", macAddr, ")");
   updateBrIdList();
+  if (!initialized()) return;  // an observer of the identifiers had the VNI removed
   VxlanController::MacVtepV2 const& entry = vniFdbStatus()->macVtepTable(macAddr);
   if (entry == VxlanController::MacVtepV2() || macEntryProvidedByEvpn(macAddr)) {
     qorEvpnTxSm_->hostTableOut()->hostDel(key);
@@ -145,6 +146,7 @@ void VniFdbStatusSm::handleFloodList(Wirix::EthAddr const& macAddr) {
     return;
   }
   updateBrIdList();
+  if (!initialized()) return;  // an observer of the identifiers had the VNI removed
   FloodListPtr const floodList = vniFdbStatus()->macVtepFloodListTable(macAddr);
   if (!floodList) {
     if (Orb::Ptr<MacVtepFloodListSm> const child = macVtepFloodListSmDel(macAddr)) child->cleanup();

@@ -123,6 +123,24 @@ TEST_F(Transmit, OutputsAreEmptiedInOrderAndTheChildIsOutBeforeItsCleanup) {
   EXPECT_EQ(seen, (Texts{"b", "h", "f", "| | 0", "b", "h", "f", "| | 0"}));
 }
 
+TEST_F(Transmit, WhoeverHearsOfAnOutputMayRemoveTheVni) {
+  auto const removing = [&](Orb::Notifier const& output, std::function<void()> const& change) {
+    serve();
+    machine = nullptr;
+    auto const watcher =
+        makePtr<TestSupport::Watcher>(output, [&](auto, auto) { dir->entryDel(Orb::Name("10")); });
+    change();
+    EXPECT_EQ(tables(), "| | ");
+    EXPECT_EQ(root->vniFdbStatusSm().members(), 0u);
+  };
+  removing(*hostTable, [&] { status->macVtepTableIs(entry(1, 11)); });
+  removing(*floodTable, [&] { listOf(status, {{12, true}}); });
+  removing(*brIds, [&] { status->macVtepTableIs(entry(1, 11)); });
+  removing(*brIds, [&] {
+    status->macVtepFloodListTableIs(listOf(makePtr<VniFdbStatusV2>("10", Vni(10)), {{12, true}}));
+  });
+}
+
 TEST_F(Transmit, IdentifiersAreWrittenOnlyWhereThatChangesThem) {
   make();
   brIds->brIdListIs(brId(5), false);  // which a write would turn into true
