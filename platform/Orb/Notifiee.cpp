@@ -23,6 +23,7 @@ void NotifieeList::removeAll() {
     delivery->head = &delivery->outer;
     delivery->end = 0;
   }
+  deliveries_ = nullptr;
 }
 
 void NotifieeList::add(Notifiee& notifiee) {

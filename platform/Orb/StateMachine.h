@@ -87,7 +87,12 @@ class Input {
     Ptr<Reactor> const reactor = take();
     if (!reactor) return nullptr;
     reactor->orbDoZombieReactors(true);
-    machine->handleInitialized();
+    try {
+      machine->handleInitialized();
+    } catch (...) {
+      disconnect(reactor);
+      throw;
+    }
     return disconnect(reactor);
   }
 
@@ -111,8 +116,9 @@ class Input {
     reactor->orbDoZombieReactors(true);
     reactor->ownerDel();
     reactor->hasNotificationActiveIs(false);
-    reactor->isRegisteredNotifieeIs(false);
-    return reactor->input();
+    InputPtr const input = reactor->input();
+    reactor->notifierIs(nullptr);
+    return input;
   }
 
   Ptr<Reactor> reactor_;
@@ -148,7 +154,7 @@ class StateMachine : public PtrInterface {
   }
 
  protected:
-  StateMachine() = default;
+  StateMachine() { static_cast<void>(registered); }
 
   static std::tuple<> children() { return {}; }
 
@@ -160,6 +166,9 @@ class StateMachine : public PtrInterface {
   }
 
  private:
+  /// From the load of its library on, the type is found by its name.
+  static inline TypeDescriptor const& registered = M::type();
+
   M& self() { return static_cast<M&>(*this); }
 
   template <class Members, class Action>

@@ -61,7 +61,8 @@ class TypeDescriptor {
   AttributeInfo const& attribute(AttributeId id) const;
   AttributeInfo const& attribute(std::string_view name) const;
 
-  /// The registered type of that name, or null: a type registers when it is first asked for.
+  /// The registered type of that name, or null. A state machine's registers when its library is loaded,
+  /// another type when it is first asked for.
   static TypeDescriptor const* find(std::string_view name);
 
  private:

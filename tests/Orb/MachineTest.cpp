@@ -163,6 +163,7 @@ TEST_F(Machine, RemoverDisconnectsSilently) {
   Ptr<Toy::OrbSource> const reactor = toy->orbSource();
   EXPECT_EQ(did([&] { EXPECT_EQ(toy->sourceDel(), a); }), "");
   EXPECT_EQ(states() + " " + state(reactor), "none none --z-");
+  EXPECT_EQ(reactor->notifier(), nullptr);
   EXPECT_EQ(did([&] { reactor->notifierIs(b), reactor->onAttribute(Source::levelAttr.id, nullptr); }), "");
   reactor->orbDoZombieReactors(false);  // now it only lacks an owner
   EXPECT_EQ(did([&] { b->level(); }), "");
@@ -190,6 +191,12 @@ TEST_F(Machine, LateInputsRunAPassWithTheNewInputInForce) {
   toy->lateIs(b);
   EXPECT_EQ(did([&] { EXPECT_EQ(toy->lateDel(), a); }),
             "pass(b ra-o) level(a -a-o) . pass(a ra-o) . . pass(- none) . ");
+  toy->lateIs(b);
+  reactor = toy->orbLate();
+  inside = [] { throw 1; };
+  EXPECT_THROW(toy->lateDel(), int);
+  EXPECT_EQ(state(reactor), "--z-");
+  history.clear();
   toy->orbDoZombieReactors(true);
   EXPECT_EQ(did([&] { toy->lateIs(b); }), "pass(b r-zo) . ");
 }

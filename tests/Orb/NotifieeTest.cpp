@@ -44,6 +44,7 @@ struct Stage {
         case '!': watchers.erase(whom); break;
         case 'o': watchers[whom]->hasNotificationActiveIs(false); break;
         case 'z': watchers[whom]->orbDoZombieReactors(true); break;
+        case '=': source->notifieeList()->removeAll(); break;
         case '*': source.get()->level(); break;
         case '.': source = nullptr; break;
         default: throw script;
@@ -80,7 +81,7 @@ TEST(Notification, Disturbed) {
       {"**", "^d", "ababcc", "dabc"}, {"**", "!c", "abab", "ab"},
       {"**!c", "-b+b", "abac", "ab"}, {"..", "", "ab0a0b0c", ""},  // The source goes.
       {"**", "..", "aba0a0b0c", ""},  {"xx", "", "abxx", "abc"},   // An exception leaves through the setter.
-      {"**", "xx", "abaxx", "abc"},
+      {"**", "xx", "abaxx", "abc"},   {"=*+d", "", "ab", "d"},     // All are taken off.
   };
   for (auto const& [outer, inner, first, second] : cases) {
     SCOPED_TRACE(std::string(outer) + " " + inner);
