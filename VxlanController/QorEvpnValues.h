@@ -16,17 +16,20 @@
 
 /// The values that the module and the EVPN side exchange through shared tables: two keys and two rows.
 ///
-/// They lie in shared memory as they are, so each has fixed-width fields, no pointers and no byte whose
-/// content is left to chance (padding is spelt out and zero): equal values are equal bytes. Bytes that do not
-/// come from a value are for the table engine to refuse; nothing here checks them again.
+/// Each has fixed-width fields, no pointers and no byte whose content is left to chance (padding is spelt out
+/// and zero): equal values are equal bytes. How they lie in shared memory their codecs say
+/// (VxlanController/QorEvpnBrine.h), which refuse words that do not come from a value.
 ///
 /// Text form, one line each, written by `valueToStrep` and `operator<<`, read by the constructors that take
 /// iterators and by `strepToValue`:
 ///
-///   MacVniPair   Value('QorEvpn::MacVniPair', ** {'macAddr': 02:00:00:00:00:01, 'vni': 5000})
-///   Host         Value('QorEvpn::Host', ** {'key': <MacVniPair>, 'vtepAddr': 10.99.0.11, 'seqNo': 1,
-///   'preference': 16}) VniVtepPair  Value('QorEvpn::VniVtepPair', ** {'vni': 5000, 'vtepAddr': 10.99.0.11})
-///   FloodEntry   the text of its key
+///   Value('QorEvpn::MacVniPair', ** {'macAddr': 02:00:00:00:00:01, 'vni': 5000})
+///
+///   Value('QorEvpn::VniVtepPair', ** {'vni': 5000, 'vtepAddr': 10.99.0.11})
+///
+///   Value('QorEvpn::Host', ** {'key': K, 'vtepAddr': 10.99.0.11, 'seqNo': 1, 'preference': 16})
+///
+/// where K is the text of a `MacVniPair`. A `FloodEntry` has the text of its key.
 ///
 /// A constructor from text reads at `current`, moves it behind the value, and raises `Orb::ParseError`, or
 /// `Orb::AttributeRangeError` naming the field whose value is out of range; an error leaves `current` as it

@@ -114,8 +114,9 @@ class EntityTable : public Orb::Entity {
       Orb::Ptr<ZeroReferencesNotifiee> const self(this);
       // The reference goes with the control, here or wherever its last holder drops it; the framework then
       // finishes the release of the table that it has begun.
-      Orb::Ptr<CollectionControl> const control = std::exchange(table_->control_, nullptr);
+      Orb::Ptr<CollectionControl> const control = table_->control_;
       if (control) control->entityIs(Orb::Ptr<Orb::Entity const>(table_));
+      table_->control_ = nullptr;
       isRegisteredNotifieeIs(false);
     }
 

@@ -22,8 +22,7 @@
 /// allocates nothing but what `out` grows by.
 namespace Orb {
 
-// ---- Writing
-// -------------------------------------------------------------------------------------------------
+// ---- Writing ----
 
 /// The integers that are numbers; `bool` and `char` have texts of their own.
 template <class T>
@@ -67,8 +66,7 @@ std::string toText(T const& value) {
   return text;
 }
 
-// ---- Reading
-// -------------------------------------------------------------------------------------------------
+// ---- Reading ----
 
 /// A text and how far it has been read. Refers to characters that the caller owns.
 class TextCursor {

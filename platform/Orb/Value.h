@@ -157,8 +157,7 @@ class Value {
   void* object_ = nullptr;
 };
 
-// ---- How descriptors are made
-// --------------------------------------------------------------------------------
+// ---- How descriptors are made ----
 
 namespace Impl {
 

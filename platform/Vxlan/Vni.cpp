@@ -23,6 +23,6 @@ Vni parseText(Orb::TextCursor& text, std::type_identity<Vni>) {
   return Vni(static_cast<uint32_t>(Orb::parseUnsigned(text, Vni::max, rangeText)));
 }
 
-std::ostream& operator<<(std::ostream& out, Vni const& vni) { return out << vni.value(); }
+std::ostream& operator<<(std::ostream& out, Vni const& vni) { return out << Orb::toText(vni); }
 
 }  // namespace Vxlan

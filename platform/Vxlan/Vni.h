@@ -20,7 +20,7 @@ class Vni {
   constexpr Vni() = default;
   /// Above `max` raises `Orb::RangeError` "Vni::value < Vni::min or > Vni::max not allowed", as its parser
   /// does.
-  explicit constexpr Vni(uint32_t value) : value_(value) {
+  explicit constexpr Vni(uint64_t value) : value_(static_cast<uint32_t>(value)) {
     if (value > max) throwRange();
   }
 

@@ -18,4 +18,4 @@ Seqno32 parseText(Orb::TextCursor& text, std::type_identity<Seqno32>) {
       Orb::parseUnsigned(text, Seqno32::max, "Seqno32::value > Seqno32::max not allowed")));
 }
 
-std::ostream& operator<<(std::ostream& out, Seqno32 const& seqNo) { return out << seqNo.value(); }
+std::ostream& operator<<(std::ostream& out, Seqno32 const& seqNo) { return out << Orb::toText(seqNo); }
