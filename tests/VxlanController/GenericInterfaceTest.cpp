@@ -34,6 +34,14 @@ std::string shown(Orb::Value const& value) {
   return keys + "]";
 }
 
+TEST(MachineTypes, AreKnownByNameBeforeAMachineIsMade) {
+  for (std::string const name :
+       {"QorEvpn::QorEvpnIntegrationModeSm", "QorEvpn::QorEvpnTxSm", "QorEvpn::VniFdbStatusSm",
+        "QorEvpn::MacVtepFloodListSm", "VxlanController::QorEvpnRxSm"}) {
+    EXPECT_TRUE(Orb::TypeDescriptor::find(name)) << name;
+  }
+}
+
 TEST_F(GenericInterface, OffersWhatTheFileBesideThisLists) {
   std::string all;
   for (Object const& machine : std::initializer_list<Object>{mode, tx, vni, floodList, rx}) {
