@@ -16,20 +16,25 @@ namespace Brine {
 /// a damaged version that selects the other copy is found), its key and its value. Of a dead slot only place
 /// and version count, since the key is rewritten while the slot is still dead.
 ///
-/// The high half of a sum that takes in a word a step. A step maps different sums, and different words, to
-/// different sums, so a change of one word always moves the last one; it leaves the high half as it is once
-/// in four thousand million cases, and so do changes of several words that do not know the factor. The turn
-/// brings high bits, which depend on all others, down to where the next product spreads them. It must be
-/// found in a few instructions, since every read makes it; that they wait for each other matters little, as
-/// nothing waits for the outcome.
+/// Words are taken in by turns into two sums, a word a step. A step maps different sums, and different
+/// words, to different sums, so a change of one word always moves the total; it leaves the high half as it is
+/// once in four thousand million cases, and so do changes of several words that do not know the factor. The
+/// turn brings high bits, which depend on all others, down to where the next product spreads them.
+///
+/// It must be found in a few instructions, since every read makes it, and soon after the row has arrived,
+/// since the processor looks ahead only so far: hence the two sums, and the version last, which alone of what
+/// a writer puts in is to be read first.
 [[gnu::always_inline]] inline uint32_t rowCheck(uint64_t seed, uint32_t id, uint64_t version,
                                                 uint64_t const* words, unsigned count) {
-  uint64_t sum = seed;
-  auto const add = [&sum](uint64_t word) { sum = std::rotl(sum ^ word, 29) * 0xE7037ED1A0B428DBU; };
-  add(id);
-  add(version);
-  for (unsigned i = 0; i < count; ++i) add(words[i]);
-  return static_cast<uint32_t>(sum >> 32);
+  uint64_t sums[2] = {seed, 0};
+  auto const add = [&sums](unsigned turn, uint64_t word) {
+    uint64_t& sum = sums[turn % 2];
+    sum = std::rotl(sum ^ word, 29) * 0xE7037ED1A0B428DBU;
+  };
+  add(0, id);
+  for (unsigned i = 0; i < count; ++i) add(i, words[i]);
+  add(0, version);
+  return static_cast<uint32_t>((sums[0] + sums[1]) >> 32);
 }
 
 /// The valid copy, 0 or 1: a number to compute with, since no branch on it could be foreseen.
