@@ -13,7 +13,7 @@ class VniExt {
   constexpr VniExt(Vni vni) : vni_(vni) {}         // NOLINT(google-explicit-constructor)
   constexpr operator Vni() const { return vni_; }  // NOLINT(google-explicit-constructor)
   /// Above `Vni::max` raises the range error of `Vni`.
-  explicit constexpr VniExt(uint32_t value) : vni_(value) {}
+  explicit constexpr VniExt(uint64_t value) : vni_(value) {}
 
   constexpr uint32_t value() const { return vni_.value(); }
   constexpr uint32_t hash() const { return vni_.hash(); }

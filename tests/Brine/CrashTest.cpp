@@ -205,14 +205,16 @@ TEST_F(CrashTest, ARecoveryThatIsKilledAtAnyInstructionIsMadeUpForByTheNextOne) 
   EXPECT_GT(states_, 70U);
 }
 
-/// What a writer does in the middle of a look-up: once, and again some instructions later.
+/// What a writer does in the middle of a look-up, or of a step of a walk: once, and again some instructions
+/// later.
 struct Disturbance {
   std::function<void()> first;
   std::function<void()> second = nullptr;
   size_t distance = 0;
+  bool isOfWalk = false;
 };
 
-TEST_F(CrashTest, ALookUpFindsItsRowWholeWhateverHappensAtWhicheverInstruction) {
+TEST_F(CrashTest, ALookUpAndAWalkFindTheirRowWholeWhateverHappensAtWhicheverInstruction) {
   TestFolder const folder;
   Table writer;
   ASSERT_EQ(writer.mount(folder.options(Mode::writer)), MountStatus::mounted) << writer.mountDetail();
@@ -223,6 +225,7 @@ TEST_F(CrashTest, ALookUpFindsItsRowWholeWhateverHappensAtWhicheverInstruction) 
   };
   for (uint64_t number = 0; number < 16; ++number) put(number);
   TestSupport::Shared<std::atomic<bool>> mayBeAbsent;
+  TestSupport::Shared<std::atomic<bool>> walks;
   TestSupport::Child child([&](TestSupport::Child&) {
     beTraced();
     Table reader;
@@ -230,7 +233,9 @@ TEST_F(CrashTest, ALookUpFindsItsRowWholeWhateverHappensAtWhicheverInstruction) 
     pid_t const self = ::getpid();
     for (uint64_t last = 0;;) {
       ::kill(self, SIGSTOP);
-      auto const row = reader.find({7, 1});
+      auto cursor = reader.walkAfter({6, 1});
+      ::kill(self, SIGSTOP);
+      auto const row = walks->load() ? std::optional(*cursor.next()) : reader.find({7, 1});
       bool const isRight = row ? row->key == TestKey{7, 1} && row->other == ~row->value && row->value >= last
                                : mayBeAbsent->load();
       if (!isRight) ::_exit(1);
@@ -255,13 +260,16 @@ TEST_F(CrashTest, ALookUpFindsItsRowWholeWhateverHappensAtWhicheverInstruction) 
     writer.erase({99, 1});
     put(7);
   };
-  std::vector<Disturbance> disturbances = {{overwrite}, {rebuildBothIndexes}, {moveOthersInTheIndex}};
+  std::vector<Disturbance> disturbances = {
+      {overwrite, nullptr, 0, true}, {overwrite}, {rebuildBothIndexes}, {moveOthersInTheIndex}};
   for (size_t const distance : {40U, 80U}) {
     disturbances.push_back({giveItsSlotAway, giveItBack, distance});
   }
   for (Disturbance const& disturbance : disturbances) {
+    *walks = disturbance.isOfWalk;
     size_t instructions = 0;
     for (; !HasFailure(); instructions += 3) {
+      ASSERT_EQ(step(child, false), SIGSTOP);
       int stop = SIGTRAP;
       for (size_t i = 0; i <= instructions && stop == SIGTRAP; ++i) stop = step(child, true);
       if (stop != SIGTRAP) break;

@@ -74,7 +74,8 @@ TEST(Host, EveryFieldCounts) {
 
 TEST(Vni, Range) {
   EXPECT_EQ(Vni(16777215).value(), 16777215U);
-  for (uint32_t value : {16777216U, 0xffffffffU}) EXPECT_THROW(Vni{value}, Orb::RangeError);
+  for (uint64_t const value : {0x1000000ULL, 0xffffffffULL, 0x100000005ULL})
+    EXPECT_THROW(Vni{value}, Orb::RangeError);
   EXPECT_THROW(Vxlan::VniExt(16777216), Orb::RangeError);
 }
 
