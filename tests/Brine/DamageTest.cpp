@@ -20,6 +20,7 @@ TEST_F(DamageTest, GrowthNamesTheDamageThatItComesUpon) {
   editRow(folder_, 7, [](std::string& row) { row[0] = static_cast<char>(row[0] ^ 2); });
   std::string named;
   writer_.onCorruption = [&](std::string const& message) { named += message; };
+  EXPECT_THROW(writer_.find({5, 1}), Brine::RowDamage);
   fill(16, 20);
   EXPECT_EQ(named, "row 5 is damaged, 2 in all");
   EXPECT_FALSE(writer_.find({5, 1}));
