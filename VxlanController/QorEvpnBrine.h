@@ -32,13 +32,12 @@ struct Brine::Codec<QorEvpn::Host> {
   }
   static std::optional<Key> decodeKey(uint64_t const* words) {
     if (words[0] >> 48 != 0 || words[1] > Vxlan::Vni::max) return std::nullopt;
-    return Key(Wirix::EthAddr::ofValue(words[0]), Vxlan::Vni(static_cast<uint32_t>(words[1])));
+    return Key(Wirix::EthAddr::ofValue(words[0]), Vxlan::Vni(words[1]));
   }
   static bool decode(uint64_t const* words, QorEvpn::Host& row) {
     if (words[0] >> 48 != 0 || words[1] > Vxlan::Vni::max || words[3] > UINT8_MAX) return false;
     // In place: copying what was just stored field by field would wait for the stores.
-    std::construct_at(&row,
-                      Key(Wirix::EthAddr::ofValue(words[0]), Vxlan::Vni(static_cast<uint32_t>(words[1]))));
+    std::construct_at(&row, Key(Wirix::EthAddr::ofValue(words[0]), Vxlan::Vni(words[1])));
     row.vtepAddrIs(Wirix::IpAddr(static_cast<uint32_t>(words[2] >> 32)));
     row.seqNoIs(Seqno32(static_cast<uint32_t>(words[2])));
     row.preferenceIs(static_cast<uint8_t>(words[3]));

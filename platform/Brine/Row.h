@@ -22,8 +22,8 @@ namespace Brine {
 /// turn brings high bits, which depend on all others, down to where the next product spreads them.
 ///
 /// It must be found in a few instructions, since every read makes it, and soon after the row has arrived,
-/// since the processor looks ahead only so far: hence the two sums, and the version last, which alone of what
-/// a writer puts in is to be read first.
+/// since the processor looks ahead only so far: hence the two sums, and the version last, which alone a
+/// writer must first read from the slot.
 [[gnu::always_inline]] inline uint32_t rowCheck(uint64_t seed, uint32_t id, uint64_t version,
                                                 uint64_t const* words, unsigned count) {
   uint64_t sums[2] = {seed, 0};

@@ -119,11 +119,12 @@ class Table : public TableBase {
     uint32_t id = noRow;
   };
   static constexpr unsigned stageBatch = 32;
-  /// Writer: where a key's row lies, with no slot if there is none, and the entry that a search found it by.
+  /// Writer: where a key's row lies, with no slot if there is none. Only a search knows more of the entry
+  /// than the id.
   struct Own {
-    uint32_t id = noRow;
-    uint64_t* slot = nullptr;
-    Index::Entry entry = {};
+    Index::Entry entry;
+    uint64_t* slot;
+    uint32_t id() const { return entry.id; }
   };
   struct Change {
     uint64_t sequence;
@@ -140,13 +141,20 @@ class Table : public TableBase {
   [[noreturn, gnu::cold]] static void throwDamaged(uint32_t id);
 
   [[gnu::always_inline]] RowState read(uint32_t id, uint64_t* words, uint64_t& version) const {
-    return readRow(segment_->slot(id), id, segment_->seed(), keyWordCount, valueWordCount, words, version);
+    return read(segment_->slot(id), id, words, version);
+  }
+  [[gnu::always_inline]] RowState read(uint64_t const* slot, uint32_t id, uint64_t* words,
+                                       uint64_t& version) const {
+    return readRow(slot, id, segment_->seed(), keyWordCount, valueWordCount, words, version);
   }
   [[gnu::always_inline]] inline bool search(Words const& key, Found& found) const;
   [[gnu::always_inline]] inline bool holds(uint32_t id, Words const& key, Found& found,
                                            uint32_t& damaged) const;
   [[gnu::noinline]] bool searchOn(Words key, Found& found) const;
   [[gnu::always_inline]] inline uint64_t* ownSlot(uint32_t id, uint64_t const* key) const;
+  [[gnu::always_inline]] Own ownAt(uint32_t id, uint64_t const* key) const {
+    return {{id}, ownSlot(id, key)};
+  }
   [[gnu::always_inline]] inline Staged takeStaged(uint64_t const* words) const;
   [[gnu::always_inline]] inline Own findOwn(Words const& key) const;
   [[gnu::noinline]] Own findOwnOn(Words key) const;

@@ -179,7 +179,7 @@ auto Table<Row>::findOwn(Words const& key) const -> Own {
   };
   Index::Entry const entry = segment_->index().findHome(key.hash, key.tag, isWanted);
   if (slot == nullptr && segment_->index().reachesOn(key.hash)) return findOwnOn(key);
-  return {entry.id, slot, entry};
+  return {entry, slot};
 }
 
 template <TableRow Row>
@@ -187,18 +187,18 @@ auto Table<Row>::findOwnOn(Words key) const -> Own {
   uint64_t* slot = nullptr;
   Index::Entry const entry = segment_->index().find(
       key.hash, key.tag, [&](uint32_t id) { return (slot = ownSlot(id, key.words)) != nullptr; });
-  return {entry.id, slot, entry};
+  return {entry, slot};
 }
 
 /// Writes the row where its key lives already.
 template <TableRow Row>
 void Table<Row>::overwrite(Own own, uint64_t const* words) {
   bool const wasQuiet = writer_->isQuiet();
-  RowWriter row(own.slot, own.id, segment_->seed());
+  RowWriter row(own.slot, own.id(), segment_->seed());
   row.prepare(writer_->nextSequence(), words, keyWordCount, valueWordCount, false);
   row.commit();
-  writer_->changed(own.id, false, words, keyWordCount);
-  lastId_ = own.id;
+  writer_->changed(own.id(), false, words, keyWordCount);
+  lastId_ = own.id();
   if (wasQuiet) reportQuiesced(false);
 }
 
@@ -231,15 +231,15 @@ bool Table<Row>::write(Row const& row) {
   // search.
   uint32_t const next = lastId_ + 1;
   if (isInOrder_) {
-    if (Own const own{next, ownSlot(next, words), {}}; own.slot != nullptr) {
+    if (Own const own = ownAt(next, words); own.slot != nullptr) {
       overwrite(own, words);
       return false;
     }
   }
   Staged const staged = takeStaged(words);
-  Own own{staged.id, ownSlot(staged.id, words), {}};
+  Own own = ownAt(staged.id, words);
   if (own.slot == nullptr) own = findOwn(staged.key);
-  isInOrder_ = own.id == next;
+  isInOrder_ = own.id() == next;
   own.slot == nullptr ? insert(staged.key, words) : overwrite(own, words);
   return own.slot == nullptr;
 }
@@ -249,7 +249,7 @@ void Table<Row>::commit(Row const* row) {
   requireWritable("write");
   uint64_t words[C::rowWords];
   C::encode(*row, words);
-  Own const own{lastId_, ownSlot(lastId_, words), {}};
+  Own const own = ownAt(lastId_, words);
   own.slot != nullptr ? overwrite(own, words) : static_cast<void>(write(*row));
 }
 
@@ -262,11 +262,8 @@ std::optional<Row> Table<Row>::remove(Key const& key) {
   Own const own = findOwn(words);
   if (own.slot == nullptr) return removed;
   Found found;
-  if (readRow(own.slot, own.id, segment_->seed(), keyWordCount, valueWordCount, found.words, found.version) !=
-      RowState::live) {
-    throwDamaged(own.id);
-  }
-  decode(found.words, own.id, removed.emplace());
+  if (read(own.slot, own.id(), found.words, found.version) != RowState::live) throwDamaged(own.id());
+  decode(found.words, own.id(), removed.emplace());
   eraseAt(own, words);
   return removed;
 }
@@ -283,15 +280,15 @@ bool Table<Row>::erase(Key const& key) {
 template <TableRow Row>
 void Table<Row>::eraseAt(Own own, Words const& key) {
   // First: it may run out of memory. Nobody takes the slot before this is done.
-  writer_->releaseId(own.id);
+  writer_->releaseId(own.id());
   bool const wasQuiet = writer_->isQuiet();
-  RowWriter row(own.slot, own.id, segment_->seed());
+  RowWriter row(own.slot, own.id(), segment_->seed());
   row.prepareRemoval(writer_->nextSequence());
   row.commit();
   // Afterwards: until it is dead, the row must be found.
   segment_->index().erase(key.hash, own.entry);
-  segment_->column(own.id).wordIs(own.id, noColumn);
-  writer_->changed(own.id, true, key.words, keyWordCount);
+  segment_->column(own.id()).wordIs(own.id(), noColumn);
+  writer_->changed(own.id(), true, key.words, keyWordCount);
   writer_->rowsAdd(-1);
   if (wasQuiet) reportQuiesced(false);
 }

@@ -20,7 +20,7 @@ void Vni::throwRange() { throw Orb::RangeError(rangeText); }
 void appendText(std::string& out, Vni const& vni) { Orb::appendText(out, vni.value()); }
 
 Vni parseText(Orb::TextCursor& text, std::type_identity<Vni>) {
-  return Vni(static_cast<uint32_t>(Orb::parseUnsigned(text, Vni::max, rangeText)));
+  return Vni(Orb::parseUnsigned(text, Vni::max, rangeText));
 }
 
 std::ostream& operator<<(std::ostream& out, Vni const& vni) { return out << Orb::toText(vni); }

@@ -27,7 +27,7 @@ class VniExt {
   /// Text: that of the VNI.
   friend void appendText(std::string& out, VniExt const& vni) { appendText(out, vni.vni_); }
   friend VniExt parseText(Orb::TextCursor& text, std::type_identity<VniExt>);
-  friend std::ostream& operator<<(std::ostream& out, VniExt const& vni) { return out << Vni(vni); }
+  friend std::ostream& operator<<(std::ostream& out, VniExt const& vni) { return out << vni.vni_; }
 
  private:
   Vni vni_;

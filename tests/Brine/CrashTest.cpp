@@ -232,7 +232,7 @@ TEST_F(CrashTest, ALookUpAndAWalkFindTheirRowWholeWhateverHappensAtWhicheverInst
     reader.mount(folder.options(Mode::reader));
     pid_t const self = ::getpid();
     for (uint64_t last = 0;;) {
-      ::kill(self, SIGSTOP);
+      ::kill(self, SIGSTOP);  // Behind each read; and before it, so that it alone is stepped through.
       auto cursor = reader.walkAfter({6, 1});
       ::kill(self, SIGSTOP);
       auto const row = walks->load() ? std::optional(*cursor.next()) : reader.find({7, 1});
