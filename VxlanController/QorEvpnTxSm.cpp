@@ -19,6 +19,11 @@ Vxlan::Vni vniOfName(Orb::Name const& name) {
   return Vxlan::Vni(static_cast<std::uint32_t>(std::strtol(name.text().c_str(), nullptr, 10)));
 }
 
+/// The status under a name; null also for an entry of another type.
+VniFdbStatusSm::StatusPtr statusOf(Orb::Dir const& dir, Orb::Name const& name) {
+  return Orb::ptrCast<VxlanController::VniFdbStatusV2 const>(dir.entityPtr(name));
+}
+
 }  // namespace
 
 QorEvpnTxSm::QorEvpnTxSm(VniDirPtr const& vniDir, VniStatusDirPtr const& vniStatusDirFromEvpn,
@@ -55,11 +60,13 @@ void QorEvpnTxSm::handleVniFdbStatus() {
 void QorEvpnTxSm::handleVniFdbStatus(Orb::Name const& name) {
   if (!initialized()) return;
   TRACE(txTrace, 3, "QorEvpnTxSm()::handleVniFdbStatus(", name, ")");
-  auto const vniFdbStatus = Orb::ptrCast<VxlanController::VniFdbStatusV2 const>(vniDir()->entityPtr(name));
+  VniFdbStatusSm::StatusPtr const vniFdbStatus = statusOf(*vniDir(), name);
   Vxlan::Vni const vni = vniOfName(name);
   if (!vniFdbStatus) {
     cleanupStaleVniEntries(this, {vni});
     if (Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmDel(vni)) child->cleanup();
+    // An observer of the rows may have had the same status put back, for the machine that was still there.
+    if (statusOf(*vniDir(), name) && !vniFdbStatusSm(vni)) handleVniFdbStatus(name);
   } else {
     Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmIs(vni, vniFdbStatus);
     child->vniStatusFromEvpnIs(vniStatusDirFromEvpn()->vniStatusV2(vni));

@@ -147,16 +147,19 @@ void VniFdbStatusSm::handleFloodList(Wirix::EthAddr const& macAddr) {
   }
   updateBrIdList();
   if (!initialized()) return;  // an observer of the identifiers had the VNI removed
-  FloodListPtr const floodList = vniFdbStatus()->macVtepFloodListTable(macAddr);
-  if (!floodList) {
-    if (Orb::Ptr<MacVtepFloodListSm> const child = macVtepFloodListSmDel(macAddr)) child->cleanup();
-  } else {
+  if (FloodListPtr const floodList = vniFdbStatus()->macVtepFloodListTable(macAddr)) {
     Orb::Ptr<MacVtepFloodListSm> const child = macVtepFloodListSmIs(macAddr, floodList);
     FloodListPtr floodListFromEvpn;
     if (EvpnStatusPtr const& fromEvpn = vniStatusFromEvpn())
       floodListFromEvpn = fromEvpn->macVtepFloodListTable(macAddr);
     child->floodListFromEvpnIs(floodListFromEvpn);
     child->initializedIs(true);
+  }
+  // Asked again: an observer of the child's rows may have had its list, or the VNI, removed.
+  if (!initialized() || !vniFdbStatus()->macVtepFloodListTable(macAddr)) {
+    if (Orb::Ptr<MacVtepFloodListSm> const child = macVtepFloodListSmDel(macAddr)) child->cleanup();
+    // Or a list put back, whose rows went with those of the one that was removed.
+    if (Orb::Ptr<MacVtepFloodListSm> const child = macVtepFloodListSm(macAddr)) child->handleVtepIp();
   }
   TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::handleFloodList(", macAddr, ") return");
 }
@@ -191,10 +194,10 @@ void VniFdbStatusSm::cleanupStaleHostEntries() {
 void VniFdbStatusSm::cleanupStaleFloodListEntries() {
   if (!initialized()) return;
   TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::cleanupStaleFloodListEntries()");
-  FloodListPtr const floodList = vniFdbStatus()->macVtepFloodListTable(allBum);
   FloodTable& floods = *qorEvpnTxSm_->floodTableOut();
   for (auto walk = floods.floodEntryWalk(vni_); FloodEntry const* row = nextRow(floods, walk);) {
     VniVtepPair const key = row->key();
+    auto const& floodList = vniFdbStatus()->macVtepFloodListTable(allBum);
     if (floodList && floodList->vtepIpFloodList().contains(key.vtepAddr())) continue;
     TRACE(txTrace, 8, "VniFdbStatusSm(", vni_,
           ")::cleanupStaleFloodListEntries() Deleting stale flood list entry (ip: ", key.vtepAddr(), ")");

@@ -15,6 +15,10 @@ class Transmit : public Site {
     machine = root->vniFdbStatusSm(Vni(10));
     traced(), counts();
   }
+  // An all-BUM list that no status has yet.
+  static Ptr<MacVtepFloodListV2> looseList() {
+    return listOf(makePtr<VniFdbStatusV2>("10", Vni(10)), {{12, true}, {13, true}});
+  }
   Ptr<VniFdbStatusV2> status;
   Ptr<VniFdbStatusSm> machine;
 };
@@ -136,9 +140,39 @@ TEST_F(Transmit, WhoeverHearsOfAnOutputMayRemoveTheVni) {
   removing(*hostTable, [&] { status->macVtepTableIs(entry(1, 11)); });
   removing(*floodTable, [&] { listOf(status, {{12, true}}); });
   removing(*brIds, [&] { status->macVtepTableIs(entry(1, 11)); });
-  removing(*brIds, [&] {
-    status->macVtepFloodListTableIs(listOf(makePtr<VniFdbStatusV2>("10", Vni(10)), {{12, true}}));
-  });
+  for (auto const* output : std::initializer_list<Orb::Notifier const*>{floodTable.get(), brIds.get()})
+    removing(*output, [&] { status->macVtepFloodListTableIs(looseList()); });
+}
+
+// What goes or comes back in the midst of its handling.
+TEST_F(Transmit, WhoeverHearsOfARowMayTurnWhatItComesFrom) {
+  std::function<void()> turn;
+  auto const heard = [&](auto, auto) {
+    if (auto const once = std::exchange(turn, {})) once();
+  };
+  auto const ofHosts = makePtr<TestSupport::Watcher>(*hostTable, heard);
+  auto const ofFloods = makePtr<TestSupport::Watcher>(*floodTable, heard);
+  make();
+  status = makePtr<VniFdbStatusV2>("10", Vni(10));
+  auto const list = looseList();
+  std::string const host = "10:1>11/1/16 | ", floods = "10>12 10>13 | 10 ";
+  // The list comes in the sweep of what an earlier run left: none of its rows is stale.
+  for (uint32_t vtep : {11u, 12u}) floodTable->floodEntryIs(flood(10, vtep));
+  turn = [&] { status->macVtepFloodListTableIs(list); };
+  dir->entryIs(status);
+  EXPECT_EQ(tables(), "| " + floods);
+  status->macVtepTableIs(entry(1, 11));
+  turn = [&] { status->macVtepFloodListTableIs(list); };
+  status->macVtepFloodListTableDel(bum);
+  EXPECT_EQ(tables(), host + floods);
+  turn = [&] { dir->entryIs(status); };
+  dir->entryDel(Orb::Name("10"));
+  EXPECT_EQ(tables(), host + floods);
+  status->macVtepFloodListTableDel(bum);
+  turn = [&] { status->macVtepFloodListTableDel(bum); };
+  status->macVtepFloodListTableIs(list);
+  EXPECT_EQ(tables(), host + "| 10 ");
+  EXPECT_EQ(root->vniFdbStatusSm(Vni(10))->macVtepFloodListSm().members(), 0u);
 }
 
 TEST_F(Transmit, IdentifiersAreWrittenOnlyWhereThatChangesThem) {
