@@ -39,6 +39,9 @@ class Rows {
       measureElsewhere(store.name, {"brine", place.path()});
       report_.add("memory", store.name, store.bytes() / rows_);
       measureRemovals(store, Clock::cpu);
+      store.insert(changed_);
+      report_.add("remove", "Brine, the row returned",
+                  perRow(Clock::cpu, [&] { check(store.take(removals_)); }));
     }
     {
       Place const place;

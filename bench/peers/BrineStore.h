@@ -76,9 +76,19 @@ class BrineStore {
     for (auto cursor = table.walk(vni); auto const* const row = cursor.next();) sum += sumOf(*row);
     return sum;
   }
+  /// As the peers: without a look at the row.
   void remove(std::span<QorEvpn::MacVniPair const> keys) {
-    for (QorEvpn::MacVniPair const& key : keys) table.remove(key);
+    for (QorEvpn::MacVniPair const& key : keys) table.erase(key);
     table.endTurn();
+  }
+  /// Each row is verified and returned.
+  uint64_t take(std::span<QorEvpn::MacVniPair const> keys) {
+    uint64_t sum = 0;
+    for (QorEvpn::MacVniPair const& key : keys) {
+      if (auto const row = table.remove(key)) sum += sumOf(*row);
+    }
+    table.endTurn();
+    return sum;
   }
   double bytes() const { return static_cast<double>(table.statistics().fileBytes); }
 
