@@ -65,8 +65,9 @@ void QorEvpnTxSm::handleVniFdbStatus(Orb::Name const& name) {
   if (!vniFdbStatus) {
     cleanupStaleVniEntries(this, {vni});
     if (Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmDel(vni)) child->cleanup();
-    // An observer of the rows may have had the same status put back, for the machine that was still there.
-    if (statusOf(*vniDir(), name) && !vniFdbStatusSm(vni)) handleVniFdbStatus(name);
+    // Until now the child heard of changes: an observer may have had it export again, or its status put back.
+    bool const isListed = qorBrIdList()->brIdList().contains(Bridging::BridgeId::ofVni(vni));
+    if (!vniFdbStatusSm(vni) && (isListed || statusOf(*vniDir(), name))) handleVniFdbStatus(name);
   } else {
     Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmIs(vni, vniFdbStatus);
     child->vniStatusFromEvpnIs(vniStatusDirFromEvpn()->vniStatusV2(vni));
