@@ -13,6 +13,8 @@ namespace {
 
 /// Longer requests are none.
 constexpr std::size_t requestLimit = 4096;
+/// More clients wait, so that idle ones cannot take every descriptor.
+constexpr std::size_t clientLimit = 64;
 
 sockaddr_un address(std::string const& path) {
   sockaddr_un result{};
@@ -60,7 +62,7 @@ ControlServer::ControlServer(Loop& loop, std::string path, Answer answer)
   int const bound = bind(listening_.get(), generic(place), sizeof place);
   umask(mask);
   if (bound != 0 || listen(listening_.get(), 8) != 0) throwErrno("control socket " + path_);
-  loop_.watchInput(listening_.get(), [this] { accept(); });
+  watchForClients();
 }
 
 ControlServer::~ControlServer() {
@@ -69,12 +71,17 @@ ControlServer::~ControlServer() {
   unlink(path_.c_str());
 }
 
+void ControlServer::watchForClients() {
+  loop_.watchInput(listening_.get(), [this] { accept(); });
+}
+
 void ControlServer::accept() {
   Fd fd(accept4(listening_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-  if (!fd) return;  // gone again, or no descriptor left: the client sees its connection refused or wait
+  if (!fd) return;  // gone again
   int const number = fd.get();
   clients_[number].fd = std::move(fd);
   loop_.watchInput(number, [this, number] { serve(number); });
+  if (clients_.size() == clientLimit) loop_.unwatch(listening_.get());
 }
 
 void ControlServer::serve(int fd) {
@@ -114,6 +121,7 @@ void ControlServer::write(int fd) {
 
 void ControlServer::drop(int fd) {
   loop_.unwatch(fd);
+  if (clients_.size() == clientLimit) watchForClients();
   clients_.erase(fd);
 }
 

@@ -27,7 +27,8 @@
 
 namespace Agent {
 
-/// Answers requests, from the loop. A client that does not read its answer holds up nothing but itself.
+/// Answers requests, from the loop. A client that does not read its answer holds up nothing but itself, and
+/// whoever comes when there are 64 of them.
 class ControlServer {
  public:
   /// Answers the request, of which it is given the first word and the rest behind the blank. What it raises
@@ -48,6 +49,7 @@ class ControlServer {
     std::size_t written = 0;
   };
 
+  void watchForClients();
   void accept();
   void serve(int fd);
   void write(int fd);

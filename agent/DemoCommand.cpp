@@ -262,6 +262,8 @@ int runDemo(DemoOptions const& options) {
     return exitFailed;
   } catch (OutputClosed const&) {
     return exitFailed;  // nobody is there to be told
+  } catch (UsageError const&) {
+    throw;
   } catch (std::exception const&) {
     root.keep();  // the text names a log in it
     throw;

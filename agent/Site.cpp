@@ -11,13 +11,17 @@
 
 namespace Agent {
 
-Site Site::made(std::string dir) {
+Site::Site(std::string dir) : dir_(std::move(dir)) {
   // A socket's address ends with a zero byte.
   constexpr std::size_t socketLimit = sizeof(sockaddr_un::sun_path) - 1;
-  if (std::size_t const size = Site(dir).controlSocket().size(); size > socketLimit) {
-    throw UsageError(dir + ": longer than the " + std::to_string(dir.size() - (size - socketLimit)) +
+  if (std::size_t const size = controlSocket().size(); size > socketLimit) {
+    throw UsageError(dir_ + ": longer than the " + std::to_string(dir_.size() - (size - socketLimit)) +
                      " bytes that the address of a control socket leaves to a site's directory");
   }
+}
+
+Site Site::made(std::string dir) {
+  Site site(dir);
   auto const fail = [&dir](int error, char const* what) {
     throw std::system_error(error, std::generic_category(), what + dir);
   };
@@ -32,7 +36,7 @@ Site Site::made(std::string dir) {
   if (!S_ISDIR(status.st_mode)) fail(ENOTDIR, "");
   // Whoever owns it could put other files in the place of root's.
   if (geteuid() == 0 && status.st_uid != 0) fail(EPERM, "root does not work in another user's directory, ");
-  return Site(std::move(dir));
+  return site;
 }
 
 }  // namespace Agent

@@ -26,7 +26,8 @@ class Site {
   static constexpr std::string_view floodTable = "flood";
   static constexpr std::string_view brIdTable = "brId";
 
-  explicit Site(std::string dir = std::string(defaultDir)) : dir_(std::move(dir)) {}
+  /// Raises UsageError where the path is too long for the control socket.
+  explicit Site(std::string dir = std::string(defaultDir));
 
   std::string const& dir() const { return dir_; }
   std::string exported() const { return dir_ + "/exported"; }
@@ -34,8 +35,7 @@ class Site {
   std::string controlSocket() const { return dir_ + "/control"; }
 
   /// The site, after making its directory, not its folders. Raises std::system_error naming the directory,
-  /// also where it is no directory, or where we are root and it is another user's; UsageError where its path
-  /// is too long for the control socket.
+  /// also where it is no directory, or where we are root and it is another user's; UsageError as above.
   static Site made(std::string dir);
 
  private:

@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -184,8 +186,11 @@ TEST(AgentTest, LeavesNothingWhereItCannotBegin) {
     auto const noFeed = TestSupport::run({side, "--dir", site.dir, "--feed", root + "/feed"});
     EXPECT_EQ(noFeed.status, 1);
     EXPECT_THAT(noFeed.err, HasSubstr("feed " + root + "/feed: No such file"));
-    auto const tooLong =
-        TestSupport::run({side, "--dir", root + '/' + std::string(99 - root.size(), 'x'), "--feed", "-"});
+  }
+  using Words = std::vector<std::string>;
+  for (Words command : {Words{"agent", "--feed", "-"}, {"evpn", "--feed", "-"}, {"demo"}}) {
+    command.insert(command.end(), {"--dir", root + '/' + std::string(99 - root.size(), 'x')});
+    auto const tooLong = TestSupport::run(command);
     EXPECT_EQ(tooLong.status, 2);
     EXPECT_THAT(tooLong.err, HasSubstr("longer than the 99 bytes"));
   }
@@ -211,6 +216,23 @@ nonsense
     EXPECT_EQ(agent.err.find("standard input:6: t goes back in time") != std::string::npos, !strict);
     EXPECT_EQ(site.view.exported().hosts.size(), strict ? 1U : 2U) << "earlier events stay in force";
   }
+}
+
+TEST(AgentTest, AnswersOnceClientsThatAskNothingHaveGone) {
+  AgentSite site;
+  Program const agent({"agent", "--dir", site.dir, "--feed", "-"});
+  ASSERT_TRUE(site.isHosted());
+  sockaddr_un place{AF_UNIX, {}};
+  Agent::Site(site.dir).controlSocket().copy(place.sun_path, sizeof place.sun_path - 1);
+  {
+    std::vector<Agent::Fd> idle;  // More than it serves at a time.
+    for (unsigned i = 0; i < 70; ++i) {
+      idle.emplace_back(::socket(AF_UNIX, SOCK_STREAM, 0));
+      void const* const address = &place;
+      ASSERT_EQ(connect(idle.back().get(), static_cast<sockaddr const*>(address), sizeof place), 0);
+    }
+  }
+  EXPECT_FALSE(site.ask("state").empty());
 }
 
 TEST(AgentTest, SwitchesTracesWhileItRuns) {
