@@ -44,7 +44,7 @@ namespace Brine {
 inline constexpr uint64_t pageBytes = 4096;
 inline constexpr uint64_t lineBytes = 64;
 inline constexpr uint64_t magicNumber = 0x31304E4952420A1AU;  // Unlike any text, and tells the byte order.
-inline constexpr uint32_t layoutVersion = 7;
+inline constexpr uint32_t layoutVersion = 8;
 inline constexpr uint32_t noRow = 0xFFFFFFFFU;
 inline constexpr uint32_t maxRows = 0x80000000U;
 inline constexpr unsigned maxExtents = 32;
@@ -73,7 +73,7 @@ inline constexpr uint64_t ringRemoval = uint64_t{1} << 32;
 struct Header {
   // Line 0 and 1: identity. Constant from creation on, covered by `identityCheck`.
   uint64_t magic;
-  uint64_t fingerprint;  ///< Of layout version, row type, key and row widths, and the key's hash function.
+  uint64_t fingerprint;  ///< Of layout version, row type, key and row widths, the key's hash and column.
   uint64_t seed;         ///< Of every check in this file; random.
   uint64_t generation;   ///< Differs from that of every other file that bore this name.
   uint64_t firstSequence;
