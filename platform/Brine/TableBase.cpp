@@ -261,10 +261,9 @@ void TableBase::setStatus(MountStatus status, std::string detail) {
 
 void TableBase::endTurn() {
   if (!isWritable()) return;
-  std::string const damage = writer_->takeDamage();
-  bool const hasEnded = writer_->endTurn();
-  if (!damage.empty()) reportCorruption(damage);
-  if (hasEnded && writer_) reportQuiesced(true);
+  // First: what the hook writes is of this turn.
+  if (std::string const damage = writer_->takeDamage(); !damage.empty()) reportCorruption(damage);
+  if (isWritable() && writer_->endTurn()) reportQuiesced(true);
 }
 
 void TableBase::recover() {

@@ -34,12 +34,17 @@ TEST_F(DamageTest, GrowthNamesTheDamageThatItComesUpon) {
           [this](std::string const& six) { editRow(folder_, 5, [&](std::string& five) { five = six; }); });
   editRow(folder_, 7, [](std::string& row) { row[0] = static_cast<char>(row[0] ^ 2); });
   std::string named;
-  writer_.onCorruption = [&](std::string const& message) { named += message; };
+  writer_.onCorruption = [&](std::string const& message) {
+    named += message;
+    write(20);
+  };
   EXPECT_THROW(writer_.find({5, 1}), Brine::RowDamage);
   fill(16, 20);
   EXPECT_EQ(named, "row 5 is damaged, 2 in all");
   EXPECT_FALSE(writer_.find({5, 1}));
-  EXPECT_EQ(rowsOf(writer_).size(), 18U);
+  EXPECT_EQ(rowsOf(writer_).size(), 19U);
+  copy_.expectsDamage = true;
+  expectFollowed();
 }
 
 TEST_F(DamageTest, ACheckBesideABusyWriterEndsAndFindsNothing) {
