@@ -130,10 +130,16 @@ class Checker {
       if (tag == 0) continue;
       uint32_t const id = Index::idOfLane(words, lane);
       if (id >= segment_.capacity() || (loadAcquire(segment_.slot(id)) & versionLive) == 0 ||
-          Index::tagOf(segment_.slot(id) + 2, layout_.keyWords()) != tag) {
+          tagOfRow(id) != tag) {
         reportUntidy("index entry", name + ", lane " + std::to_string(lane));
       }
     }
+  }
+
+  uint16_t tagOfRow(uint32_t id) const {
+    uint64_t key[maxKeyWords];
+    for (unsigned i = 0; i < layout_.keyWords(); ++i) key[i] = loadAcquire(segment_.slot(id) + 2 + i);
+    return Index::tagOf(key, layout_.keyWords());
   }
 
   Segment const& segment_;

@@ -81,6 +81,7 @@ class ConcurrencyTest : public testing::Test {
         if (row->key.group == 1) ++seen[row->key.number];
       }
       EXPECT_EQ(seen, std::vector<int>(lasting, 1));
+      expectSound(copy.table);
       copy.table.deliver();
     }
     await(8);
