@@ -136,12 +136,16 @@ TEST_F(Transmit, WhoeverHearsOfAnOutputMayRemoveTheVni) {
     change();
     EXPECT_EQ(tables(), "| | ");
     EXPECT_EQ(root->vniFdbStatusSm().members(), 0u);
+    return counts();
   };
-  removing(*hostTable, [&] { status->macVtepTableIs(entry(1, 11)); });
+  auto const learn = [&] { status->macVtepTableIs(entry(1, 11)); };
+  auto const flood = [&] { status->macVtepFloodListTableIs(looseList()); };
+  removing(*hostTable, learn);
   removing(*floodTable, [&] { listOf(status, {{12, true}}); });
-  removing(*brIds, [&] { status->macVtepTableIs(entry(1, 11)); });
-  for (auto const* output : std::initializer_list<Orb::Notifier const*>{floodTable.get(), brIds.get()})
-    removing(*output, [&] { status->macVtepFloodListTableIs(looseList()); });
+  removing(*floodTable, flood);
+  // Before anything else: not even for a moment are there rows of a VNI that has gone.
+  EXPECT_EQ(removing(*brIds, learn), Counts());
+  EXPECT_EQ(removing(*brIds, flood), Counts());
 }
 
 // What goes or comes back in the midst of its handling.
