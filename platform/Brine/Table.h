@@ -201,8 +201,9 @@ class Table : public TableBase {
 };
 
 /// Walks over rows in the order of their ids: every row that is present from the walk's beginning to its end
-/// once, one that comes or goes meanwhile once or not at all. Rows may be written and removed during the
-/// walk, the current one too. Ends when the table is unmounted or its file replaced.
+/// once, one that comes or goes meanwhile once or not at all; a key whose row goes and comes back may be met
+/// in both places. Rows may be written and removed during the walk, the current one too. Ends when the table
+/// is unmounted or its file replaced.
 template <TableRow Row>
 class [[nodiscard]] Cursor {
  public:
