@@ -18,9 +18,9 @@ std::string damageOf(std::vector<uint32_t> const& rows) {
 /// Enters a row that lives into an index that is being made. False where it must not live: of two rows of one
 /// key, which an index that was damaged meanwhile lets come about, the later one stays.
 bool Writer::enter(Index& index, uint32_t id, SurveyedRow const& row, Scan& found) {
-  uint64_t const* const key = segment_.slot(id) + 2;
   uint32_t twin = noRow;
   bool const isAlone = index.insertNew(row.hash, row.tag, id, [&](uint32_t other) {
+    uint64_t const* const key = segment_.slot(id) + 2;
     bool const same = std::equal(key, key + segment_.shape().keyWords, segment_.slot(other) + 2);
     if (same) twin = other;
     return same;
@@ -59,6 +59,7 @@ Writer::Scan Writer::scan(Index index, uint32_t end) {
       if (row.state == RowState::live) index.prefetchForWriting(row.hash);
     }
   };
+  uint64_t lastVersion = 0;
   survey(batches[0], 0);
   for (unsigned turn = 0; batches[turn].first < end; turn = 1 - turn) {
     Batch const& batch = batches[turn];
@@ -70,14 +71,18 @@ Writer::Scan Writer::scan(Index index, uint32_t end) {
       ColumnWord const word = isLive ? row.column : noColumn;
       if (column.word(id) != word) found.columns.push_back({id, word});
       if (row.version != 0) found.end = id + 1;
-      if (isLive || row.state == RowState::dead) {
-        found.lastSequence = std::max(found.lastSequence, sequenceOf(row.version));
-        isLive ? void(++found.rows) : found.free.push_back(id);
+      if (isLive) {
+        ++found.rows;
+      } else if (row.state == RowState::dead) {
+        found.free.push_back(id);
       } else {
         found.damaged.push_back(id);
+        continue;
       }
+      lastVersion = std::max(lastVersion, row.version);
     }
   }
+  found.lastSequence = sequenceOf(lastVersion);
   return found;
 }
 
