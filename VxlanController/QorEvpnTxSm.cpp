@@ -125,6 +125,11 @@ void QorEvpnTxSm::cleanupStaleBrIdEntries() {
     if (!vniDir()->entityPtr(Orb::Name(vni.stringValue(false)))) staleVnis.insert(Vxlan::Vni(vni.value()));
   }
   cleanupStaleVniEntries(this, staleVnis);
+  // A VNI that an observer of the rows added meanwhile may have lost its own with them: it is served anew.
+  for (Vxlan::Vni const& vni : staleVnis) {
+    Orb::Name const name(Orb::toText(vni));
+    if (statusOf(*vniDir(), name) && vniFdbStatusSmDel(vni)) handleVniFdbStatus(name);
+  }
   TRACE(txTrace, 4, "QorEvpnTxSm()::cleanupStaleBrIdEntries() return");
 }
 
