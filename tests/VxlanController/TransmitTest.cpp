@@ -128,9 +128,12 @@ TEST_F(Transmit, OutputsAreEmptiedInOrderAndTheChildIsOutBeforeItsCleanup) {
 }
 
 TEST_F(Transmit, WhoeverHearsOfAnOutputMayRemoveTheVni) {
-  auto const removing = [&](Orb::Notifier const& output, std::function<void()> const& change) {
+  auto const removing = [&](
+                            Orb::Notifier const& output, std::function<void()> const& change,
+                            std::function<void()> const& before = [] {}) {
     serve();
     machine = nullptr;
+    before();
     auto const watcher =
         makePtr<TestSupport::Watcher>(output, [&](auto, auto) { dir->entryDel(Orb::Name("10")); });
     change();
@@ -146,6 +149,15 @@ TEST_F(Transmit, WhoeverHearsOfAnOutputMayRemoveTheVni) {
   // Before anything else: not even for a moment are there rows of a VNI that has gone.
   EXPECT_EQ(removing(*brIds, learn), Counts());
   EXPECT_EQ(removing(*brIds, flood), Counts());
+  // In the pass over a status from EVPN that the root was deaf to when it came.
+  removing(
+      *hostTable, [&] { root->handleVniFdbStatus(Orb::Name("10")); },
+      [&] {
+        status->macVtepTableIs(entry(1, 11)), status->macVtepTableIs(entry(2, 11));
+        root->hasNotificationActiveIs(false);
+        evpn->vniStatusV2Is(Vni(10))->macVtepTableIs(entry(1, 11));
+        root->hasNotificationActiveIs(true);
+      });
 }
 
 TEST_F(Transmit, ARowWhoseListComesInTheMidstOfTheSweepIsNotStale) {
