@@ -77,7 +77,7 @@ void ControlServer::watchForClients() {
 
 void ControlServer::accept() {
   Fd fd(accept4(listening_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-  if (!fd) return;  // gone again
+  if (!fd) return;  // gone again, or no descriptor left: the loop comes back at once
   int const number = fd.get();
   clients_[number].fd = std::move(fd);
   loop_.watchInput(number, [this, number] { serve(number); });

@@ -263,7 +263,7 @@ int runDemo(DemoOptions const& options) {
   } catch (OutputClosed const&) {
     return exitFailed;  // nobody is there to be told
   } catch (UsageError const&) {
-    throw;
+    throw;  // nothing was begun
   } catch (std::exception const&) {
     root.keep();  // the text names a log in it
     throw;

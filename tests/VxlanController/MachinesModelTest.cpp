@@ -309,8 +309,10 @@ struct World : Site {
   }
 
   std::mt19937 random;
-  Ptr<VniFdbStatusV2> statuses[2];
-  Ptr<MacVtepFloodListV2> lists[2];
+  Ptr<VniFdbStatusV2> const statuses[2] = {makePtr<VniFdbStatusV2>("5", Vni(5)),
+                                           makePtr<VniFdbStatusV2>("7", Vni(7))};
+  Ptr<MacVtepFloodListV2> const lists[2] = {makePtr<MacVtepFloodListV2>(bum),
+                                            makePtr<MacVtepFloodListV2>(bum)};
   Tables evpns{Brine::Mode::writer}, received{Brine::Mode::keyshadow, evpns.folder};
   Ptr<QorEvpnRxSm> rx;
   Model model{dir, evpn, false, {}, {}, {}, {}};
@@ -364,10 +366,6 @@ TEST(MachinesModel, ChangesInTheMidstOfADeliveryLeaveTheTablesAsIfNoneHadBeen) {
   for (uint32_t seed = 1; seed <= TestSupport::scaled(100); ++seed) {
     World world(seed);
     world.make();
-    for (uint32_t i = 0; i < 2; ++i) {
-      world.statuses[i] = makePtr<VniFdbStatusV2>(i ? "7" : "5", Vni(i ? 7 : 5));
-      world.lists[i] = makePtr<MacVtepFloodListV2>(bum);
-    }
     bool mayTurn = false;
     auto const heard = [&](auto, auto) {
       if (world.below(2) && std::exchange(mayTurn, false)) world.turn();

@@ -128,12 +128,11 @@ TEST_F(Transmit, OutputsAreEmptiedInOrderAndTheChildIsOutBeforeItsCleanup) {
 }
 
 TEST_F(Transmit, WhoeverHearsOfAnOutputMayRemoveTheVni) {
-  auto const removing = [&](
-                            Orb::Notifier const& output, std::function<void()> const& change,
-                            std::function<void()> const& before = [] {}) {
+  auto const removing = [&](Orb::Notifier const& output, std::function<void()> const& change,
+                            std::function<void()> const& before = nullptr) {
     serve();
     machine = nullptr;
-    before();
+    if (before) before();
     auto const watcher =
         makePtr<TestSupport::Watcher>(output, [&](auto, auto) { dir->entryDel(Orb::Name("10")); });
     change();
