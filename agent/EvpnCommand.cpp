@@ -53,18 +53,30 @@ int runFeed(EvpnOptions const& options) {
   return status;
 }
 
+/// Of directories that may have to be made still.
+bool isSame(std::filesystem::path const& left, std::filesystem::path const& right) {
+  std::error_code error;
+  if (std::filesystem::equivalent(left, right, error)) return true;
+  // With a slash at the end, whether they are given with one or not.
+  auto const place = [&error](std::filesystem::path const& dir) {
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(dir) / "", error);
+  };
+  return !place(left).empty() && place(left) == place(right);
+}
+
 int runExchange(EvpnOptions const& options) {
   auto const log = loggerOf(options);
   Loop loop;
   loop.stopOnSignals();
-  std::vector<Site> sites{Site::made(options.dir)};
-  for (std::string const& peer : options.peers) sites.push_back(Site::made(peer));
+  std::vector<Site> sites{Site(options.dir)};
+  for (std::string const& peer : options.peers) sites.emplace_back(peer);
   for (auto site = sites.begin(); site != sites.end(); ++site) {
-    bool const isTwice = std::any_of(sites.begin(), site, [&](Site const& other) {
-      return std::filesystem::equivalent(other.dir(), site->dir());
-    });
+    bool const isTwice =
+        std::any_of(sites.begin(), site, [&](Site const& other) { return isSame(other.dir(), site->dir()); });
     if (isTwice) throw UsageError("--peer " + site->dir() + ": this site takes part already");
   }
+  // Now only: a command that is refused leaves nothing behind.
+  for (Site const& site : sites) Site::made(site.dir());
   Exchange exchange(loop, sites, options.repair, log);
   loop.turnEndIs([&] { exchange.endTurn(); });
   exchange.endTurn();

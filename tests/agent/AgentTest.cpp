@@ -194,6 +194,7 @@ TEST(AgentTest, LeavesNothingWhereItCannotBegin) {
     EXPECT_EQ(tooLong.status, 2);
     EXPECT_THAT(tooLong.err, HasSubstr("longer than the 99 bytes"));
   }
+  EXPECT_EQ(TestSupport::run({"evpn", "--dir", site.dir, "--peer", root + "/./site/"}).status, 2);
   EXPECT_TRUE(std::filesystem::is_empty(root));
 }
 
