@@ -7,6 +7,8 @@
 
 #include <cstring>
 
+#include "agent/Json.h"
+
 namespace Agent {
 
 namespace {
@@ -55,7 +57,11 @@ Fd connectedTo(Site const& site) {
 }  // namespace
 
 ControlServer::ControlServer(Loop& loop, std::string path, Answer answer)
-    : loop_(loop), path_(std::move(path)), answer_(std::move(answer)), listening_(newSocket(SOCK_NONBLOCK)) {
+    : loop_(loop),
+      path_(std::move(path)),
+      answer_(std::move(answer)),
+      listening_(newSocket(SOCK_NONBLOCK)),
+      later_(loop, [this] { watchForClients(); }) {
   sockaddr_un const place = address(path_);
   unlink(path_.c_str());
   mode_t const mask = umask(0177);
@@ -77,7 +83,12 @@ void ControlServer::watchForClients() {
 
 void ControlServer::accept() {
   Fd fd(accept4(listening_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-  if (!fd) return;  // gone again, or no descriptor left: the loop comes back at once
+  if (!fd) {
+    // Gone again, or no descriptor is left for it: asked at once, the loop would never wait.
+    loop_.unwatch(listening_.get());
+    later_.start(std::chrono::milliseconds(100));
+    return;
+  }
   int const number = fd.get();
   clients_[number].fd = std::move(fd);
   loop_.watchInput(number, [this, number] { serve(number); });
@@ -105,7 +116,7 @@ void ControlServer::serve(int fd) {
   } catch (std::exception const& error) {
     document = {{"error", error.what()}};
   }
-  client.answer = document.dump() + '\n';
+  client.answer = toLine(document) + '\n';
   loop_.watch(
       fd, [this, fd] { write(fd); }, EPOLLOUT);
 }

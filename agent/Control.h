@@ -60,6 +60,7 @@ class ControlServer {
   Answer answer_;
   Fd listening_;
   std::map<int, Client> clients_;
+  Timer later_;  ///< Runs while clients are not looked for, since one could not be taken on.
 };
 
 /// Asks the agent of that site and returns its answer. Raises std::runtime_error that says so where no agent

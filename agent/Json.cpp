@@ -34,4 +34,8 @@ nlohmann::ordered_json toJson(VxlanController::VniStatusDirV2 const& status, std
   return result;
 }
 
+std::string toLine(nlohmann::ordered_json const& document) {
+  return document.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
 }  // namespace Agent

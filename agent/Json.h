@@ -2,6 +2,7 @@
 #pragma once
 
 #include <nlohmann/json.hpp>
+#include <string>
 #include <string_view>
 
 #include "VxlanController/VniStatusV2.h"
@@ -13,5 +14,8 @@ namespace Agent {
 ///
 ///   {"5000": {"floods": ["10.99.0.2"], "hosts": [{"mac": .., "preference": 16, "seq": 0, "vtep": ..}]}}
 nlohmann::ordered_json toJson(VxlanController::VniStatusDirV2 const& status, std::string_view vni = {});
+
+/// The document in one line. Bytes in it that are not UTF-8, as a file's name may have, become U+FFFD.
+std::string toLine(nlohmann::ordered_json const& document);
 
 }  // namespace Agent

@@ -12,6 +12,7 @@
 
 #include "agent/Commands.h"
 #include "agent/Fd.h"
+#include "agent/Json.h"
 #include "agent/Mount.h"
 
 namespace Agent {
@@ -155,7 +156,7 @@ class Watcher {
 
   void marker(std::string_view event, std::string_view reason) {
     if (options_.json) {
-      out_.write(nlohmann::ordered_json{{"time", time_}, {"event", event}, {"reason", reason}}.dump(), "\n");
+      out_.write(toLine({{"time", time_}, {"event", event}, {"reason", reason}}), "\n");
     } else {
       out_.write(colours_.faint, time_, "  -- ", event, ": ", reason, colours_.reset, "\n");
     }

@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -219,21 +220,41 @@ nonsense
   }
 }
 
-TEST(AgentTest, AnswersOnceClientsThatAskNothingHaveGone) {
+TEST(AgentTest, AnswersOnceThereIsRoomForClientsAgain) {
   AgentSite site;
   Program const agent({"agent", "--dir", site.dir, "--feed", "-"});
   ASSERT_TRUE(site.isHosted());
-  sockaddr_un place{AF_UNIX, {}};
-  Agent::Site(site.dir).controlSocket().copy(place.sun_path, sizeof place.sun_path - 1);
+  auto const connected = [&site] {
+    sockaddr_un place{AF_UNIX, {}};
+    Agent::Site(site.dir).controlSocket().copy(place.sun_path, sizeof place.sun_path - 1);
+    void const* const address = &place;
+    Agent::Fd fd(::socket(AF_UNIX, SOCK_STREAM, 0));
+    EXPECT_EQ(connect(fd.get(), static_cast<sockaddr const*>(address), sizeof place), 0);
+    return fd;
+  };
   {
     std::vector<Agent::Fd> idle;  // More than it serves at a time.
-    for (unsigned i = 0; i < 70; ++i) {
-      idle.emplace_back(::socket(AF_UNIX, SOCK_STREAM, 0));
-      void const* const address = &place;
-      ASSERT_EQ(connect(idle.back().get(), static_cast<sockaddr const*>(address), sizeof place), 0);
-    }
+    for (unsigned i = 0; i < 70; ++i) idle.push_back(connected());
   }
-  EXPECT_FALSE(site.ask("state").empty());
+  auto const state = site.ask("state");
+  // Nor are descriptors always there; without one it asks again, but waits in between.
+  pid_t const pid = state["pid"];
+  auto const waits = [pid] {
+    std::string word;
+    std::ifstream file("/proc/" + std::to_string(pid) + "/status");
+    while (word != "voluntary_ctxt_switches:" && file >> word) {
+    }
+    return file >> word, std::stoul(word);
+  };
+  rlimit few{3, 0}, before{};
+  ASSERT_EQ(prlimit(pid, RLIMIT_NOFILE, nullptr, &before), 0);
+  few.rlim_max = before.rlim_max;
+  ASSERT_EQ(prlimit(pid, RLIMIT_NOFILE, &few, nullptr), 0);
+  Agent::Fd const client = connected();
+  EXPECT_TRUE(becomes([&, first = waits()] { return waits() > first + 3; }));
+  ASSERT_EQ(prlimit(pid, RLIMIT_NOFILE, &before, nullptr), 0);
+  EXPECT_THROW(site.ask("\xFF"), std::runtime_error);
+  EXPECT_EQ(site.ask("state")["pid"], pid);
 }
 
 TEST(AgentTest, SwitchesTracesWhileItRuns) {
