@@ -59,12 +59,17 @@ MountStatus TableBase::mountImage(std::span<std::byte const> image, Mode mode) {
   options_.mode = mode == Mode::writer ? Mode::reader : mode;
   ++mountSerial_;
   try {
-    segment_ = std::make_unique<Segment>(shape_, image);
+    auto segment = std::make_unique<Segment>(shape_, image);
+    // First: it may run out of memory.
+    attach(*segment);
+    segment_ = std::move(segment);
   } catch (MountFailure const& failure) {
     setStatus(failure.status(), failure.what());
     return status_;
+  } catch (std::bad_alloc const&) {
+    setStatus(MountStatus::noResources, "out of memory");
+    return status_;
   }
-  attach(*segment_);
   compareAll_ = true;
   setStatus(MountStatus::mounted, {});
   return status_;

@@ -309,6 +309,26 @@ TEST_F(DeliveryTest, WhatAWalkWithinAnAnnouncementShowedIsLookedUpAfterwards) {
   EXPECT_EQ(told, 1U) << "the walk has shown the second change";
 }
 
+TEST_F(DeliveryTest, AnImageThatFindsNoMemoryCanBeMountedLater) {
+  if (TestSupport::isSanitized) GTEST_SKIP() << "the sanitizer's memory does not run out";
+  start(3);
+  writer_.unmount();
+  editFile(folder_, 0, 8, [](std::string& magic) { magic[0] ^= 1; });
+  mount(true);
+  editFile(folder_, 0, testLayout.fileBytes(0), [this](std::string const& image) {
+    copy_.table.unmount();
+    memoryIsOut = true;  // For the keys of the former file, which stay shown.
+    EXPECT_EQ(copy_.table.mountImage(std::as_bytes(std::span(image)), Mode::keyshadow),
+              MountStatus::noResources);
+    memoryIsOut = false;
+    EXPECT_FALSE(copy_.table.isReadable());
+    EXPECT_EQ(copy_.table.mountImage(std::as_bytes(std::span(image)), Mode::keyshadow), MountStatus::mounted);
+    copy_.deliver();
+    expectCopied(writer_);
+    copy_.table.unmount();
+  });
+}
+
 TEST(Shadow, ForgetsNoKeyWhereMemoryRunsOut) {
   if (TestSupport::isSanitized) GTEST_SKIP() << "the sanitizer's memory does not run out";
   Brine::Shadow<TestRow> shadow;
