@@ -9,8 +9,11 @@
 namespace Brine {
 namespace {
 
-std::string damageOf(std::vector<uint32_t> const& rows) {
-  return "row " + std::to_string(rows.front()) + " is damaged, " + std::to_string(rows.size()) + " in all";
+constexpr char const* olderOne = "an older one of its key";
+
+std::string damageOf(std::vector<uint32_t> const& rows, char const* what = "damaged") {
+  return "row " + std::to_string(rows.front()) + " is " + what + ", " + std::to_string(rows.size()) +
+         " in all";
 }
 
 }  // namespace
@@ -32,7 +35,6 @@ bool Writer::enter(Index& index, uint32_t id, SurveyedRow const& row, Scan& foun
   }
   index.erase(row.hash, row.tag, twin);
   found.twins.push_back(twin);
-  found.damaged.push_back(twin);
   found.columns.push_back({twin, noColumn});
   --found.rows;
   return index.insert(row.hash, row.tag, id);
@@ -76,7 +78,7 @@ Writer::Scan Writer::scan(Index index, uint32_t end) {
       } else if (row.state == RowState::dead) {
         found.free.push_back(id);
       } else {
-        found.damaged.push_back(id);
+        if (row.state == RowState::damaged) found.damaged.push_back(id);
         continue;
       }
       lastVersion = std::max(lastVersion, row.version);
@@ -126,6 +128,10 @@ void Writer::recover(bool repair) {
   if (!found.damaged.empty() && !repair) {
     throw MountFailure(MountStatus::corrupt, damageOf(found.damaged));
   }
+  if (!found.twins.empty() && !repair) {
+    throw MountFailure(MountStatus::corrupt, damageOf(found.twins, olderOne));
+  }
+  found.damaged.insert(found.damaged.end(), found.twins.begin(), found.twins.end());
   // Here, since nothing may fail once rows are changed.
   found.free.reserve(found.free.size() + found.damaged.size());
   sign();
@@ -209,6 +215,7 @@ void Writer::grow() {
     --rows_;
   }
   free_ = std::move(found.twins);
+  if (!free_.empty()) damage_ += (damage_.empty() ? "" : "; ") + damageOf(free_, olderOne);
 }
 
 void Writer::publish() {

@@ -67,7 +67,8 @@ class Writer {
   uint64_t sequence() const { return sequence_; }
   uint64_t wakes() const { return wakes_; }
   /// The damage that growth came upon since the last call, in words; empty if none. Damaged rows stay where
-  /// they are until a recovery drops them, but look-ups take them for absent.
+  /// they are until a recovery drops them, but look-ups take them for absent. Older ones of rows of one key
+  /// have been removed.
   std::string takeDamage() { return std::exchange(damage_, {}); }
 
  private:
@@ -77,7 +78,7 @@ class Writer {
   };
   /// What a pass over all rows found.
   struct Scan {
-    std::vector<uint32_t> damaged;   ///< And the twins.
+    std::vector<uint32_t> damaged;
     std::vector<uint32_t> twins;     ///< Rows of a key that a later one is of too.
     std::vector<uint32_t> free;      ///< Slots without a row.
     std::vector<ColumnFix> columns;  ///< Where the column is wrong, and what is right.

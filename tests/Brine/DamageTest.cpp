@@ -105,6 +105,7 @@ TEST_F(DamageTest, OfTwoRowsOfOneKeyTheLaterOneStays) {
   auto last = writeTwin();
   writer_.unmount();
   EXPECT_EQ(writer_.mount(folder_.options(Mode::writer)), MountStatus::corrupt);
+  EXPECT_EQ(writer_.mountDetail(), "row 1 is an older one of its key, 1 in all");
   mount(true);
   EXPECT_EQ(writer_.find({1, 1}), last);
   EXPECT_EQ(rowsOf(writer_).size(), 3U);
@@ -115,8 +116,11 @@ TEST_F(DamageTest, OfTwoRowsOfOneKeyTheLaterOneStays) {
   copy_.remount();
   copy_.deliver();
   EXPECT_EQ(copy_.rows().at({1, 1}), last) << "it has compared both";
+  std::string named;
+  writer_.onCorruption = [&](std::string const& message) { named += message; };
   fill(3, 16);
   EXPECT_EQ(writer_.find({1, 1}), last) << "the table has grown";
+  EXPECT_EQ(named, "row 3 is an older one of its key, 1 in all");
   expectFollowed();
   expectSound(writer_);
 }
