@@ -1,5 +1,7 @@
 #include "VxlanController/MacVtepFloodListSm.h"
 
+#include <vector>
+
 #include "Orb/Type.h"
 #include "VxlanController/QorEvpnTxSm.h"
 #include "VxlanController/QorEvpnTxTrace.h"
@@ -58,8 +60,10 @@ void MacVtepFloodListSm::cleanup() {
   if (!initialized()) return;
   TRACE(txTrace, 3, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(), ")::cleanup()");
   if (FloodListPtr const list = macVtepFloodList()) {
-    for (auto const& entry : list->vtepIpFloodList()) {
-      Wirix::IpAddr const ipAddr = entry.key;
+    // Taken down first: an observer of the rows may take an address off the list before its turn.
+    std::vector<Wirix::IpAddr> ipAddrs;
+    for (auto const& entry : list->vtepIpFloodList()) ipAddrs.push_back(entry.key);
+    for (Wirix::IpAddr const& ipAddr : ipAddrs) {
       TRACE(txTrace, 8, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(),
             ")::cleanup() Deleting flood list entry (ip: ", ipAddr, ")");
       vniFdbStatusSm_->qorEvpnTxSm()->floodTableOut()->floodEntryDel(

@@ -4,7 +4,6 @@
 #include <set>
 
 #include "Orb/Type.h"
-#include "VxlanController/QorEvpnTxSweep.h"
 #include "VxlanController/QorEvpnTxTrace.h"
 
 namespace QorEvpn {
@@ -64,10 +63,12 @@ void QorEvpnTxSm::handleVniFdbStatus(Orb::Name const& name) {
   Vxlan::Vni const vni = vniOfName(name);
   if (!vniFdbStatus) {
     cleanupStaleVniEntries(this, {vni});
-    if (Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmDel(vni)) child->cleanup();
-    // Until now the child heard of changes: an observer may have had it export again, or its status put back.
-    bool const isListed = qorBrIdList()->brIdList().contains(Bridging::BridgeId::ofVni(vni));
-    if (!vniFdbStatusSm(vni) && (isListed || statusOf(*vniDir(), name))) handleVniFdbStatus(name);
+    if (Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmDel(vni)) {
+      child->cleanup();
+      // Until now it heard of changes: an observer may have had it export again, or its status put back.
+      bool const isListed = qorBrIdList()->brIdList().contains(Bridging::BridgeId::ofVni(vni));
+      if (!vniFdbStatusSm(vni) && (isListed || statusOf(*vniDir(), name))) handleVniFdbStatus(name);
+    }
   } else {
     Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmIs(vni, vniFdbStatus);
     child->vniStatusFromEvpnIs(vniStatusDirFromEvpn()->vniStatusV2(vni));

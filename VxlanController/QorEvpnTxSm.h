@@ -19,6 +19,8 @@
 /// three.
 #pragma once
 
+#include <set>
+
 #include "Orb/Dir.h"
 #include "QorEvpn/QorBrIdList.h"
 #include "VxlanController/QorEvpnBrine.h"
@@ -107,5 +109,11 @@ Orb::Ptr<QorEvpnTxSm> qorEvpnTxSmFactory(QorEvpnTxSm::VniDirPtr const& vniDir,
                                          Orb::Ptr<QorBrIdList> const& qorBrIdList,
                                          Orb::Ptr<HostTable> const& hostTableOut,
                                          Orb::Ptr<FloodTable> const& floodTableOut);
+
+/// The stale-VNI sweep: removes everything of the given VNIs from the root's outputs: first their bridge
+/// identifiers, then host rows, then flood rows. Rows are chosen by VNI alone, whoever wrote them, so rows of
+/// an earlier run go too. Both tables are walked whatever the size of the set; a damaged table ends its own
+/// walk and nothing else. The root's `initialized` is not looked at: that is the callers' part.
+void cleanupStaleVniEntries(Orb::Ptr<QorEvpnTxSm> sm, std::set<Vxlan::Vni> const& staleVnis);
 
 }  // namespace QorEvpn

@@ -1,5 +1,4 @@
-#include "VxlanController/QorEvpnTxSweep.h"
-
+#include "VxlanController/QorEvpnTxSm.h"
 #include "VxlanController/QorEvpnTxTrace.h"
 #include "VxlanController/QorEvpnWalk.h"
 

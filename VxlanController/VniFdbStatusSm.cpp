@@ -157,11 +157,18 @@ void VniFdbStatusSm::handleFloodList(Wirix::EthAddr const& macAddr) {
   }
   // Asked again: an observer of the child's rows may have had its list, or the VNI, removed.
   if (!initialized() || !vniFdbStatus()->macVtepFloodListTable(macAddr)) {
-    if (Orb::Ptr<MacVtepFloodListSm> const child = macVtepFloodListSmDel(macAddr)) child->cleanup();
+    floodListGone(macAddr);
     // Or a list put back, whose rows went with those of the one that was removed.
     if (Orb::Ptr<MacVtepFloodListSm> const child = macVtepFloodListSm(macAddr)) child->handleVtepIp();
   }
   TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::handleFloodList(", macAddr, ") return");
+}
+
+void VniFdbStatusSm::floodListGone(Wirix::EthAddr const& macAddr) {
+  Orb::Ptr<MacVtepFloodListSm> const child = macVtepFloodListSmDel(macAddr);
+  if (!child) return;
+  child->hasNotificationActiveIs(false);  // an observer of the rows may change the list while they go
+  child->cleanup();
 }
 
 void VniFdbStatusSm::updateBrIdList() {
@@ -195,14 +202,23 @@ void VniFdbStatusSm::cleanupStaleFloodListEntries() {
   if (!initialized()) return;
   TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::cleanupStaleFloodListEntries()");
   FloodTable& floods = *qorEvpnTxSm_->floodTableOut();
-  for (auto walk = floods.floodEntryWalk(vni_); FloodEntry const* row = nextRow(floods, walk);) {
-    VniVtepPair const key = row->key();
-    auto const& floodList = vniFdbStatus()->macVtepFloodListTable(allBum);
-    if (floodList && floodList->vtepIpFloodList().contains(key.vtepAddr())) continue;
-    TRACE(txTrace, 8, "VniFdbStatusSm(", vni_,
-          ")::cleanupStaleFloodListEntries() Deleting stale flood list entry (ip: ", key.vtepAddr(), ")");
-    floods.floodEntryDel(key);
-  }
+  auto const current = [this] {
+    FloodListPtr const floodList = vniFdbStatus()->macVtepFloodListTable(allBum);
+    return std::pair(floodList, floodList ? floodList->vtepIpFloodList().size() : 0);
+  };
+  bool changed;
+  do {
+    auto const then = current();
+    for (auto walk = floods.floodEntryWalk(vni_); FloodEntry const* row = nextRow(floods, walk);) {
+      VniVtepPair const key = row->key();
+      auto const& floodList = vniFdbStatus()->macVtepFloodListTable(allBum);
+      if (floodList && floodList->vtepIpFloodList().contains(key.vtepAddr())) continue;
+      TRACE(txTrace, 8, "VniFdbStatusSm(", vni_,
+            ")::cleanupStaleFloodListEntries() Deleting stale flood list entry (ip: ", key.vtepAddr(), ")");
+      floods.floodEntryDel(key);
+    }
+    changed = current() != then;  // by whoever heard of a deletion; the list may have no child yet that would
+  } while (changed && initialized());
   TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::cleanupStaleFloodListEntries() return");
 }
 
@@ -210,8 +226,7 @@ void VniFdbStatusSm::cleanup() {
   if (!initialized()) return;
   TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::cleanup()");
   for (Orb::Ptr<MacVtepFloodListSm> const& child : macVtepFloodListSm_) {
-    if (Orb::Ptr<MacVtepFloodListSm> const removed = macVtepFloodListSmDel(child->macAddr()))
-      removed->cleanup();
+    floodListGone(child->macAddr());
   }
   initializedIs(false);
   TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::cleanup() return");

@@ -21,14 +21,14 @@ enum class BrType : uint8_t { vni = 2 };
 class BrTypeInstance {
  public:
   explicit constexpr BrTypeInstance(uint8_t code) : type_(static_cast<BrType>(code)) {}
-  constexpr BrType type() const { return type_; }
+  constexpr operator BrType() const { return type_; }  // NOLINT(google-explicit-constructor)
 
  private:
   BrType type_;
 };
 
 /// The type of bridges that serve a VNI.
-constexpr BrType brTypeVni() { return BrTypeInstance(2).type(); }
+constexpr BrType brTypeVni() { return BrTypeInstance(2); }
 
 /// A bridge identifier: the bridge type in the top 8 bits and what the type makes of them in the low 24; for
 /// a bridge that serves a VNI, that VNI. Any 32 bits are a valid identifier. Text: decimal, as one number.
@@ -41,7 +41,7 @@ class BridgeId {
   static constexpr BridgeId ofVni(Vxlan::Vni vni) { return BridgeId((vni.value() & 0xFFFFFF) | 0x02000000); }
 
   constexpr uint32_t value() const { return value_; }
-  constexpr BrType brType() const { return BrTypeInstance(static_cast<uint8_t>(value_ >> 24)).type(); }
+  constexpr BrType brType() const { return BrTypeInstance(static_cast<uint8_t>(value_ >> 24)); }
   /// For bridges of type VNI only: asserts that.
   constexpr Vxlan::VniExt vni() const {
     ORB_ASSERT(brType() == brTypeVni());

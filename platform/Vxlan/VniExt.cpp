@@ -17,6 +17,6 @@ std::string VniExt::stringValue(bool isLabelled) const {
   return text;
 }
 
-VniExt parseText(Orb::TextCursor& text, std::type_identity<VniExt>) { return Orb::parse<Vni>(text); }
+VniExt parseText(Orb::TextCursor& text, std::type_identity<VniExt>) { return VniExt(Orb::parse<Vni>(text)); }
 
 }  // namespace Vxlan

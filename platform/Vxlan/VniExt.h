@@ -9,8 +9,8 @@ namespace Vxlan {
 class VniExt {
  public:
   constexpr VniExt() = default;
-  // Both stand for the same number.
-  constexpr VniExt(Vni vni) : vni_(vni) {}         // NOLINT(google-explicit-constructor)
+  explicit constexpr VniExt(Vni vni) : vni_(vni) {}
+  /// Implicit, so that it compares with a `Vni` and is taken for one.
   constexpr operator Vni() const { return vni_; }  // NOLINT(google-explicit-constructor)
   /// Above `Vni::max` raises the range error of `Vni`.
   explicit constexpr VniExt(uint64_t value) : vni_(value) {}

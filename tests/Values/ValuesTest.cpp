@@ -84,6 +84,7 @@ TEST(BridgeId, CarriesTheVni) {
   EXPECT_EQ(BridgeId::ofVni(Vni(5000)).value(), 0x02001388U);
   EXPECT_EQ(BridgeId::ofVni(Vni(Vni::max)).value(), 0x02ffffffU);
   EXPECT_EQ(BridgeId(0x02001388).brType(), Bridging::brTypeVni());
+  EXPECT_EQ(BridgeId(0x02001388).vni(), Vni(5000));
   EXPECT_EQ(BridgeId(0x02001388).vni().stringValue(false), "5000");
   EXPECT_DEATH(static_cast<void>(BridgeId(0x03001388).vni()),
                "assertion failed: brType\\(\\) == brTypeVni\\(\\), function .*vni.*Bridging/BridgeId.h:");

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-#include "VxlanController/QorEvpnTxSweep.h"
 #include "VxlanController/Site.h"
 
 namespace MachineTests {
