@@ -92,7 +92,7 @@ void Feed::readPiece() {
   ssize_t const count = read(fd_, piece, sizeof piece);
   if (count < 0) {
     if (errno == EAGAIN || errno == EINTR) return;
-    handlers_.error(name_ + ": " + std::generic_category().message(errno));
+    handlers_.report(name_ + ": " + std::generic_category().message(errno));
     finish(true);
     return;
   }
@@ -102,6 +102,7 @@ void Feed::readPiece() {
     pause();
   } else {
     lines_.append({piece, static_cast<std::size_t>(count)});
+    if (isFile_ && options_.pace <= 0) reportProgress();
   }
   takeLines();
 }
@@ -150,7 +151,7 @@ void Feed::take(LineCutter::Line const& line) {
 
 void Feed::bad(LineCutter::Line const& line, std::string const& what) {
   ++errors_;
-  handlers_.error(name_ + ':' + std::to_string(line.number) + ": " + what);
+  handlers_.report(name_ + ':' + std::to_string(line.number) + ": " + what);
   if (options_.strict) finish(true);
 }
 
@@ -176,6 +177,13 @@ void Feed::finish(bool failed) {
 /// A source that has not said anything yet, or died before it did, has not said that nothing is there.
 void Feed::reportIdle() {
   if (events_ != 0) handlers_.idle();
+}
+
+void Feed::reportProgress() {
+  auto const now = Clock::now();
+  if (nextReport_ && now < *nextReport_) return;
+  if (nextReport_) handlers_.report(name_ + ": so far " + tally());
+  nextReport_ = now + std::chrono::seconds(2);
 }
 
 }  // namespace Agent

@@ -59,8 +59,9 @@ class Feed {
     std::function<void()> idle;
     /// Nothing comes after this. `failed`: the feed could not be read to its end, or a bad line ended it.
     std::function<void(bool failed)> end;
-    /// "FILE:LINE: what is wrong", or "FILE: what is wrong".
-    std::function<void(std::string const&)> error;
+    /// "FILE:LINE: what is wrong", "FILE: what is wrong", or, every other second while a file is read as fast
+    /// as it goes, "FILE: so far " and the tally.
+    std::function<void(std::string const&)> report;
   };
 
   /// Opens the file; nothing is read before the loop turns. Raises std::system_error naming the file.
@@ -87,6 +88,7 @@ class Feed {
   void bad(LineCutter::Line const& line, std::string const& what);
   std::chrono::nanoseconds waitFor(Event const& event);
   void reportIdle();
+  void reportProgress();
   void finish(bool failed);
 
   Loop& loop_;
@@ -103,6 +105,7 @@ class Feed {
   std::optional<Event> waiting_;
   Timer timer_;
   std::optional<Clock::time_point> start_;
+  std::optional<Clock::time_point> nextReport_;
   double firstTime_ = 0;
   double lastTime_ = 0;
   std::uint64_t events_ = 0;
