@@ -1,7 +1,5 @@
 #include "VxlanController/MacVtepFloodListSm.h"
 
-#include <vector>
-
 #include "Orb/Type.h"
 #include "VxlanController/QorEvpnTxSm.h"
 #include "VxlanController/QorEvpnTxTrace.h"
@@ -59,16 +57,11 @@ bool MacVtepFloodListSm::floodIpProvidedByEvpn(Wirix::IpAddr const& ipAddr) cons
 void MacVtepFloodListSm::cleanup() {
   if (!initialized()) return;
   TRACE(txTrace, 3, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(), ")::cleanup()");
-  if (FloodListPtr const list = macVtepFloodList()) {
-    // Taken down first: an observer of the rows may take an address off the list before its turn.
-    std::vector<Wirix::IpAddr> ipAddrs;
-    for (auto const& entry : list->vtepIpFloodList()) ipAddrs.push_back(entry.key);
-    for (Wirix::IpAddr const& ipAddr : ipAddrs) {
-      TRACE(txTrace, 8, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(),
-            ")::cleanup() Deleting flood list entry (ip: ", ipAddr, ")");
-      vniFdbStatusSm_->qorEvpnTxSm()->floodTableOut()->floodEntryDel(
-          VniVtepPair(vniFdbStatusSm_->vni(), ipAddr));
-    }
+  for (Wirix::IpAddr const& ipAddr : addressesOf(macVtepFloodList())) {
+    TRACE(txTrace, 8, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(),
+          ")::cleanup() Deleting flood list entry (ip: ", ipAddr, ")");
+    vniFdbStatusSm_->qorEvpnTxSm()->floodTableOut()->floodEntryDel(
+        VniVtepPair(vniFdbStatusSm_->vni(), ipAddr));
   }
   initializedIs(false);
   TRACE(txTrace, 4, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(), ")::cleanup() return");
@@ -92,6 +85,13 @@ Orb::Ptr<MacVtepFloodListSm> MacVtepFloodListSm::MacVtepFloodListSmIs(Wirix::Eth
                                                                       FloodListPtr const& macVtepFloodList,
                                                                       VniFdbStatusSm* vniFdbStatusSm) {
   return Orb::create<MacVtepFloodListSm>(macAddr, macVtepFloodList, vniFdbStatusSm);
+}
+
+std::vector<Wirix::IpAddr> addressesOf(MacVtepFloodListSm::FloodListPtr const& list) {
+  std::vector<Wirix::IpAddr> addresses;
+  if (!list) return addresses;
+  for (auto const& entry : list->vtepIpFloodList()) addresses.push_back(entry.key);
+  return addresses;
 }
 
 Orb::Ptr<MacVtepFloodListSm> macVtepFloodListSmFactory(

@@ -15,6 +15,8 @@
 /// output the root's.
 #pragma once
 
+#include <vector>
+
 #include "Orb/HashMap.h"
 #include "Orb/StateMachine.h"
 #include "VxlanController/MacVtepFloodListV2.h"
@@ -82,6 +84,9 @@ class MacVtepFloodListSm : public Orb::StateMachine<MacVtepFloodListSm>,
   bool initialized_ = false;
   VniFdbStatusSm* const vniFdbStatusSm_;
 };
+
+/// The addresses of a list as it is now, for one who lets others change it meanwhile; none of a null one.
+std::vector<Wirix::IpAddr> addressesOf(MacVtepFloodListSm::FloodListPtr const& list);
 
 /// Creates the machine with its first pass; called by the parent's child collection. `vniFdbStatusSm` must
 /// outlive it.

@@ -202,13 +202,10 @@ void VniFdbStatusSm::cleanupStaleFloodListEntries() {
   if (!initialized()) return;
   TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::cleanupStaleFloodListEntries()");
   FloodTable& floods = *qorEvpnTxSm_->floodTableOut();
-  auto const current = [this] {
-    FloodListPtr const floodList = vniFdbStatus()->macVtepFloodListTable(allBum);
-    return std::pair(floodList, floodList ? floodList->vtepIpFloodList().size() : 0);
-  };
+  auto const addresses = [this] { return addressesOf(vniFdbStatus()->macVtepFloodListTable(allBum)); };
   bool changed;
   do {
-    auto const then = current();
+    auto const then = addresses();
     for (auto walk = floods.floodEntryWalk(vni_); FloodEntry const* row = nextRow(floods, walk);) {
       VniVtepPair const key = row->key();
       auto const& floodList = vniFdbStatus()->macVtepFloodListTable(allBum);
@@ -217,7 +214,8 @@ void VniFdbStatusSm::cleanupStaleFloodListEntries() {
             ")::cleanupStaleFloodListEntries() Deleting stale flood list entry (ip: ", key.vtepAddr(), ")");
       floods.floodEntryDel(key);
     }
-    changed = current() != then;  // by whoever heard of a deletion; the list may have no child yet that would
+    // By whoever heard of a deletion; the list may have no child yet that would hear of it.
+    changed = addresses() != then;
   } while (changed && initialized());
   TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::cleanupStaleFloodListEntries() return");
 }

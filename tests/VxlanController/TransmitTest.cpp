@@ -158,7 +158,7 @@ TEST_F(Transmit, WhoeverHearsOfAnOutputMayRemoveTheVni) {
       });
 }
 
-TEST_F(Transmit, ARowWhoseListComesInTheMidstOfTheSweepIsNotStale) {
+TEST_F(Transmit, StaleIsWhatTheListLacksAtTheEndOfTheSweep) {
   for (uint32_t vtep : {11u, 12u}) floodTable->floodEntryIs(flood(10, vtep));
   status = makePtr<VniFdbStatusV2>("10", Vni(10));
   auto const watcher = makePtr<TestSupport::Watcher>(*floodTable, [list = looseList(), this](auto, auto) {
@@ -167,6 +167,15 @@ TEST_F(Transmit, ARowWhoseListComesInTheMidstOfTheSweepIsNotStale) {
   make();
   dir->entryIs(status);
   EXPECT_EQ(tables(), "| 10>12 10>13 | 10 ");
+  // An address goes for another while the row of a third one is swept.
+  root = nullptr;
+  floodTable->floodEntryIs(flood(10, 11));
+  auto const other = makePtr<TestSupport::Watcher>(*floodTable, [this](auto, auto) {
+    auto const& list = status->macVtepFloodListTable(bum);
+    list->vtepIpFloodListDel(ip(12)), list->vtepIpFloodListIs(ip(14), true);
+  });
+  make();
+  EXPECT_EQ(tables(), "| 10>13 10>14 | 10 ");
 }
 
 TEST_F(Transmit, IdentifiersAreWrittenOnlyWhereThatChangesThem) {
