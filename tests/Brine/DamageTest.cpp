@@ -47,25 +47,6 @@ TEST_F(DamageTest, GrowthNamesTheDamageThatItComesUpon) {
   expectFollowed();
 }
 
-TEST_F(DamageTest, ACheckBesideABusyWriterEndsAndFindsNothing) {
-  constexpr uint64_t keys = 2000;
-  Child child([this](Child& parent) {
-    mount();
-    fill(0, keys);
-    parent.tell();
-    // None of them comes back.
-    for (uint64_t number = keys;; ++number) {
-      writer_.remove({number - keys, 1});
-      write(number);
-      if (number % 64 == 0) writer_.endTurn();
-    }
-  });
-  ASSERT_TRUE(child.hear());
-  copy_.table.deliver();
-  for (size_t i = 0; i < TestSupport::scaled(5000) && !HasFailure(); ++i) expectSound(copy_.table);
-  child.kill();
-}
-
 TEST_F(DamageTest, AHeadThatIsAheadOfItsChangesHidesNoneOfThem) {
   auto const raiseHead = [this](uint64_t changes) {
     editFile(folder_, offsetof(Brine::Header, head), 8, [&](std::string& bytes) {
