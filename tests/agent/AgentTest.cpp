@@ -176,8 +176,10 @@ TEST(AgentTest, RowsOfTheLastRunStayUntilTheFeedSpeaksAndGoWhereItSaysOff) {
   playing("");
   EXPECT_EQ(site.view.exported(), exported);
   EXPECT_EQ(site.view.learned(), learned);
-  playing(R"({"from":"controller","op":"enabled","value":false})");
-  EXPECT_TRUE(site.view.exported() == SiteRows() && site.view.learned() == SiteRows());
+  playing(R"({"from":"controller","op":"enabled","value":false}
+{"from":"evpn","op":"flood","vni":5000,"vtep":"10.99.0.77"})");
+  EXPECT_EQ(site.view.exported(), SiteRows());
+  EXPECT_EQ(site.view.learned(), (SiteRows{{}, {{Vxlan::Vni(5000), Wirix::IpAddr(0x0A63004D)}}, {}}));
 }
 
 TEST(AgentTest, LeavesNothingWhereItCannotBegin) {
