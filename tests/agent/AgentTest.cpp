@@ -234,13 +234,18 @@ TEST(AgentTest, AnswersOnceThereIsRoomForClientsAgain) {
     EXPECT_EQ(connect(fd.get(), static_cast<sockaddr const*>(address), sizeof place), 0);
     return fd;
   };
+  pid_t const pid = site.ask("state")["pid"];
+  auto const descriptors = [pid] {
+    return std::distance(std::filesystem::directory_iterator("/proc/" + std::to_string(pid) + "/fd"), {});
+  };
+  auto const before = descriptors();
   {
     std::vector<Agent::Fd> idle;  // More than it serves at a time.
     for (unsigned i = 0; i < 70; ++i) idle.push_back(connected());
+    EXPECT_TRUE(becomes([&] { return descriptors() >= before + 64; }));
   }
-  auto const state = site.ask("state");
+  EXPECT_EQ(site.ask("state")["pid"], pid);
   // Nor are descriptors always there; without one it asks again, but waits in between.
-  pid_t const pid = state["pid"];
   auto const waits = [pid] {
     std::string word;
     std::ifstream file("/proc/" + std::to_string(pid) + "/status");
@@ -248,13 +253,13 @@ TEST(AgentTest, AnswersOnceThereIsRoomForClientsAgain) {
     }
     return file >> word, std::stoul(word);
   };
-  rlimit few{3, 0}, before{};
-  ASSERT_EQ(prlimit(pid, RLIMIT_NOFILE, nullptr, &before), 0);
-  few.rlim_max = before.rlim_max;
+  rlimit few{3, 0}, many{};
+  ASSERT_EQ(prlimit(pid, RLIMIT_NOFILE, nullptr, &many), 0);
+  few.rlim_max = many.rlim_max;
   ASSERT_EQ(prlimit(pid, RLIMIT_NOFILE, &few, nullptr), 0);
   Agent::Fd const client = connected();
   EXPECT_TRUE(becomes([&, first = waits()] { return waits() > first + 3; }));
-  ASSERT_EQ(prlimit(pid, RLIMIT_NOFILE, &before, nullptr), 0);
+  ASSERT_EQ(prlimit(pid, RLIMIT_NOFILE, &many, nullptr), 0);
   EXPECT_THROW(site.ask("\xFF"), std::runtime_error);
   EXPECT_EQ(site.ask("state")["pid"], pid);
 }
