@@ -61,7 +61,8 @@ bool isSame(std::filesystem::path const& left, std::filesystem::path const& righ
   auto const place = [&error](std::filesystem::path const& dir) {
     return std::filesystem::weakly_canonical(std::filesystem::absolute(dir) / "", error);
   };
-  return !place(left).empty() && place(left) == place(right);
+  std::filesystem::path const leftPlace = place(left);
+  return !leftPlace.empty() && leftPlace == place(right);
 }
 
 int runExchange(EvpnOptions const& options) {

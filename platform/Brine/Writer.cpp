@@ -9,14 +9,18 @@
 namespace Brine {
 namespace {
 
-constexpr char const* olderOne = "an older one of its key";
-
-std::string damageOf(std::vector<uint32_t> const& rows, char const* what = "damaged") {
+std::string wordsOf(std::vector<uint32_t> const& rows, char const* what) {
+  if (rows.empty()) return {};
   return "row " + std::to_string(rows.front()) + " is " + what + ", " + std::to_string(rows.size()) +
          " in all";
 }
 
 }  // namespace
+
+std::string Writer::Scan::damage() const {
+  return wordsOf(damaged, "damaged") + (damaged.empty() || twins.empty() ? "" : "; ") +
+         wordsOf(twins, "an older one of its key");
+}
 
 /// Enters a row that lives into an index that is being made. False where it must not live: of two rows of one
 /// key, which an index that was damaged meanwhile lets come about, the later one stays.
@@ -125,11 +129,8 @@ void Writer::recover(bool repair) {
   }
   segment_.trim();
   Scan found = scan(segment_.spareIndex(segment_.geometry().level), end);
-  if (!found.damaged.empty() && !repair) {
-    throw MountFailure(MountStatus::corrupt, damageOf(found.damaged));
-  }
-  if (!found.twins.empty() && !repair) {
-    throw MountFailure(MountStatus::corrupt, damageOf(found.twins, olderOne));
+  if (std::string const damage = found.damage(); !damage.empty() && !repair) {
+    throw MountFailure(MountStatus::corrupt, damage);
   }
   found.damaged.insert(found.damaged.end(), found.twins.begin(), found.twins.end());
   // Here, since nothing may fail once rows are changed.
@@ -205,7 +206,7 @@ void Writer::grow() {
     throw SpaceError(claim_.path() + ": " + error.what());
   }
   Scan found = scan(segment_.spareIndex(level), nextFresh_);
-  if (!found.damaged.empty()) damage_ = damageOf(found.damaged);
+  if (std::string damage = found.damage(); !damage.empty()) damage_ = std::move(damage);
   segment_.publishSpare(level);
   // The new index does not know them, so that walks would show them for ever.
   for (uint32_t const id : found.twins) {
@@ -215,7 +216,6 @@ void Writer::grow() {
     --rows_;
   }
   free_ = std::move(found.twins);
-  if (!free_.empty()) damage_ += (damage_.empty() ? "" : "; ") + damageOf(free_, olderOne);
 }
 
 void Writer::publish() {

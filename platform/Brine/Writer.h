@@ -85,6 +85,9 @@ class Writer {
     uint64_t rows = 0;
     uint32_t end = 0;  ///< One above the last id that ever held a row.
     uint64_t lastSequence = 0;
+
+    /// What is wrong with the rows, in words; empty if nothing.
+    std::string damage() const;
   };
 
   Scan scan(Index index, uint32_t end);
