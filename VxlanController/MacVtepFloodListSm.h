@@ -17,9 +17,9 @@
 
 #include <vector>
 
+#include "DataModel/MacVtepFloodListV2.h"
 #include "Orb/HashMap.h"
 #include "Orb/StateMachine.h"
-#include "VxlanController/MacVtepFloodListV2.h"
 
 namespace QorEvpn {
 

@@ -15,10 +15,10 @@
 /// and output.
 #pragma once
 
-#include "Controllerdb/Status.h"
+#include "DataModel/EvpnCapability.h"
+#include "DataModel/QorEvpnConfig.h"
+#include "DataModel/Status.h"
 #include "Orb/StateMachine.h"
-#include "QorEvpn/EvpnCapability.h"
-#include "QorEvpn/QorEvpnConfig.h"
 
 namespace QorEvpn {
 

@@ -19,9 +19,9 @@
 /// act whenever called.
 #pragma once
 
+#include "DataModel/VniStatusV2.h"
 #include "Orb/StateMachine.h"
 #include "VxlanController/QorEvpnBrine.h"
-#include "VxlanController/VniStatusV2.h"
 
 namespace VxlanController {
 

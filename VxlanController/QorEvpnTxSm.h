@@ -21,8 +21,8 @@
 
 #include <set>
 
+#include "DataModel/QorBrIdList.h"
 #include "Orb/Dir.h"
-#include "QorEvpn/QorBrIdList.h"
 #include "VxlanController/QorEvpnBrine.h"
 #include "VxlanController/VniFdbStatusSm.h"
 

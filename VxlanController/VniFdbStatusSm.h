@@ -20,10 +20,10 @@
 #pragma once
 
 #include "Bridging/BridgeId.h"
+#include "DataModel/VniFdbStatusV2.h"
+#include "DataModel/VniStatusV2.h"
 #include "Orb/HashMap.h"
 #include "VxlanController/MacVtepFloodListSm.h"
-#include "VxlanController/VniFdbStatusV2.h"
-#include "VxlanController/VniStatusV2.h"
 
 namespace QorEvpn {
 

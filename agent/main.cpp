@@ -1,3 +1,3 @@
-#include "agent/Commands.h"
+#include "agent/commands/Commands.h"
 
 int main(int argc, char** argv) { return Agent::program(argc, argv); }

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "agent/Event.h"
-#include "agent/Feed.h"
+#include "agent/feed/Event.h"
+#include "agent/feed/Feed.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
+#include "DataModel/QorBrIdList.h"
+#include "DataModel/VniFdbStatusV2.h"
+#include "DataModel/VniStatusV2.h"
 #include "Orb/Type.h"
-#include "QorEvpn/QorBrIdList.h"
-#include "VxlanController/VniFdbStatusV2.h"
-#include "VxlanController/VniStatusV2.h"
 #include "support/Watcher.h"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-#include "agent/Control.h"
-#include "agent/SiteView.h"
+#include "agent/site/Control.h"
+#include "agent/views/SiteView.h"
 #include "support/Paths.h"
 #include "support/Program.h"
 

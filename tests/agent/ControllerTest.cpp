@@ -1,4 +1,4 @@
-#include "agent/Controller.h"
+#include "agent/controller/Controller.h"
 
 #include <gtest/gtest.h>
 

@@ -2,7 +2,7 @@
 
 #include "AgentSite.h"
 #include "SiteWriter.h"
-#include "agent/Learned.h"
+#include "agent/evpn/Learned.h"
 
 namespace {
 

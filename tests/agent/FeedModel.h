@@ -2,8 +2,8 @@
 
 #include <map>
 
-#include "agent/Event.h"
-#include "agent/SiteView.h"
+#include "agent/feed/Event.h"
+#include "agent/views/SiteView.h"
 
 /// What a site's tables must hold after some events, as a pure function of what both sides know. (Of an entry
 /// that the module does not support, the model says that it publishes its VNI; the module does so from the

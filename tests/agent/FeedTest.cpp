@@ -1,6 +1,6 @@
 #include <gmock/gmock.h>
 
-#include "agent/Feed.h"
+#include "agent/feed/Feed.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "agent/FormatRows.h"
+#include "agent/views/FormatRows.h"
 #include "tests/agent/SiteWriter.h"
 
 namespace {

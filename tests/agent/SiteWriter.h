@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "VxlanController/QorEvpnBrine.h"
-#include "agent/BrIdTable.h"
-#include "agent/Site.h"
+#include "agent/site/BrIdTable.h"
+#include "agent/site/Site.h"
 #include "support/Paths.h"
 #include "support/Program.h"
 

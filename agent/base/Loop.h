@@ -1,0 +1,78 @@
+/// Agent::Loop: the one loop of a process, over epoll. Everything that the process does happens in a handler
+/// that the loop calls, one at a time, on the thread that runs it.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+
+#include "agent/base/Fd.h"
+
+namespace Agent {
+
+class Loop {
+ public:
+  using Handler = std::function<void()>;
+
+  Loop();
+  Loop(Loop const&) = delete;
+  Loop& operator=(Loop const&) = delete;
+
+  /// Calls `handler` whenever `fd` is ready for `events` (EPOLLIN, EPOLLOUT), for as long as it is: once a
+  /// turn, with everything else in turn. Replaces a former handler of `fd`. Raises std::system_error.
+  void watch(int fd, Handler handler, std::uint32_t events);
+  void watchInput(int fd, Handler handler);
+  /// Takes `fd` off; before it is closed. A handler may take off any descriptor, its own too.
+  void unwatch(int fd);
+
+  /// Calls `work` once a turn, without waiting in between, until it is replaced by an empty one.
+  void workIs(Handler work) { work_ = std::move(work); }
+
+  /// Calls `handler` at the end of each turn, before the wait of the next one: what it leaves undone is not
+  /// done while the loop waits.
+  void turnEndIs(Handler handler) { turnEnd_ = std::move(handler); }
+
+  /// SIGINT and SIGTERM end run() from now on, whatever else is ready. Call it before a second thread starts.
+  void stopOnSignals();
+  /// The signal that ended run(), or 0.
+  int stopSignal() const { return stopSignal_; }
+
+  /// Turns until stop() is called, by a handler or before.
+  void run();
+  void stop() { stopped_ = true; }
+
+ private:
+  void turn();
+
+  Fd epoll_;
+  Fd signals_;
+  /// Shared, for a handler that takes itself off lives until it returns.
+  std::map<int, std::shared_ptr<Handler>> handlers_;
+  Handler work_;
+  Handler turnEnd_;
+  bool stopped_ = false;
+  int stopSignal_ = 0;
+};
+
+/// Calls a handler once, after a delay.
+class Timer {
+ public:
+  Timer(Loop& loop, Loop::Handler handler);
+  ~Timer();
+  Timer(Timer const&) = delete;
+  Timer& operator=(Timer const&) = delete;
+
+  /// Replaces a delay that still runs. Nothing is as good as at once.
+  void start(std::chrono::nanoseconds delay);
+  void cancel();
+  bool isRunning() const { return running_; }
+
+ private:
+  Loop& loop_;
+  Fd timer_;
+  bool running_ = false;
+};
+
+}  // namespace Agent

@@ -1,0 +1,176 @@
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+#include "Counter/Counter.h"
+#include "agent/commands/Commands.h"
+#include "agent/commands/FeedOptions.h"
+#include "agent/evpn/Learned.h"
+#include "agent/feed/Feed.h"
+#include "agent/site/Control.h"
+#include "agent/site/Module.h"
+#include "agent/views/Format.h"
+#include "agent/views/TraceOutput.h"
+
+namespace Agent {
+
+namespace {
+
+struct AgentOptions {
+  std::string dir{Site::defaultDir};
+  FeedOptions feed;
+  bool withEvpn = false;
+  bool cleanup = false;
+  bool repair = false;
+  std::vector<std::string> traces;
+  std::string traceFile;
+};
+
+nlohmann::ordered_json countersJson() {
+  auto result = nlohmann::ordered_json::array();
+  for (Counter::Counter const* counter : Counter::counters()) {
+    result.push_back({{"name", counter->name()}, {"owner", counter->owner()}, {"value", counter->value()}});
+  }
+  return result;
+}
+
+/// A site's agent, from its start to its end.
+class AgentProcess {
+ public:
+  AgentProcess(AgentOptions const& options, Loop& loop)
+      : options_(options),
+        loop_(loop),
+        feed_(loop_, options.feed.feed(),
+              {[this](Event const& event) { apply(event); }, [this] { release(); },
+               [this](bool failed) { feedEnded(failed); }, logger()}),
+        site_(Site::made(options.dir)),
+        module_(loop_, site_, options.repair, logger()),
+        control_(loop_, site_.controlSocket(), [this](std::string_view command, std::string_view argument) {
+          return answer(command, argument);
+        }) {
+    if (options.withEvpn) learned_.emplace(site_, options.repair);
+    loop_.turnEndIs([this] {
+      module_.endTurn();
+      if (learned_) learned_->endTurn();
+    });
+  }
+
+  int run() {
+    log("started, " + countText(module_.rowsFound(), "row") + " found; feed: " + feed_.name());
+    loop_.run();
+    if (options_.cleanup && loop_.stopSignal() != 0) {
+      module_.cleanup();
+      module_.endTurn();
+      if (learned_) learned_->clear();
+      log("cleaned up");
+    }
+    return status_;
+  }
+
+ private:
+  void log(std::string const& line) { std::cerr << "qorevpn agent " + options_.dir + ": " + line + '\n'; }
+  std::function<void(std::string const&)> logger() {
+    return [this](std::string const& line) { log(line); };
+  }
+
+  void apply(Event const& event) {
+    if (event.op == Op::enabled) {
+      module_.enabledIs(event.value);
+    } else if (event.op == Op::capability) {
+      module_.capabilityIs(event.value);
+    } else if (event.from == Origin::controller) {
+      module_.controller().apply(event);
+    } else if (learned_) {
+      learned_->apply(event);
+      learned_->endTurn();
+      module_.deliver();
+    }
+  }
+
+  /// The feed has been read as far as it goes.
+  void release() {
+    if (learned_ && learned_->isHeld()) learned_->release();
+    module_.release();
+  }
+
+  void feedEnded(bool failed) {
+    log("feed ended: " + feed_.tally());
+    if (failed) {
+      status_ = exitFailed;
+      loop_.stop();
+    } else if (options_.feed.exitAtEnd) {
+      loop_.stop();
+    }
+  }
+
+  nlohmann::ordered_json answer(std::string_view command, std::string_view argument) {
+    if (command == "evpn-status") return module_.evpnStatus(argument);
+    if (command == "counters") return countersJson();
+    if (command == "state") return state();
+    if (command == "trace") {
+      if (!argument.empty()) traceLevelsIs(argument);
+      return traceLevels();
+    }
+    throw std::runtime_error("the agent does not know '" + std::string(command) + "'");
+  }
+
+  nlohmann::ordered_json state() const {
+    nlohmann::ordered_json result = {{"pid", getpid()}};
+    result.update(module_.state());
+    result["feed"] = {{"name", feed_.name()},
+                      {"events", feed_.events()},
+                      {"badLines", feed_.errors()},
+                      {"ended", feed_.hasEnded()}};
+    return result;
+  }
+
+  AgentOptions const& options_;
+  Loop& loop_;
+  Feed feed_;  ///< Before the site is made: a feed that cannot be opened leaves nothing behind.
+  Site site_;
+  Module module_;
+  std::optional<Learned> learned_;
+  ControlServer control_;
+  int status_ = exitOk;
+};
+
+int runAgent(AgentOptions const& options) {
+  if (!options.traceFile.empty()) traceFileIs(options.traceFile);
+  for (std::string const& trace : options.traces) {
+    try {
+      traceLevelsIs(trace);
+    } catch (std::exception const& error) {
+      throw UsageError("--trace " + trace + ": " + error.what());
+    }
+  }
+  Loop loop;
+  loop.stopOnSignals();
+  return AgentProcess(options, loop).run();
+}
+
+}  // namespace
+
+void addAgentCommand(CLI::App& app, Run& run) {
+  auto const options = std::make_shared<AgentOptions>();
+  CLI::App* const command = app.add_subcommand("agent", "Host the module for a site");
+  command->add_option("--dir", options->dir, "The site's directory")->capture_default_str();
+  options->feed.addTo(*command)->required();
+  command->add_flag("--with-evpn", options->withEvpn,
+                    "Play the EVPN side from the same feed, each event in its recorded order");
+  command->add_flag("--cleanup", options->cleanup, "On SIGINT or SIGTERM remove what was written");
+  command->add_flag("--repair", options->repair, "Drop damaged rows of the tables instead of giving up");
+  command->add_option("--trace", options->traces, "Trace HANDLE/LEVELS, such as QorEvpnModeSm/8")
+      ->allow_extra_args(false);
+  command->add_option("--trace-file", options->traceFile, "Append traces to this file, not standard error");
+  command->footer(
+      "Takes every `controller` event of its feed, and `capability`. Runs until it is told to stop, and\n"
+      "then leaves its rows for the next start.\n\n"
+      "Examples:\n"
+      "  qorevpn agent --feed events.jsonl              apply a file and stay\n"
+      "  tail -f events.jsonl | qorevpn agent --feed -  follow a growing file\n"
+      "  qorevpn agent --feed events.jsonl --pace 10    ten times as fast as recorded\n"
+      "  qorevpn agent --feed events.jsonl --trace QorEvpnModeSm/8 --trace VxlanControllerEvpnTxSm/3,4,8\n"
+      "  qorevpn agent --feed events.jsonl --with-evpn --exit-at-end   both sides, to the end, no more");
+  command->callback([options, &run] { run = [options] { return runAgent(*options); }; });
+}
+
+}  // namespace Agent

@@ -1,0 +1,70 @@
+/// What a demonstration writes: progress that overwrites itself on a terminal and is a line now and then
+/// elsewhere.
+#pragma once
+
+#include <chrono>
+#include <span>
+#include <stdexcept>
+#include <string>
+
+#include "agent/base/Fd.h"
+#include "agent/commands/Verdict.h"
+#include "agent/views/Format.h"
+#include "agent/views/FormatRows.h"
+
+namespace Agent {
+
+/// SIGHUP, SIGINT or SIGTERM arrived.
+class DemoInterrupted : public std::runtime_error {
+ public:
+  DemoInterrupted() : runtime_error("interrupted") {}
+};
+
+struct DemoProgress {
+  double now;  ///< Seconds of the recording.
+  double end;
+  std::uint64_t westHosts, westLearned;
+  std::uint64_t eastHosts, eastLearned;
+};
+
+class DemoScreen {
+ public:
+  /// Takes SIGHUP, SIGINT and SIGTERM; wait() reports them.
+  DemoScreen();
+
+  static std::string seconds(double value);
+  static std::string number(double value);
+
+  void line(std::string const& text);
+  void heading(std::string const& text);
+  /// A line in the middle of progress.
+  void note(std::string const& text);
+  /// Without a terminal only now and then, and the last one.
+  void progress(DemoProgress const& progress, bool isLast = false);
+  void progressEnds();
+  void verdict(std::vector<Check> const& checks);
+
+  /// The first `limit` rows, or all for 0, in the order in which people read them.
+  template <class Row>
+  void rows(std::vector<Row>& rows, std::size_t limit, std::string_view noun) {
+    std::sort(rows.begin(), rows.end(),
+              [](Row const& left, Row const& right) { return shownBefore(left, right); });
+    std::size_t const shown = limit == 0 ? rows.size() : std::min(limit, rows.size());
+    writeColumns(out_, columnsOf<Row>(), std::span<Row const>(rows.data(), shown));
+    out_.write(shown < rows.size() ? "... " : "", countText(rows.size(), noun), "\n\n");
+    out_.flush();
+  }
+
+  /// Raises DemoInterrupted.
+  void wait(std::chrono::milliseconds time);
+
+ private:
+  Output out_;
+  Colours colours_;
+  Fd signals_;
+  bool isTerminal_;
+  bool inProgress_ = false;
+  double lastShown_ = -1;
+};
+
+}  // namespace Agent

@@ -1,0 +1,116 @@
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <filesystem>
+#include <iostream>
+
+#include "agent/commands/Commands.h"
+#include "agent/commands/FeedOptions.h"
+#include "agent/evpn/Exchange.h"
+#include "agent/evpn/Learned.h"
+#include "agent/feed/Feed.h"
+#include "agent/views/Format.h"
+
+namespace Agent {
+
+namespace {
+
+struct EvpnOptions {
+  std::string dir{Site::defaultDir};
+  std::vector<std::string> peers;
+  FeedOptions feed;
+  bool repair = false;
+};
+
+std::function<void(std::string const&)> loggerOf(EvpnOptions const& options) {
+  return [dir = options.dir](std::string const& line) {
+    std::cerr << "qorevpn evpn " + dir + ": " + line + '\n';
+  };
+}
+
+int runFeed(EvpnOptions const& options) {
+  auto const log = loggerOf(options);
+  int status = exitOk;
+  Loop loop;
+  loop.stopOnSignals();
+  std::optional<Learned> learned;
+  std::optional<Feed> feed;
+  feed.emplace(loop, options.feed.feed(),
+               Feed::Handlers{[&](Event const& event) {
+                                if (event.from == Origin::evpn) learned->apply(event);
+                              },
+                              [&] { learned->release(); },
+                              [&](bool failed) {
+                                log("feed ended: " + feed->tally());
+                                if (failed) status = exitFailed;
+                                if (failed || options.feed.exitAtEnd) loop.stop();
+                              },
+                              log});
+  // Now only: a feed that cannot be opened leaves nothing behind.
+  learned.emplace(Site::made(options.dir), options.repair);
+  loop.turnEndIs([&] { learned->endTurn(); });
+  log("started, " + countText(learned->rows(), "row") + " found; feed: " + feed->name());
+  loop.run();
+  return status;
+}
+
+/// Of directories that may have to be made still.
+bool isSame(std::filesystem::path const& left, std::filesystem::path const& right) {
+  std::error_code error;
+  if (std::filesystem::equivalent(left, right, error)) return true;
+  // With a slash at the end, whether they are given with one or not.
+  auto const place = [&error](std::filesystem::path const& dir) {
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(dir) / "", error);
+  };
+  std::filesystem::path const leftPlace = place(left);
+  return !leftPlace.empty() && leftPlace == place(right);
+}
+
+int runExchange(EvpnOptions const& options) {
+  auto const log = loggerOf(options);
+  Loop loop;
+  loop.stopOnSignals();
+  std::vector<Site> sites{Site(options.dir)};
+  for (std::string const& peer : options.peers) sites.emplace_back(peer);
+  for (auto site = sites.begin(); site != sites.end(); ++site) {
+    bool const isTwice =
+        std::any_of(sites.begin(), site, [&](Site const& other) { return isSame(other.dir(), site->dir()); });
+    if (isTwice) throw UsageError("--peer " + site->dir() + ": this site takes part already");
+  }
+  // Now only: a command that is refused leaves nothing behind.
+  for (Site const& site : sites) Site::made(site.dir());
+  Exchange exchange(loop, sites, options.repair, log);
+  loop.turnEndIs([&] { exchange.endTurn(); });
+  exchange.endTurn();
+  log("started, exchanging between " + std::to_string(sites.size()) + " sites");
+  loop.run();
+  return exitOk;
+}
+
+}  // namespace
+
+void addEvpnCommand(CLI::App& app, Run& run) {
+  auto const options = std::make_shared<EvpnOptions>();
+  CLI::App* const command = app.add_subcommand("evpn", "Stand in for the EVPN side of a site");
+  command->add_option("--dir", options->dir, "The site's directory")->capture_default_str();
+  CLI::Option* const feed = options->feed.addTo(*command);
+  command->add_option("--peer", options->peers, "Exchange with the site of this directory, both ways")
+      ->allow_extra_args(false)
+      ->excludes(feed);
+  command->add_flag("--repair", options->repair, "Drop damaged rows of the tables instead of giving up");
+  command->footer(
+      "Owns the tables that the site's agent reads. Takes them from the `evpn` events of a feed, or from\n"
+      "what the agents of other sites export: of each MAC the row with the highest sequence number, never\n"
+      "one that the site exports itself. Runs until it is told to stop, and then leaves its rows.\n\n"
+      "Examples:\n"
+      "  qorevpn evpn --feed events.jsonl\n"
+      "  qorevpn evpn --dir /dev/shm/west --peer /dev/shm/east    for both sites\n"
+      "  qorevpn evpn --dir /dev/shm/a --peer /dev/shm/b --peer /dev/shm/c");
+  command->callback([options, &run] {
+    if (options->peers.empty() && options->feed.file.empty()) {
+      throw CLI::RequiredError("--feed or --peer");
+    }
+    run = [options] { return options->peers.empty() ? runFeed(*options) : runExchange(*options); };
+  });
+}
+
+}  // namespace Agent

@@ -1,0 +1,30 @@
+/// The options that the commands share which show tables: where, which side, which rows, in which form.
+#pragma once
+
+#include <string>
+
+#include "agent/site/Site.h"
+#include "agent/views/FormatRows.h"
+
+namespace CLI {
+class App;
+}
+
+namespace Agent {
+
+struct ViewOptions {
+  std::string dir{Site::defaultDir};
+  bool learned = false;
+  bool text = false;
+  bool json = false;
+  RowFilter filter;
+
+  Form form() const { return json ? Form::json : text ? Form::text : Form::people; }
+};
+
+/// Adds --dir and --json.
+void addViewOptions(CLI::App& command, ViewOptions& options);
+/// Adds --learned, --text and the filters. `options` must live as long as the command line.
+void addRowOptions(CLI::App& command, ViewOptions& options);
+
+}  // namespace Agent

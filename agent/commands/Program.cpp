@@ -1,0 +1,76 @@
+#include <fcntl.h>
+
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+
+#include "Brine/Errors.h"
+#include "agent/commands/Commands.h"
+#include "agent/views/Format.h"
+
+namespace Agent {
+
+namespace {
+
+/// What is written to a standard stream that the caller closed must not end up in the next file to be opened.
+void openStandardStreams() {
+  for (int fd = 0; fd <= 2; ++fd) {
+    if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) != fd) std::abort();
+  }
+}
+
+}  // namespace
+
+int program(int argc, char** argv) {
+  openStandardStreams();
+  CLI::App app("Joins a VXLAN controller's forwarding state with BGP EVPN.", "qorevpn");
+  app.require_subcommand(-1);  // one at most: a word that is none is then named by the parser
+  app.failure_message([](CLI::App const* all, CLI::Error const& error) {
+    auto const chosen = all->get_subcommands();
+    std::string const name = chosen.empty() ? "qorevpn" : "qorevpn " + chosen.front()->get_name();
+    return "qorevpn: " + std::string(error.what()) + "\n`" + name + " --help` tells what there is.\n";
+  });
+  app.set_help_all_flag("--help-all", "Print the help of every command");
+  app.footer(
+      "Examples:\n"
+      "  qorevpn demo                            two sites, live, with a verdict\n"
+      "  qorevpn agent --feed events.jsonl &     host the module for a site\n"
+      "  qorevpn show hosts --vni 5000           what it exports\n"
+      "  qorevpn agent --help                    more examples of a command\n\n"
+      "Exit status: 0, 1 if it failed, 2 if the command line is wrong.");
+  Run run;
+  addAgentCommand(app, run);
+  addEvpnCommand(app, run);
+  addDemoCommand(app, run);
+  addShowCommand(app, run);
+  addWatchCommand(app, run);
+  addCheckCommand(app, run);
+  addTraceCommand(app, run);
+  try {
+    app.parse(argc, argv);
+    if (!run) throw CLI::RequiredError("A command");
+  } catch (CLI::ParseError const& error) {
+    if (app.exit(error) != 0) return exitUsage;
+    return std::cout.flush() ? exitOk : exitFailed;
+  }
+
+  // A reader of our output that goes away is seen as a failed write.
+  std::signal(SIGPIPE, SIG_IGN);
+  try {
+    return run();
+  } catch (UsageError const& error) {
+    std::cerr << "qorevpn: " << error.what() << '\n';
+    return exitUsage;
+  } catch (Brine::SpaceError const& error) {
+    std::cerr << "qorevpn: no space: " << error.what() << "; the rows are intact\n";
+    return exitFailed;
+  } catch (OutputClosed const&) {
+    return exitFailed;  // nobody is there to be told
+  } catch (std::exception const& error) {
+    std::cerr << "qorevpn: " << error.what() << '\n';
+    return exitFailed;
+  }
+}
+
+}  // namespace Agent

@@ -1,0 +1,167 @@
+#include "agent/site/Control.h"
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <cstring>
+
+#include "agent/views/Json.h"
+
+namespace Agent {
+
+namespace {
+
+/// Longer requests are none.
+constexpr std::size_t requestLimit = 4096;
+/// More clients wait, so that idle ones cannot take every descriptor.
+constexpr std::size_t clientLimit = 64;
+
+sockaddr_un address(std::string const& path) {
+  sockaddr_un result{};
+  result.sun_family = AF_UNIX;
+  if (path.size() >= sizeof result.sun_path) {
+    throw std::system_error(ENAMETOOLONG, std::generic_category(), "control socket " + path);
+  }
+  std::memcpy(result.sun_path, path.data(), path.size());
+  return result;
+}
+
+sockaddr const* generic(sockaddr_un const& specific) {
+  return static_cast<sockaddr const*>(static_cast<void const*>(&specific));
+}
+
+Fd newSocket(int flags) {
+  return Fd(checked(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0), "socket"));
+}
+
+Fd connectedTo(Site const& site) {
+  Fd fd = newSocket(0);
+  // An agent that is stopped does not keep whoever asks it.
+  timeval const patience{5, 0};
+  checked(setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), "setsockopt");
+  checked(setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience), "setsockopt");
+  sockaddr_un const place = address(site.controlSocket());
+  if (connect(fd.get(), generic(place), sizeof place) == 0) return fd;
+  switch (errno) {
+    case ENOENT:
+    case ECONNREFUSED:
+      throw std::runtime_error("no agent runs for " + site.dir() + ", and only a running one can tell");
+    case EACCES:
+    case EPERM: throw std::runtime_error("only its user and root may ask the agent of " + site.dir());
+    default: throwErrno("control socket " + site.controlSocket());
+  }
+}
+
+}  // namespace
+
+ControlServer::ControlServer(Loop& loop, std::string path, Answer answer)
+    : loop_(loop),
+      path_(std::move(path)),
+      answer_(std::move(answer)),
+      listening_(newSocket(SOCK_NONBLOCK)),
+      later_(loop, [this] { watchForClients(); }) {
+  sockaddr_un const place = address(path_);
+  unlink(path_.c_str());
+  mode_t const mask = umask(0177);
+  int const bound = bind(listening_.get(), generic(place), sizeof place);
+  umask(mask);
+  if (bound != 0 || listen(listening_.get(), 8) != 0) throwErrno("control socket " + path_);
+  watchForClients();
+}
+
+ControlServer::~ControlServer() {
+  for (auto const& [fd, client] : clients_) loop_.unwatch(fd);
+  loop_.unwatch(listening_.get());
+  unlink(path_.c_str());
+}
+
+void ControlServer::watchForClients() {
+  loop_.watchInput(listening_.get(), [this] { accept(); });
+}
+
+void ControlServer::accept() {
+  Fd fd(accept4(listening_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+  if (!fd) {
+    // Gone again, or no descriptor is left for it: asked at once, the loop would never wait.
+    loop_.unwatch(listening_.get());
+    later_.start(std::chrono::milliseconds(100));
+    return;
+  }
+  int const number = fd.get();
+  clients_[number].fd = std::move(fd);
+  loop_.watchInput(number, [this, number] { serve(number); });
+  if (clients_.size() == clientLimit) loop_.unwatch(listening_.get());
+}
+
+void ControlServer::serve(int fd) {
+  Client& client = clients_.at(fd);
+  char buffer[1024];
+  ssize_t const count = read(fd, buffer, sizeof buffer);
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
+  if (count > 0) client.request.append(buffer, static_cast<std::size_t>(count));
+  auto const end = client.request.find('\n');
+  if (end == std::string::npos) {
+    if (count <= 0 || client.request.size() > requestLimit) drop(fd);
+    return;
+  }
+  client.request.resize(end);
+  auto const blank = client.request.find(' ');
+  std::string_view const request(client.request);
+  nlohmann::ordered_json document;
+  try {
+    document = answer_(request.substr(0, blank),
+                       blank == std::string::npos ? std::string_view() : request.substr(blank + 1));
+  } catch (std::exception const& error) {
+    document = {{"error", error.what()}};
+  }
+  client.answer = toLine(document) + '\n';
+  loop_.watch(
+      fd, [this, fd] { write(fd); }, EPOLLOUT);
+}
+
+void ControlServer::write(int fd) {
+  Client& client = clients_.at(fd);
+  ssize_t const count =
+      send(fd, client.answer.data() + client.written, client.answer.size() - client.written, MSG_NOSIGNAL);
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
+  if (count > 0) client.written += static_cast<std::size_t>(count);
+  if (count < 0 || client.written == client.answer.size()) drop(fd);
+}
+
+void ControlServer::drop(int fd) {
+  loop_.unwatch(fd);
+  if (clients_.size() == clientLimit) watchForClients();
+  clients_.erase(fd);
+}
+
+nlohmann::ordered_json controlRequest(Site const& site, std::string_view request) {
+  if (request.find('\n') != std::string_view::npos) throw std::runtime_error("a request is one line");
+  Fd const fd = connectedTo(site);
+  std::string line(request);
+  line += '\n';
+  for (std::size_t sent = 0; sent < line.size();) {
+    ssize_t const count = send(fd.get(), line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
+    if (count < 0 && errno != EINTR) throwErrno("control socket " + site.controlSocket());
+    if (count > 0) sent += static_cast<std::size_t>(count);
+  }
+  std::string answer;
+  for (;;) {
+    char buffer[65536];
+    ssize_t const count = read(fd.get(), buffer, sizeof buffer);
+    if (count < 0 && errno == EAGAIN)
+      throw std::runtime_error("the agent of " + site.dir() + " does not answer");
+    if (count < 0 && errno != EINTR) throwErrno("control socket " + site.controlSocket());
+    if (count == 0) break;
+    if (count > 0) answer.append(buffer, static_cast<std::size_t>(count));
+  }
+  auto document = nlohmann::ordered_json::parse(answer, nullptr, false);
+  if (document.is_discarded()) throw std::runtime_error("the agent of " + site.dir() + " gave no answer");
+  if (auto const error = document.find("error"); error != document.end()) {
+    throw std::runtime_error(error->get<std::string>());
+  }
+  return document;
+}
+
+}  // namespace Agent

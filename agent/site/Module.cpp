@@ -1,0 +1,206 @@
+#include "agent/site/Module.h"
+
+#include "Orb/Type.h"
+#include "agent/views/Json.h"
+
+namespace Agent {
+
+namespace {
+
+template <class Entity>
+Orb::Ptr<Entity> make(char const* name) {
+  return Orb::makePtr<Entity>(Orb::Name(name));
+}
+
+}  // namespace
+
+Module::Module(Loop& loop, Site const& site, bool repair, std::function<void(std::string const&)> log)
+    : loop_(loop),
+      site_(site),
+      log_(std::move(log)),
+      exported_("exported", site.exported()),
+      status_(make<Controllerdb::Status>("status")),
+      capability_(make<QorEvpn::EvpnCapability>("evpnCapability")),
+      config_(make<QorEvpn::QorEvpnConfig>("qorEvpnConfig")),
+      brIdList_(make<QorEvpn::QorBrIdList>("qorBrIdList")),
+      vniStatusDir_(make<VxlanController::VniStatusDirV2>("vniStatusDir")) {
+  exported_.mountAsWriter(repair);
+  mountAsWriter(brIdTable_, site.exported(), Site::brIdTable, repair);
+  rowsFound_ = exported_.rows() + brIdTable_.statistics().rows;
+  held_ = rowsFound_ != 0;
+
+  qorBrIdList_.connect(this, brIdList_);
+  seedBrIdList();
+  controller_ = Controller::ControllerIs(vniStatusDir_);
+  qorEvpnConfig_.connect(this, config_);
+  mode_ = QorEvpn::qorEvpnIntegrationModeSmFactory(status_, capability_, config_);
+}
+
+/// What was written stays; the machines and this object merely stop watching.
+Module::~Module() {
+  follower_.reset();
+  teardown();
+}
+
+void Module::enabledIs(bool enabled) {
+  status_->enabledIs(enabled);
+  handleFlag(enabled);
+}
+
+void Module::capabilityIs(bool capability) {
+  capability_->evpnEnabledIs(capability);
+  handleFlag(capability);
+}
+
+/// A flag that is off also removes what an earlier run left, at once or when the holding back ends.
+void Module::handleFlag(bool on) {
+  toldOff_ = toldOff_ || !on;
+  if (!on && !held_ && !tx_) clearExported();
+}
+
+void Module::release() {
+  if (!held_) return;
+  held_ = false;
+  handleMode();
+  if (!tx_ && toldOff_) clearExported();
+}
+
+void Module::handleMode() {
+  if (held_) return;
+  bool const on = config_->qorEvpnIntegrationMode();
+  if (on && !tx_) start();
+  if (!on && tx_) stop();
+}
+
+void Module::start() {
+  // The receive machine comes first: the transmit machines' first pass then knows what EVPN supplied.
+  learned_.emplace("learned", site_.learned());
+  follower_.emplace(loop_, *learned_, [this] { reportLearned(); });
+  rx_ = VxlanController::qorEvpnRxSmFactory(learned_->host, learned_->flood, vniStatusDir_);
+  seedBrIdList();
+  tx_ = QorEvpn::qorEvpnTxSmFactory(controller_->vniDir(), vniStatusDir_, brIdList_, exported_.host,
+                                    exported_.flood);
+  log_("integration on");
+  reportLearned();
+}
+
+void Module::stop() {
+  // The transmit machines go first: they would export what the receive machine withdraws.
+  Orb::attributeInvoke(*tx_, "cleanup");
+  tx_ = nullptr;
+  withdrawLearned();
+  rx_ = nullptr;
+  follower_.reset();
+  learned_.reset();
+  learnedReport_.clear();
+  log_("integration off: what it wrote is removed");
+}
+
+/// The receive machine's cleanup() withdraws the rows that the tables hold now. They are another process's,
+/// which may be ahead of what the machine was told, and it takes a row that it never saw for a fault. So it
+/// is asked for each entry that it did write.
+void Module::withdrawLearned() {
+  using namespace QorEvpn;
+  std::vector<MacVniPair> hosts;
+  std::vector<VniVtepPair> floods;
+  for (auto const& vni : vniStatusDir_->vniStatusV2()) {
+    for (auto const& mac : vni.value->macVtepTable()) hosts.emplace_back(mac.key, vni.key);
+    for (auto const& list : vni.value->macVtepFloodListTable()) {
+      for (auto const& vtep : list.value->vtepIpFloodList()) floods.emplace_back(vni.key, vtep.key);
+    }
+  }
+  for (MacVniPair const& key : hosts) rx_->deleteHostEntry(key);
+  for (VniVtepPair const& key : floods) rx_->deleteFloodEntry(key);
+}
+
+void Module::cleanup() {
+  if (tx_) {
+    stop();
+  } else {
+    clearExported();
+  }
+}
+
+void Module::clearExported() {
+  brIdList_->brIdListDelAll();
+  exported_.host->hostDelAll();
+  exported_.flood->floodEntryDelAll();
+}
+
+void Module::seedBrIdList() {
+  auto const add = [this](Vxlan::Vni vni) {
+    Bridging::BridgeId const brId = Bridging::BridgeId::ofVni(vni);
+    if (!brIdList_->brIdList().contains(brId)) brIdList_->brIdListIs(brId, true);
+  };
+  try {
+    for (auto walk = brIdTable_.walk(); Bridging::BridgeId const* const row = walk.next();) {
+      if (row->brType() == Bridging::brTypeVni()) add(row->vni());
+    }
+  } catch (Brine::CorruptionError const& error) {
+    log_(site_.exported() + "/" + std::string(Site::brIdTable) + ": " + error.what());
+  }
+  forEachRow(*exported_.host, exported_.host->hostWalk(),
+             [&](QorEvpn::Host const& row) { add(row.key().vni()); });
+  forEachRow(*exported_.flood, exported_.flood->floodEntryWalk(),
+             [&](QorEvpn::FloodEntry const& row) { add(row.key().vni()); });
+}
+
+void Module::handleBrId(Bridging::BridgeId const& brId) {
+  if (brIdList_->brIdList().contains(brId)) {
+    brIdTable_.write(brId);
+  } else {
+    brIdTable_.erase(brId);
+  }
+}
+
+void Module::deliver() {
+  if (follower_) follower_->deliver();
+}
+
+/// Says it when the EVPN side comes or goes.
+void Module::reportLearned() {
+  std::string report;
+  for (auto const& [name, status, detail] :
+       {std::tuple(Site::hostTable, learned_->host->mountStatus(), learned_->host->mountDetail()),
+        std::tuple(Site::floodTable, learned_->flood->mountStatus(), learned_->flood->mountDetail())}) {
+    if (!report.empty()) report += ", ";
+    report.append(name).append(": ").append(toText(status));
+    // That there is no table yet needs no explanation.
+    bool const isPlain = isReadable(status) || status == Brine::MountStatus::noTable;
+    if (!isPlain) report.append(" (").append(detail).append(")");
+  }
+  if (report == learnedReport_) return;
+  learnedReport_ = report;
+  log_("learned tables: " + report);
+}
+
+void Module::endTurn() {
+  exported_.endTurn();
+  brIdTable_.endTurn();
+}
+
+nlohmann::ordered_json Module::evpnStatus(std::string_view vni) const { return toJson(*vniStatusDir_, vni); }
+
+nlohmann::ordered_json Module::state() const {
+  nlohmann::ordered_json result;
+  result["enabled"] = status_->enabled();
+  result["capability"] = capability_->evpnEnabled();
+  result["integration"] = integrationIsOn();
+  result["held"] = held_;
+  result["servedVnis"] = controller_->vniDir()->entry().size();
+  result["evpnVnis"] = vniStatusDir_->vniStatusV2().size();
+  result["exportedHosts"] = exported_.host->statistics().rows;
+  result["exportedFloods"] = exported_.flood->statistics().rows;
+  result["bridgeIds"] = brIdList_->brIdList().size();
+  result["learned"] = learned_ ? learnedReport_ : "not mounted";
+  return result;
+}
+
+Orb::TypeDescriptor const& Module::type() {
+  using A = Orb::Attributes<Module>;
+  static Orb::TypeDescriptor const descriptor("Agent::Module",
+                                              {A::handler<&Module::handleMode>("handleMode")});
+  return descriptor;
+}
+
+}  // namespace Agent

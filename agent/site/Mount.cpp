@@ -1,0 +1,102 @@
+#include "agent/site/Mount.h"
+
+#include "agent/site/Site.h"
+
+namespace Agent {
+
+namespace {
+
+std::string message(Brine::MountOptions const& options, Brine::MountStatus status,
+                    std::string const& detail) {
+  std::string const place = options.directory + "/" + options.name;
+  if (status == Brine::MountStatus::busy) {
+    return place + ": busy: " + detail + "; a site has one agent and one EVPN side";
+  }
+  std::string text = place + ": cannot be written: " + std::string(toText(status));
+  if (!detail.empty()) text += ": " + detail;
+  bool const mendable = status == Brine::MountStatus::corrupt || status == Brine::MountStatus::incompatible;
+  return mendable ? text + "; --repair keeps what is sound of it" : text;
+}
+
+}  // namespace
+
+MountError::MountError(Brine::MountOptions const& options, Brine::MountStatus status,
+                       std::string const& detail)
+    : runtime_error(message(options, status, detail)) {}
+
+Tables::Tables(std::string const& name, std::string place)
+    : folder(std::move(place)),
+      host(QorEvpn::hostTableFactory(Orb::Name(name + "/" + std::string(Site::hostTable)))),
+      flood(QorEvpn::floodTableFactory(Orb::Name(name + "/" + std::string(Site::floodTable)))) {}
+
+void Tables::mountAsWriter(bool repair) {
+  Agent::mountAsWriter(*host, folder, Site::hostTable, repair);
+  Agent::mountAsWriter(*flood, folder, Site::floodTable, repair);
+}
+
+void Tables::mountAsReader(Brine::Mode mode) {
+  host->mount({.directory = folder, .name = std::string(Site::hostTable), .mode = mode});
+  flood->mount({.directory = folder, .name = std::string(Site::floodTable), .mode = mode});
+}
+
+void Tables::unmount() {
+  host->unmount();
+  flood->unmount();
+}
+
+void Tables::deliver() {
+  host->deliver();
+  flood->deliver();
+}
+
+void Tables::endTurn() {
+  host->endTurn();
+  flood->endTurn();
+}
+
+std::uint64_t Tables::rows() const { return host->statistics().rows + flood->statistics().rows; }
+
+bool mustLookAgain(Brine::MountStatus status) {
+  return status == Brine::MountStatus::noResources || status == Brine::MountStatus::notPermitted;
+}
+
+Follower::Follower(Loop& loop, Tables& tables, Loop::Handler told)
+    : loop_(loop), tables_(tables), told_(std::move(told)), again_(loop, [this] { deliver(); }) {
+  mount();
+  lookAgain();
+}
+
+Follower::~Follower() { unwatch(); }
+
+void Follower::deliver() {
+  // Without a descriptor a table does not even wait.
+  bool const waits = tables_.host->fd() >= 0 && tables_.flood->fd() >= 0;
+  if (!waits) {
+    unwatch();
+    tables_.unmount();
+    mount();
+  }
+  tables_.deliver();
+  lookAgain();
+  told_();
+}
+
+void Follower::mount() {
+  tables_.mountAsReader();
+  for (int const fd : {tables_.host->fd(), tables_.flood->fd()}) {
+    if (fd >= 0) loop_.watchInput(fd, [this] { deliver(); });
+  }
+}
+
+void Follower::lookAgain() {
+  bool const either =
+      mustLookAgain(tables_.host->mountStatus()) || mustLookAgain(tables_.flood->mountStatus());
+  if (either && !again_.isRunning()) again_.start(lookAgainDelay);
+}
+
+void Follower::unwatch() {
+  loop_.unwatch(tables_.host->fd());
+  loop_.unwatch(tables_.flood->fd());
+}
+
+}  // namespace Agent

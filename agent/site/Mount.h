@@ -1,0 +1,96 @@
+/// Mounting a site's tables, with errors for people.
+#pragma once
+
+#include <chrono>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "Brine/TableBase.h"
+#include "VxlanController/QorEvpnBrine.h"
+#include "agent/base/Loop.h"
+
+namespace Agent {
+
+/// A table that cannot be written. The message names the table, the status and what to do about it.
+class MountError : public std::runtime_error {
+ public:
+  MountError(Brine::MountOptions const& options, Brine::MountStatus status, std::string const& detail);
+};
+
+/// Mounts a table for writing or raises MountError. A writer that was killed still holds the table until the
+/// system has buried it, so a busy table is tried again for a second.
+template <class Table>
+void mountAsWriter(Table& table, std::string const& folder, std::string_view name, bool repair) {
+  Brine::MountOptions const options{
+      .directory = folder, .name = std::string(name), .mode = Brine::Mode::writer, .repair = repair};
+  using Clock = std::chrono::steady_clock;
+  auto const deadline = Clock::now() + std::chrono::seconds(1);
+  Brine::MountStatus status = table.mount(options);
+  while (status == Brine::MountStatus::busy && Clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    status = table.mount(options);
+  }
+  if (status != Brine::MountStatus::mounted) throw MountError(options, status, table.mountDetail());
+}
+
+/// The host and the flood table of one folder of a site. `name` ("exported") comes before the tables' own
+/// names.
+struct Tables {
+  Tables(std::string const& name, std::string folder);
+
+  void mountAsWriter(bool repair);
+  /// Tables that are not there yet mount themselves at a later delivery.
+  void mountAsReader(Brine::Mode mode = Brine::Mode::keyshadow);
+  void unmount();
+  void deliver();
+  void endTurn();
+  /// Both tables' rows.
+  std::uint64_t rows() const;
+
+  std::string folder;
+  Orb::Ptr<QorEvpn::HostTable> host;
+  Orb::Ptr<QorEvpn::FloodTable> flood;
+};
+
+/// True where a reader waits for what nobody announces: memory, descriptors, a directory that may be read. It
+/// looks again after `lookAgainDelay`.
+bool mustLookAgain(Brine::MountStatus status);
+inline constexpr std::chrono::seconds lookAgainDelay{1};
+
+/// Has a reader's two tables delivered by the loop: when one has something to tell, and now and then while
+/// one must look again.
+class Follower {
+ public:
+  /// `told` is called after each delivery. The tables outlive the follower and are mounted by it, as
+  /// keyshadow readers.
+  Follower(Loop& loop, Tables& tables, Loop::Handler told);
+  ~Follower();
+  Follower(Follower const&) = delete;
+  Follower& operator=(Follower const&) = delete;
+
+  void deliver();
+
+ private:
+  void mount();
+  void unwatch();
+  void lookAgain();
+
+  Loop& loop_;
+  Tables& tables_;
+  Loop::Handler told_;
+  Timer again_;
+};
+
+/// Calls `visit` for each row of a walk. Damage is reported as the table reports it, and ends the walk.
+template <class Table, class Walk, class Visit>
+void forEachRow(Table const& table, Walk&& walk, Visit&& visit) {
+  try {
+    while (auto const* const row = walk.next()) visit(*row);
+  } catch (Brine::CorruptionError const& error) {
+    table.handleCorruption(error.what());
+  }
+}
+
+}  // namespace Agent

@@ -1,0 +1,72 @@
+/// What `qorevpn show` shows besides rows of tables: counters, the state of each table, the status from EVPN.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "VxlanController/QorEvpnValues.h"
+#include "agent/site/Site.h"
+#include "agent/views/Format.h"
+#include "agent/views/FormatRows.h"
+
+namespace Agent {
+
+/// An operation counter of the running agent.
+struct CounterFigure {
+  std::string owner;
+  std::string name;
+  std::uint64_t value = 0;
+
+  static std::span<Column<CounterFigure> const> columns();
+};
+
+/// One thing that the running agent says of itself.
+struct StateFigure {
+  std::string name;
+  std::string value;
+
+  static std::span<Column<StateFigure> const> columns();
+};
+
+/// The state of one table. Where it cannot be read the numbers are 0 and `note` says why.
+struct TableFigure {
+  std::string table;
+  std::string status;
+  std::uint64_t rows = 0;
+  std::uint64_t capacity = 0;
+  std::string
+      generation;  ///< Hexadecimal: all 64 bits count, and JSON readers may keep only 53 of a number's.
+  std::uint64_t changeSequence = 0;
+  bool writerAlive = false;
+  bool quiesced = false;
+  std::string note;
+
+  static std::span<Column<TableFigure> const> columns();
+};
+
+/// The controller's per-VNI status from EVPN.
+struct VniRows {
+  std::vector<QorEvpn::Host> hosts;
+  std::vector<QorEvpn::FloodEntry> floods;
+};
+using EvpnStatus = std::map<Vxlan::Vni, VniRows>;
+
+/// The agent's. Raise where none runs, or where its socket may not be used; the message says so.
+std::vector<CounterFigure> countersOf(Site const& site);
+nlohmann::ordered_json stateOf(Site const& site);
+/// Without the rows that are not wanted; with a filter, also without VNIs of which nothing is left.
+EvpnStatus evpnStatusOf(Site const& site, RowFilter const& filter);
+
+/// Members of members as "outer.inner".
+std::vector<StateFigure> figuresOf(nlohmann::ordered_json const& state);
+
+/// Of all tables, by mounting each; never raises for a table.
+std::vector<TableFigure> tablesOf(Site const& site);
+
+/// The status as a JSON object, a VNI a line.
+void writeEvpnStatus(Output& out, EvpnStatus const& status);
+
+}  // namespace Agent
