@@ -5,8 +5,8 @@
 #include <optional>
 #include <string_view>
 
-#include "Brine/Index.h"
-#include "Brine/Row.h"
+#include "Brine/rows/Index.h"
+#include "Brine/rows/Row.h"
 
 namespace Brine {
 

@@ -9,11 +9,11 @@
 #include <utility>
 #include <vector>
 
-#include "Brine/Column.h"
-#include "Brine/Pin.h"
-#include "Brine/Row.h"
-#include "Brine/Shadow.h"
 #include "Brine/TableBase.h"
+#include "Brine/read/Pin.h"
+#include "Brine/read/Shadow.h"
+#include "Brine/rows/Column.h"
+#include "Brine/rows/Row.h"
 
 namespace Brine {
 

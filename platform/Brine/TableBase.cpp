@@ -5,7 +5,7 @@
 #include <thread>
 #include <utility>
 
-#include "Brine/Folder.h"
+#include "Brine/system/Folder.h"
 
 namespace Brine {
 

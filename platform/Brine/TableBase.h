@@ -10,13 +10,13 @@
 #include <utility>
 #include <vector>
 
-#include "Brine/Check.h"
 #include "Brine/Codec.h"
 #include "Brine/Errors.h"
-#include "Brine/Segment.h"
 #include "Brine/Status.h"
-#include "Brine/Watch.h"
-#include "Brine/Writer.h"
+#include "Brine/recovery/Check.h"
+#include "Brine/segment/Segment.h"
+#include "Brine/system/Watch.h"
+#include "Brine/write/Writer.h"
 
 namespace Brine {
 
@@ -120,7 +120,7 @@ class TableBase {
   void recover();
 
   Statistics statistics() const;
-  /// Every invariant of the table, checked (see Brine/Check.h); what fails, at most 100 of them. Empty if not
+  /// Every invariant of the table, checked (see Brine/recovery/Check.h); what fails, at most 100 of them. Empty if not
   /// mounted. Elsewhere a writer may be at work, so a fault is reported if it is still there in repeated
   /// passes.
   std::vector<Violation> check() const;

@@ -1,4 +1,4 @@
-#include "Brine/Index.h"
+#include "Brine/rows/Index.h"
 
 #include <gtest/gtest.h>
 

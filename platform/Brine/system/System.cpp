@@ -1,4 +1,4 @@
-#include "Brine/System.h"
+#include "Brine/system/System.h"
 
 #include <sys/epoll.h>
 #include <sys/eventfd.h>

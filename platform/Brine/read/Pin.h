@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "Brine/Shadow.h"
+#include "Brine/read/Shadow.h"
 
 namespace Brine {
 

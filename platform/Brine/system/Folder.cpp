@@ -1,4 +1,4 @@
-#include "Brine/Folder.h"
+#include "Brine/system/Folder.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "Brine/System.h"
+#include "Brine/system/System.h"
 
 namespace Brine {
 

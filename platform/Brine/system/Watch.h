@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "Brine/Folder.h"
+#include "Brine/system/Folder.h"
 
 namespace Brine {
 

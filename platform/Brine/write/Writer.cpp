@@ -1,4 +1,4 @@
-#include "Brine/Writer.h"
+#include "Brine/write/Writer.h"
 
 #include <algorithm>
 #include <cerrno>

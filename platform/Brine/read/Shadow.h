@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Brine/Codec.h"
-#include "Brine/Index.h"
+#include "Brine/rows/Index.h"
 
 namespace Brine {
 

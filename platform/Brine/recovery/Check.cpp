@@ -1,9 +1,9 @@
-#include "Brine/Check.h"
+#include "Brine/recovery/Check.h"
 
 #include <algorithm>
 
 #include "Brine/Errors.h"
-#include "Brine/Row.h"
+#include "Brine/rows/Row.h"
 
 namespace Brine {
 namespace {

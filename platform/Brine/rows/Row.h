@@ -3,8 +3,8 @@
 #include <bit>
 #include <cstdint>
 
-#include "Brine/Layout.h"
-#include "Brine/Word.h"
+#include "Brine/layout/Layout.h"
+#include "Brine/layout/Word.h"
 
 /// One row slot: reading it whole or not at all, and the writer's steps that make this possible.
 ///

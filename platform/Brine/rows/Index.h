@@ -6,8 +6,8 @@
 #include <emmintrin.h>
 #endif
 
-#include "Brine/Layout.h"
-#include "Brine/Word.h"
+#include "Brine/layout/Layout.h"
+#include "Brine/layout/Word.h"
 
 namespace Brine {
 

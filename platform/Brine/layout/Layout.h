@@ -69,7 +69,7 @@ inline constexpr uint64_t ringRemoval = uint64_t{1} << 32;
 
 /// The header. Every line has one reason to be written, so that a line that changes often disturbs no reader
 /// of one that does not; the writer process is the only one to write any of it. Words are plain here and
-/// accessed through Brine/Word.h.
+/// accessed through Brine/layout/Word.h.
 struct Header {
   // Line 0 and 1: identity. Constant from creation on, covered by `identityCheck`.
   uint64_t magic;

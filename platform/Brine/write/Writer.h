@@ -5,10 +5,10 @@
 #include <utility>
 #include <vector>
 
-#include "Brine/Claim.h"
-#include "Brine/Process.h"
-#include "Brine/Row.h"
-#include "Brine/Segment.h"
+#include "Brine/rows/Row.h"
+#include "Brine/segment/Segment.h"
+#include "Brine/system/Claim.h"
+#include "Brine/system/Process.h"
 
 namespace Brine {
 

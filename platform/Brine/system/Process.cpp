@@ -1,4 +1,4 @@
-#include "Brine/Process.h"
+#include "Brine/system/Process.h"
 
 #include <fcntl.h>
 #include <signal.h>
@@ -11,7 +11,7 @@
 #include <cstring>
 #include <string>
 
-#include "Brine/System.h"
+#include "Brine/system/System.h"
 
 namespace Brine {
 namespace {

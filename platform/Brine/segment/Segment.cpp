@@ -1,4 +1,4 @@
-#include "Brine/Segment.h"
+#include "Brine/segment/Segment.h"
 
 #include <sys/mman.h>
 #include <time.h>

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <span>
 
-#include "Brine/Layout.h"
-#include "Brine/Word.h"
+#include "Brine/layout/Layout.h"
+#include "Brine/layout/Word.h"
 
 namespace Brine {
 

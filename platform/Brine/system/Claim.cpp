@@ -1,4 +1,4 @@
-#include "Brine/Claim.h"
+#include "Brine/system/Claim.h"
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "Brine/Errors.h"
-#include "Brine/Segment.h"
+#include "Brine/segment/Segment.h"
 
 namespace Brine {
 namespace {

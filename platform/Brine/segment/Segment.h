@@ -9,11 +9,11 @@
 #include <vector>
 
 #include "Brine/Codec.h"
-#include "Brine/Column.h"
-#include "Brine/Index.h"
-#include "Brine/Layout.h"
-#include "Brine/System.h"
-#include "Brine/Word.h"
+#include "Brine/layout/Layout.h"
+#include "Brine/layout/Word.h"
+#include "Brine/rows/Column.h"
+#include "Brine/rows/Index.h"
+#include "Brine/system/System.h"
 
 namespace Brine {
 

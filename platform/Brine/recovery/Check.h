@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "Brine/Segment.h"
+#include "Brine/segment/Segment.h"
 
 namespace Brine {
 

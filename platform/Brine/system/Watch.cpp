@@ -1,4 +1,4 @@
-#include "Brine/Watch.h"
+#include "Brine/system/Watch.h"
 
 #include <sys/inotify.h>
 #include <unistd.h>

@@ -4,7 +4,7 @@
 
 #include <memory>
 
-#include "Brine/Folder.h"
+#include "Brine/system/Folder.h"
 
 namespace Brine {
 

@@ -1,4 +1,4 @@
-#include "Brine/Column.h"
+#include "Brine/rows/Column.h"
 
 #include <algorithm>
 #include <vector>
