@@ -5,7 +5,7 @@
 #include <mutex>
 #include <string>
 
-#include "Orb/Dir.h"
+#include "Orb/Entity.h"
 
 namespace Orb {
 
@@ -116,14 +116,6 @@ TypeDescriptor const& Entity::type() {
        A::value<&Entity::parent>("parent", parentAttr.id),
        A::value<&Entity::parentAttrName>("parentAttrName", parentAttrNameAttr.id),
        A::value<&Entity::entity>("entity", entityAttr.id)});
-  return descriptor;
-}
-
-TypeDescriptor const& Dir::fwkType() const {
-  using A = Attributes<Dir>;
-  static TypeDescriptor const descriptor(
-      "Orb::Dir", {A::collection<Entries, &Dir::entry, &Entries::Entry::key>("entry", entryAttr.id)},
-      &Entity::type());
   return descriptor;
 }
 
