@@ -2,11 +2,12 @@
 
 #include <signal.h>
 #include <sys/epoll.h>
-#include <sys/signalfd.h>
 #include <sys/timerfd.h>
 
 #include <algorithm>
 #include <array>
+
+#include "agent/base/Signals.h"
 
 namespace Agent {
 
@@ -27,17 +28,13 @@ void Loop::unwatch(int fd) {
   if (handlers_.erase(fd) != 0) epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr);
 }
 
-void Loop::stopOnSignals() {
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, SIGINT);
-  sigaddset(&set, SIGTERM);
-  sigprocmask(SIG_BLOCK, &set, nullptr);
-  signals_ = Fd(checked(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd"));
+void Loop::takeSignals() {
+  signals_ = signalFd({SIGHUP, SIGINT, SIGTERM});
   watchInput(signals_.get(), [this] {
-    signalfd_siginfo info;
-    if (read(signals_.get(), &info, sizeof info) != static_cast<ssize_t>(sizeof info)) return;
-    stopSignal_ = static_cast<int>(info.ssi_signo);
+    int const signal = takeSignal(signals_);
+    if (signal == SIGHUP && hangup_) hangup_();
+    if (signal == 0 || signal == SIGHUP) return;
+    stopSignal_ = signal;
     stop();
   });
 }

@@ -24,7 +24,8 @@ class Loop {
   /// turn, with everything else in turn. Replaces a former handler of `fd`. Raises std::system_error.
   void watch(int fd, Handler handler, std::uint32_t events);
   void watchInput(int fd, Handler handler);
-  /// Takes `fd` off; before it is closed. A handler may take off any descriptor, its own too.
+  /// Takes `fd` off, before it is closed; does nothing for one that is not watched. A handler may take off
+  /// any descriptor, its own too.
   void unwatch(int fd);
 
   /// Calls `work` once a turn, without waiting in between, until it is replaced by an empty one.
@@ -34,12 +35,14 @@ class Loop {
   /// done while the loop waits.
   void turnEndIs(Handler handler) { turnEnd_ = std::move(handler); }
 
-  /// SIGINT and SIGTERM end run() from now on, whatever else is ready. Call it before a second thread starts.
-  void stopOnSignals();
+  /// SIGINT and SIGTERM end run() from now on, whatever else is ready; SIGHUP ends nothing and calls the
+  /// handler of `hangupIs`. Call it before a second thread starts. Raises std::system_error.
+  void takeSignals();
+  void hangupIs(Handler handler) { hangup_ = std::move(handler); }
   /// The signal that ended run(), or 0.
   int stopSignal() const { return stopSignal_; }
 
-  /// Turns until stop() is called, by a handler or before.
+  /// Turns until stop() is called, by a handler or before. What a handler raises leaves through here.
   void run();
   void stop() { stopped_ = true; }
 
@@ -52,11 +55,12 @@ class Loop {
   std::map<int, std::shared_ptr<Handler>> handlers_;
   Handler work_;
   Handler turnEnd_;
+  Handler hangup_;
   bool stopped_ = false;
   int stopSignal_ = 0;
 };
 
-/// Calls a handler once, after a delay.
+/// Calls a handler once, after a delay, from the loop. The loop outlives the timer.
 class Timer {
  public:
   Timer(Loop& loop, Loop::Handler handler);
@@ -64,7 +68,7 @@ class Timer {
   Timer(Timer const&) = delete;
   Timer& operator=(Timer const&) = delete;
 
-  /// Replaces a delay that still runs. Nothing is as good as at once.
+  /// Replaces a delay that still runs. Zero or less fires in the next turn. Raises std::system_error.
   void start(std::chrono::nanoseconds delay);
   void cancel();
   bool isRunning() const { return running_; }

@@ -143,7 +143,7 @@ int runAgent(AgentOptions const& options) {
     }
   }
   Loop loop;
-  loop.stopOnSignals();
+  loop.takeSignals();
   return AgentProcess(options, loop).run();
 }
 

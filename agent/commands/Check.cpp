@@ -2,7 +2,7 @@
 
 #include "agent/commands/Commands.h"
 #include "agent/commands/FormatOptions.h"
-#include "agent/views/FormatTable.h"
+#include "agent/tables/Tables.h"
 
 namespace Agent {
 
@@ -25,8 +25,9 @@ struct Finding {
 
 /// Mounts and checks one table. A damaged one that cannot even be mounted violates the invariant "mount".
 Finding checkTable(Site const& site, TablePlace const& place) {
-  return withReader(site, place, [&](auto const& table) {
-    Finding finding{place, table.mountStatus(), 0, {}, {}};
+  Finding finding{place, {}, 0, {}, {}};
+  withReader(site, place, [&](auto const& table) {
+    finding.status = table.mountStatus();
     if (Brine::isReadable(finding.status)) {
       finding.violations = table.check();
       finding.rows = table.statistics().rows;
@@ -36,8 +37,8 @@ Finding checkTable(Site const& site, TablePlace const& place) {
     } else if (finding.status != Brine::MountStatus::noTable) {
       finding.obstacle = explain(table, place);
     }
-    return finding;
   });
+  return finding;
 }
 
 void writePeople(Output& out, Finding const& finding) {
@@ -73,7 +74,7 @@ int check(CheckOptions const& options) {
   std::vector<TablePlace> places;
   for (std::string const& subject : options.subjects) places.push_back(placeOf(subject, options.learned, {}));
   bool const all = places.empty();
-  if (all) places.assign(allTables.begin(), allTables.end());
+  if (all) places = allTables();
 
   std::vector<Finding> findings;
   bool isSound = true;
@@ -108,7 +109,7 @@ void addCheckCommand(CLI::App& app, Run& run) {
   CLI::App* const command = app.add_subcommand("check", "Verify every invariant of the tables");
   auto* const what =
       command->add_option("what", options->subjects, "hosts, floods, bridge-ids; all tables if none is named")
-          ->check(CLI::IsMember({"hosts", "floods", "bridge-ids"}));
+          ->check(CLI::IsMember(tableWords()));
   command->add_flag("--all", options->all, "All tables of both sides, as if none were named")->excludes(what);
   addViewOptions(*command, *options);
   command->add_flag("--learned", options->learned, "The tables that the EVPN side writes")->needs(what);

@@ -3,7 +3,8 @@
 #pragma once
 
 #include <functional>
-#include <stdexcept>
+
+#include "agent/base/UsageError.h"
 
 namespace CLI {
 class App;
@@ -17,12 +18,6 @@ enum ExitStatus : int { exitOk = 0, exitFailed = 1, exitUsage = 2 };
 /// Runs a command and returns the program's exit status. An exception is reported by its text and means
 /// `exitFailed`, a UsageError `exitUsage`.
 using Run = std::function<int()>;
-
-/// The command line is at odds with itself in a way that its parser cannot see.
-class UsageError : public std::runtime_error {
- public:
-  using runtime_error::runtime_error;
-};
 
 void addAgentCommand(CLI::App& app, Run& run);
 void addEvpnCommand(CLI::App& app, Run& run);

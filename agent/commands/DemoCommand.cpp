@@ -11,7 +11,6 @@
 #include "agent/commands/Verdict.h"
 #include "agent/feed/Event.h"
 #include "agent/site/Control.h"
-#include "agent/views/FormatRows.h"
 
 namespace Agent {
 
@@ -34,7 +33,7 @@ struct SiteFeeds {
   double seconds = 0;
 };
 
-SiteFeeds splitTrace(std::string const& path) {
+SiteFeeds splitRecording(std::string const& path) {
   std::ifstream file(path);
   SiteFeeds feeds;
   for (std::string line; std::getline(file, line);) {
@@ -105,7 +104,8 @@ class DemoSite {
     }
   }
   SiteState state() {
-    return {name_, view_.exported(), view_.learned(), controlRequest(Site(dir_), "evpn-status")};
+    return {name_, view_.exported(), view_.learned(),
+            evpnStatusOf(nlohmann::json(controlRequest(Site(dir_), "evpn-status")))};
   }
 
  private:
@@ -171,11 +171,8 @@ class Demo {
     for (DemoSite* const site : {&west_, &east_}) {
       SiteRows const rows = site->view().exported();
       screen_.heading(site->name() + " exports");
-      std::vector<QorEvpn::Host> hosts;
-      for (auto const& [key, row] : rows.hosts) hosts.push_back(row);
-      std::vector<QorEvpn::FloodEntry> floods(rows.floods.begin(), rows.floods.end());
-      screen_.rows<QorEvpn::Host>(hosts, options_.rows, "host");
-      screen_.rows<QorEvpn::FloodEntry>(floods, options_.rows, "flood row");
+      screen_.rows<QorEvpn::Host>(rows, options_.rows);
+      screen_.rows<QorEvpn::FloodEntry>(rows, options_.rows);
     }
   }
 
@@ -198,7 +195,7 @@ class Demo {
     west_.stop(SIGKILL);
     SiteRows const left = west_.view().exported();
     screen_.note("west's agent is killed (SIGKILL) at " + DemoScreen::seconds(recorded()) + "; it leaves " +
-                 countText(left.hosts.size(), "host") + " to the EVPN side");
+                 countText(left.of<QorEvpn::Host>().size(), "host") + " to the EVPN side");
     // The restarted agent learns from its switches again, as fast as it can.
     west_.start(0);
     screen_.note("west's agent is started again, and reads its recording to the end at once");
@@ -235,7 +232,7 @@ bool playRound(Demo& demo, DemoScreen& screen, std::string const& title, bool wi
 
 int runDemo(DemoOptions const& options) {
   DemoScreen screen;
-  SiteFeeds const feeds = splitTrace(dataFile("fabric-3vni.jsonl"));
+  SiteFeeds const feeds = splitRecording(dataFile("fabric-3vni.jsonl"));
   Expectation const expected = Expectation::ofFile(dataFile("fabric-3vni.end.json"));
   DemoFolder root(options.dir, options.keep);
 

@@ -2,10 +2,11 @@
 
 #include <poll.h>
 #include <signal.h>
-#include <sys/signalfd.h>
 #include <unistd.h>
 
 #include <cstdio>
+
+#include "agent/base/Signals.h"
 
 namespace Agent {
 
@@ -13,16 +14,6 @@ namespace {
 
 /// Without a terminal: seconds of the recording between two lines of progress.
 constexpr double progressStep = 8;
-
-Fd takeSignals() {
-  sigset_t set;
-  sigemptyset(&set);
-  sigaddset(&set, SIGHUP);
-  sigaddset(&set, SIGINT);
-  sigaddset(&set, SIGTERM);
-  sigprocmask(SIG_BLOCK, &set, nullptr);
-  return Fd(checked(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK), "signalfd"));
-}
 
 std::string siteText(std::string_view name, std::uint64_t out, std::uint64_t in) {
   char text[64];
@@ -36,7 +27,7 @@ std::string siteText(std::string_view name, std::uint64_t out, std::uint64_t in)
 DemoScreen::DemoScreen()
     : out_(STDOUT_FILENO),
       colours_(out_.hasColours()),
-      signals_(takeSignals()),
+      signals_(signalFd({SIGHUP, SIGINT, SIGTERM})),
       isTerminal_(isatty(STDOUT_FILENO)) {
   out_.stopFdIs(signals_.get());
 }

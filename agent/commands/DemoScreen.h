@@ -10,7 +10,6 @@
 #include "agent/base/Fd.h"
 #include "agent/commands/Verdict.h"
 #include "agent/views/Format.h"
-#include "agent/views/FormatRows.h"
 
 namespace Agent {
 
@@ -44,14 +43,15 @@ class DemoScreen {
   void progressEnds();
   void verdict(std::vector<Check> const& checks);
 
-  /// The first `limit` rows, or all for 0, in the order in which people read them.
+  /// The first `limit` rows of a kind, or all for 0, in the order in which people read them.
   template <class Row>
-  void rows(std::vector<Row>& rows, std::size_t limit, std::string_view noun) {
-    std::sort(rows.begin(), rows.end(),
-              [](Row const& left, Row const& right) { return shownBefore(left, right); });
+  void rows(SiteRows const& all, std::size_t limit) {
+    std::vector<Row> rows;
+    for (auto const& [key, row] : all.of<Row>()) rows.push_back(row);
+    std::sort(rows.begin(), rows.end(), shownBefore<Row>);
     std::size_t const shown = limit == 0 ? rows.size() : std::min(limit, rows.size());
-    writeColumns(out_, columnsOf<Row>(), std::span<Row const>(rows.data(), shown));
-    out_.write(shown < rows.size() ? "... " : "", countText(rows.size(), noun), "\n\n");
+    writeColumns(out_, TableKind<Row>::fields(), std::span<Row const>(rows.data(), shown));
+    out_.write(shown < rows.size() ? "... " : "", countText(rows.size(), TableKind<Row>::noun), "\n\n");
     out_.flush();
   }
 

@@ -31,7 +31,7 @@ int runFeed(EvpnOptions const& options) {
   auto const log = loggerOf(options);
   int status = exitOk;
   Loop loop;
-  loop.stopOnSignals();
+  loop.takeSignals();
   std::optional<Learned> learned;
   std::optional<Feed> feed;
   feed.emplace(loop, options.feed.feed(),
@@ -68,7 +68,7 @@ bool isSame(std::filesystem::path const& left, std::filesystem::path const& righ
 int runExchange(EvpnOptions const& options) {
   auto const log = loggerOf(options);
   Loop loop;
-  loop.stopOnSignals();
+  loop.takeSignals();
   std::vector<Site> sites{Site(options.dir)};
   for (std::string const& peer : options.peers) sites.emplace_back(peer);
   for (auto site = sites.begin(); site != sites.end(); ++site) {

@@ -4,7 +4,8 @@
 #include <string>
 
 #include "agent/site/Site.h"
-#include "agent/views/FormatRows.h"
+#include "agent/tables/RowFilter.h"
+#include "agent/views/Format.h"
 
 namespace CLI {
 class App;

@@ -7,7 +7,7 @@
 
 #include "agent/commands/Commands.h"
 #include "agent/site/Control.h"
-#include "agent/views/FormatTable.h"
+#include "agent/tables/Tables.h"
 #include "agent/views/ShowFigures.h"
 
 namespace Agent {
@@ -66,7 +66,7 @@ class Show {
   template <class Row>
   void rows(std::span<Row const> rows) {
     switch (options_.form()) {
-      case Form::people: writeColumns(out_, columnsOf<Row>(), rows); break;
+      case Form::people: writeColumns(out_, TableKind<Row>::fields(), rows); break;
       case Form::text:
         for (Row const& row : rows) out_.write(row, "\n");
         break;
@@ -76,7 +76,7 @@ class Show {
 
   void requireRows(std::string const& subject) const {
     RowFilter const& filter = options_.filter;
-    if (options_.learned || options_.text || filter.vni || filter.mac || filter.vtep) {
+    if (options_.learned || options_.text || !filter.isEmpty()) {
       throw UsageError(subject + ": only rows have --learned, filters and a text form");
     }
   }
@@ -89,7 +89,7 @@ class Show {
       out_.write(state.dump());
     } else {
       std::vector<StateFigure> const all = figuresOf(state);
-      writeColumns(out_, StateFigure::columns(), std::span(all));
+      writeColumns(out_, StateFigure::fields(), std::span(all));
     }
   }
 
@@ -97,11 +97,11 @@ class Show {
   void figures(std::string const& member, std::vector<Figures> const& all) {
     requireRows(member);
     title(member, member);
-    std::span<Column<Figures> const> const columns = Figures::columns();
+    std::span<Field<Figures> const> const fields = Figures::fields();
     if (options_.json) {
-      writeArray(out_, std::span(all), [&](Figures const& row) { return toJson(columns, row); });
+      writeArray(out_, std::span(all), [&](Figures const& row) { return toJson(fields, row); });
     } else {
-      writeColumns(out_, columns, std::span(all));
+      writeColumns(out_, fields, std::span(all));
     }
   }
 
@@ -110,7 +110,7 @@ class Show {
       requireReadable(table, place);
       if (table.mountStatus() != Brine::MountStatus::mounted) note(explain(table, place));
       std::vector<Row> const found = readRows(table, place);
-      title(place.member(), place.label());
+      title(place.member, place.label());
       rows(std::span<Row const>(found));
     });
   }
@@ -124,14 +124,13 @@ class Show {
       try {
         Row const* const row = cursor.next();
         atEnd = row == nullptr;
-        if (!atEnd && options_.filter.matches(*row)) found.push_back(*row);
+        if (!atEnd && matches(options_.filter, *row)) found.push_back(*row);
       } catch (Brine::CorruptionError const& error) {
         note(place.label() + ": " + error.what() + "; `qorevpn check` says more");
         status_ = exitFailed;
       }
     }
-    std::sort(found.begin(), found.end(),
-              [](Row const& left, Row const& right) { return shownBefore(left, right); });
+    std::sort(found.begin(), found.end(), shownBefore<Row>);
     return found;
   }
 

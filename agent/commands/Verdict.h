@@ -18,7 +18,7 @@ struct SiteState {
   std::string name;
   SiteRows exported;
   SiteRows learned;
-  nlohmann::json evpnStatus;
+  EvpnStatus evpnStatus;
 };
 
 /// Compares: `west` with its expectation; what either exports with what the other learned.

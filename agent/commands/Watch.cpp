@@ -2,47 +2,41 @@
 
 #include <poll.h>
 #include <signal.h>
-#include <sys/signalfd.h>
-#include <time.h>
 
 #include <CLI/CLI.hpp>
 #include <iostream>
+#include <memory>
+#include <set>
 #include <unordered_map>
 #include <utility>
 
-#include "agent/base/Fd.h"
+#include "agent/base/Log.h"
+#include "agent/base/Signals.h"
 #include "agent/commands/Commands.h"
 #include "agent/site/Mount.h"
+#include "agent/tables/Tables.h"
 #include "agent/views/Json.h"
 
 namespace Agent {
 
 namespace {
 
-/// Now, "2026-11-21T03:41:02.123Z"; for people the local time of day, "03:41:02.123".
-std::string timeText(bool forPeople) {
-  timespec now{};
-  clock_gettime(CLOCK_REALTIME, &now);
-  tm parts{};
-  char text[32];
-  std::size_t length;
-  if (forPeople) {
-    localtime_r(&now.tv_sec, &parts);
-    length = strftime(text, sizeof text, "%H:%M:%S", &parts);
-  } else {
-    gmtime_r(&now.tv_sec, &parts);
-    length = strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-  }
-  std::string result(text, length);
-  std::string const milliseconds = std::to_string(1000 + now.tv_nsec / 1000000);
-  Orb::appendTexts(result, ".", std::string_view(milliseconds).substr(1), forPeople ? "" : "Z");
-  return result;
-}
-
-template <class Row>
+/// Watches one table for the loop below, which polls `fd()`.
 class Watcher {
  public:
-  Watcher(WatchOptions const& options, TablePlace const& place, Output& out)
+  virtual ~Watcher() = default;
+  /// Writes what has changed, and what became of the table. False once its writer has ended and that is the
+  /// end of it; raises where there is nothing to watch.
+  virtual bool deliver() = 0;
+  virtual int fd() const = 0;
+  virtual bool isToLookAgain() const = 0;
+  virtual int exitStatus() const = 0;
+};
+
+template <class Row>
+class RowWatcher : public Watcher {
+ public:
+  RowWatcher(WatchOptions const& options, TablePlace const& place, Output& out)
       : options_(options), place_(place), out_(out), colours_(out.hasColours()) {
     table_.onChanged = [this](Key const& key) { changed(key); };
     table_.onCorruption = [this](std::string const& text) {
@@ -51,24 +45,18 @@ class Watcher {
     };
   }
 
-  int run(int stopFd) {
-    mount();
-    statusMarker();
-    // What comes to a table that was not there yet is news.
-    isSynchronised_ = status_ == Brine::MountStatus::noTable && options_.stay;
-    for (;;) {
-      deliver();
-      out_.flush();
-      if (!options_.stay && status_ != Brine::MountStatus::mounted) return end();
-      std::array<pollfd, 3> waits = {{{table_.fd(), POLLIN, 0}, {stopFd, POLLIN, 0}, {out_.fd(), 0, 0}}};
-      int const timeout =
-          mustLookAgain(status_) ? static_cast<int>(std::chrono::milliseconds(lookAgainDelay).count()) : -1;
-      if (poll(waits.data(), waits.size(), timeout) < 0 && errno != EINTR) throwErrno("poll");
-      if (waits[1].revents != 0 || waits[2].revents != 0) return exitStatus_;
-      // Without a descriptor the table does not even wait.
-      if (table_.fd() < 0) mount();
-    }
+  bool deliver() override {
+    // Without a descriptor the table does not even wait.
+    if (table_.fd() < 0) mount();
+    tell();
+    bool const isOver = !options_.stay && status_ != Brine::MountStatus::mounted;
+    if (isOver) end();
+    return !isOver;
   }
+
+  int fd() const override { return table_.fd(); }
+  bool isToLookAgain() const override { return mustLookAgain(status_); }
+  int exitStatus() const override { return exitStatus_; }
 
  private:
   using Codec = Brine::Codec<Row>;
@@ -79,13 +67,19 @@ class Watcher {
 
   void mount() {
     table_.unmount();
-    table_.mount(place_.options(Site(options_.dir), Brine::Mode::keyshadow));
+    table_.mount({.directory = place_.directory(Site(options_.dir)),
+                  .name = std::string(place_.file),
+                  .mode = Brine::Mode::keyshadow});
+    if (status_ != Brine::MountStatus::unmounted) return;
+    statusMarker();
+    // What comes to a table that was not there yet is news.
+    isSynchronised_ = status_ == Brine::MountStatus::noTable && options_.stay;
   }
 
   /// Writes what a delivery tells. Its lines are kept until it is known whether a marker must precede them.
-  void deliver() {
+  void tell() {
     batch_.clear();
-    time_ = timeText(options_.form() != Form::json);
+    time_ = options_.json ? utcTime() : localTime();
     table_.deliver();
     bool const isMounted = table_.mountStatus() == Brine::MountStatus::mounted;
     if (isMounted) statusMarker();
@@ -117,7 +111,7 @@ class Watcher {
       rows_.erase(known);
     }
     if (before == after || (!isSynchronised_ && !options_.initial)) return;
-    if ((before && options_.filter.matches(*before)) || (after && options_.filter.matches(*after)))
+    if ((before && matches(options_.filter, *before)) || (after && matches(options_.filter, *after)))
       line(before, after);
   }
 
@@ -127,15 +121,19 @@ class Watcher {
                                    : !after         ? "removed"
                                                     : "changed";
     if (options_.json) {
-      nlohmann::ordered_json object = {
-          {"time", time_}, {"event", event}, {"before", nullptr}, {"after", nullptr}};
+      nlohmann::ordered_json object = {{"time", time_},
+                                       {"table", place_.label()},
+                                       {"event", event},
+                                       {"before", nullptr},
+                                       {"after", nullptr}};
       if (before) object["before"] = rowJson(*before);
       if (after) object["after"] = rowJson(*after);
       Orb::appendTexts(batch_, object.dump(), "\n");
       return;
     }
     std::string_view const colour = !before ? colours_.added : !after ? colours_.removed : colours_.changed;
-    Orb::appendTexts(batch_, colours_.faint, time_, colours_.reset, "  ", colour, event, colours_.reset);
+    Orb::appendTexts(batch_, colours_.faint, time_, colours_.reset, "  ", title(), colour, event,
+                     colours_.reset);
     batch_.append(std::string_view("present  ").size() - event.size(), ' ');
     if (options_.text) {
       if (before) Orb::appendTexts(batch_, *before);
@@ -143,10 +141,10 @@ class Watcher {
       if (after) Orb::appendTexts(batch_, *after);
     } else {
       std::string_view gap;
-      for (Column<Row> const& column : columnsOf<Row>()) {
-        Orb::appendTexts(batch_, gap, column.member, " ", column.text(before ? *before : *after));
-        if (before && after && column.text(*before) != column.text(*after)) {
-          Orb::appendTexts(batch_, " -> ", colour, column.text(*after), colours_.reset);
+      for (Field<Row> const& field : TableKind<Row>::fields()) {
+        Orb::appendTexts(batch_, gap, field.member, " ", field.text(before ? *before : *after));
+        if (before && after && field.text(*before) != field.text(*after)) {
+          Orb::appendTexts(batch_, " -> ", colour, field.text(*after), colours_.reset);
         }
         gap = "  ";
       }
@@ -156,11 +154,15 @@ class Watcher {
 
   void marker(std::string_view event, std::string_view reason) {
     if (options_.json) {
-      out_.write(toLine({{"time", time_}, {"event", event}, {"reason", reason}}), "\n");
+      out_.write(toLine({{"time", time_}, {"table", place_.label()}, {"event", event}, {"reason", reason}}),
+                 "\n");
     } else {
-      out_.write(colours_.faint, time_, "  -- ", event, ": ", reason, colours_.reset, "\n");
+      out_.write(colours_.faint, time_, "  ", title(), "-- ", event, ": ", reason, colours_.reset, "\n");
     }
   }
+
+  /// Which table a line is about, where several are watched.
+  std::string title() const { return options_.subjects.size() > 1 ? std::string(place_.word) + ": " : ""; }
 
   /// Where the watch goes on whatever becomes of the table, says what became of it.
   void statusMarker() {
@@ -168,12 +170,12 @@ class Watcher {
     status_ = table_.mountStatus();
     hadWriter_ = hadWriter_ || status_ == Brine::MountStatus::mounted;
     if (!options_.stay) return;
-    time_ = timeText(options_.form() != Form::json);
+    time_ = options_.json ? utcTime() : localTime();
     marker(Brine::toText(status_),
            status_ == Brine::MountStatus::mounted ? place_.label() : explain(table_, place_));
   }
 
-  int end() {
+  void end() {
     std::string const text = explain(table_, place_);
     if (!hadWriter_ || status_ != Brine::MountStatus::writerGone) throw std::runtime_error(text);
     if (options_.json) {
@@ -181,7 +183,6 @@ class Watcher {
       out_.flush();
     }
     std::cerr << "qorevpn: the end: " << text << '\n';
-    return exitStatus_;
   }
 
   WatchOptions const& options_;
@@ -200,15 +201,63 @@ class Watcher {
   int exitStatus_ = exitOk;
 };
 
+using Watchers = std::vector<std::unique_ptr<Watcher>>;
+
+Watchers watchersOf(WatchOptions const& options, Output& out) {
+  Watchers watchers;
+  std::set<std::string_view> seen;
+  for (std::string const& subject : options.subjects) {
+    if (!seen.insert(subject).second) continue;
+    TablePlace const place = placeOf(subject, options.learned, options.filter);
+    withRow(place, [&]<class Row>(std::type_identity<Row>) {
+      watchers.push_back(std::make_unique<RowWatcher<Row>>(options, place, out));
+    });
+  }
+  return watchers;
+}
+
+/// Everything that was there has been written; what follows is news.
+void initialEnd(WatchOptions const& options, Output& out) {
+  Colours const colours(out.hasColours());
+  if (options.json) {
+    out.write("{\"event\":\"initial-end\"}\n");
+  } else {
+    out.write(colours.faint, localTime(), "  -- initial-end: what was there is above, changes follow",
+              colours.reset, "\n");
+  }
+}
+
+int watchAll(WatchOptions const& options, Output& out, int stopFd) {
+  Watchers watchers = watchersOf(options, out);
+  int status = exitOk;
+  for (bool isFirst = true; !watchers.empty(); isFirst = false) {
+    std::erase_if(watchers, [&](auto const& watcher) {
+      bool const goesOn = watcher->deliver();
+      if (watcher->exitStatus() != exitOk) status = watcher->exitStatus();
+      return !goesOn;
+    });
+    if (isFirst && options.initial) initialEnd(options, out);
+    out.flush();
+    std::vector<pollfd> waits = {{stopFd, POLLIN, 0}, {out.fd(), 0, 0}};
+    int timeout = -1;
+    for (auto const& watcher : watchers) {
+      waits.push_back({watcher->fd(), POLLIN, 0});
+      if (watcher->isToLookAgain())
+        timeout = static_cast<int>(std::chrono::milliseconds(lookAgainDelay).count());
+    }
+    if (watchers.empty()) break;
+    if (poll(waits.data(), waits.size(), timeout) < 0 && errno != EINTR) throwErrno("poll");
+    if (waits[0].revents != 0 || waits[1].revents != 0) break;
+  }
+  return status;
+}
+
 }  // namespace
 
 int watch(WatchOptions const& options, Output& out, int stopFd) {
-  TablePlace const place = placeOf(options.subject, options.learned, options.filter);
   out.stopFdIs(stopFd);
   try {
-    return withKind(place.kind, [&]<class Row>(std::type_identity<Row>) {
-      return Watcher<Row>(options, place, out).run(stopFd);
-    });
+    return watchAll(options, out, stopFd);
   } catch (OutputClosed const&) {
     return exitOk;
   }
@@ -216,31 +265,27 @@ int watch(WatchOptions const& options, Output& out, int stopFd) {
 
 void addWatchCommand(CLI::App& app, Run& run) {
   auto const options = std::make_shared<WatchOptions>();
-  CLI::App* const command = app.add_subcommand("watch", "Watch the changes of a table");
-  command->add_option("what", options->subject, "hosts, floods or bridge-ids")
+  CLI::App* const command = app.add_subcommand("watch", "Watch the changes of tables");
+  command->add_option("what", options->subjects, "hosts, floods, bridge-ids; one or more")
       ->required()
-      ->check(CLI::IsMember({"hosts", "floods", "bridge-ids"}));
+      ->check(CLI::IsMember(tableWords()));
   addViewOptions(*command, *options);
   addRowOptions(*command, *options);
-  command->add_flag("--initial", options->initial, "Begin with the rows that are there");
+  command->add_flag("--initial", options->initial,
+                    "Begin with the rows that are there, and a line `initial-end` behind them");
   command->add_flag("--stay", options->stay,
                     "Wait for the table, and for the next writer when this one ends");
   command->footer(
       "A line a change: added, changed (before -> after) or removed. Ends when the writer of the table "
       "ends.\n"
-      "With --json each line is an object: time, event, before, after.\n\n"
+      "With --json each line is an object: time, table, event, before, after.\n\n"
       "Examples:\n"
       "  qorevpn watch hosts                          what the agent exports, as it changes\n"
       "  qorevpn watch hosts --learned --vni 5000     what EVPN learned in one VNI\n"
-      "  qorevpn watch floods --initial --stay --json | jq -c .after");
+      "  qorevpn watch hosts floods --initial --stay --json | jq -c .after");
   command->callback([options, &run] {
     run = [options] {
-      sigset_t stops;
-      sigemptyset(&stops);
-      sigaddset(&stops, SIGINT);
-      sigaddset(&stops, SIGTERM);
-      sigprocmask(SIG_BLOCK, &stops, nullptr);
-      Fd const stopFd(checked(signalfd(-1, &stops, SFD_CLOEXEC), "signalfd"));
+      Fd const stopFd = signalFd({SIGINT, SIGTERM});
       Output out(STDOUT_FILENO);
       return watch(*options, out, stopFd.get());
     };

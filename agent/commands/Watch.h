@@ -1,19 +1,19 @@
-/// `qorevpn watch`: the changes of one table as they come, each with the row before and after.
+/// `qorevpn watch`: the changes of tables as they come, each with the row before and after.
 #pragma once
 
 #include "agent/commands/FormatOptions.h"
-#include "agent/views/FormatTable.h"
+#include "agent/views/Format.h"
 
 namespace Agent {
 
 struct WatchOptions : ViewOptions {
-  std::string subject;
-  bool initial = false;  ///< Begin with the rows that are there.
-  bool stay = false;     ///< Wait for a table, and for the next writer when this one ends.
+  std::vector<std::string> subjects;
+  bool initial = false;  ///< Begin with the rows that are there, and a line behind the last of them.
+  bool stay = false;     ///< Wait for a table, and for the next writer when one ends.
 };
 
-/// Writes changes to `out` until the writer ends, `stopFd` becomes readable, or the reader of `out` goes.
-/// Returns the exit status; raises where there is nothing to watch.
+/// Writes changes to `out` until the last writer ends, `stopFd` becomes readable, or the reader of `out`
+/// goes. Returns the exit status; raises where one of the tables cannot be watched.
 ///
 /// A change is what differs from what was last written, so changes of one row between two looks count as one.
 /// A watcher that cannot keep up never delays the writer; it compares the whole table instead and writes a

@@ -1,7 +1,7 @@
 #include "agent/site/Module.h"
 
 #include "Orb/Type.h"
-#include "agent/views/Json.h"
+#include "agent/views/EvpnStatus.h"
 
 namespace Agent {
 
@@ -25,7 +25,7 @@ Module::Module(Loop& loop, Site const& site, bool repair, std::function<void(std
       brIdList_(make<QorEvpn::QorBrIdList>("qorBrIdList")),
       vniStatusDir_(make<VxlanController::VniStatusDirV2>("vniStatusDir")) {
   exported_.mountAsWriter(repair);
-  mountAsWriter(brIdTable_, site.exported(), Site::brIdTable, repair);
+  mountAsWriter(brIdTable_, site.exported(), TableKind<Bridging::BridgeId>::file, repair);
   rowsFound_ = exported_.rows() + brIdTable_.statistics().rows;
   held_ = rowsFound_ != 0;
 
@@ -137,7 +137,7 @@ void Module::seedBrIdList() {
       if (row->brType() == Bridging::brTypeVni()) add(row->vni());
     }
   } catch (Brine::CorruptionError const& error) {
-    log_(site_.exported() + "/" + std::string(Site::brIdTable) + ": " + error.what());
+    log_(site_.exported() + "/" + std::string(TableKind<Bridging::BridgeId>::file) + ": " + error.what());
   }
   forEachRow(*exported_.host, exported_.host->hostWalk(),
              [&](QorEvpn::Host const& row) { add(row.key().vni()); });
@@ -161,8 +161,10 @@ void Module::deliver() {
 void Module::reportLearned() {
   std::string report;
   for (auto const& [name, status, detail] :
-       {std::tuple(Site::hostTable, learned_->host->mountStatus(), learned_->host->mountDetail()),
-        std::tuple(Site::floodTable, learned_->flood->mountStatus(), learned_->flood->mountDetail())}) {
+       {std::tuple(TableKind<QorEvpn::Host>::file, learned_->host->mountStatus(),
+                   learned_->host->mountDetail()),
+        std::tuple(TableKind<QorEvpn::FloodEntry>::file, learned_->flood->mountStatus(),
+                   learned_->flood->mountDetail())}) {
     if (!report.empty()) report += ", ";
     report.append(name).append(": ").append(toText(status));
     // That there is no table yet needs no explanation.
@@ -179,7 +181,9 @@ void Module::endTurn() {
   brIdTable_.endTurn();
 }
 
-nlohmann::ordered_json Module::evpnStatus(std::string_view vni) const { return toJson(*vniStatusDir_, vni); }
+nlohmann::ordered_json Module::evpnStatus(std::string_view vni) const {
+  return toJson(evpnStatusOf(*vniStatusDir_, vni));
+}
 
 nlohmann::ordered_json Module::state() const {
   nlohmann::ordered_json result;

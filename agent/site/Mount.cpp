@@ -1,10 +1,11 @@
 #include "agent/site/Mount.h"
 
-#include "agent/site/Site.h"
-
 namespace Agent {
 
 namespace {
+
+constexpr std::string_view hostFile = TableKind<QorEvpn::Host>::file;
+constexpr std::string_view floodFile = TableKind<QorEvpn::FloodEntry>::file;
 
 std::string message(Brine::MountOptions const& options, Brine::MountStatus status,
                     std::string const& detail) {
@@ -26,17 +27,17 @@ MountError::MountError(Brine::MountOptions const& options, Brine::MountStatus st
 
 Tables::Tables(std::string const& name, std::string place)
     : folder(std::move(place)),
-      host(QorEvpn::hostTableFactory(Orb::Name(name + "/" + std::string(Site::hostTable)))),
-      flood(QorEvpn::floodTableFactory(Orb::Name(name + "/" + std::string(Site::floodTable)))) {}
+      host(QorEvpn::hostTableFactory(Orb::Name(name + "/" + std::string(hostFile)))),
+      flood(QorEvpn::floodTableFactory(Orb::Name(name + "/" + std::string(floodFile)))) {}
 
 void Tables::mountAsWriter(bool repair) {
-  Agent::mountAsWriter(*host, folder, Site::hostTable, repair);
-  Agent::mountAsWriter(*flood, folder, Site::floodTable, repair);
+  Agent::mountAsWriter(*host, folder, hostFile, repair);
+  Agent::mountAsWriter(*flood, folder, floodFile, repair);
 }
 
 void Tables::mountAsReader(Brine::Mode mode) {
-  host->mount({.directory = folder, .name = std::string(Site::hostTable), .mode = mode});
-  flood->mount({.directory = folder, .name = std::string(Site::floodTable), .mode = mode});
+  host->mount({.directory = folder, .name = std::string(hostFile), .mode = mode});
+  flood->mount({.directory = folder, .name = std::string(floodFile), .mode = mode});
 }
 
 void Tables::unmount() {

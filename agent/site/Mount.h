@@ -10,6 +10,7 @@
 #include "Brine/TableBase.h"
 #include "VxlanController/QorEvpnBrine.h"
 #include "agent/base/Loop.h"
+#include "agent/tables/Tables.h"
 
 namespace Agent {
 

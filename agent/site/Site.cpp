@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <system_error>
 
-#include "agent/commands/Commands.h"
+#include "agent/base/UsageError.h"
 
 namespace Agent {
 

@@ -1,13 +1,8 @@
-/// The names and places of a site's tables.
+/// Agent::Site: the places of a site. Which tables it has, agent/tables says.
 ///
 ///   DIR/              0755; --dir, by default a directory of its own below /dev/shm
-///     exported/       written by the agent, read by the EVPN side
-///       host          HostTable
-///       flood         FloodTable
-///       brId          bridge identifiers of the VNIs that the controller serves
-///     learned/        written by the EVPN side, read by the agent
-///       host
-///       flood
+///     exported/       tables that the agent writes and the EVPN side reads
+///     learned/        tables that the EVPN side writes and the agent reads
 ///     control         socket of the running agent (agent/site/Control.h)
 ///
 /// The two folders of tables are made by their writers, so that the EVPN side may run as another user: make
@@ -22,9 +17,6 @@ namespace Agent {
 class Site {
  public:
   static constexpr std::string_view defaultDir = "/dev/shm/qorevpn";
-  static constexpr std::string_view hostTable = "host";
-  static constexpr std::string_view floodTable = "flood";
-  static constexpr std::string_view brIdTable = "brId";
 
   /// Raises UsageError where the path is too long for the control socket.
   explicit Site(std::string dir = std::string(defaultDir));

@@ -61,13 +61,12 @@ struct Colours {
   std::string_view heading, added, changed, removed, faint, reset;
 };
 
-/// One column of a kind of row, and the member of its JSON object.
+/// What is shown of a row: a column for people, a member of its JSON object for programs.
 template <class Row>
-struct Column {
+struct Field {
   std::string_view heading;
   std::string_view member;
   bool isNumber;  ///< Aligned to the right, a number in JSON.
-  bool isKey;     ///< Part of what tells two rows apart.
   void (*append)(std::string& out, Row const& row);
   nlohmann::json (*json)(Row const& row);
 
@@ -80,22 +79,22 @@ struct Column {
 
 /// One row as a JSON object.
 template <class Row>
-nlohmann::json toJson(std::span<Column<Row> const> columns, Row const& row) {
+nlohmann::json toJson(std::span<Field<Row> const> fields, Row const& row) {
   nlohmann::json object = nlohmann::json::object();
-  for (Column<Row> const& column : columns) object[column.member] = column.json(row);
+  for (Field<Row> const& field : fields) object[field.member] = field.json(row);
   return object;
 }
 
 /// A heading and a line a row, each column as wide as its widest cell.
 template <class Row>
-void writeColumns(Output& out, std::span<Column<Row> const> columns, std::span<Row const> rows) {
+void writeColumns(Output& out, std::span<Field<Row> const> fields, std::span<Row const> rows) {
   std::vector<std::size_t> widths;
   std::string cell;
-  for (Column<Row> const& column : columns) {
-    std::size_t width = column.heading.size();
+  for (Field<Row> const& field : fields) {
+    std::size_t width = field.heading.size();
     for (Row const& row : rows) {
       cell.clear();
-      column.append(cell, row);
+      field.append(cell, row);
       width = std::max(width, cell.size());
     }
     widths.push_back(width);
@@ -104,21 +103,21 @@ void writeColumns(Output& out, std::span<Column<Row> const> columns, std::span<R
   std::string line;
   auto const writeLine = [&](auto const& cellOf, std::string_view before, std::string_view after) {
     line.clear();
-    for (std::size_t i = 0; i < columns.size(); ++i) {
+    for (std::size_t i = 0; i < fields.size(); ++i) {
       cell.clear();
-      cellOf(columns[i]);
+      cellOf(fields[i]);
       std::size_t const gap = widths[i] - cell.size();
       if (i != 0) line += "  ";
-      if (columns[i].isNumber) line.append(gap, ' ');
+      if (fields[i].isNumber) line.append(gap, ' ');
       line += cell;
-      if (!columns[i].isNumber) line.append(gap, ' ');
+      if (!fields[i].isNumber) line.append(gap, ' ');
     }
     line.resize(line.find_last_not_of(' ') + 1);
     out.write(before, line, after, "\n");
   };
   Colours const colours(out.hasColours());
-  writeLine([&](Column<Row> const& column) { cell = column.heading; }, colours.heading, colours.reset);
-  for (Row const& row : rows) writeLine([&](Column<Row> const& column) { column.append(cell, row); }, "", "");
+  writeLine([&](Field<Row> const& field) { cell = field.heading; }, colours.heading, colours.reset);
+  for (Row const& row : rows) writeLine([&](Field<Row> const& field) { field.append(cell, row); }, "", "");
 }
 
 /// A JSON array, an element a line.

@@ -2,15 +2,13 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "VxlanController/QorEvpnValues.h"
 #include "agent/site/Site.h"
+#include "agent/views/EvpnStatus.h"
 #include "agent/views/Format.h"
-#include "agent/views/FormatRows.h"
 
 namespace Agent {
 
@@ -20,7 +18,7 @@ struct CounterFigure {
   std::string name;
   std::uint64_t value = 0;
 
-  static std::span<Column<CounterFigure> const> columns();
+  static std::span<Field<CounterFigure> const> fields();
 };
 
 /// One thing that the running agent says of itself.
@@ -28,7 +26,7 @@ struct StateFigure {
   std::string name;
   std::string value;
 
-  static std::span<Column<StateFigure> const> columns();
+  static std::span<Field<StateFigure> const> fields();
 };
 
 /// The state of one table. Where it cannot be read the numbers are 0 and `note` says why.
@@ -44,15 +42,8 @@ struct TableFigure {
   bool quiesced = false;
   std::string note;
 
-  static std::span<Column<TableFigure> const> columns();
+  static std::span<Field<TableFigure> const> fields();
 };
-
-/// The controller's per-VNI status from EVPN.
-struct VniRows {
-  std::vector<QorEvpn::Host> hosts;
-  std::vector<QorEvpn::FloodEntry> floods;
-};
-using EvpnStatus = std::map<Vxlan::Vni, VniRows>;
 
 /// The agent's. Raise where none runs, or where its socket may not be used; the message says so.
 std::vector<CounterFigure> countersOf(Site const& site);

@@ -7,7 +7,7 @@
 
 #include "Trace/Trace.h"
 #include "agent/base/Fd.h"
-#include "agent/commands/Commands.h"
+#include "agent/base/UsageError.h"
 
 namespace Agent {
 

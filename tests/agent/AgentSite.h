@@ -30,7 +30,7 @@ struct AgentSite {
   nlohmann::ordered_json ask(std::string const& request) const {
     return Agent::controlRequest(Agent::Site(dir), request);
   }
-  nlohmann::json evpnStatus() const { return ask("evpn-status"); }
+  Agent::EvpnStatus evpnStatus() const { return Agent::evpnStatusOf(nlohmann::json(ask("evpn-status"))); }
   /// How far the feed has come; null as long as no agent answers.
   nlohmann::json feed() const {
     try {

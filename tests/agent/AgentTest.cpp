@@ -84,8 +84,8 @@ TEST_P(TraceTest, TwoProcessesEndAsExpectedAndARestartWithdrawsNothing) {
   agent.emplace(std::vector<std::string>{"agent", "--dir", site.dir, "--feed", feed, "--cleanup"});
   ASSERT_TRUE(site.settles(expected)) << agent->errors();
   // Every row is written once more; a removal would be one more notification.
-  EXPECT_EQ(counter(site, "exported/host", "hostIs"), expected.exported.hosts.size());
-  EXPECT_EQ(counter(site, "exported/host", "hostNotify"), expected.exported.hosts.size());
+  EXPECT_EQ(counter(site, "exported/host", "hostIs"), expected.exported.of<QorEvpn::Host>().size());
+  EXPECT_EQ(counter(site, "exported/host", "hostNotify"), expected.exported.of<QorEvpn::Host>().size());
 
   agent->signal(SIGINT);
   EXPECT_EQ(agent->wait(), 0);
@@ -179,7 +179,9 @@ TEST(AgentTest, RowsOfTheLastRunStayUntilTheFeedSpeaksAndGoWhereItSaysOff) {
   playing(R"({"from":"controller","op":"enabled","value":false}
 {"from":"evpn","op":"flood","vni":5000,"vtep":"10.99.0.77"})");
   EXPECT_EQ(site.view.exported(), SiteRows());
-  EXPECT_EQ(site.view.learned(), (SiteRows{{}, {{Vxlan::Vni(5000), Wirix::IpAddr(0x0A63004D)}}, {}}));
+  SiteRows named;
+  named.add(QorEvpn::FloodEntry(QorEvpn::VniVtepPair(Vxlan::Vni(5000), Wirix::IpAddr(0x0A63004D))));
+  EXPECT_EQ(site.view.learned(), named);
 }
 
 TEST(AgentTest, LeavesNothingWhereItCannotBegin) {
@@ -218,7 +220,8 @@ nonsense
     EXPECT_EQ(agent.status, strict ? 1 : 0);
     EXPECT_THAT(agent.err, HasSubstr("standard input:5: not JSON"));
     EXPECT_EQ(agent.err.find("standard input:6: t goes back in time") != std::string::npos, !strict);
-    EXPECT_EQ(site.view.exported().hosts.size(), strict ? 1U : 2U) << "earlier events stay in force";
+    EXPECT_EQ(site.view.exported().of<QorEvpn::Host>().size(), strict ? 1U : 2U)
+        << "earlier events stay in force";
   }
 }
 

@@ -20,7 +20,7 @@ struct CheckTest : testing::Test, SiteWriter {
 TEST_F(CheckTest, NamesTheInvariantThatFails) {
   EXPECT_EQ(check({"--all"}).status, 1) << "nothing there";
   mountHosts();
-  mount(learnedHosts, site().learned(), Agent::Site::hostTable);
+  mount(learnedHosts, true);
   for (std::uint64_t mac = 1; mac <= 20; ++mac) hosts.write(host(5000, mac, 11));
   hosts.endTurn();
   Outcome outcome = check({"--all"});

@@ -19,16 +19,18 @@ class ExchangeTest : public testing::Test {
   void mount() {
     for (SiteWriter& site : sites_) {
       site.mountHosts();
-      site.mount(site.floods, site.site().exported(), Agent::Site::floodTable);
+      site.mount(site.floods);
     }
   }
   /// Waits until every site has learned exactly these rows.
   void expectLearned(std::vector<std::vector<QorEvpn::Host>> const& wanted) {
     for (std::size_t i = 0; i < 3; ++i) {
       SiteRows rows;
-      for (QorEvpn::Host const& row : wanted[i]) rows.hosts.emplace(row.key(), row);
-      EXPECT_TRUE(becomes([&] { return views_[i].learned().hosts == rows.hosts; }))
-          << "site " << i << " learned " << views_[i].learned().hosts.size() << " hosts";
+      for (QorEvpn::Host const& row : wanted[i]) rows.add(row);
+      EXPECT_TRUE(becomes([&] {
+        return views_[i].learned().of<QorEvpn::Host>() == rows.of<QorEvpn::Host>();
+      })) << "site "
+          << i << " learned " << views_[i].learned().of<QorEvpn::Host>().size() << " hosts";
     }
   }
 
@@ -59,13 +61,16 @@ TEST_F(ExchangeTest, SequenceNumbersDecideAndNothingReturns) {
     sites_[site].floods.endTurn();
   }
   EXPECT_TRUE(becomes([&] {
-    return views_[0].learned().floods.size() == 1 && views_[1].learned().floods.size() == 1 &&
-           views_[2].learned().floods.size() == 1;
+    return views_[0].learned().of<QorEvpn::FloodEntry>().size() == 1 &&
+           views_[1].learned().of<QorEvpn::FloodEntry>().size() == 1 &&
+           views_[2].learned().of<QorEvpn::FloodEntry>().size() == 1;
   }));
   sites_[0].floods.erase(flood(5000, 9).key());
   sites_[0].floods.endTurn();
-  EXPECT_TRUE(
-      becomes([&] { return views_[1].learned().floods.empty() && !views_[0].learned().floods.empty(); }));
+  EXPECT_TRUE(becomes([&] {
+    return views_[1].learned().of<QorEvpn::FloodEntry>().empty() &&
+           !views_[0].learned().of<QorEvpn::FloodEntry>().empty();
+  }));
 }
 
 TEST_F(ExchangeTest, ARestartWithdrawsWhatIsNoLongerExportedAndTouchesNothingElse) {

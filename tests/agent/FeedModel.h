@@ -40,14 +40,13 @@ class FeedModel {
     for (auto const& [place, row] : controller_.macs) {
       auto const evpns = evpn_.macs.find(place);
       if (evpns == evpn_.macs.end() || !(evpns->second.seqNo() > row.seqNo() || evpns->second == row))
-        rows.hosts.emplace(row.key(), row);
+        rows.add(row);
     }
     for (auto const& [key, on] : controller_.floods) {
-      if (on && key.first.mac == Wirix::EthAddr() && !evpn_.floods.contains(key))
-        rows.floods.emplace(key.first.vni, key.second);
+      if (on && key.first.mac == Wirix::EthAddr() && !evpn_.floods.contains(key)) rows.add(flood(key));
     }
     auto const publish = [&](Place const& place) {
-      if (served_.contains(place.vni)) rows.bridgeIds.insert(Bridging::BridgeId::ofVni(place.vni));
+      if (served_.contains(place.vni)) rows.add(Bridging::BridgeId::ofVni(place.vni));
     };
     for (Known const* known : {&controller_, &evpn_}) {
       for (auto const& each : known->macs) publish(each.first);
@@ -57,11 +56,11 @@ class FeedModel {
     return rows;
   }
 
-  nlohmann::json evpnStatus() const {
+  Agent::EvpnStatus evpnStatus() const {
     Agent::SiteRows rows;
     if (isOn()) {
-      for (auto const& [place, row] : evpn_.macs) rows.hosts.emplace(row.key(), row);
-      for (auto const& [key, on] : evpn_.floods) rows.floods.emplace(key.first.vni, key.second);
+      for (auto const& [place, row] : evpn_.macs) rows.add(row);
+      for (auto const& [key, on] : evpn_.floods) rows.add(flood(key));
     }
     return Agent::evpnStatusOf(rows);
   }
@@ -81,6 +80,9 @@ class FeedModel {
 
   bool isOn() const { return controller_.on && evpn_.on; }
 
+  static QorEvpn::FloodEntry flood(std::pair<Place, Wirix::IpAddr> const& key) {
+    return QorEvpn::FloodEntry(QorEvpn::VniVtepPair(key.first.vni, key.second));
+  }
   static QorEvpn::Host rowOf(Agent::Event const& event) {
     QorEvpn::Host row(QorEvpn::MacVniPair(event.mac, event.vni));
     row.vtepAddrIs(event.vtep);

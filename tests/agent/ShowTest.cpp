@@ -3,7 +3,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "agent/views/FormatRows.h"
+#include "agent/tables/RowFilter.h"
 #include "tests/agent/SiteWriter.h"
 
 namespace {
@@ -14,8 +14,8 @@ using TestSupport::Outcome, TestSupport::run;
 struct ShowTest : testing::Test, SiteWriter {
   ShowTest() {
     mountHosts();
-    mount(floods, site().exported(), Agent::Site::floodTable);
-    mount(brIds, site().exported(), Agent::Site::brIdTable);
+    mount(floods);
+    mount(brIds);
     // In none of the orders that rows are shown in.
     write({host(70000, 2, 11, 4294967295), host(5000, 0xAABBCCDDEE01, 12, 7), host(5000, 1, 11)});
     for (auto const& row : {flood(70000, 11), flood(5000, 12), flood(5000, 11)}) floods.write(row);
@@ -47,7 +47,9 @@ TEST_F(ShowTest, RowsAreSortedAndFilteredInEachForm) {
       {{"hosts", "--json", "--mac", "AABB.CCDD.EE01"},
        "{\"hosts\":[\n{\"mac\":\"aa:bb:cc:dd:ee:01\",\"preference\":16,\"seq\":7,\"vni\":5000,"
        "\"vtep\":\"10.99.0.12\"}]}\n"},
-      {{"floods", "--vtep", "10.99.0.11"}, "  VNI  VTEP\n 5000  10.99.0.11\n70000  10.99.0.11\n"},
+      {{"floods", "--vtep", "10.99.0.8/30"}, "  VNI  VTEP\n 5000  10.99.0.11\n70000  10.99.0.11\n"},
+      {{"floods", "--vni", "1,5000", "--vtep", "10.99.0.0/16,10.98.0.1"},
+       " VNI  VTEP\n5000  10.99.0.11\n5000  10.99.0.12\n"},
       {{"floods", "bridge-ids", "--json", "--vni", "70000"},
        "{\"floods\":[\n{\"vni\":70000,\"vtep\":\"10.99.0.11\"}],\n\"bridgeIds\":[\n33624432]}\n"},
       {{"hosts", "--vni", "1"}, "VNI  MAC  VTEP  SEQ  PREFERENCE\n"},
@@ -72,9 +74,11 @@ TEST_F(ShowTest, EachFailureSaysWhatIsWrong) {
       {{"hosts", "--learned"}, 1, {"no table " + dir() + "/learned/host", "the EVPN side"}},
       {{"counters"}, 1, {"no agent runs for " + dir()}},
       {{"evpn-status"}, 1, {"no agent runs"}},
-      {{"hosts", "--vni", "16777216"}, 2, {"--vni", "16777216", "not allowed"}},
+      {{"hosts", "--vni", "1,16777216"}, 2, {"--vni: '16777216' is not a VNI, a number from 0 to 16777215"}},
       {{"hosts", "--mac", "02:00"}, 2, {"--mac", "02:00"}},
-      {{"floods", "--mac", "02:00:00:00:00:01"}, 2, {"only hosts have MAC addresses"}},
+      {{"hosts", "--vtep", "10.99.0.0/33"}, 2, {"--vtep", "10.99.0.0/24"}},
+      {{"hosts", "--vtep", "10.99.0.1/24"}, 2, {"--vtep"}},
+      {{"floods", "--mac", "02:00:00:00:00:01"}, 2, {"flood rows have no MAC addresses"}},
       {{"bridge-ids", "--learned"}, 2, {"--learned"}},
       {{"tables", "--vni", "1"}, 2, {"filters"}},
       {{"hosts", "--text", "--json"}, 2, {"--text"}},
@@ -129,6 +133,7 @@ TEST_F(ShowTest, AnotherUserSeesTheTablesOnlyThroughTheirGroup) {
   EXPECT_THAT(waiting.line().value(), HasSubstr("-- mounted"));
   TestSupport::Program watch({"watch", "hosts", "--dir", dir(), "--initial", "--json"}, true);
   for (int i = 0; i < 3; ++i) EXPECT_THAT(watch.line().value(), HasSubstr("present"));
+  EXPECT_THAT(watch.line().value(), HasSubstr("initial-end"));
   write({host(5000, 3, 12)});
   EXPECT_THAT(watch.line().value(), AllOf(HasSubstr("added"), HasSubstr("00:00:00:00:00:03")));
 }
@@ -140,7 +145,8 @@ TEST(FormatTest, MacAddressesAreTakenAsPeopleWriteThem) {
     EXPECT_EQ(Agent::macFromPeople(text), expected) << text;
   }
   for (char const* text :
-       {"", "02:a0:00:13:88", "02:a0:00:13:88:01:02", "02:a0:00:13:88:0g", "02:a0:00:13:88:01 "}) {
+       {"", "02:a0:00:13:88", "02:a0:00:13:88:01:02", "02:a0:00:13:88:0g", "02:a0-00:13:88:01",
+        "02.a0.00.13.88.01", "02a0:0013:8801", "02:a0:00:13:88:01 "}) {
     EXPECT_THROW(Agent::macFromPeople(text), Orb::ParseError) << text;
   }
 }

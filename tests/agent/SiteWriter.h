@@ -4,8 +4,7 @@
 #include <string_view>
 
 #include "VxlanController/QorEvpnBrine.h"
-#include "agent/site/BrIdTable.h"
-#include "agent/site/Site.h"
+#include "agent/tables/Tables.h"
 #include "support/Paths.h"
 #include "support/Program.h"
 
@@ -18,14 +17,14 @@ class SiteWriter {
   std::string const& dir() const { return site_.dir(); }
 
   template <class Row>
-  void mount(Brine::Table<Row>& table, std::string const& directory, std::string_view name) const {
-    table.mount({.directory = directory,
-                 .name = std::string(name),
+  void mount(Brine::Table<Row>& table, bool learned = false) const {
+    table.mount({.directory = Agent::placeOf<Row>(learned).directory(site_),
+                 .name = std::string(Agent::TableKind<Row>::file),
                  .mode = Brine::Mode::writer,
                  .initialRows = 16,
                  .ringEntries = ringEntries_});
   }
-  void mountHosts() { mount(hosts, site_.exported(), Agent::Site::hostTable); }
+  void mountHosts() { mount(hosts); }
 
   /// A turn that writes these rows, and one that removes a row.
   void write(std::vector<QorEvpn::Host> const& rows) {

@@ -28,13 +28,16 @@ TEST_F(WatchTest, EveryDifferenceIsALineWithBeforeAndAfter) {
   mountHosts();
   write({host(5000, 1, 11), host(6000, 1, 11)});
   Program all(command({"hosts", "--initial"}));
-  Program json(command({"hosts", "--vni", "6000", "--json", "--initial"}));
+  mount(floods);
+  Program json(command({"hosts", "floods", "--vni", "6000,7000", "-j", "--initial"}));
   std::vector<std::string> const present = {next(all), next(all)};
   EXPECT_THAT(present,
               UnorderedElementsAre(
                   "present  vni 5000  mac 00:00:00:00:00:01  vtep 10.99.0.11  seq 0  preference 16",
                   "present  vni 6000  mac 00:00:00:00:00:01  vtep 10.99.0.11  seq 0  preference 16"));
-  EXPECT_THAT(json.line().value(), HasSubstr("present"));
+  EXPECT_THAT(next(all), HasSubstr("-- initial-end"));
+  EXPECT_THAT(json.line().value(), AllOf(HasSubstr("present"), HasSubstr("exported/host")));
+  EXPECT_EQ(json.line(), R"({"event":"initial-end"})");
   write({host(5000, 2, 11)});
   EXPECT_EQ(next(all), "added    vni 5000  mac 00:00:00:00:00:02  vtep 10.99.0.11  seq 0  preference 16");
   write({host(6000, 1, 12, 1)});
@@ -42,6 +45,9 @@ TEST_F(WatchTest, EveryDifferenceIsALineWithBeforeAndAfter) {
       next(all),
       "changed  vni 6000  mac 00:00:00:00:00:01  vtep 10.99.0.11 -> 10.99.0.12  seq 0 -> 1  preference 16");
   EXPECT_THAT(json.line().value(), HasSubstr("changed"));
+  floods.write(flood(7000, 12));
+  floods.endTurn();
+  EXPECT_THAT(json.line().value(), AllOf(HasSubstr("added"), HasSubstr("exported/flood")));
   write({host(6000, 1, 12, 1)});  // Equal: nothing to say.
   remove(host(5000, 2, 11));
   EXPECT_EQ(next(all), "removed  vni 5000  mac 00:00:00:00:00:02  vtep 10.99.0.11  seq 0  preference 16");
@@ -50,6 +56,10 @@ TEST_F(WatchTest, EveryDifferenceIsALineWithBeforeAndAfter) {
   EXPECT_EQ(all.wait(), 0);
   EXPECT_THAT(all.errors(), AllOf(HasSubstr("exported/host"), HasSubstr("not running")));
   EXPECT_EQ(nlohmann::json::parse(json.line().value()).at("event"), "writer gone");
+  floods.write(flood(7000, 13));  // One that ends does not end the others.
+  floods.endTurn();
+  EXPECT_THAT(json.line().value(), HasSubstr("10.99.0.13"));
+  floods.unmount();
   EXPECT_EQ(json.wait(), 0);
 }
 
@@ -58,6 +68,7 @@ TEST_F(WatchTest, AFilterLetsPassWhatMatchesBeforeOrAfter) {
   write({host(5000, 9, 12)});
   Program watch(command({"hosts", "--vtep", "10.99.0.12", "--json", "--initial"}));
   EXPECT_THAT(watch.line().value(), HasSubstr("present"));
+  EXPECT_THAT(watch.line().value(), HasSubstr("initial-end"));
   for (std::string const line : {"10.99.0.12 -> 10.99.0.11", "10.99.0.11 -> 10.99.0.12"}) {
     std::uint32_t const vtep = line.ends_with('1') ? 11 : 12;
     write({host(5000, 1, 11, vtep), host(5000, 9, vtep)});
@@ -72,7 +83,7 @@ TEST_F(WatchTest, AWatcherThatWasLeftBehindSaysSoAndIsRight) {
   mountHosts();
   write({host(1, 1, 11), host(1, 2, 11)});
   Program watch(command({"hosts", "--initial"}));
-  next(watch), next(watch);
+  next(watch), next(watch), next(watch);
   watch.stop();
   // More changes than the ring holds; only the last of each key counts.
   for (std::uint32_t seq = 1; seq <= 100; ++seq) write({host(1, 1, 11, seq)});

@@ -1,42 +1,38 @@
-#include "agent/views/FormatTable.h"
+#include "agent/tables/Tables.h"
 
-#include "agent/commands/Commands.h"
+#include "agent/base/UsageError.h"
 
 namespace Agent {
 
-namespace {
-
-constexpr std::array<std::string_view, 3> words = {"hosts", "floods", "bridge-ids"};
-constexpr std::array<std::string_view, 3> members = {"hosts", "floods", "bridgeIds"};
-constexpr std::array<std::string_view, 3> names = {Site::hostTable, Site::floodTable, Site::brIdTable};
-
-}  // namespace
-
-std::string TablePlace::label() const {
-  return std::string(learned ? "learned/" : "exported/").append(names[static_cast<std::size_t>(kind)]);
+std::vector<TablePlace> allTables() {
+  std::vector<TablePlace> places;
+  for (bool const learned : {false, true}) {
+    forEachKind([&]<class Row>(std::type_identity<Row>) {
+      using Kind = TableKind<Row>;
+      if (learned ? Kind::isLearned : Kind::isExported) places.push_back(placeOf<Row>(learned));
+    });
+  }
+  return places;
 }
 
-std::string_view TablePlace::word() const { return words[static_cast<std::size_t>(kind)]; }
-
-std::string_view TablePlace::member() const { return members[static_cast<std::size_t>(kind)]; }
-
-Brine::MountOptions TablePlace::options(Site const& site, Brine::Mode mode) const {
-  Brine::MountOptions options;
-  options.directory = learned ? site.learned() : site.exported();
-  options.name = names[static_cast<std::size_t>(kind)];
-  options.mode = mode;
-  return options;
+std::vector<std::string> tableWords() {
+  std::vector<std::string> words;
+  forEachKind([&]<class Row>(std::type_identity<Row>) { words.emplace_back(TableKind<Row>::word); });
+  return words;
 }
 
 TablePlace placeOf(std::string_view word, bool learned, RowFilter const& filter) {
-  std::size_t kind = 0;
-  while (words.at(kind) != word) ++kind;
-  TablePlace const place{static_cast<Kind>(kind), learned};
-  if (learned && place.kind == Kind::brId) {
-    throw UsageError("--learned: the EVPN side keeps no bridge identifiers");
-  }
-  if (filter.mac && place.kind != Kind::host) throw UsageError("--mac: only hosts have MAC addresses");
-  if (filter.vtep && place.kind == Kind::brId) throw UsageError("--vtep: bridge identifiers have no VTEPs");
+  TablePlace place{};
+  forEachKind([&]<class Row>(std::type_identity<Row>) {
+    using Kind = TableKind<Row>;
+    if (Kind::word != word) return;
+    std::string const nouns = std::string(Kind::noun) + "s";
+    if (learned && !Kind::isLearned) throw UsageError("--learned: the EVPN side keeps no " + nouns);
+    place = placeOf<Row>(learned || !Kind::isExported);
+    if (!filter.vnis.empty() && !HasVni<Row>) throw UsageError("--vni: " + nouns + " have no VNIs");
+    if (!filter.macs.empty() && !HasMac<Row>) throw UsageError("--mac: " + nouns + " have no MAC addresses");
+    if (!filter.vteps.empty() && !HasVtep<Row>) throw UsageError("--vtep: " + nouns + " have no VTEPs");
+  });
   return place;
 }
 

@@ -1,0 +1,24 @@
+/// The table of bridge identifiers, in which an agent keeps its `QorBrIdList`.
+#pragma once
+
+#include "agent/site/BrIdTable.h"
+#include "agent/tables/TableKind.h"
+
+namespace Agent {
+
+/// In JSON each is a plain number.
+template <>
+struct TableKind<Bridging::BridgeId> {
+  using BridgeId = Bridging::BridgeId;
+  static constexpr std::string_view file = "brId", word = "bridge-ids", member = "bridgeIds",
+                                    noun = "bridge identifier";
+  static constexpr bool isExported = true, isLearned = false;
+
+  static std::span<Field<BridgeId> const> fields();
+  static BridgeId ofJson(nlohmann::json const& value) { return BridgeId(value.get<std::uint32_t>()); }
+  static nlohmann::json json(BridgeId row) { return row.value(); }
+  /// Of whatever type it is, the low 24 bits.
+  static Vxlan::Vni vni(BridgeId row) { return Vxlan::Vni(row.value() & 0xFFFFFFU); }
+};
+
+}  // namespace Agent
