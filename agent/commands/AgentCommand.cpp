@@ -1,9 +1,9 @@
 #include <CLI/CLI.hpp>
-#include <iostream>
 
 #include "Counter/Counter.h"
 #include "agent/commands/Commands.h"
 #include "agent/commands/FeedOptions.h"
+#include "agent/commands/LogOptions.h"
 #include "agent/evpn/Learned.h"
 #include "agent/feed/Feed.h"
 #include "agent/site/Control.h"
@@ -18,6 +18,7 @@ namespace {
 struct AgentOptions {
   std::string dir{Site::defaultDir};
   FeedOptions feed;
+  LogOptions log;
   bool withEvpn = false;
   bool cleanup = false;
   bool repair = false;
@@ -41,7 +42,7 @@ class AgentProcess {
         loop_(loop),
         feed_(loop_, options.feed.feed(),
               {[this](Event const& event) { apply(event); }, [this] { release(); },
-               [this](bool failed) { feedEnded(failed); }, logger()}),
+               [this](bool failed) { feedEnded(failed); }, logger(LogLevel::warning)}),
         site_(Site::made(options.dir)),
         module_(loop_, site_, options.repair, logger()),
         control_(loop_, site_.controlSocket(), [this](std::string_view command, std::string_view argument) {
@@ -67,10 +68,10 @@ class AgentProcess {
   }
 
  private:
-  void log(std::string const& line) { std::cerr << "qorevpn agent " + options_.dir + ": " + line + '\n'; }
-  std::function<void(std::string const&)> logger() {
-    return [this](std::string const& line) { log(line); };
+  std::function<void(std::string const&)> logger(LogLevel level = LogLevel::info) const {
+    return loggerOf("agent " + options_.dir, level);
   }
+  void log(std::string const& line) const { logger()(line); }
 
   void apply(Event const& event) {
     if (event.op == Op::enabled) {
@@ -129,7 +130,7 @@ class AgentProcess {
   Site site_;
   Module module_;
   std::optional<Learned> learned_;
-  ControlServer control_;
+  ControlServer control_;  ///< Behind the module and the rest that its answers are about: gone first.
   int status_ = exitOk;
 };
 
@@ -144,6 +145,7 @@ int runAgent(AgentOptions const& options) {
   }
   Loop loop;
   loop.takeSignals();
+  options.log.begin(loop);
   return AgentProcess(options, loop).run();
 }
 
@@ -154,6 +156,7 @@ void addAgentCommand(CLI::App& app, Run& run) {
   CLI::App* const command = app.add_subcommand("agent", "Host the module for a site");
   command->add_option("--dir", options->dir, "The site's directory")->capture_default_str();
   options->feed.addTo(*command)->required();
+  options->log.addTo(*command);
   command->add_flag("--with-evpn", options->withEvpn,
                     "Play the EVPN side from the same feed, each event in its recorded order");
   command->add_flag("--cleanup", options->cleanup, "On SIGINT or SIGTERM remove what was written");

@@ -1,10 +1,10 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <filesystem>
-#include <iostream>
 
 #include "agent/commands/Commands.h"
 #include "agent/commands/FeedOptions.h"
+#include "agent/commands/LogOptions.h"
 #include "agent/evpn/Exchange.h"
 #include "agent/evpn/Learned.h"
 #include "agent/feed/Feed.h"
@@ -18,20 +18,16 @@ struct EvpnOptions {
   std::string dir{Site::defaultDir};
   std::vector<std::string> peers;
   FeedOptions feed;
+  LogOptions log;
   bool repair = false;
 };
 
-std::function<void(std::string const&)> loggerOf(EvpnOptions const& options) {
-  return [dir = options.dir](std::string const& line) {
-    std::cerr << "qorevpn evpn " + dir + ": " + line + '\n';
-  };
-}
-
 int runFeed(EvpnOptions const& options) {
-  auto const log = loggerOf(options);
+  auto const log = loggerOf("evpn " + options.dir);
   int status = exitOk;
   Loop loop;
   loop.takeSignals();
+  options.log.begin(loop);
   std::optional<Learned> learned;
   std::optional<Feed> feed;
   feed.emplace(loop, options.feed.feed(),
@@ -44,7 +40,7 @@ int runFeed(EvpnOptions const& options) {
                                 if (failed) status = exitFailed;
                                 if (failed || options.feed.exitAtEnd) loop.stop();
                               },
-                              log});
+                              loggerOf("evpn " + options.dir, LogLevel::warning)});
   // Now only: a feed that cannot be opened leaves nothing behind.
   learned.emplace(Site::made(options.dir), options.repair);
   loop.turnEndIs([&] { learned->endTurn(); });
@@ -66,9 +62,10 @@ bool isSame(std::filesystem::path const& left, std::filesystem::path const& righ
 }
 
 int runExchange(EvpnOptions const& options) {
-  auto const log = loggerOf(options);
+  auto const log = loggerOf("evpn " + options.dir);
   Loop loop;
   loop.takeSignals();
+  options.log.begin(loop);
   std::vector<Site> sites{Site(options.dir)};
   for (std::string const& peer : options.peers) sites.emplace_back(peer);
   for (auto site = sites.begin(); site != sites.end(); ++site) {
@@ -96,6 +93,7 @@ void addEvpnCommand(CLI::App& app, Run& run) {
   command->add_option("--peer", options->peers, "Exchange with the site of this directory, both ways")
       ->allow_extra_args(false)
       ->excludes(feed);
+  options->log.addTo(*command);
   command->add_flag("--repair", options->repair, "Drop damaged rows of the tables instead of giving up");
   command->footer(
       "Owns the tables that the site's agent reads. Takes them from the `evpn` events of a feed, or from\n"

@@ -20,6 +20,27 @@ void openStandardStreams() {
   }
 }
 
+/// `qorevpn help [COMMAND]`, for those who look for help under that name.
+void addHelpCommand(CLI::App& app, Run& run) {
+  CLI::App* const command = app.add_subcommand("help", "Print the help of a command");
+  auto const name = std::make_shared<std::string>();
+  command->add_option("command", *name, "The command; the whole program if none is named");
+  command->callback([&app, &run, name] {
+    run = [&app, name] {
+      auto const named =
+          app.get_subcommands([&](CLI::App* each) { return !name->empty() && each->get_name() == *name; });
+      if (named.empty() && !name->empty())
+        throw UsageError("there is no command '" + *name + "'; `qorevpn help` lists them");
+      // Not App::help(), which would print the help of this very command.
+      std::string const title = named.empty() ? "qorevpn" : "qorevpn " + *name;
+      std::cout << app.get_formatter()->make_help(named.empty() ? &app : named.front(), title,
+                                                  CLI::AppFormatMode::Normal);
+      std::cout.flush();
+      return std::cout ? exitOk : exitFailed;
+    };
+  });
+}
+
 }  // namespace
 
 int program(int argc, char** argv) {
@@ -32,6 +53,7 @@ int program(int argc, char** argv) {
     return "qorevpn: " + std::string(error.what()) + "\n`" + name + " --help` tells what there is.\n";
   });
   app.set_help_all_flag("--help-all", "Print the help of every command");
+  app.set_version_flag("--version", "qorevpn " QOREVPN_VERSION, "Print the version");
   app.footer(
       "Examples:\n"
       "  qorevpn demo                            two sites, live, with a verdict\n"
@@ -47,6 +69,7 @@ int program(int argc, char** argv) {
   addWatchCommand(app, run);
   addCheckCommand(app, run);
   addTraceCommand(app, run);
+  addHelpCommand(app, run);
   try {
     app.parse(argc, argv);
     if (!run) throw CLI::RequiredError("A command");

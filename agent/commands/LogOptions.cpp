@@ -1,0 +1,20 @@
+#include "agent/commands/LogOptions.h"
+
+#include <CLI/CLI.hpp>
+
+namespace Agent {
+
+void LogOptions::addTo(CLI::App& command) {
+  command.add_option("--log", file, "Append the log to this file, not standard error; SIGHUP opens it again");
+}
+
+void LogOptions::begin(Loop& loop) const {
+  if (!file.empty()) logFileIs(file);
+  loop.hangupIs(reopenLog);
+}
+
+std::function<void(std::string const&)> loggerOf(std::string const& who, LogLevel level) {
+  return [who, level](std::string const& line) { logLine(level, who + ": " + line); };
+}
+
+}  // namespace Agent

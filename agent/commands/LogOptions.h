@@ -1,0 +1,28 @@
+/// The log of the commands that run until they are told to stop.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "agent/base/Log.h"
+#include "agent/base/Loop.h"
+
+namespace CLI {
+class App;
+}
+
+namespace Agent {
+
+struct LogOptions {
+  std::string file;  ///< Empty for standard error.
+
+  /// Adds --log. `this` must live as long as the command line.
+  void addTo(CLI::App& command);
+  /// Begins the log, which SIGHUP opens again from then on. Raises std::system_error naming the file.
+  void begin(Loop& loop) const;
+};
+
+/// Takes lines for the log of `who`, such as "agent /dev/shm/west", at that level.
+std::function<void(std::string const&)> loggerOf(std::string const& who, LogLevel level = LogLevel::info);
+
+}  // namespace Agent
