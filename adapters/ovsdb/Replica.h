@@ -1,0 +1,159 @@
+/// Ovsdb::Replica: the rows of one hardware_vtep database that matter here, as the database's updates tell them.
+///
+///   Logical_Switch            tunnel_key is the VNI that it serves; none: none
+///   Physical_Locator          dst_ip is a VTEP
+///   Physical_Locator_Set      several of them
+///   Physical_Switch           tunnel_ips are the switch's own VTEPs
+///   Ucast_Macs_Local          MAC behind a locator, as the switch learned it
+///   Mcast_Macs_Local          flood list of a MAC; of "unknown-dst": 00:00:00:00:00:00, all BUM traffic
+///   Ucast_ and Mcast_Macs_Remote   the same, as they were written for the switch
+///
+/// Rows may come in any order. A row that cannot mean anything (a group MAC as a host's, an address that no VTEP
+/// can have) is reported, counted and left out.
+#pragma once
+
+#include <array>
+#include <compare>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Vxlan/Vni.h"
+#include "Wirix/EthAddr.h"
+#include "Wirix/IpAddr.h"
+
+namespace Ovsdb {
+
+using Json = nlohmann::json;
+
+/// A row's identifier.
+struct Uuid {
+  std::uint64_t high = 0;
+  std::uint64_t low = 0;
+  static Uuid parse(std::string_view text);  ///< Raises RowError.
+  std::string text() const;
+  friend auto operator<=>(Uuid const&, Uuid const&) = default;
+};
+
+/// A row that is not as the schema says; the text names table, row and column.
+class RowError : public std::runtime_error {
+ public:
+  using runtime_error::runtime_error;
+};
+
+/// What switches tell, and are told, something about.
+struct Key {
+  Vxlan::Vni vni;
+  Wirix::EthAddr mac;
+  friend auto operator<=>(Key const&, Key const&) = default;
+};
+
+enum class MacTable : std::uint8_t { ucastLocal, mcastLocal, ucastRemote, mcastRemote };
+std::string_view nameOf(MacTable table);
+
+/// The table of addresses in order, each once.
+using VtepList = std::vector<Wirix::IpAddr>;
+
+class Replica {
+ public:
+  struct Handlers {
+    std::function<void(Vxlan::Vni)> vniChanged;  ///< It is served now, or no longer.
+    std::function<void(Key const&)> localChanged;
+    std::function<void(Key const&)> remoteChanged;
+    std::function<void()> ownVtepsChanged;
+    std::function<void(std::string const&)> refused;
+  };
+  explicit Replica(Handlers handlers) : handlers_(std::move(handlers)) {}
+
+  /// The tables and columns that it asks for, as the parameter of a `monitor` request.
+  static Json monitorRequests();
+  /// What a schema lacks of them; empty where it lacks nothing. `columns`: of each table that it has.
+  static std::string missing(std::map<std::string, Json> const& columns);
+
+  /// Takes a row as an update tells it: a member "UUID":{"old":...,"new":...} of its table. Raises RowError, or the
+  /// JSON library's error.
+  void take(std::string const& table, std::string const& member);
+  /// Announces at most `limit` entries of logical switches whose VNI changed; false where none is left.
+  bool relabel(std::size_t limit);
+  /// Forgets at most `limit` rows, announcing nothing; false where none is left.
+  bool shrink(std::size_t limit);
+
+  bool serves(Vxlan::Vni vni) const { return switchesOf_.contains(vni); }
+  std::set<Uuid> const& switchesOf(Vxlan::Vni vni) const;
+  bool usesServiceNodes(Uuid const& logicalSwitch) const;
+  /// The rows of a MAC in a logical switch, the one that came or changed last at the end.
+  std::vector<Uuid> const& rowsOf(MacTable table, Uuid const& logicalSwitch, Wirix::EthAddr mac) const;
+  /// A row's VTEPs.
+  VtepList vtepsOf(MacTable table, Uuid const& row) const;
+  /// A locator of that VTEP with no tunnel key of its own.
+  std::optional<Uuid> locatorOf(Wirix::IpAddr vtep) const;
+  std::set<Wirix::IpAddr> ownVteps() const;
+  void forEachVni(std::function<void(Vxlan::Vni)> const& visit) const {
+    for (auto const& [vni, switches] : switchesOf_) visit(vni);
+  }
+  std::size_t vnis() const { return switchesOf_.size(); }
+  std::size_t rows(MacTable table) const { return index(table).rows.size(); }
+  std::uint64_t refused() const { return refused_; }
+
+ private:
+  struct LogicalSwitch {
+    std::optional<Vxlan::Vni> vni;
+    bool serviceNodes = false;
+  };
+  struct Locator {
+    std::optional<Wirix::IpAddr> vtep;
+    bool hasKey = false;
+  };
+  struct MacRow {
+    Wirix::EthAddr mac;
+    Uuid logicalSwitch;
+    Uuid target;  ///< A locator, or a set of them.
+  };
+  using Place = std::pair<Uuid, Wirix::EthAddr>;  ///< Logical switch and MAC.
+  struct MacIndex {
+    std::map<Uuid, MacRow> rows;
+    std::map<Place, std::vector<Uuid>> places;
+  };
+  /// A logical switch whose entries belong to other VNIs now: those up to `next` have been announced.
+  struct Relabelled {
+    Uuid logicalSwitch;
+    Vxlan::Vni vni;
+    MacTable table;
+    Wirix::EthAddr next;
+  };
+
+  MacIndex& index(MacTable table) { return macs_[static_cast<std::size_t>(table)]; }
+  MacIndex const& index(MacTable table) const { return macs_[static_cast<std::size_t>(table)]; }
+  void takeLogicalSwitch(Uuid const& id, Json const* row);
+  void takeLocator(Uuid const& id, Json const* row);
+  void takeLocatorSet(Uuid const& id, Json const* row);
+  void takePhysicalSwitch(Uuid const& id, Json const* row);
+  void takeMac(MacTable table, Uuid const& id, Json const* row);
+  std::optional<Wirix::EthAddr> macOf(MacTable table, std::string const& text);
+  std::optional<Wirix::IpAddr> vtepOf(std::string const& table, std::string const& column,
+                                      std::string const& text);
+  void refuse(std::string const& what);
+  void changed(MacTable table, Place const& place);
+  void announce(MacTable table, Key const& key);
+  void relabel(Uuid const& logicalSwitch, Vxlan::Vni vni);
+
+  Handlers handlers_;
+  std::map<Uuid, LogicalSwitch> logicalSwitches_;
+  std::map<Vxlan::Vni, std::set<Uuid>> switchesOf_;
+  std::map<Uuid, Locator> locators_;
+  std::map<Wirix::IpAddr, std::set<Uuid>> locatorsOf_;  ///< Those with no tunnel key.
+  std::map<Uuid, std::vector<Uuid>> locatorSets_;
+  std::map<Uuid, std::vector<Wirix::IpAddr>> tunnelIps_;
+  std::array<MacIndex, 4> macs_;
+  std::vector<Relabelled> relabelled_;
+  std::uint64_t refused_ = 0;
+};
+
+}  // namespace Ovsdb

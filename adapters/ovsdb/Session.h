@@ -1,0 +1,106 @@
+/// Ovsdb::Session: JSON-RPC with a database server, for as long as it lives: a connection that breaks is made again,
+/// after pauses that grow. Answers `echo`, and sends one itself where the server is silent for long.
+///
+/// A message is given whole, but its rows are not parsed: whoever takes it parses as many a turn as he likes, and
+/// no other message comes until he is done.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "adapters/ovsdb/Connection.h"
+#include "adapters/ovsdb/MessageCutter.h"
+
+namespace Ovsdb {
+
+using Json = nlohmann::json;
+
+/// How long to wait, and for what.
+struct Pauses {
+  std::chrono::milliseconds first{1000};   ///< Before the second attempt; doubles with each further one,
+  std::chrono::milliseconds last{30'000};  ///< up to this.
+  /// A connection, or an answer, of which nothing comes for so long is given up.
+  std::chrono::milliseconds silence{10'000};
+};
+
+/// A pause that doubles until it is reset.
+class GrowingPause {
+ public:
+  explicit GrowingPause(Pauses const& pauses) : pauses_(pauses), next_(pauses.first) {}
+  std::chrono::milliseconds next() { return std::exchange(next_, std::min(next_ * 2, pauses_.last)); }
+  void reset() { next_ = pauses_.first; }
+
+ private:
+  Pauses pauses_;
+  std::chrono::milliseconds next_;
+};
+
+class Session {
+ public:
+  /// An answer. `error` is null where all went well; else `result` has no meaning.
+  struct Reply {
+    Json result;
+    Json error;
+    std::vector<Message::Table> tables;
+  };
+  using Answer = std::function<void(Reply&&)>;
+
+  /// Called from the loop; one may call fail(), request() and heldIs(), and none may destroy the session.
+  struct Handlers {
+    std::function<void()> opened;
+    std::function<void(std::string const& method, Json const& params, std::vector<Message::Table>&& tables)>
+        notified;
+    /// The connection is gone, or could not be made, and no answer comes any more. `pause`: until the next attempt.
+    std::function<void(std::string const& cause, std::chrono::milliseconds pause)> failed;
+  };
+
+  /// Connects in the loop's next turn.
+  Session(Agent::Loop& loop, Endpoint endpoint, TlsFiles files, Pauses pauses, Handlers handlers);
+  ~Session();
+  Session(Session const&) = delete;
+  Session& operator=(Session const&) = delete;
+
+  bool isOpen() const { return open_; }
+  void request(std::string const& method, Json params, Answer answer);
+  /// While it is on, nothing that comes is given to anybody.
+  void heldIs(bool on);
+  /// All is well: the next pause is a short one.
+  void healthy() { pause_.reset(); }
+  /// The server is of no use: drops the connection, and tries again after a pause.
+  void fail(std::string const& cause);
+
+ private:
+  void connect();
+  void received(std::string_view piece);
+  void deliver();
+  void take(Message&& message);
+  void call(Json const& skeleton, std::vector<Message::Table>&& tables);
+  void silent();
+  void send(Json const& message);
+
+  Agent::Loop& loop_;
+  Endpoint endpoint_;
+  TlsFiles files_;
+  Pauses pauses_;
+  Handlers handlers_;
+  GrowingPause pause_;
+  std::unique_ptr<Connection> connection_;
+  MessageCutter cutter_;
+  std::map<std::uint64_t, Answer> answers_;
+  std::uint64_t lastId_ = 0;
+  bool open_ = false;
+  bool held_ = false;
+  bool delivering_ = false;
+  bool probed_ = false;  ///< The server has been silent for one limit, and asked whether it is there.
+  Agent::Timer retry_;
+  Agent::Timer silence_;
+  Agent::Timer resume_;
+};
+
+}  // namespace Ovsdb

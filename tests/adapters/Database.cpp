@@ -1,0 +1,108 @@
+#include "adapters/Database.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <thread>
+
+namespace TestSupport {
+
+namespace {
+
+constexpr char const* schema = "/usr/share/openvswitch/vtep.ovsschema";
+
+/// In single quotes, for a shell.
+std::string quoted(std::string const& text) {
+  std::string result = "'";
+  for (char const c : text) c == '\'' ? result += "'\\''" : result += c;
+  return result + '\'';
+}
+
+/// The server listens and answers before anybody else uses it.
+void awaitAnswer(std::string const& endpoint) {
+  std::string const command = "ovsdb-client list-dbs " + quoted(endpoint) + " >/dev/null 2>&1";
+  auto const deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(patienceMs);
+  while (std::system(command.c_str()) != 0) {
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "ovsdb-server does not come up";
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+}  // namespace
+
+std::string shell(std::string const& command) {
+  FILE* const pipe = ::popen(command.c_str(), "r");
+  std::string output;
+  char piece[4096];
+  while (std::size_t const count = std::fread(piece, 1, sizeof piece, pipe)) output.append(piece, count);
+  EXPECT_EQ(::pclose(pipe), 0) << command;
+  return output;
+}
+
+Database::Database(std::vector<std::string> options) : options_(std::move(options)) {
+  shell("ovsdb-tool create " + folder() + "/vtep.db " + schema);
+  start();
+}
+
+void Database::start() {
+  std::vector<std::string> arguments = {"ovsdb-server",
+                                        folder() + "/vtep.db",
+                                        "--remote=punix:" + folder() + "/db.sock",
+                                        "--unixctl=" + folder() + "/ctl",
+                                        "--log-file=" + folder() + "/log",
+                                        "-vconsole:off"};
+  arguments.insert(arguments.end(), options_.begin(), options_.end());
+  ::unlink((folder() + "/db.sock").c_str());
+  server_ = std::make_unique<Child>([&](Child&) {
+    std::vector<char*> pointers;
+    for (std::string& argument : arguments) pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    ::freopen("/dev/null", "w", stderr);
+    ::execvp(pointers[0], pointers.data());
+    ::_exit(126);
+  });
+  awaitAnswer(endpoint());
+}
+
+std::string Database::port() const {
+  std::ifstream log(folder() + "/log");
+  std::string const text(std::istreambuf_iterator<char>(log), {});
+  std::smatch match;
+  EXPECT_TRUE(std::regex_search(text, match, std::regex("listening on port ([0-9]+)"))) << text;
+  return match[1];
+}
+
+std::string Database::vtep(std::string const& command) const {
+  return shell("vtep-ctl --timeout=60 --db=" + endpoint() + ' ' + command);
+}
+
+nlohmann::json Database::transact(nlohmann::json operations) const {
+  operations.insert(operations.begin(), "hardware_vtep");
+  return nlohmann::json::parse(
+      shell("ovsdb-client transact " + endpoint() + ' ' + quoted(operations.dump())));
+}
+
+std::vector<std::string> Database::remoteMacs(std::string const& logicalSwitch) const {
+  std::istringstream lines(vtep("list-remote-macs " + logicalSwitch));
+  std::vector<std::string> result;
+  for (std::string line; std::getline(lines, line);) {
+    auto const arrow = line.find(" -> vxlan_over_ipv4/");
+    if (arrow != std::string::npos)
+      result.push_back(line.substr(2, arrow - 2) + ' ' + line.substr(arrow + 20));
+  }
+  std::sort(result.begin(), result.end());
+  return result;
+}
+
+std::size_t Database::rows(std::string const& table) const {
+  return transact({{{"op", "select"}, {"table", table}, {"where", nlohmann::json::array()}}})[0]["rows"]
+      .size();
+}
+
+}  // namespace TestSupport
