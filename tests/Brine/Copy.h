@@ -84,13 +84,18 @@ class Copy {
     EXPECT_TRUE(quiesced_);
   }
   /// Waits for the next wake. A wait of a minute is a hang.
-  void await() {
-    pollfd poll{table.fd(), POLLIN, 0};
-    ASSERT_EQ(::poll(&poll, 1, 60000), 1) << "changes wait, but nothing wakes their reader";
+  void await() { ASSERT_TRUE(isAwake(60000)) << "changes wait, but nothing wakes their reader"; }
+  /// Delivers whenever it is woken, until its table has that status.
+  void await(MountStatus status) {
+    constexpr int manyWakes = 20;
+    for (int wake = 0; wake < manyWakes && table.mountStatus() != status && isAwake(10000); ++wake) {
+      table.deliver();
+    }
+    EXPECT_EQ(table.mountStatus(), status) << table.mountDetail();
   }
-  bool isAwake() {
+  bool isAwake(int patienceMs = 0) {
     pollfd poll{table.fd(), POLLIN, 0};
-    return ::poll(&poll, 1, 0) == 1;
+    return ::poll(&poll, 1, patienceMs) == 1;
   }
   Model const& rows() const { return rows_; }
   bool isQuiesced() const { return quiesced_; }

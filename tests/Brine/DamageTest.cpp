@@ -129,6 +129,21 @@ TEST_F(DamageTest, ALostChangeThatWasSeenIsNotTakenForALaterOne) {
   }
 }
 
+TEST_F(DamageTest, OfAnEarlierCopyThatIsPutBackEveryRowIsTold) {
+  std::string const file = folder_.path() + "/table.table";
+  start(8);
+  writer_.unmount();
+  std::filesystem::copy_file(file, file + ".kept");
+  mount();
+  fill(0, 8);
+  copy_.deliver();
+  writer_.unmount();
+  std::filesystem::rename(file + ".kept", file);
+  mount();
+  fill(0, 8);
+  expectFollowed();
+}
+
 TEST_F(DamageTest, AChangeIsToldWhereTheRingNamesAnotherKey) {
   start(3);
   write(1);

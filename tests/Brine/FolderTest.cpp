@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -131,6 +132,60 @@ TEST(Folder, AReaderFollowsWhatBecomesOfTheTable) {
   EXPECT_EQ(::poll(&poll, 1, 0), 1);
   reader.deliver();
   EXPECT_EQ(reader.mountStatus(), MountStatus::mounted);
+}
+
+TEST(Folder, AReaderFindsItsTableWhereADirectoryAboveItIsMovedOrALinkToItIsTurned) {
+  TestFolder const folder;
+  auto const optionsAt = [&](std::string const& site, Mode mode) {
+    Brine::MountOptions options = folder.options(mode);
+    options.directory += "/" + site + "/tables";
+    return options;
+  };
+  Table writers[3];
+  auto const write = [&](std::string const& site, uint64_t value) {
+    std::filesystem::create_directory(folder.path() + "/" + site);
+    Table& writer = writers[value];
+    EXPECT_EQ(writer.mount(optionsAt(site, Mode::writer)), MountStatus::mounted) << writer.mountDetail();
+    writer.write({{1, 1}, value, 0});
+    writer.endTurn();
+  };
+  auto const turn = [&](std::string const& site) {
+    std::filesystem::create_directory_symlink(site, folder.path() + "/new");
+    std::filesystem::rename(folder.path() + "/new", folder.path() + "/site");
+  };
+  Table reader;
+  auto const expectRow = [&](uint64_t value) {
+    std::optional<TestRow> row;
+    for (int wake = 0; wake < 10 && (!row || row->value != value); ++wake) {
+      pollfd poll{reader.fd(), POLLIN, 0};
+      ASSERT_EQ(::poll(&poll, 1, TestSupport::patienceMs), 1);
+      reader.deliver();
+      row = reader.find({1, 1});
+    }
+    EXPECT_TRUE(row && row->value == value);
+  };
+  turn("one");
+  EXPECT_EQ(reader.mount(optionsAt("site", Mode::keyshadow)), MountStatus::noTable);
+  write("one", 0);
+  expectRow(0);
+  write("two", 1);
+  turn("two");
+  expectRow(1);
+  std::filesystem::rename(folder.path() + "/two", folder.path() + "/two.bak");
+  write("two", 2);
+  expectRow(2);
+}
+
+TEST(Folder, NoTableTakesTheDescriptorThatItsProcessPrintsTo) {
+  TestFolder const folder;
+  TestSupport::Child child([&](TestSupport::Child&) {
+    for (int fd = 0; fd < 3; ++fd) ::close(fd);
+    Table writer, reader;
+    EXPECT_EQ(writer.mount(folder.options(Mode::writer)), MountStatus::mounted);
+    EXPECT_EQ(reader.mount(folder.options(Mode::reader)), MountStatus::mounted);
+    for (int fd = 0; fd < 3; ++fd) EXPECT_LT(::fcntl(fd, F_GETFD), 0);
+  });
+  EXPECT_EQ(child.wait(), 0);
 }
 
 }  // namespace

@@ -44,7 +44,7 @@ namespace Brine {
 inline constexpr uint64_t pageBytes = 4096;
 inline constexpr uint64_t lineBytes = 64;
 inline constexpr uint64_t magicNumber = 0x31304E4952420A1AU;  // Unlike any text, and tells the byte order.
-inline constexpr uint32_t layoutVersion = 8;
+inline constexpr uint32_t layoutVersion = 9;
 inline constexpr uint32_t noRow = 0xFFFFFFFFU;
 inline constexpr uint32_t maxRows = 0x80000000U;
 inline constexpr unsigned maxExtents = 32;
@@ -86,12 +86,12 @@ struct Header {
   // Line 2: the writer. Written at mount and unmount.
   uint64_t incarnation;    ///< Counts recoveries; a change tells readers to compare everything.
   uint64_t writerProcess;  ///< 0 after a clean unmount.
-  uint64_t writerStart;  ///< Start time of that process, which tells it from a later one of the same number.
-  uint64_t writerSpace;  ///< The process-number space that it lives in.
-  uint64_t retired;      ///< Not 0 once another file has taken this one's name.
-  uint64_t dropped;      ///< Damaged rows dropped by recoveries so far.
-  uint64_t writerFile;   ///< Number of the file that it writes: a copy of the file has no writer.
-  uint64_t reserved2;
+  uint64_t writerStart;   ///< Start time of that process, which tells it from a later one of the same number.
+  uint64_t writerSpace;   ///< The process-number space that it lives in.
+  uint64_t retired;       ///< Not 0 once another file has taken this one's name.
+  uint64_t dropped;       ///< Damaged rows dropped by recoveries so far.
+  uint64_t writerFile;    ///< Number of the file that it writes: a copy of the file has no writer.
+  uint64_t writerMarked;  ///< Not 0 if its descriptor of the file is marked; see `Claim`.
   // Line 3: geometry, sealed. Written at growth and recovery.
   uint64_t geometry;
   uint64_t reserved3[7];
@@ -118,7 +118,7 @@ static_assert(offsetof(Header, identityCheck) == 56 && offsetof(Header, rowType)
 static_assert(offsetof(Header, incarnation) == 128 && offsetof(Header, writerProcess) == 136);
 static_assert(offsetof(Header, writerStart) == 144 && offsetof(Header, writerSpace) == 152);
 static_assert(offsetof(Header, retired) == 160 && offsetof(Header, dropped) == 168);
-static_assert(offsetof(Header, writerFile) == 176);
+static_assert(offsetof(Header, writerFile) == 176 && offsetof(Header, writerMarked) == 184);
 static_assert(offsetof(Header, geometry) == 192 && offsetof(Header, head) == 256);
 static_assert(offsetof(Header, quiet) == 264 && offsetof(Header, rows) == 272);
 static_assert(offsetof(Header, highWater) == 320 && offsetof(Header, doorbell) == 384);

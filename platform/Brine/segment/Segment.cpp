@@ -69,13 +69,13 @@ std::pair<uint64_t, uint64_t> drawWords() {
   }
 }
 
-uint64_t nanoseconds() {
+}  // namespace
+
+uint64_t sequenceByClock() {
   timespec now{};
   ::clock_gettime(CLOCK_REALTIME, &now);
   return static_cast<uint64_t>(now.tv_sec) * 1000000000U + static_cast<uint64_t>(now.tv_nsec);
 }
-
-}  // namespace
 
 uint64_t identityCheckOf(Header const& header) {
   uint64_t words[offsetof(Header, incarnation) / 8];
@@ -137,8 +137,8 @@ void Segment::format(RowShape const& shape, int fd, uint32_t initialRows, uint32
   header.fingerprint = shape.fingerprint();
   header.seed = seed;
   header.generation = generation;
-  // Later tables of a name begin behind all changes of earlier ones, as long as the clock does not step back.
-  header.firstSequence = nanoseconds();
+  // Later tables of a name begin behind all changes of earlier ones.
+  header.firstSequence = sequenceByClock();
   header.initialRows = initialRows;
   header.ringEntries = ringEntries;
   header.keyWords = shape.keyWords;
@@ -188,7 +188,7 @@ void Segment::attach(bool repair) {
     Geometry geometry;
     while (geometry.level < layout_.maxLevel() && layout_.fileBytes(geometry.level + 1) <= size())
       ++geometry.level;
-    geometry.epoch = static_cast<uint32_t>(nanoseconds());
+    geometry.epoch = static_cast<uint32_t>(sequenceByClock());
     word = sealWord(seed_, geometryPlace, geometry.payload());
   }
   try {

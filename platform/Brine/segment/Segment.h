@@ -20,6 +20,10 @@ namespace Brine {
 /// The check of a header's identity lines, to be compared with, or stored as, their `identityCheck`.
 uint64_t identityCheckOf(Header const& header);
 
+/// A sequence number that no change bore before now, in any table whatever became of its file, as long as the
+/// clock does not step back: nobody writes faster than a change a nanosecond.
+uint64_t sequenceByClock();
+
 /// A table's file in memory: the checked header, and each extent mapped where it stays until the segment
 /// goes, so that no pointer into a table goes stale while it grows.
 ///

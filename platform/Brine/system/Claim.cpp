@@ -30,6 +30,13 @@ MountFailure ownBusy() {
   return {MountStatus::busy, "another table object of this process writes the table"};
 }
 
+struct flock wholeFile(short type) {
+  struct flock region {};
+  region.l_type = type;
+  region.l_whence = SEEK_SET;
+  return region;
+}
+
 }  // namespace
 
 Claim::Claim(Folder const& folder) : path_(folder.path() + "/" + folder.tableFile()) {
@@ -44,10 +51,8 @@ Claim::Claim(Folder const& folder) : path_(folder.path() + "/" + folder.tableFil
     if (own) throw ownBusy();
   }
   Fd lock = folder.openLock();
-  struct flock region {};
-  region.l_type = F_WRLCK;
-  region.l_whence = SEEK_SET;
-  if (sys.lock(lock.get(), &region) != 0) {
+  struct flock region = wholeFile(F_WRLCK);
+  if (sys.lock(lock.get(), F_SETLK, &region) != 0) {
     if (errno == EAGAIN || errno == EACCES)
       throw MountFailure(MountStatus::busy, "another process writes the table");
     throw MountFailure::ofErrno(errno, "locking the table");
@@ -78,6 +83,9 @@ void Claim::tableIs(Fd table) {
     return claim != this && claim->tableDevice_ == status.st_dev && claim->tableInode_ == status.st_ino;
   });
   if (own) throw ownBusy();
+  // A lock of the open file, other than the claim's: readers may close the file, and see the lock.
+  struct flock mark = wholeFile(F_WRLCK);
+  marked_ = sys.lock(table.get(), F_OFD_SETLK, &mark) == 0;
   table_ = std::move(table);
   tableDevice_ = status.st_dev;
   tableInode_ = status.st_ino;
@@ -86,6 +94,12 @@ void Claim::tableIs(Fd table) {
 void Claim::segmentIs(Segment* segment) {
   std::lock_guard const guard(claimsMutex());
   segment_ = segment;
+}
+
+bool Claim::isMarked(int table) {
+  // Readers' locks would not be in the way of this one.
+  struct flock mark = wholeFile(F_RDLCK);
+  return sys.lock(table, F_OFD_GETLK, &mark) != 0 || mark.l_type == F_WRLCK;
 }
 
 Fd Claim::releaseTable() {

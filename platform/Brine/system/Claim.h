@@ -32,10 +32,15 @@ class Claim {
   bool isHeld() const { return held_; }
   /// The path of the table's file, for messages.
   std::string const& path() const { return path_; }
-  /// The table's descriptor, kept here so that a forked child can close it. Raises `MountFailure`, `busy` if
+  /// The table's descriptor, kept here so that a forked child can close it, and marked as a writer's as long
+  /// as it is open, which ends where the process executes another program. Raises `MountFailure`, `busy` if
   /// another claim of the process has that file, which happens where the lock file was removed.
   void tableIs(Fd table);
   int table() const { return table_.get(); }
+  /// False where somebody else's lock is in the way of the mark. Readers can put one there.
+  bool isMarked() const { return marked_; }
+  /// Whether `table`, any descriptor of a table's file, shows the mark of somebody else.
+  static bool isMarked(int table);
   /// The segment that maps it, or null.
   void segmentIs(Segment* segment);
   /// Gives it up without closing it.
@@ -56,6 +61,7 @@ class Claim {
   dev_t tableDevice_ = 0;
   ino_t tableInode_ = 0;
   bool held_ = false;
+  bool marked_ = false;
 };
 
 }  // namespace Brine

@@ -9,7 +9,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
+#include <system_error>
 
 #include "Brine/system/System.h"
 
@@ -24,9 +26,10 @@ struct ProcessStatus {
   uint64_t start = 0;
 };
 
-/// Reads /proc/NUMBER/stat. False if there is no such process, or /proc does not show it.
-bool readStatus(uint64_t number, ProcessStatus& out) {
-  Fd fd(::open(("/proc/" + std::to_string(number) + "/stat").c_str(), O_RDONLY | O_CLOEXEC));
+/// Reads the `stat` file of a process or thread, whose folder in /proc that is. False if there is none, or
+/// /proc does not show it.
+bool readStatus(std::string const& folder, ProcessStatus& out) {
+  Fd const fd(sys.openFile(AT_FDCWD, (folder + "/stat").c_str(), O_RDONLY | O_CLOEXEC, 0));
   if (!fd) return false;
   char text[1024];
   ssize_t const size = ::read(fd.get(), text, sizeof text - 1);
@@ -48,9 +51,27 @@ bool readStatus(uint64_t number, ProcessStatus& out) {
   return true;
 }
 
+std::string folderOf(uint64_t number) { return "/proc/" + std::to_string(number); }
+
+bool hasEnded(ProcessStatus const& status) {
+  return status.state == 'Z' || status.state == 'X' || (status.flags & exitingFlag) != 0;
+}
+
+/// Whether one of the process's threads goes on.
+bool hasLivingThread(uint64_t number) {
+  std::error_code error;
+  std::filesystem::directory_iterator thread(folderOf(number) + "/task", error);
+  for (; !error && thread != std::filesystem::directory_iterator(); thread.increment(error)) {
+    ProcessStatus status;
+    if (readStatus(thread->path(), status) && !hasEnded(status)) return true;
+  }
+  return false;
+}
+
 uint64_t numberSpace() {
   struct stat status {};
-  return ::stat("/proc/self/ns/pid", &status) == 0 ? status.st_ino : 0;
+  // The thread's, since the process has none once its main thread has ended.
+  return ::stat("/proc/thread-self/ns/pid", &status) == 0 ? status.st_ino : 0;
 }
 
 }  // namespace
@@ -60,7 +81,7 @@ ProcessIdentity ProcessIdentity::self() {
   identity.number = static_cast<uint64_t>(::getpid());
   identity.space = numberSpace();
   ProcessStatus status;
-  if (readStatus(identity.number, status)) identity.start = status.start;
+  if (readStatus(folderOf(identity.number), status)) identity.start = status.start;
   return identity;
 }
 
@@ -69,11 +90,12 @@ Liveness livenessOf(ProcessIdentity const& process) {
   auto const number = static_cast<pid_t>(process.number);
   if (number <= 0 || static_cast<uint64_t>(number) != process.number) return Liveness::ended;
   ProcessStatus status;
-  if (!readStatus(process.number, status)) {
+  if (!readStatus(folderOf(process.number), status)) {
     return ::kill(number, 0) != 0 && errno == ESRCH ? Liveness::ended : Liveness::unknown;
   }
-  bool const ended = status.state == 'Z' || status.state == 'X' || (status.flags & exitingFlag) != 0 ||
-                     (process.start != 0 && status.start != process.start);
+  bool const isAnother = process.start != 0 && status.start != process.start;
+  // What /proc shows of a process is its main thread, which may end before the others.
+  bool const ended = isAnother || (hasEnded(status) && !hasLivingThread(process.number));
   return ended ? Liveness::ended : Liveness::alive;
 }
 

@@ -4,9 +4,12 @@
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <sys/mman.h>
+#include <sys/timerfd.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <bit>
+#include <cerrno>
 #include <cstdio>
 
 namespace Brine {
@@ -31,12 +34,22 @@ void* mapShared(size_t size, int protection, int fd, off_t offset) {
   return mapped;
 }
 
+/// The same descriptor under a number above the standard ones.
+int aboveStandard(int fd) {
+  if (fd < 0 || fd > STDERR_FILENO) return fd;
+  int const above = ::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+  int const error = errno;
+  ::close(fd);
+  errno = error;
+  return above;
+}
+
 }  // namespace
 
 System const& realSystem() {
   static System const real = {
       .openFile = [](int folder, char const* path, int flags,
-                     mode_t mode) { return ::openat(folder, path, flags, mode); },
+                     mode_t mode) { return aboveStandard(::openat(folder, path, flags, mode)); },
       .makeFolder = ::mkdir,
       .status = [](int fd, struct stat* out) { return ::fstat(fd, out); },
       .statusAt = [](int folder, char const* path,
@@ -63,18 +76,26 @@ System const& realSystem() {
       .rename = [](int folder, char const* from,
                    char const* to) { return ::renameat(folder, from, folder, to); },
       .unlink = [](int folder, char const* path) { return ::unlinkat(folder, path, 0); },
-      .lock = [](int fd, struct flock* lock) { return ::fcntl(fd, F_SETLK, lock); },
+      .lock = [](int fd, int command, struct flock* lock) { return ::fcntl(fd, command, lock); },
       .writeAt = ::pwrite,
-      .watchOpen = [] { return ::inotify_init1(IN_NONBLOCK | IN_CLOEXEC); },
+      .watchOpen = [] { return aboveStandard(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)); },
       .watchAdd = ::inotify_add_watch,
-      .pollOpen = [] { return ::epoll_create1(EPOLL_CLOEXEC); },
+      .pollOpen = [] { return aboveStandard(::epoll_create1(EPOLL_CLOEXEC)); },
       .pollAdd =
           [](int poll, int fd) {
             epoll_event event{};
             event.events = EPOLLIN;
             return ::epoll_ctl(poll, EPOLL_CTL_ADD, fd, &event);
           },
-      .eventOpen = [] { return ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC); },
+      .eventOpen = [] { return aboveStandard(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)); },
+      .timerOpen =
+          [] { return aboveStandard(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)); },
+      .now =
+          [] {
+            timespec time{};
+            ::clock_gettime(CLOCK_MONOTONIC, &time);
+            return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000U + static_cast<uint64_t>(time.tv_nsec);
+          },
   };
   return real;
 }

@@ -14,7 +14,8 @@ inline constexpr size_t hugePageBytes = size_t{2} << 20;
 
 /// The system calls that the engine makes, as pointers, so that tests can make each of them fail. They keep
 /// the conventions of the calls that they stand for (-1 and errno; `allocate` returns an error number).
-/// Change them only while no table is in use.
+/// Change them only while no table is in use. No descriptor that they give is 0, 1 or 2: in a process that
+/// was started without these, whatever it prints would go into the file that got the number.
 struct System {
   int (*openFile)(int folder, char const* path, int flags, mode_t mode);
   int (*makeFolder)(char const* path, mode_t mode);
@@ -30,7 +31,7 @@ struct System {
   int (*collapse)(void* address, size_t size);  ///< Into huge pages; may fail without harm.
   int (*rename)(int folder, char const* from, char const* to);
   int (*unlink)(int folder, char const* path);
-  int (*lock)(int fd, struct flock* lock);  ///< Record lock, does not wait.
+  int (*lock)(int fd, int command, struct flock* lock);
   ssize_t (*writeAt)(int fd, void const* data, size_t size, off_t offset);
   // Waiting, Linux only; used by Watch.cpp alone.
   int (*watchOpen)();
@@ -38,6 +39,8 @@ struct System {
   int (*pollOpen)();
   int (*pollAdd)(int poll, int fd);
   int (*eventOpen)();
+  int (*timerOpen)();
+  uint64_t (*now)();  ///< Of the clock that such timers go by, in nanoseconds; cannot fail.
 };
 
 /// The calls in use: the real ones, unless a test has changed them.

@@ -103,11 +103,12 @@ void Writer::repairColumn(Scan const& found, uint32_t end) {
 
 /// A number to go on from, where that of the rows' last change is `last`. The last change may have been of a
 /// row that is damaged now, so the head counts too where it can be believed, and a stretch of numbers is left
-/// out: what readers saw under a number is never mistaken for something new.
+/// out: what readers saw under a number is never mistaken for something new. Nor is it where the file is an
+/// earlier copy that was put back: by the clock, all lives of a table begin behind what the others wrote.
 uint64_t Writer::sequenceBehind(uint64_t last) const {
   Header const* const header = segment_.header();
   uint64_t const head = loadRelaxed(&header->head);
-  uint64_t sequence = std::max(last, loadRelaxed(&header->firstSequence));
+  uint64_t sequence = std::max({last, loadRelaxed(&header->firstSequence), sequenceByClock()});
   if (head > sequence && head - sequence < uint64_t{1} << 40) sequence = head;
   sequence += std::max<uint64_t>(segment_.layout().ringEntries(), publishStep);
   return sequence;
@@ -179,6 +180,7 @@ void Writer::sign() {
   storeRelaxed(&header->writerStart, self.start);
   storeRelaxed(&header->writerSpace, self.space);
   storeRelaxed(&header->writerFile, uint64_t{status.st_ino});
+  storeRelaxed(&header->writerMarked, uint64_t{claim_.isMarked()});
   storeRelease(&header->writerProcess, self.number);
 }
 
