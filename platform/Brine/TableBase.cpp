@@ -178,13 +178,17 @@ void TableBase::attach(Segment const& segment) {
   generation_ = segment.generation();
 }
 
-bool TableBase::isReplaced() const {
+bool TableBase::isReplaced() {
+  successorFailed_ = false;
   try {
     Folder const folder(options_.directory, options_.name, false);
     Fd const file = folder.openTable(false);
     return file && !folder.isTable(file_.get());
-  } catch (MountFailure const&) {
-    return false;
+  } catch (MountFailure const& failure) {
+    if (failure.status() != MountStatus::noResources) return false;
+    // To be asked again.
+    successorFailed_ = true;
+    throw;
   }
 }
 
@@ -225,13 +229,14 @@ void TableBase::followWriter(WatchEvents const& events) {
   bool const another = std::exchange(incarnation_, incarnation) != incarnation;
   if (another) compareAll_ = true;
   // Events are older than what the header says, and anybody may close a file: the writer itself is looked at.
-  bool const isAsked = events.writerClosed || events.lost || another;
+  bool const isAsked = events.writerClosed || events.mustLook || another;
   if (status_ == MountStatus::mounted && isAsked) {
     Liveness const liveness = writerLiveness();
     judgeWriter(liveness == Liveness::ended || (liveness == Liveness::unknown && events.writerClosed));
-  } else if (status_ == MountStatus::writerGone && (another || (events.rung && !events.writerClosed)) &&
-             writerLiveness() != Liveness::ended) {
-    judgeWriter(false);
+  } else if (status_ == MountStatus::writerGone && (isAsked || events.rung)) {
+    Liveness const liveness = writerLiveness();
+    bool const isNew = another || (events.rung && !events.writerClosed);
+    if (liveness == Liveness::alive || (liveness == Liveness::unknown && isNew)) judgeWriter(false);
   }
 }
 
@@ -254,7 +259,10 @@ Liveness TableBase::writerLiveness() const {
   if (fd < 0 || sys.status(fd, &status) != 0) return Liveness::unknown;
   // A copy of a file has no writer, whatever the original's is doing.
   if (status.st_ino != loadAcquire(&header->writerFile)) return Liveness::ended;
-  return livenessOf(writer);
+  Liveness const liveness = livenessOf(writer);
+  // Its process may have executed another program, or cannot be seen from here.
+  if (liveness == Liveness::ended || loadAcquire(&header->writerMarked) == 0) return liveness;
+  return Claim::isMarked(fd) ? Liveness::alive : Liveness::ended;
 }
 
 void TableBase::setStatus(MountStatus status, std::string detail) {

@@ -105,9 +105,9 @@ class TableBase {
   /// was called for counts as told, the rest follows at the next call; a plain reader that was comparing the
   /// whole table begins that again. A hook must not destroy the table.
   ///
-  /// Some waits end without anything that could make `fd()` readable: memory or descriptors that become free
-  /// (`noResources`), a directory above that may be read now (`notPermitted`). There, call it now and then;
-  /// where `fd()` is -1, `mount()` instead.
+  /// `fd()` is readable once a second at least, and each time this looks for what no event tells: a directory
+  /// that was made, moved or linked to, memory or descriptors that became free (`noResources`). Where `fd()`
+  /// is -1, `mount()` again instead.
   virtual DeliverResult deliver() = 0;
 
   /// Writer: to be called when a turn of the owner's loop ends, before it waits. Publishes the turn's
@@ -201,7 +201,7 @@ class TableBase {
   void attachReader();
   void attach(Segment const& segment);
   void detach();
-  bool isReplaced() const;
+  bool isReplaced();
   Liveness writerLiveness() const;
   void followWriter(WatchEvents const& events);
   void judgeWriter(bool hasEnded);

@@ -118,7 +118,7 @@ TEST_F(FaultTest, EverySystemCallMayFail) {
                    &System::changeMode, &System::truncate, &System::allocate, &System::map, &System::unmap,
                    &System::populate, &System::rename, &System::unlink, &System::lock, &System::writeAt,
                    &System::watchOpen, &System::watchAdd, &System::pollOpen, &System::pollAdd,
-                   &System::eventOpen, &System::collapse>();
+                   &System::eventOpen, &System::collapse, &System::timerOpen>();
   size_t failures = 0;
   for (int call = 0; call < stubs; ++call) {
     for (int const error : {EACCES, EINTR, ENOSPC, ENOMEM, EMFILE}) {
@@ -137,6 +137,31 @@ TEST_F(FaultTest, EverySystemCallMayFail) {
     }
   }
   EXPECT_GT(failures, 450U);
+}
+
+TEST_F(FaultTest, AReaderWithoutAFreeDescriptorFollowsToANewFileWhenThereIsOne) {
+  TestFolder const folder;
+  Table writer;
+  Brine::MountOptions options = folder.options(Mode::writer);
+  options.repair = true;
+  writer.mount(options);
+  write(writer, 1);
+  writer.endTurn();
+  Copy copy(folder, Mode::keyshadow);
+  copy.deliver();
+  writer.unmount();
+  editFile(folder, 0, 1, [](std::string& magic) { magic[0] ^= 1; });
+  ASSERT_EQ(writer.mount(options), MountStatus::mounted);
+  write(writer, 1);
+  writer.endTurn();
+  Brine::sys.openFile = [](int, char const*, int, mode_t) { return errno = EMFILE, -1; };
+  copy.await();
+  copy.table.deliver();
+  EXPECT_EQ(copy.table.mountStatus(), MountStatus::noResources);
+  EXPECT_FALSE(copy.isQuiesced());
+  Brine::sys = Brine::realSystem();
+  copy.await(MountStatus::mounted);
+  EXPECT_EQ(copy.rows(), model_);
 }
 
 class FullFileSystemTest : public FaultTest,

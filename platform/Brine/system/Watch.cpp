@@ -1,6 +1,7 @@
 #include "Brine/system/Watch.h"
 
 #include <sys/inotify.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -17,14 +18,7 @@ namespace {
 constexpr uint32_t folderEvents = IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_MOVE_SELF | IN_ATTRIB | IN_ONLYDIR;
 constexpr uint32_t tableEvents = IN_MODIFY | IN_CLOSE_WRITE;
 
-std::string parentOf(std::string const& path) {
-  size_t const end = path.find_last_not_of('/');
-  size_t const slash = end == std::string::npos ? std::string::npos : path.find_last_of('/', end);
-  if (slash == std::string::npos) return end == std::string::npos ? "/" : ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-bool isMissing(int error) { return error == ENOENT || error == ENOTDIR; }
+constexpr uint64_t lookPeriod = 1'000'000'000;  // In nanoseconds.
 
 }  // namespace
 
@@ -34,46 +28,34 @@ Watch::Watch(std::string const& path, std::string const& tableFile) : path_(path
     throw MountFailure(MountStatus::noResources, "no file watches left: " + std::string(strerror(errno)));
   event_.reset(sys.eventOpen());
   if (!event_) throw MountFailure::ofErrno(errno, "making an event");
+  timer_.reset(sys.timerOpen());
+  if (!timer_) throw MountFailure::ofErrno(errno, "making a timer");
   poll_.reset(sys.pollOpen());
-  if (!poll_ || sys.pollAdd(poll_.get(), watch_.get()) != 0 || sys.pollAdd(poll_.get(), event_.get()) != 0) {
-    throw MountFailure::ofErrno(errno, "making a poll set");
-  }
+  bool made = static_cast<bool>(poll_);
+  for (Fd const* const fd : {&watch_, &event_, &timer_})
+    made = made && sys.pollAdd(poll_.get(), fd->get()) == 0;
+  if (!made) throw MountFailure::ofErrno(errno, "making a poll set");
   watchFolder();
+  awaitNextLook();
 }
 
-int Watch::addFolder(std::string const& path) {
-  return sys.watchAdd(watch_.get(), path.c_str(), folderEvents);
+/// Watches the directory that the path leads to now. True if it is another one than before: what happened
+/// there until now was not seen. One that may not be watched is looked at once a second all the same.
+bool Watch::watchFolder() {
+  int const watch = sys.watchAdd(watch_.get(), path_.c_str(), folderEvents);
+  if (watch < 0 || watch == folderWatch_) return false;
+  if (folderWatch_ >= 0) ::inotify_rm_watch(watch_.get(), folderWatch_);
+  folderWatch_ = watch;
+  return true;
 }
 
-void Watch::replace(int& watch, int other) {
-  bool const unused = watch != other && watch != (&watch == &folderWatch_ ? aboveWatch_ : folderWatch_);
-  if (watch >= 0 && unused) ::inotify_rm_watch(watch_.get(), watch);
-  watch = other;
-}
-
-void Watch::watchFolder() {
-  std::string const parent = parentOf(path_);
-  // From above: a directory that is made or removed after it was looked for is seen to be.
-  for (std::string last;;) {
-    std::string above = parent;
-    int watch = addFolder(above);
-    while (watch < 0 && isMissing(errno) && above != parentOf(above)) {
-      above = parentOf(above);
-      watch = addFolder(above);
-    }
-    replace(aboveWatch_, watch);
-    if (watch < 0 || above == parent || above == last) break;
-    last = above;
-  }
-  int const watch = addFolder(path_);
-  int const error = errno;
-  // One that may not be made anew goes on as it is.
-  if (watch >= 0 || isMissing(error)) replace(folderWatch_, watch);
-  // Of a table that is there, the directory tells enough.
-  if (watch >= 0 && tableWatch_ >= 0) replace(aboveWatch_, -1);
-  if (watch >= 0 || (isMissing(error) && aboveWatch_ >= 0)) return;
-  throw MountFailure(error == EACCES ? MountStatus::notPermitted : MountStatus::noResources,
-                     "watching " + path_ + ": " + strerror(error));
+void Watch::awaitNextLook() {
+  nextLook_ = sys.now() + lookPeriod;
+  itimerspec wait{};
+  wait.it_value.tv_sec = static_cast<time_t>(nextLook_ / lookPeriod);
+  wait.it_value.tv_nsec = static_cast<long>(nextLook_ % lookPeriod);
+  // Also takes back that the last wait has ended. It cannot fail with such a time.
+  ::timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &wait, nullptr);
 }
 
 void Watch::watchTable() {
@@ -86,8 +68,6 @@ void Watch::watchTable() {
   }
   if (tableWatch_ != watch) unwatchTable();
   tableWatch_ = watch;
-  // Before the directory can go, the table must.
-  replace(aboveWatch_, -1);
 }
 
 void Watch::unwatchTable() {
@@ -103,7 +83,11 @@ void Watch::kick() {
 }
 
 WatchEvents Watch::take() {
-  WatchEvents& events = pending_;
+  WatchEvents events;
+  if (sys.now() >= nextLook_) {
+    events.mustLook = true;
+    awaitNextLook();
+  }
   if (std::exchange(kicked_, false)) {
     uint64_t kicks = 0;
     [[maybe_unused]] ssize_t const taken = ::read(event_.get(), &kicks, sizeof kicks);
@@ -117,25 +101,20 @@ WatchEvents Watch::take() {
       std::memcpy(&event, at, sizeof event);
       char const* const name = at + sizeof event;
       if ((event.mask & IN_Q_OVERFLOW) != 0) {
-        events.rung = events.renamed = events.lost = true;
+        events.rung = events.mustLook = true;
       } else if (event.wd == tableWatch_) {
         // In order: a writer that opens the file after another one closed it rings when it is ready.
         if ((event.mask & IN_MODIFY) != 0) events.writerClosed = !(events.rung = true);
         if ((event.mask & IN_CLOSE_WRITE) != 0) events.writerClosed = true;
-      } else if (event.wd == aboveWatch_ ||
-                 (event.wd == folderWatch_ && (event.len == 0 || tableFile_ == name))) {
+      } else if (event.wd == folderWatch_ && (event.len == 0 || tableFile_ == name)) {
         events.renamed = true;
       }
       at += sizeof event + event.len;
     }
   }
-  try {
-    if (events.renamed) watchFolder();
-  } catch (MountFailure const&) {
-    // A table that is mounted can still be followed.
-    if (tableWatch_ < 0) throw;
-  }
-  return std::exchange(pending_, {});
+  events.renamed |= events.mustLook;
+  if (events.renamed || folderWatch_ < 0) events.renamed |= watchFolder();
+  return events;
 }
 
 }  // namespace Brine
