@@ -18,6 +18,11 @@ Vxlan::Vni vniOfName(Orb::Name const& name) {
   return Vxlan::Vni(static_cast<std::uint32_t>(std::strtol(name.text().c_str(), nullptr, 10)));
 }
 
+/// The status under a name; null also for an entry of another type.
+VniFdbStatusSm::StatusPtr statusOf(Orb::Dir const& dir, Orb::Name const& name) {
+  return Orb::ptrCast<VxlanController::VniFdbStatusV2 const>(dir.entityPtr(name));
+}
+
 }  // namespace
 
 QorEvpnTxSm::QorEvpnTxSm(VniDirPtr const& vniDir, VniStatusDirPtr const& vniStatusDirFromEvpn,
@@ -36,35 +41,44 @@ Orb::Ptr<VniFdbStatusSm> QorEvpnTxSm::vniFdbStatusSmIs(Vxlan::Vni vni,
 }
 
 void QorEvpnTxSm::handleInitialized() {
-  TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::handleInitialized()");
+  TRACE(txTrace, 3, "QorEvpnTxSm()::handleInitialized()");
   initializedIs(true);
   handleVniFdbStatus();
+  TRACE(txTrace, 4, "QorEvpnTxSm()::handleInitialized() return");
 }
 
 void QorEvpnTxSm::handleVniFdbStatus() {
   if (!initialized()) return;
-  TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::handleVniFdbStatus()");
+  TRACE(txTrace, 3, "QorEvpnTxSm()::handleVniFdbStatus()");
   cleanupStaleBrIdEntries();
   VniDirPtr const dir = vniDir();
   for (auto const& entry : dir->entry()) handleVniFdbStatus(Orb::Name(entry.key));
+  TRACE(txTrace, 4, "QorEvpnTxSm()::handleVniFdbStatus() return");
 }
 
-void QorEvpnTxSm::handleVniFdbStatus(Orb::Name name) {
+void QorEvpnTxSm::handleVniFdbStatus(Orb::Name const& name) {
   if (!initialized()) return;
-  TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::handleVniFdbStatus(", name, ")");
-  auto const vniFdbStatus = Orb::ptrCast<VxlanController::VniFdbStatusV2 const>(vniDir()->entityPtr(name));
+  TRACE(txTrace, 3, "QorEvpnTxSm()::handleVniFdbStatus(", name, ")");
+  VniFdbStatusSm::StatusPtr const vniFdbStatus = statusOf(*vniDir(), name);
   Vxlan::Vni const vni = vniOfName(name);
   if (!vniFdbStatus) {
     cleanupStaleVniEntries(this, {vni});
-    if (Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmDel(vni)) child->cleanup();
-    return;
+    if (Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmDel(vni)) {
+      child->cleanup();
+      // Until now it heard of changes: an observer may have had it export again, or its status put back.
+      bool const isListed = qorBrIdList()->brIdList().contains(Bridging::BridgeId::ofVni(vni));
+      if (!vniFdbStatusSm(vni) && (isListed || statusOf(*vniDir(), name))) handleVniFdbStatus(name);
+    }
+  } else {
+    Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmIs(vni, vniFdbStatus);
+    child->vniStatusFromEvpnIs(vniStatusDirFromEvpn()->vniStatusV2(vni));
+    // Not where an observer of its rows had the VNI removed.
+    if (vniFdbStatusSm(vni) == child) child->initializedIs(true);
   }
-  Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmIs(vni, vniFdbStatus);
-  child->vniStatusFromEvpnIs(vniStatusDirFromEvpn()->vniStatusV2(vni));
-  child->initializedIs(true);
+  TRACE(txTrace, 4, "QorEvpnTxSm()::handleVniFdbStatus(", name, ") return");
 }
 
-void QorEvpnTxSm::handleVniStatusFromEvpn(Vxlan::Vni vni) {
+void QorEvpnTxSm::handleVniStatusFromEvpn(Vxlan::Vni const& vni) {
   TRACE(txTrace, 8, "void QorEvpn::QorEvpnTxSm::handleVniStatusFromEvpn(Vxlan::Vni) init ", initialized(),
         " vni ", vni);
   if (!initialized()) return;
@@ -75,34 +89,36 @@ void QorEvpnTxSm::handleVniStatusFromEvpn(Vxlan::Vni vni) {
 
 void QorEvpnTxSm::cleanup() {
   if (!initialized()) return;
-  TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::cleanup()");
+  TRACE(txTrace, 3, "QorEvpnTxSm()::cleanup()");
   qorBrIdList()->brIdListDelAll();
   hostTableOut()->hostDelAll();
   floodTableOut()->floodEntryDelAll();
   for (Orb::Ptr<VniFdbStatusSm> const& child : vniFdbStatusSm_) {
-    vniFdbStatusSmDel(child->vni());
-    child->cleanup();
+    if (Orb::Ptr<VniFdbStatusSm> const removed = vniFdbStatusSmDel(child->vni())) removed->cleanup();
   }
   initializedIs(false);
+  TRACE(txTrace, 4, "QorEvpnTxSm()::cleanup() return");
 }
 
 void QorEvpnTxSm::publishBrId(Bridging::BridgeId brId) {
   if (!initialized()) return;
   Vxlan::VniExt const vni = brId.vni();  // asserts the type, whatever is traced
-  TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::publishBrId(", vni, ")");
+  TRACE(txTrace, 3, "QorEvpnTxSm()::publishBrId(", vni, ")");
   if (!qorBrIdList()->brIdList().contains(brId)) qorBrIdList()->brIdListIs(brId, true);
+  TRACE(txTrace, 4, "QorEvpnTxSm()::publishBrId(", vni, ") return");
 }
 
 void QorEvpnTxSm::unpublishBrId(Bridging::BridgeId brId) {
   if (!initialized()) return;
   Vxlan::VniExt const vni = brId.vni();
-  TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::unpublishBrId(", vni, ")");
+  TRACE(txTrace, 3, "QorEvpnTxSm()::unpublishBrId(", vni, ")");
   if (qorBrIdList()->brIdList().contains(brId)) qorBrIdList()->brIdListDel(brId);
+  TRACE(txTrace, 4, "QorEvpnTxSm()::unpublishBrId(", vni, ") return");
 }
 
 void QorEvpnTxSm::cleanupStaleBrIdEntries() {
   if (!initialized()) return;
-  TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::cleanupStaleBrIdEntries()");
+  TRACE(txTrace, 3, "QorEvpnTxSm()::cleanupStaleBrIdEntries()");
   std::set<Vxlan::Vni> staleVnis;
   for (auto const& entry : qorBrIdList()->brIdList()) {
     // By existence only: an entry of another type is not stale here, and handleVniFdbStatus(name) sweeps it.
@@ -110,6 +126,12 @@ void QorEvpnTxSm::cleanupStaleBrIdEntries() {
     if (!vniDir()->entityPtr(Orb::Name(vni.stringValue(false)))) staleVnis.insert(Vxlan::Vni(vni.value()));
   }
   cleanupStaleVniEntries(this, staleVnis);
+  // A VNI that an observer of the rows added meanwhile may have lost its own with them: it is served anew.
+  for (Vxlan::Vni const& vni : staleVnis) {
+    Orb::Name const name(Orb::toText(vni));
+    if (statusOf(*vniDir(), name) && vniFdbStatusSmDel(vni)) handleVniFdbStatus(name);
+  }
+  TRACE(txTrace, 4, "QorEvpnTxSm()::cleanupStaleBrIdEntries() return");
 }
 
 Orb::TypeDescriptor const& QorEvpnTxSm::type() {

@@ -9,8 +9,8 @@ packages() {
   local purpose
   for purpose; do
     case $purpose in
-      build) echo g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libssl-dev ;;
-      test) echo libgtest-dev libgmock-dev openvswitch-common openvswitch-vtep ;;
+      build) echo g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libssl-dev libnghttp2-dev libprotobuf-dev protobuf-compiler ;;
+      test) echo libgtest-dev libgmock-dev openvswitch-common openvswitch-vtep gobgpd ;;
       sanitizers) echo clang libclang-rt-14-dev llvm ;;
       bench) echo liblmdb-dev libboost-dev libhiredis-dev redis-server ;;
       format) echo git clang-format-14 ;;

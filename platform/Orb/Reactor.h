@@ -14,30 +14,25 @@
 ///   };
 ///
 /// `On` joins an attribute of the input with a handler of the machine. The attribute's key type chooses the
-/// overload: a collection's handler takes the key, by value or by reference, and a notification without one is
-/// ignored; a scalar's handler takes nothing. Attributes that are not wired are ignored, and so is everything while the reactor
+/// overload: a collection's handler takes the key and a notification without one is ignored; a scalar's
+/// handler takes nothing. Attributes that are not wired are ignored, and so is everything while the reactor
 /// is a zombie or has no owner.
 namespace Orb {
 
 namespace Impl {
 
-/// A handler that a change of an attribute calls: one that takes the key, by value or by reference, or one
-/// that takes nothing where the attribute is a scalar.
 template <class Machine, class Key>
-struct HandlerOf {
-  constexpr HandlerOf(void (Machine::*handler)(Key)) : byValue(handler) {}             // NOLINT
-  constexpr HandlerOf(void (Machine::*handler)(Key const&)) : byReference(handler) {}  // NOLINT
-  void (Machine::*byValue)(Key) = nullptr;
-  void (Machine::*byReference)(Key const&) = nullptr;
+struct HandlerType {
+  using Type = void (Machine::*)(Key const&);
 };
 template <class Machine>
-struct HandlerOf<Machine, void> {
-  constexpr HandlerOf(void (Machine::*handler)()) : plain(handler) {}  // NOLINT
-  void (Machine::*plain)() = nullptr;
+struct HandlerType<Machine, void> {
+  using Type = void (Machine::*)();
 };
 
+/// The type of the handler that a change of the attribute calls.
 template <class Machine, auto attribute>
-using Handler = HandlerOf<Machine, typename decltype(attribute)::Key>;
+using Handler = typename HandlerType<Machine, typename decltype(attribute)::Key>::Type;
 
 }  // namespace Impl
 
@@ -48,13 +43,9 @@ struct On {
     using Key = typename decltype(attribute)::Key;
     if (id != attribute.id) return false;
     if constexpr (std::is_void_v<Key>) {
-      (machine.*handler.plain)();
-    } else if (!key) {
-      // No member of the collection has changed.
-    } else if constexpr (handler.byValue != nullptr) {
-      (machine.*handler.byValue)(*static_cast<Key const*>(key));
-    } else {
-      (machine.*handler.byReference)(*static_cast<Key const*>(key));
+      (machine.*handler)();
+    } else if (key) {
+      (machine.*handler)(*static_cast<Key const*>(key));
     }
     return true;
   }

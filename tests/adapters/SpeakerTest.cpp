@@ -1,0 +1,333 @@
+/// The speaker's adapter against GoBGP itself, and against servers that are none.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <cstring>
+#include <map>
+#include <set>
+
+#include "Orb/Text.h"
+#include "adapters/gobgp/Speaker.h"
+#include "support/Gobgpd.h"
+
+namespace Gobgp {
+
+namespace {
+
+using Agent::SourceState;
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+using TestSupport::Gobgpd;
+
+/// A speaker's adapter with what it told.
+class Site;
+std::set<Site*> sites;
+
+class Site {
+ public:
+  static Speaker::Options optionsOf(std::string const& endpoint, std::uint32_t as,
+                                    std::string const& routerId) {
+    return {.endpoint = endpoint,
+            .identity = {as, Wirix::IpAddr(routerId)},
+            .answer = 5s,
+            .settle = 20s,
+            .quiet = 100ms,
+            .retryMin = 20ms,
+            .retryMax = 200ms};
+  }
+  Site(Agent::Loop& loop, Speaker::Options const& options)
+      : speaker(loop, options,
+                {[this](Agent::Event const& event) { take(event); },
+                 [this](SourceState, std::string const& cause) { causes.insert(cause); },
+                 [this](std::string const& line) { lines.push_back(line); }}) {
+    sites.insert(this);
+  }
+  ~Site() { sites.erase(this); }
+  Site(Agent::Loop& loop, Gobgpd const& gobgpd, std::string const& routerId)
+      : Site(loop, optionsOf(gobgpd.endpoint(), gobgpd.as(), routerId)) {}
+  Site(Agent::Loop& loop, Gobgpd const& gobgpd) : Site(loop, gobgpd, gobgpd.routerId()) {}
+
+  void host(unsigned vni, std::string const& mac, std::string const& vtep, unsigned seq = 0) {
+    QorEvpn::Host row{QorEvpn::MacVniPair(Wirix::EthAddr(mac), Vxlan::Vni(vni))};
+    row.vtepAddrIs(Wirix::IpAddr(vtep));
+    row.seqNoIs(Seqno32(seq));
+    speaker.hostIs(row);
+  }
+  void hostDel(unsigned vni, std::string const& mac) {
+    speaker.hostDel(QorEvpn::MacVniPair(Wirix::EthAddr(mac), Vxlan::Vni(vni)));
+  }
+  bool isSynced() const { return speaker.state() == SourceState::synced; }
+  bool isQuiet() const { return isSynced() && speaker.show()["waiting"] == 0; }
+  std::uint64_t sent() const { return speaker.show()["sent"]; }
+
+  /// "VNI MAC VTEP seq" and "VNI VTEP".
+  std::set<std::string> rows() const {
+    std::set<std::string> result;
+    for (auto const& [key, value] : learned) result.insert(key + value);
+    return result;
+  }
+
+  std::map<std::string, std::string> learned;
+  std::set<std::string> causes;
+  std::vector<std::string> lines;
+  std::vector<bool> capabilities;
+  std::size_t removals = 0, told = 0;
+  Speaker speaker;
+
+ private:
+  void take(Agent::Event const& event) {
+    using Agent::Op;
+    EXPECT_EQ(event.from, Agent::Origin::evpn);
+    EXPECT_NE(speaker.state(), SourceState::connecting);
+    std::string const vni = Orb::toText(event.vni) + ' ';
+    if (event.op == Op::capability) capabilities.push_back(event.value);
+    if (event.op == Op::mac) {
+      ++told;
+      EXPECT_EQ(event.preference, 16);
+      learned[vni + Orb::toText(event.mac)] = ' ' + Orb::toText(event.vtep) + ' ' + Orb::toText(event.seq);
+    }
+    if (event.op == Op::flood) learned[vni + Orb::toText(event.vtep)] = "";
+    if (event.op == Op::macDel) removals += learned.erase(vni + Orb::toText(event.mac));
+    if (event.op == Op::floodDel) removals += learned.erase(vni + Orb::toText(event.vtep));
+  }
+};
+
+class SpeakerTest : public testing::Test {
+ protected:
+  /// Turns the loop until that holds.
+  void await(std::function<bool()> const& condition) {
+    bool isLate = false;
+    Agent::Timer patience(loop, [&] {
+      isLate = true;
+      loop.stop();
+    });
+    patience.start(std::chrono::milliseconds(20000));
+    Agent::Timer tick(loop, [&] {
+      if (condition()) return loop.stop();
+      tick.start(5ms);
+    });
+    tick.start(0s);
+    loop.run();
+    ASSERT_FALSE(isLate) << "it never held; " << context();
+  }
+
+  std::string context() const {
+    std::string text;
+    for (Site* const site : sites) {
+      text += site->speaker.show().dump();
+      for (auto const& row : site->rows()) text += "\n  " + row;
+      for (auto const& line : site->lines) text += "\n  " + line;
+      text += "\n";
+    }
+    return text;
+  }
+
+  Agent::Loop loop;
+};
+
+constexpr unsigned lastVni = 0xFFFFFF;
+
+TEST_F(SpeakerTest, CarriesRowsOfAllVnisToAnotherSiteAndTakesThemBack) {
+  Gobgpd const west(1, {2}), east(2, {1});
+  Site here(loop, west), there(loop, east);
+  here.speaker.release();
+  // RD and label alone would take the first two for one route.
+  here.host(1, "02:00:00:00:00:01", "10.99.0.11");
+  here.host(65537, "02:00:00:00:00:01", "10.99.0.12", 7);
+  here.host(0, "02:00:00:00:00:01", "10.99.0.13");
+  here.host(lastVni, "02:00:00:00:00:01", "10.99.0.13", 0xFFFFFFFF);
+  here.speaker.floodIs({Vxlan::Vni(65537), Wirix::IpAddr("10.99.0.12")});
+  here.speaker.floodIs({Vxlan::Vni(lastVni), Wirix::IpAddr("10.99.0.12")});
+  await([&] { return there.learned.size() == 6; });
+  EXPECT_THAT(there.rows(), UnorderedElementsAre("1 02:00:00:00:00:01 10.99.0.11 0", "65537 10.99.0.12",
+                                                 "65537 02:00:00:00:00:01 10.99.0.12 7",
+                                                 "0 02:00:00:00:00:01 10.99.0.13 0", "16777215 10.99.0.12",
+                                                 "16777215 02:00:00:00:00:01 10.99.0.13 4294967295"));
+  EXPECT_THAT(there.capabilities, ElementsAre(true));
+
+  there.speaker.release();
+  there.host(1, "02:00:00:00:00:02", "10.99.0.21");
+  here.host(1, "02:00:00:00:00:01", "10.99.0.12", 1);
+  here.hostDel(65537, "02:00:00:00:00:01");
+  here.speaker.floodDel({Vxlan::Vni(65537), Wirix::IpAddr("10.99.0.12")});
+  await([&] { return there.removals == 2 && here.learned.size() == 1; });
+  EXPECT_EQ(there.learned["1 02:00:00:00:00:01"], " 10.99.0.12 1");
+  EXPECT_EQ(here.learned["1 02:00:00:00:00:02"], " 10.99.0.21 0");
+  EXPECT_THAT(here.lines, IsEmpty());
+}
+
+TEST_F(SpeakerTest, SendsDifferencesOnlyToASpeakerThatHasRoutesOfAnEarlierRun) {
+  Gobgpd const west(1, {});
+  auto const tell = [](Site& site, unsigned hosts) {
+    for (unsigned i = 1; i <= hosts; ++i) site.host(70000 + i, "02:00:00:00:00:01", "10.99.0.11", i % 3);
+    site.speaker.floodIs({Vxlan::Vni(5000), Wirix::IpAddr("10.99.0.11")});
+  };
+  std::string const foreign =
+      "macadv 02:00:00:00:00:09 0.0.0.0 esi AS 65000 1 etag 0 label 5000 rt 65001:5000";
+  EXPECT_EQ(west.command("global rib -a evpn add " + foreign + " encap vxlan rd 10.99.0.9:1"), 0);
+  {
+    Site first(loop, west);
+    tell(first, 600);
+    await([&] { return first.isSynced(); });
+    EXPECT_EQ(first.sent(), 0U);  // not before it is whole
+    first.speaker.release();
+    await([&] { return first.isQuiet(); });
+    EXPECT_EQ(first.sent(), 601U);
+  }
+  Site second(loop, west);
+  tell(second, 598);
+  second.host(70001, "02:00:00:00:00:01", "10.99.0.12", 9);
+  second.speaker.release();
+  await([&] { return second.isQuiet(); });
+  EXPECT_EQ(second.sent(), 3U);  // one changed, two withdrawn
+
+  // Somebody withdraws a route of ours behind our back.
+  EXPECT_EQ(west.command("global rib -a evpn del multicast 10.99.0.11 rd 10.99.0.1:5000 etag 5000"), 0);
+  await([&] { return second.sent() == 4; });
+  await([&] { return second.isQuiet(); });
+  EXPECT_EQ(west.command("global rib -a evpn | grep -q rd:10.99.0.9:1"), 0);
+}
+
+TEST_F(SpeakerTest, TakesOfSeveralRoutesTheHighestSequenceNumberThenTheLowestVtep) {
+  Gobgpd const west(1, {2}), east(2, {1});
+  Site here(loop, west), left(loop, east, "10.99.0.2"), right(loop, east, "10.99.0.3");
+  left.speaker.release();
+  right.speaker.release();
+  std::string const mac = "02:00:00:00:00:01";
+  auto const learns = [&](std::string const& value) {
+    await([&] { return here.learned.contains("1 " + mac) && here.learned["1 " + mac] == value; });
+  };
+  left.host(1, mac, "10.99.0.22", 1);
+  learns(" 10.99.0.22 1");
+  right.host(1, mac, "10.99.0.31", 2);
+  learns(" 10.99.0.31 2");
+  left.host(1, mac, "10.99.0.22", 2);
+  learns(" 10.99.0.22 2");
+  left.hostDel(1, mac);
+  learns(" 10.99.0.31 2");
+  EXPECT_EQ(here.removals, 0U);
+
+  // With an IP address it is one more route of the same MAC; what no row can hold is counted, and named once.
+  std::string const add = "global rib -a evpn add macadv " + mac;
+  std::string const rest = " esi AS 65000 1 etag 0 label 1 rd 10.99.0.4:1 rt 65002:1 encap vxlan nexthop ";
+  EXPECT_EQ(east.command(add + " 192.168.0.1" + rest + "10.99.0.41"), 0);
+  EXPECT_EQ(east.command(add + " 192.168.0.2" + rest + "2001:db8::1"), 0);
+  EXPECT_EQ(east.command(add + " 192.168.0.3" + rest + "2001:db8::1"), 0);
+  right.hostDel(1, mac);
+  learns(" 10.99.0.41 0");
+  std::string const cause = "with an IPv6 next hop";
+  await([&] { return here.speaker.show()["unusable"][cause] == 2; });
+  EXPECT_THAT(here.lines, ElementsAre(HasSubstr(cause)));
+  EXPECT_EQ(east.command("global rib -a evpn del macadv " + mac + " 192.168.0.1" + rest + "10.99.0.41"), 0);
+  await([&] { return here.learned.empty(); });
+}
+
+TEST_F(SpeakerTest, TakesNothingBackWhenItsSpeakerIsKilledAndStartedAgain) {
+  Gobgpd west(1, {2});
+  Gobgpd const east(2, {1});
+  Site here(loop, west), there(loop, east);
+  for (Site* const site : {&here, &there}) site->speaker.release();
+  here.host(1, "02:00:00:00:00:01", "10.99.0.11");
+  there.host(1, "02:00:00:00:00:02", "10.99.0.21");
+  await([&] { return here.learned.size() == 1 && there.learned.size() == 1; });
+  west.kill();
+  await([&] { return here.speaker.state() == SourceState::lost; });
+  west.start();
+  await([&] { return here.isQuiet() && there.learned.size() == 1; });
+  EXPECT_EQ(here.removals, 0U);
+  EXPECT_EQ(here.told, 2U);  // again, before it was synced
+  EXPECT_THAT(here.capabilities, ElementsAre(true));
+}
+
+/// A server that answers what it is given, octet by octet, to the first that anybody says, and ends the
+/// connection then or never.
+class FakeServer {
+ public:
+  FakeServer(Agent::Loop& loop, std::string answer, bool ends)
+      : loop_(loop), answer_(std::move(answer)), ends_(ends), listener_(::socket(AF_INET, SOCK_STREAM, 0)) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    EXPECT_EQ(::bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), size), 0);
+    ::getsockname(listener_.get(), reinterpret_cast<sockaddr*>(&address), &size);
+    port_ = ntohs(address.sin_port);
+  }
+  ~FakeServer() {
+    loop_.unwatch(listener_.get());
+    if (accepted_) loop_.unwatch(accepted_.get());
+  }
+
+  std::string endpoint() const { return "localhost:" + std::to_string(port_); }
+  void listen() {
+    ::listen(listener_.get(), 4);
+    loop_.watchInput(listener_.get(), [this] {
+      if (accepted_) loop_.unwatch(accepted_.get());
+      accepted_ = Agent::Fd(::accept(listener_.get(), nullptr, nullptr));
+      int const on = 1;
+      ::setsockopt(accepted_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+      loop_.watchInput(accepted_.get(), [this] { answer(); });
+    });
+  }
+
+ private:
+  void answer() {
+    loop_.unwatch(accepted_.get());
+    for (char const octet : answer_) ::send(accepted_.get(), &octet, 1, MSG_NOSIGNAL);
+    if (ends_) ::shutdown(accepted_.get(), SHUT_WR);
+  }
+
+  Agent::Loop& loop_;
+  std::string answer_;
+  bool ends_;
+  Agent::Fd listener_;
+  unsigned port_ = 0;
+  Agent::Fd accepted_;
+};
+
+TEST_F(SpeakerTest, NamesEndpointAndCauseOfEachFaultAndTriesAgain) {
+  using namespace std::string_literals;
+  // HTTP/2: settings, then the headers of the first answer, which are its end too.
+  std::string const settings = "\0\0\0\4\0\0\0\0\0"s;
+  std::string const fields =
+      "\x88\0\x0bgrpc-status\2"
+      "12\0\x0cgrpc-message\4Nope"s;
+  std::string const unimplemented =
+      settings + "\0\0"s + static_cast<char>(fields.size()) + "\1\5\0\0\0\1"s + fields;
+  struct Case {
+    std::string answer;
+    bool ends, listens;
+    std::string cause;
+  };
+  Case const cases[] = {{"", false, false, "Connection refused"},
+                        {settings, true, true, "closed the connection"},
+                        {settings, false, true, "no answer to GetBgp within"},
+                        {"SSH-2.0-OpenSSH\r\n\r\n..................", false, true, "does not speak HTTP/2"},
+                        {unimplemented, false, true, "does not have this interface (GoBGP 3): Nope"}};
+  for (Case const& each : cases) {
+    FakeServer server(loop, each.answer, each.ends);
+    if (each.listens) server.listen();
+    auto options = Site::optionsOf(server.endpoint(), 65001, "10.99.0.1");
+    options.answer = 300ms;
+    Site site(loop, options);
+    await([&] { return !site.lines.empty() && site.causes.contains(site.speaker.show()["lastError"]); });
+    EXPECT_THAT(site.lines, ElementsAre(HasSubstr(server.endpoint() + ": ")));
+    EXPECT_THAT(site.lines, ElementsAre(HasSubstr(each.cause)));
+    EXPECT_EQ(site.speaker.state(), SourceState::connecting);
+  }
+  for (char const* const endpoint : {"", "127.0.0.1", "127.0.0.1:0", "127.0.0.1:65536", "host:1", ":1"}) {
+    EXPECT_THROW(Address{endpoint}, std::invalid_argument) << endpoint;
+  }
+}
+
+}  // namespace
+
+}  // namespace Gobgp

@@ -1,0 +1,77 @@
+#include "support/Gobgpd.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <fstream>
+
+namespace TestSupport {
+
+namespace {
+
+constexpr std::uint16_t apiPort = 50051;
+
+std::string neighbourText(unsigned self, unsigned other) {
+  std::string text = "[[neighbors]]\n[neighbors.config]\nneighbor-address = \"" + Gobgpd::addressOf(other) +
+                     "\"\npeer-as = " + std::to_string(Gobgpd::asOf(other)) +
+                     "\n[neighbors.timers.config]\nconnect-retry = 1\nhold-time = 9\nkeepalive-interval = 3\n"
+                     "idle-hold-time-after-reset = 1\n[neighbors.transport.config]\nlocal-address = \"" +
+                     Gobgpd::addressOf(self) + "\"\nremote-port = 1790\n";
+  // One side calls: two calls at a time cost a session half a minute.
+  if (self > other) text += "passive-mode = true\n";
+  text += "[[neighbors.afi-safis]]\n[neighbors.afi-safis.config]\nafi-safi-name = \"l2vpn-evpn\"\n";
+  return text;
+}
+
+}  // namespace
+
+std::string Gobgpd::addressOf(unsigned number) {
+  static pid_t const pid = ::getpid();
+  return "127." + std::to_string(64 + (pid >> 8) % 128) + '.' + std::to_string(pid & 255) + '.' +
+         std::to_string(number);
+}
+
+Gobgpd::Gobgpd(unsigned number, std::vector<unsigned> const& neighbours) : number_(number) {
+  std::ofstream file(folder_.path() + "/gobgpd.toml");
+  file << "[global.config]\nas = " << as() << "\nrouter-id = \"" << routerId()
+       << "\"\nport = 1790\nlocal-address-list = [\"" << addressOf(number) << "\"]\n";
+  for (unsigned const other : neighbours) file << neighbourText(number, other);
+  file.close();
+  start();
+}
+
+void Gobgpd::start() {
+  std::string const config = folder_.path() + "/gobgpd.toml";
+  std::string const log = folder_.path() + "/log";
+  std::string const api = endpoint();
+  process_ = std::make_unique<Child>([&](Child&) {
+    int const out = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    ::dup2(out, STDOUT_FILENO);
+    ::dup2(out, STDERR_FILENO);
+    ::execlp("gobgpd", "gobgpd", "-f", config.c_str(), "--api-hosts", api.c_str(), "--pprof-disable",
+             nullptr);
+  });
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(apiPort);
+  ::inet_pton(AF_INET, addressOf(number_).c_str(), &address.sin_addr);
+  for (int waited = 0; waited < patienceMs; waited += 10) {
+    int const probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    bool const answers = ::connect(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    ::close(probe);
+    if (answers) return;
+    ::usleep(10'000);
+  }
+  FAIL() << "gobgpd does not start";
+}
+
+int Gobgpd::command(std::string const& arguments) const {
+  std::string const text = "gobgp -u " + addressOf(number_) + " -p 50051 " + arguments + " >&2";
+  return std::system(text.c_str());
+}
+
+}  // namespace TestSupport

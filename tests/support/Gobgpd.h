@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/Child.h"
+#include "support/Paths.h"
+
+namespace TestSupport {
+
+/// A BGP EVPN speaker, gobgpd, on a loopback address of this process's own. Speakers are numbered from 1;
+/// each has AS 65000 + number, router identifier 10.99.0.number, and sessions with the others that it is told
+/// of.
+class Gobgpd {
+ public:
+  /// Runs when this returns; sessions take some seconds. Without graceful restart: this version ends with a
+  /// panic when a neighbour that does it has told all of its EVPN routes.
+  Gobgpd(unsigned number, std::vector<unsigned> const& neighbours);
+
+  void start();
+  /// SIGKILL.
+  void kill() { process_.reset(); }
+  pid_t pid() const { return process_->pid(); }
+
+  static unsigned asOf(unsigned number) { return 65000 + number; }
+  unsigned as() const { return asOf(number_); }
+  std::string routerId() const { return "10.99.0." + std::to_string(number_); }
+  /// Where its interface is served, HOST:PORT.
+  std::string endpoint() const { return addressOf(number_) + ":50051"; }
+  /// Runs its command line client: the exit status.
+  int command(std::string const& arguments) const;
+
+  /// 127.x.y.number, with x and y from this process's identifier.
+  static std::string addressOf(unsigned number);
+
+ private:
+  unsigned number_;
+  ScratchFolder folder_;
+  std::unique_ptr<Child> process_;
+};
+
+}  // namespace TestSupport
