@@ -14,57 +14,54 @@ MacVtepFloodListSm::MacVtepFloodListSm(Wirix::EthAddr const& macAddr, FloodListP
 }
 
 void MacVtepFloodListSm::handleInitialized() {
-  TRACE(txTrace, 3, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(), ")::handleInitialized()");
+  Orb::Ptr<VniFdbStatusSm> const parent = vniFdbStatusSm_;
+  TRACE_SCOPE(traced, txTrace, "MacVtepFloodListSm(", macAddr_, ")(", parent->vni(),
+              ")::handleInitialized()");
   initializedIs(true);
   handleVtepIp();
-  TRACE(txTrace, 4, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(),
-        ")::handleInitialized() return");
 }
 
 void MacVtepFloodListSm::handleVtepIp() {
   if (!initialized()) return;
-  Orb::Ptr<VniFdbStatusSm> const parent = vniFdbStatusSm_;  // which an observer of the rows may drop
-  TRACE(txTrace, 3, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(), ")::handleVtepIp()");
+  Orb::Ptr<VniFdbStatusSm> const parent = vniFdbStatusSm_;
+  TRACE_SCOPE(traced, txTrace, "MacVtepFloodListSm(", macAddr_, ")(", parent->vni(), ")::handleVtepIp()");
   if (FloodListPtr const list = macVtepFloodList()) {
-    for (auto const& entry : list->vtepIpFloodList()) handleVtepIp(Wirix::IpAddr(entry.key));
+    for (auto const& entry : list->vtepIpFloodList()) handleVtepIp(entry.key);
   }
-  TRACE(txTrace, 4, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(),
-        ")::handleVtepIp() return");
 }
 
-void MacVtepFloodListSm::handleVtepIp(Wirix::IpAddr const& ipAddr) {
+void MacVtepFloodListSm::handleVtepIp(Wirix::IpAddr ipAddr) {
   if (!initialized()) return;
-  Orb::Ptr<VniFdbStatusSm> const parent = vniFdbStatusSm_;  // which an observer of the rows may drop
-  TRACE(txTrace, 3, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(), ")::handleVtepIp(", ipAddr,
-        ")");
-  VniVtepPair const key(vniFdbStatusSm_->vni(), ipAddr);
+  Orb::Ptr<VniFdbStatusSm> const parent = vniFdbStatusSm_;
+  TRACE_SCOPE(traced, txTrace, "MacVtepFloodListSm(", macAddr_, ")(", parent->vni(), ")::handleVtepIp(",
+              ipAddr, ")");
+  VniVtepPair const key(parent->vni(), ipAddr);
   bool const* const on = macVtepFloodList() ? macVtepFloodList()->vtepIpFloodList().find(ipAddr) : nullptr;
-  Orb::Ptr<FloodTable> const& floodTableOut = vniFdbStatusSm_->qorEvpnTxSm()->floodTableOut();
+  FloodTable& floodTableOut = *parent->qorEvpnTxSm()->floodTableOut();
   if (on && *on && !floodIpProvidedByEvpn(ipAddr)) {
-    floodTableOut->floodEntryIs(FloodEntry(key));
+    floodTableOut.floodEntryIs(FloodEntry(key));
   } else {
-    floodTableOut->floodEntryDel(key);
+    floodTableOut.floodEntryDel(key);
   }
-  TRACE(txTrace, 4, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(), ")::handleVtepIp(", ipAddr,
-        ") return");
 }
 
-bool MacVtepFloodListSm::floodIpProvidedByEvpn(Wirix::IpAddr const& ipAddr) const {
+bool MacVtepFloodListSm::floodIpProvidedByEvpn(Wirix::IpAddr ipAddr) const {
   ORB_ASSERT(initialized());
   return floodListFromEvpn() && floodListFromEvpn()->vtepIpFloodList().contains(ipAddr);
 }
 
 void MacVtepFloodListSm::cleanup() {
   if (!initialized()) return;
-  TRACE(txTrace, 3, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(), ")::cleanup()");
-  for (Wirix::IpAddr const& ipAddr : addressesOf(macVtepFloodList())) {
-    TRACE(txTrace, 8, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(),
-          ")::cleanup() Deleting flood list entry (ip: ", ipAddr, ")");
-    vniFdbStatusSm_->qorEvpnTxSm()->floodTableOut()->floodEntryDel(
-        VniVtepPair(vniFdbStatusSm_->vni(), ipAddr));
+  Orb::Ptr<VniFdbStatusSm> const parent = vniFdbStatusSm_;
+  TRACE_SCOPE(traced, txTrace, "MacVtepFloodListSm(", macAddr_, ")(", parent->vni(), ")::cleanup()");
+  if (FloodListPtr const list = macVtepFloodList()) {
+    for (auto const& entry : list->vtepIpFloodList()) {
+      VniVtepPair const key(parent->vni(), entry.key);
+      TRACE(txTrace, 8, traced, " Deleting flood list entry (ip: ", key.vtepAddr(), ")");
+      parent->qorEvpnTxSm()->floodTableOut()->floodEntryDel(key);
+    }
   }
   initializedIs(false);
-  TRACE(txTrace, 4, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(), ")::cleanup() return");
 }
 
 Orb::TypeDescriptor const& MacVtepFloodListSm::type() {
@@ -85,13 +82,6 @@ Orb::Ptr<MacVtepFloodListSm> MacVtepFloodListSm::MacVtepFloodListSmIs(Wirix::Eth
                                                                       FloodListPtr const& macVtepFloodList,
                                                                       VniFdbStatusSm* vniFdbStatusSm) {
   return Orb::create<MacVtepFloodListSm>(macAddr, macVtepFloodList, vniFdbStatusSm);
-}
-
-std::vector<Wirix::IpAddr> addressesOf(MacVtepFloodListSm::FloodListPtr const& list) {
-  std::vector<Wirix::IpAddr> addresses;
-  if (!list) return addresses;
-  for (auto const& entry : list->vtepIpFloodList()) addresses.push_back(entry.key);
-  return addresses;
 }
 
 Orb::Ptr<MacVtepFloodListSm> macVtepFloodListSmFactory(

@@ -12,10 +12,8 @@
 /// machines of a VNI whose lists share an address write and delete the same row.
 ///
 /// Ownership: made and held by VniFdbStatusSm, to which it points back plainly; the VNI is the parent's, the
-/// output the root's.
+/// output the root's. A handler holds the parent, since the parent may go where the VNI does.
 #pragma once
-
-#include <vector>
 
 #include "DataModel/MacVtepFloodListV2.h"
 #include "Orb/HashMap.h"
@@ -45,13 +43,13 @@ class MacVtepFloodListSm : public Orb::StateMachine<MacVtepFloodListSm>,
 
   /// EVPN's flood list for the same MAC; a late input: another one, or none, evaluates every address again.
   FloodListPtr const& floodListFromEvpn() const { return floodListFromEvpn_.notifier(); }
-  void floodListFromEvpnIs(FloodListPtr const& list) { floodListFromEvpn_.lateIs(this, list); }
+  void floodListFromEvpnIs(FloodListPtr list) { floodListFromEvpn_.lateIs(this, list); }
   FloodListPtr floodListFromEvpnDel() { return floodListFromEvpn_.lateDel(this); }
 
   /// Whether the address is a key of EVPN's list. Asserts initialized().
-  bool floodIpProvidedByEvpn(Wirix::IpAddr const& ipAddr) const;
+  bool floodIpProvidedByEvpn(Wirix::IpAddr ipAddr) const;
   void handleVtepIp();
-  void handleVtepIp(Wirix::IpAddr const& ipAddr);
+  void handleVtepIp(Wirix::IpAddr ipAddr);
   /// Deletes the rows of every address of the controller's list.
   void cleanup();
 
@@ -84,9 +82,6 @@ class MacVtepFloodListSm : public Orb::StateMachine<MacVtepFloodListSm>,
   bool initialized_ = false;
   VniFdbStatusSm* const vniFdbStatusSm_;
 };
-
-/// The addresses of a list as it is now, for one who lets others change it meanwhile; none of a null one.
-std::vector<Wirix::IpAddr> addressesOf(MacVtepFloodListSm::FloodListPtr const& list);
 
 /// Creates the machine with its first pass; called by the parent's child collection. `vniFdbStatusSm` must
 /// outlive it.

@@ -125,8 +125,6 @@ class HostTable : public Brine::EntityTable<Host> {
   std::vector<Host> hostSorted() const { return sorted(); }
   /// Hints that these keys, some tens, are looked up, written or removed next.
   void hostStage(std::span<MacVniPair const> keys) const { stage(keys); }
-  /// Hints that this key is written or removed soon, after other work.
-  void hostStage(MacVniPair const& key) { stage(key); }
 
   /// The table's callbacks: a row was changed by its writer, the writer went quiet or busy, the mount status
   /// changed.

@@ -18,11 +18,6 @@ Vxlan::Vni vniOfName(Orb::Name const& name) {
   return Vxlan::Vni(static_cast<std::uint32_t>(std::strtol(name.text().c_str(), nullptr, 10)));
 }
 
-/// The status under a name; null also for an entry of another type.
-VniFdbStatusSm::StatusPtr statusOf(Orb::Dir const& dir, Orb::Name const& name) {
-  return Orb::ptrCast<VxlanController::VniFdbStatusV2 const>(dir.entityPtr(name));
-}
-
 }  // namespace
 
 QorEvpnTxSm::QorEvpnTxSm(VniDirPtr const& vniDir, VniStatusDirPtr const& vniStatusDirFromEvpn,
@@ -41,44 +36,35 @@ Orb::Ptr<VniFdbStatusSm> QorEvpnTxSm::vniFdbStatusSmIs(Vxlan::Vni vni,
 }
 
 void QorEvpnTxSm::handleInitialized() {
-  TRACE(txTrace, 3, "QorEvpnTxSm()::handleInitialized()");
+  TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::handleInitialized()");
   initializedIs(true);
   handleVniFdbStatus();
-  TRACE(txTrace, 4, "QorEvpnTxSm()::handleInitialized() return");
 }
 
 void QorEvpnTxSm::handleVniFdbStatus() {
   if (!initialized()) return;
-  TRACE(txTrace, 3, "QorEvpnTxSm()::handleVniFdbStatus()");
+  TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::handleVniFdbStatus()");
   cleanupStaleBrIdEntries();
   VniDirPtr const dir = vniDir();
   for (auto const& entry : dir->entry()) handleVniFdbStatus(Orb::Name(entry.key));
-  TRACE(txTrace, 4, "QorEvpnTxSm()::handleVniFdbStatus() return");
 }
 
-void QorEvpnTxSm::handleVniFdbStatus(Orb::Name const& name) {
+void QorEvpnTxSm::handleVniFdbStatus(Orb::Name name) {
   if (!initialized()) return;
-  TRACE(txTrace, 3, "QorEvpnTxSm()::handleVniFdbStatus(", name, ")");
-  VniFdbStatusSm::StatusPtr const vniFdbStatus = statusOf(*vniDir(), name);
+  TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::handleVniFdbStatus(", name, ")");
+  auto const vniFdbStatus = Orb::ptrCast<VxlanController::VniFdbStatusV2 const>(vniDir()->entityPtr(name));
   Vxlan::Vni const vni = vniOfName(name);
   if (!vniFdbStatus) {
     cleanupStaleVniEntries(this, {vni});
-    if (Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmDel(vni)) {
-      child->cleanup();
-      // Until now it heard of changes: an observer may have had it export again, or its status put back.
-      bool const isListed = qorBrIdList()->brIdList().contains(Bridging::BridgeId::ofVni(vni));
-      if (!vniFdbStatusSm(vni) && (isListed || statusOf(*vniDir(), name))) handleVniFdbStatus(name);
-    }
-  } else {
-    Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmIs(vni, vniFdbStatus);
-    child->vniStatusFromEvpnIs(vniStatusDirFromEvpn()->vniStatusV2(vni));
-    // Not where an observer of its rows had the VNI removed.
-    if (vniFdbStatusSm(vni) == child) child->initializedIs(true);
+    if (Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmDel(vni)) child->cleanup();
+    return;
   }
-  TRACE(txTrace, 4, "QorEvpnTxSm()::handleVniFdbStatus(", name, ") return");
+  Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmIs(vni, vniFdbStatus);
+  child->vniStatusFromEvpnIs(vniStatusDirFromEvpn()->vniStatusV2(vni));
+  child->initializedIs(true);
 }
 
-void QorEvpnTxSm::handleVniStatusFromEvpn(Vxlan::Vni const& vni) {
+void QorEvpnTxSm::handleVniStatusFromEvpn(Vxlan::Vni vni) {
   TRACE(txTrace, 8, "void QorEvpn::QorEvpnTxSm::handleVniStatusFromEvpn(Vxlan::Vni) init ", initialized(),
         " vni ", vni);
   if (!initialized()) return;
@@ -89,36 +75,34 @@ void QorEvpnTxSm::handleVniStatusFromEvpn(Vxlan::Vni const& vni) {
 
 void QorEvpnTxSm::cleanup() {
   if (!initialized()) return;
-  TRACE(txTrace, 3, "QorEvpnTxSm()::cleanup()");
+  TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::cleanup()");
   qorBrIdList()->brIdListDelAll();
   hostTableOut()->hostDelAll();
   floodTableOut()->floodEntryDelAll();
   for (Orb::Ptr<VniFdbStatusSm> const& child : vniFdbStatusSm_) {
-    if (Orb::Ptr<VniFdbStatusSm> const removed = vniFdbStatusSmDel(child->vni())) removed->cleanup();
+    vniFdbStatusSmDel(child->vni());
+    child->cleanup();
   }
   initializedIs(false);
-  TRACE(txTrace, 4, "QorEvpnTxSm()::cleanup() return");
 }
 
 void QorEvpnTxSm::publishBrId(Bridging::BridgeId brId) {
   if (!initialized()) return;
   Vxlan::VniExt const vni = brId.vni();  // asserts the type, whatever is traced
-  TRACE(txTrace, 3, "QorEvpnTxSm()::publishBrId(", vni, ")");
+  TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::publishBrId(", vni, ")");
   if (!qorBrIdList()->brIdList().contains(brId)) qorBrIdList()->brIdListIs(brId, true);
-  TRACE(txTrace, 4, "QorEvpnTxSm()::publishBrId(", vni, ") return");
 }
 
 void QorEvpnTxSm::unpublishBrId(Bridging::BridgeId brId) {
   if (!initialized()) return;
   Vxlan::VniExt const vni = brId.vni();
-  TRACE(txTrace, 3, "QorEvpnTxSm()::unpublishBrId(", vni, ")");
+  TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::unpublishBrId(", vni, ")");
   if (qorBrIdList()->brIdList().contains(brId)) qorBrIdList()->brIdListDel(brId);
-  TRACE(txTrace, 4, "QorEvpnTxSm()::unpublishBrId(", vni, ") return");
 }
 
 void QorEvpnTxSm::cleanupStaleBrIdEntries() {
   if (!initialized()) return;
-  TRACE(txTrace, 3, "QorEvpnTxSm()::cleanupStaleBrIdEntries()");
+  TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::cleanupStaleBrIdEntries()");
   std::set<Vxlan::Vni> staleVnis;
   for (auto const& entry : qorBrIdList()->brIdList()) {
     // By existence only: an entry of another type is not stale here, and handleVniFdbStatus(name) sweeps it.
@@ -126,12 +110,6 @@ void QorEvpnTxSm::cleanupStaleBrIdEntries() {
     if (!vniDir()->entityPtr(Orb::Name(vni.stringValue(false)))) staleVnis.insert(Vxlan::Vni(vni.value()));
   }
   cleanupStaleVniEntries(this, staleVnis);
-  // A VNI that an observer of the rows added meanwhile may have lost its own with them: it is served anew.
-  for (Vxlan::Vni const& vni : staleVnis) {
-    Orb::Name const name(Orb::toText(vni));
-    if (statusOf(*vniDir(), name) && vniFdbStatusSmDel(vni)) handleVniFdbStatus(name);
-  }
-  TRACE(txTrace, 4, "QorEvpnTxSm()::cleanupStaleBrIdEntries() return");
 }
 
 Orb::TypeDescriptor const& QorEvpnTxSm::type() {

@@ -14,9 +14,16 @@
 /// its VNI. While `initialized` is false, handleInitialized() alone changes anything. Replacing the entity of
 /// a VNI raises the re-instantiation error; a name whose number exceeds 24 bits raises the range error.
 ///
+/// An identifier leaves the list of bridge identifiers by four doors: unpublishBrId(), when a child finds its
+/// VNI's status empty; the sweep of a VNI whose status was removed; the sweep at the start of identifiers
+/// without a status (cleanupStaleBrIdEntries()); and cleanup(), which empties the list.
+///
+/// Observers of a machine's outputs only read: who must change an input does so in the loop's next turn. One
+/// who changes an input from within a delivery meets no fault, but rows may be wrong until the next pass.
+///
 /// Ownership: created by the agent through qorEvpnTxSmFactory. Counts references to inputs, outputs and
 /// children; a child points back plainly and reaches the outputs through this machine, the only writer of all
-/// three.
+/// three. Drop the root from the loop only: a child's handler may be on the stack.
 #pragma once
 
 #include <set>
@@ -66,12 +73,12 @@ class QorEvpnTxSm : public Orb::StateMachine<QorEvpnTxSm> {
 
   void handleInitialized();
   void handleVniFdbStatus();
-  void handleVniFdbStatus(Orb::Name const& name);
-  void handleVniStatusFromEvpn(Vxlan::Vni const& vni);
+  void handleVniFdbStatus(Orb::Name name);
+  void handleVniStatusFromEvpn(Vxlan::Vni vni);
   void cleanup();
 
   /// The list of bridge identifiers; an identifier of another type than VNI fails an assertion. The first two
-  /// are idempotent and for the children.
+  /// are idempotent and for the children; the third is the first step of the full pass.
   void publishBrId(Bridging::BridgeId brId);
   void unpublishBrId(Bridging::BridgeId brId);
   void cleanupStaleBrIdEntries();

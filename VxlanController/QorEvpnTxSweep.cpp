@@ -5,9 +5,9 @@
 namespace QorEvpn {
 
 void cleanupStaleVniEntries(Orb::Ptr<QorEvpnTxSm> sm, std::set<Vxlan::Vni> const& staleVnis) {
-  TRACE(txTrace, 3, "cleanupStaleVniEntries()");
+  TRACE_SCOPE(traced, txTrace, "cleanupStaleVniEntries()");
   for (Vxlan::Vni const& vni : staleVnis) {
-    TRACE(txTrace, 3, "cleanupStaleVniEntries() Deleting stale VNI ", vni);
+    TRACE(txTrace, 3, traced, " Deleting stale VNI ", vni);
     sm->qorBrIdList()->brIdListDel(Bridging::BridgeId::ofVni(vni));
   }
 
@@ -32,7 +32,6 @@ void cleanupStaleVniEntries(Orb::Ptr<QorEvpnTxSm> sm, std::set<Vxlan::Vni> const
           ") Deleting stale flood list entry (ip: ", key.vtepAddr(), ")");
     floods.floodEntryDel(key);
   }
-  TRACE(txTrace, 4, "cleanupStaleVniEntries() return");
 }
 
 }  // namespace QorEvpn

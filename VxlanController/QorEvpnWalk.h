@@ -1,5 +1,8 @@
-/// The one way in which machines walk a shared table.
+/// How machines walk a shared table, and a collection whose entries become rows of one.
 #pragma once
+
+#include <array>
+#include <cstddef>
 
 #include "Brine/Errors.h"
 
@@ -17,6 +20,25 @@ auto nextRow(Table const& table, Walk& walk) -> decltype(walk.next()) {
   } catch (Brine::CorruptionError const& error) {
     table.handleCorruption(error.what());
     return nullptr;
+  }
+}
+
+/// Calls `action(key)` for every entry of `collection`, where the entry's row in `hosts` has the key
+/// `keyOf(entry)`. The table hears of some tens of keys before they are acted on, so that their rows are in the
+/// processor's cache by then. The action may change the collection: an entry that is there throughout is acted
+/// on once.
+template <class Table, class Collection, class KeyOf, class Action>
+void forEachKey(Table const& hosts, Collection const& collection, KeyOf const& keyOf, Action const& action) {
+  std::array<decltype(keyOf(*collection.begin())), 32> ahead;
+  std::size_t unused = 0;
+  for (auto entry = collection.begin(); entry != collection.end(); ++entry) {
+    if (unused == 0) {
+      for (auto next = entry; unused < ahead.size() && next != collection.end(); ++next)
+        ahead[unused++] = keyOf(*next);
+      hosts.hostStage({ahead.data(), unused});
+    }
+    --unused;
+    action(keyOf(*entry));
   }
 }
 

@@ -1,7 +1,5 @@
 #include "VxlanController/VniFdbStatusSm.h"
 
-#include <array>
-
 #include "Orb/Type.h"
 #include "VxlanController/QorEvpnTxSm.h"
 #include "VxlanController/QorEvpnTxTrace.h"
@@ -15,27 +13,6 @@ namespace {
 constexpr Wirix::EthAddr allBum;
 
 constexpr std::string_view onlyAllBum = " QOR-EVPN only supports 'all BUM destination addresses' entries";
-
-/// Announces to the table the keys of the next entries of a full pass, some tens at a time.
-class HostStage {
- public:
-  HostStage(HostTable const& table, Vxlan::Vni vni) : table_(table), vni_(vni) {}
-
-  template <class Iterator, class End>
-  void before(Iterator entry, End end) {
-    if (ahead_-- > 0) return;
-    std::size_t count = 0;
-    for (; count < keys_.size() && entry != end; ++entry) keys_[count++] = MacVniPair(entry->key, vni_);
-    table_.hostStage({keys_.data(), count});
-    ahead_ = count - 1;
-  }
-
- private:
-  HostTable const& table_;
-  Vxlan::Vni vni_;
-  std::array<MacVniPair, 32> keys_;
-  std::size_t ahead_ = 0;
-};
 
 }  // namespace
 
@@ -58,47 +35,41 @@ void VniFdbStatusSm::initializedIs(bool initialized) {
 }
 
 void VniFdbStatusSm::handleInitialized() {
-  TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::handleInitialized()");
-  if (!initialized()) return;
+  TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::handleInitialized()");
+  if (!initialized()) return traced.dismiss();
   handleHost();
   handleFloodList();
-  TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::handleInitialized() return");
 }
 
 void VniFdbStatusSm::handleHost() {
   if (!initialized()) return;
-  TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::handleHost()");
+  TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::handleHost()");
   updateBrIdList();
   cleanupStaleHostEntries();
-  if (StatusPtr const status = vniFdbStatus()) {
-    HostStage stage(*qorEvpnTxSm_->hostTableOut(), vni_);
-    auto const& macVtepTable = status->macVtepTable();
-    for (auto entry = macVtepTable.begin(); entry != macVtepTable.end(); ++entry) {
-      stage.before(entry, macVtepTable.end());
-      handleHost(Wirix::EthAddr(entry->key));
-    }
-  }
-  TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::handleHost() return");
+  StatusPtr const status = vniFdbStatus();
+  if (!status) return;
+  auto const keyOf = [this](auto const& entry) { return MacVniPair(entry.key, vni_); };
+  forEachKey(*qorEvpnTxSm_->hostTableOut(), status->macVtepTable(), keyOf,
+             [this](MacVniPair const& key) { handleHost(key.macAddr()); });
 }
 
 void VniFdbStatusSm::handleHost(Wirix::EthAddr const& macAddr) {
   if (!initialized()) return;
-  MacVniPair const key(macAddr, vni_);
-  qorEvpnTxSm_->hostTableOut()->hostStage(key);  // first, so that the table's memory arrives meanwhile
-  TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::handleHost(", macAddr, ")");
+  TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::handleHost(", macAddr, ")");
   updateBrIdList();
-  if (!initialized()) return;  // an observer of the identifiers had the VNI removed
+  // Who hears of the identifier must not have the VNI removed; where he has, nothing may be asked of EVPN's.
+  if (!initialized()) return traced.dismiss();
+  MacVniPair const key(macAddr, vni_);
   VxlanController::MacVtepV2 const& entry = vniFdbStatus()->macVtepTable(macAddr);
   if (entry == VxlanController::MacVtepV2() || macEntryProvidedByEvpn(macAddr)) {
     qorEvpnTxSm_->hostTableOut()->hostDel(key);
-    return;  // untraced
+    return traced.dismiss();
   }
   Host row(key);
   row.vtepAddrIs(entry.vtepAddr());
   row.seqNoIs(entry.seqNo());
   row.preferenceIs(entry.preference());
   qorEvpnTxSm_->hostTableOut()->hostIs(row);
-  TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::handleHost(", macAddr, ") return");
 }
 
 bool VniFdbStatusSm::macEntryProvidedByEvpn(Wirix::EthAddr const& macAddr) const {
@@ -111,68 +82,51 @@ bool VniFdbStatusSm::macEntryProvidedByEvpn(Wirix::EthAddr const& macAddr) const
 
 void VniFdbStatusSm::handleMultiPath() {
   if (!initialized()) return;
-  TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::handleMultiPath()");
+  TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::handleMultiPath()");
   updateBrIdList();
-  TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::handleMultiPath() return");
 }
 
 void VniFdbStatusSm::handleMultiPath(Wirix::EthAddr const& macAddr) {
   if (!initialized()) return;
-  TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::handleMultiPath(", macAddr, ")");
+  TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::handleMultiPath(", macAddr, ")");
   if (macAddr != allBum) {
-    TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::handleMultiPath(", macAddr, ")", onlyAllBum);
-    return;
+    TRACE(txTrace, 3, traced, onlyAllBum);
+    return traced.dismiss();
   }
   updateBrIdList();
-  TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::handleMultiPath(", macAddr, ") return");
 }
 
 void VniFdbStatusSm::handleFloodList() {
   if (!initialized()) return;
-  TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::handleFloodList()");
+  TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::handleFloodList()");
   updateBrIdList();
   cleanupStaleFloodListEntries();
   if (StatusPtr const status = vniFdbStatus()) {
     for (auto const& entry : status->macVtepFloodListTable()) handleFloodList(Wirix::EthAddr(entry.key));
   }
-  TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::handleFloodList() return");
 }
 
 void VniFdbStatusSm::handleFloodList(Wirix::EthAddr const& macAddr) {
   if (!initialized()) return;
-  TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::handleFloodList(", macAddr, ")");
+  TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::handleFloodList(", macAddr, ")");
   if (macAddr != allBum) {
-    TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::handleFloodList(", macAddr, ")", onlyAllBum);
-    return;
+    TRACE(txTrace, 3, traced, onlyAllBum);
+    return traced.dismiss();
   }
   updateBrIdList();
-  if (!initialized()) return;  // an observer of the identifiers had the VNI removed
-  if (FloodListPtr const floodList = vniFdbStatus()->macVtepFloodListTable(macAddr)) {
-    Orb::Ptr<MacVtepFloodListSm> const child = macVtepFloodListSmIs(macAddr, floodList);
-    FloodListPtr floodListFromEvpn;
-    if (EvpnStatusPtr const& fromEvpn = vniStatusFromEvpn())
-      floodListFromEvpn = fromEvpn->macVtepFloodListTable(macAddr);
-    child->floodListFromEvpnIs(floodListFromEvpn);
-    child->initializedIs(true);
+  FloodListPtr const floodList = vniFdbStatus()->macVtepFloodListTable(macAddr);
+  if (!floodList) {
+    if (Orb::Ptr<MacVtepFloodListSm> const child = macVtepFloodListSmDel(macAddr)) child->cleanup();
+    return;
   }
-  // Asked again: an observer of the child's rows may have had its list, or the VNI, removed.
-  if (!initialized() || !vniFdbStatus()->macVtepFloodListTable(macAddr)) {
-    floodListGone(macAddr);
-    // Or a list put back, whose rows went with those of the one that was removed.
-    if (Orb::Ptr<MacVtepFloodListSm> const child = macVtepFloodListSm(macAddr)) child->handleVtepIp();
-  }
-  TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::handleFloodList(", macAddr, ") return");
-}
-
-void VniFdbStatusSm::floodListGone(Wirix::EthAddr const& macAddr) {
-  Orb::Ptr<MacVtepFloodListSm> const child = macVtepFloodListSmDel(macAddr);
-  if (!child) return;
-  child->hasNotificationActiveIs(false);  // an observer of the rows may change the list while they go
-  child->cleanup();
+  Orb::Ptr<MacVtepFloodListSm> const child = macVtepFloodListSmIs(macAddr, floodList);
+  EvpnStatusPtr const& fromEvpn = vniStatusFromEvpn();
+  child->floodListFromEvpnIs(fromEvpn ? FloodListPtr(fromEvpn->macVtepFloodListTable(macAddr)) : nullptr);
+  child->initializedIs(true);
 }
 
 void VniFdbStatusSm::updateBrIdList() {
-  TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::updateBrIdList()");
+  TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::updateBrIdList()");
   ORB_ASSERT(initialized());
   auto const& status = *vniFdbStatus();
   if (status.macVtepTables() || status.macVtepMultiPathTables() || status.macVtepFloodListTables()) {
@@ -180,54 +134,42 @@ void VniFdbStatusSm::updateBrIdList() {
   } else {
     qorEvpnTxSm_->unpublishBrId(Bridging::BridgeId::ofVni(vni_));
   }
-  TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::updateBrIdList() return");
 }
 
 void VniFdbStatusSm::cleanupStaleHostEntries() {
   if (!initialized()) return;
-  TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::cleanupStaleHostEntries()");
+  TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::cleanupStaleHostEntries()");
   HostTable& hosts = *qorEvpnTxSm_->hostTableOut();
   for (auto walk = hosts.hostWalk(vni_); Host const* row = nextRow(hosts, walk);) {
     MacVniPair const key = row->key();
     if (vniFdbStatus()->macVtepTable(key.macAddr()) != VxlanController::MacVtepV2()) continue;
-    TRACE(txTrace, 8, "VniFdbStatusSm(", vni_,
-          ")::cleanupStaleHostEntries() Deleting stale host entry (macAddr: ", key.macAddr(),
+    TRACE(txTrace, 8, traced, " Deleting stale host entry (macAddr: ", key.macAddr(),
           ", ip: ", row->vtepAddr(), ")");
     hosts.hostDel(key);
   }
-  TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::cleanupStaleHostEntries() return");
 }
 
 void VniFdbStatusSm::cleanupStaleFloodListEntries() {
   if (!initialized()) return;
-  TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::cleanupStaleFloodListEntries()");
+  TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::cleanupStaleFloodListEntries()");
+  FloodListPtr const floodList = vniFdbStatus()->macVtepFloodListTable(allBum);
   FloodTable& floods = *qorEvpnTxSm_->floodTableOut();
-  auto const addresses = [this] { return addressesOf(vniFdbStatus()->macVtepFloodListTable(allBum)); };
-  bool changed;
-  do {
-    auto const then = addresses();
-    for (auto walk = floods.floodEntryWalk(vni_); FloodEntry const* row = nextRow(floods, walk);) {
-      VniVtepPair const key = row->key();
-      auto const& floodList = vniFdbStatus()->macVtepFloodListTable(allBum);
-      if (floodList && floodList->vtepIpFloodList().contains(key.vtepAddr())) continue;
-      TRACE(txTrace, 8, "VniFdbStatusSm(", vni_,
-            ")::cleanupStaleFloodListEntries() Deleting stale flood list entry (ip: ", key.vtepAddr(), ")");
-      floods.floodEntryDel(key);
-    }
-    // By whoever heard of a deletion; the list may have no child yet that would hear of it.
-    changed = addresses() != then;
-  } while (changed && initialized());
-  TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::cleanupStaleFloodListEntries() return");
+  for (auto walk = floods.floodEntryWalk(vni_); FloodEntry const* row = nextRow(floods, walk);) {
+    VniVtepPair const key = row->key();
+    if (floodList && floodList->vtepIpFloodList().contains(key.vtepAddr())) continue;
+    TRACE(txTrace, 8, traced, " Deleting stale flood list entry (ip: ", key.vtepAddr(), ")");
+    floods.floodEntryDel(key);
+  }
 }
 
 void VniFdbStatusSm::cleanup() {
   if (!initialized()) return;
-  TRACE(txTrace, 3, "VniFdbStatusSm(", vni_, ")::cleanup()");
+  TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::cleanup()");
   for (Orb::Ptr<MacVtepFloodListSm> const& child : macVtepFloodListSm_) {
-    floodListGone(child->macAddr());
+    macVtepFloodListSmDel(child->macAddr());
+    child->cleanup();
   }
   initializedIs(false);
-  TRACE(txTrace, 4, "VniFdbStatusSm(", vni_, ")::cleanup() return");
 }
 
 Orb::TypeDescriptor const& VniFdbStatusSm::type() {

@@ -112,8 +112,6 @@ class VniFdbStatusSm : public Orb::StateMachine<VniFdbStatusSm>, public Orb::Has
   friend StateMachine;
   auto inputs() { return std::tie(vniFdbStatus_, vniStatusFromEvpn_); }
   auto children() { return std::tie(macVtepFloodListSm_); }
-  /// Drops the child of that MAC, if there is one, and what it exported.
-  void floodListGone(Wirix::EthAddr const& macAddr);
 
   Vxlan::Vni const vni_;
   Orb::Input<OrbVniFdbStatus> vniFdbStatus_;

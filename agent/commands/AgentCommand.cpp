@@ -8,6 +8,7 @@
 #include "agent/feed/Feed.h"
 #include "agent/site/Control.h"
 #include "agent/site/Module.h"
+#include "agent/site/SiteWatch.h"
 #include "agent/views/Format.h"
 #include "agent/views/TraceOutput.h"
 
@@ -45,9 +46,11 @@ class AgentProcess {
                [this](bool failed) { feedEnded(failed); }, logger(LogLevel::warning)}),
         site_(Site::made(options.dir)),
         module_(loop_, site_, options.repair, logger()),
-        control_(loop_, site_.controlSocket(), [this](std::string_view command, std::string_view argument) {
-          return answer(command, argument);
-        }) {
+        control_(loop_, site_.controlSocket(),
+                 [this](std::string_view command, std::string_view argument) {
+                   return answer(command, argument);
+                 }),
+        siteWatch_(loop_, site_, logger(LogLevel::warning)) {
     if (options.withEvpn) learned_.emplace(site_, options.repair);
     loop_.turnEndIs([this] {
       module_.endTurn();
@@ -131,6 +134,7 @@ class AgentProcess {
   Module module_;
   std::optional<Learned> learned_;
   ControlServer control_;  ///< Behind the module and the rest that its answers are about: gone first.
+  SiteWatch siteWatch_;    ///< Behind the socket, whose removal is no news.
   int status_ = exitOk;
 };
 

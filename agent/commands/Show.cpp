@@ -8,6 +8,7 @@
 #include "agent/commands/Commands.h"
 #include "agent/site/Control.h"
 #include "agent/tables/Tables.h"
+#include "agent/views/Json.h"
 #include "agent/views/ShowFigures.h"
 
 namespace Agent {
@@ -22,23 +23,42 @@ void note(std::string const& text) { std::cerr << "qorevpn: " << text << '\n'; }
 
 class Show {
  public:
-  Show(ShowOptions const& options, Output& out) : options_(options), site_(options.dir), out_(out) {}
+  Show(ShowOptions const& options, Output& out)
+      : options_(options), site_(options.dir), out_(out), isAll_(wants("all")) {}
 
   int run() {
-    std::string_view separator = options_.json ? "{" : "";
     std::set<std::string> shown;
-    for (std::string const& subject : options_.subjects) {
+    for (std::string const& subject : isAll_ ? allSubjects() : options_.subjects) {
       if (!shown.insert(subject).second) continue;
-      out_.write(separator);
-      separator = options_.json ? ",\n" : "\n";
-      show(subject);
+      try {
+        show(subject);
+      } catch (UsageError const&) {
+        throw;
+      } catch (std::runtime_error const& error) {
+        // Of everything, whatever can be shown is shown.
+        if (!isAll_) throw;
+        note(error.what());
+      }
     }
-    if (options_.json) out_.write("}\n");
+    if (options_.json) out_.write(isFirst_ ? "{}\n" : "}\n");
     out_.flush();
     return status_;
   }
 
  private:
+  bool wants(std::string_view subject) const {
+    return std::find(options_.subjects.begin(), options_.subjects.end(), subject) != options_.subjects.end();
+  }
+
+  std::vector<std::string> allSubjects() const {
+    std::vector<std::string> subjects = {"agent", "sources", "tables", "summary"};
+    for (TablePlace const& place : allTables()) {
+      if (place.learned == options_.learned) subjects.emplace_back(place.word);
+    }
+    subjects.insert(subjects.end(), {"evpn-status", "counters"});
+    return subjects;
+  }
+
   void show(std::string const& subject) {
     if (subject == "evpn-status") {
       evpnStatus();
@@ -46,21 +66,28 @@ class Show {
       figures("counters", countersOf(site_));
     } else if (subject == "agent") {
       agent();
+    } else if (subject == "sources" || subject == "switches" || subject == "speaker") {
+      sources(subject);
+    } else if (subject == "fdb") {
+      fdb();
     } else if (subject == "tables") {
-      figures("tables", tablesOf(site_));
+      tables();
+    } else if (subject == "summary") {
+      list("summary", "rows by VNI", VniFigure::fields(), summaryOf(site_, options_.filter));
     } else {
-      table(placeOf(subject, options_.learned, options_.filter));
+      table(placeOf(subject, options_.learned, isAll_ ? RowFilter() : options_.filter));
     }
   }
 
-  /// What a subject is called: a member in JSON, a title where people asked for more than one.
-  void title(std::string_view member, std::string_view words) {
+  /// Begins a part: its member in JSON, its title where people read more than one.
+  void title(std::string_view member, std::string_view words, bool isOneOfMany = false) {
     if (options_.json) {
-      out_.write("\"", member, "\":");
-    } else if (options_.subjects.size() > 1 && !options_.text) {
+      out_.write(isFirst_ ? "{" : ",\n", "\"", member, "\":");
+    } else if (!options_.text && (isAll_ || isOneOfMany || options_.subjects.size() > 1)) {
       Colours const colours(out_.hasColours());
-      out_.write(colours.faint, words, colours.reset, "\n");
+      out_.write(isFirst_ ? "" : "\n", colours.heading, words, colours.reset, "\n");
     }
+    isFirst_ = false;
   }
 
   template <class Row>
@@ -75,34 +102,69 @@ class Show {
   }
 
   void requireRows(std::string const& subject) const {
-    RowFilter const& filter = options_.filter;
-    if (options_.learned || options_.text || !filter.isEmpty()) {
+    if (!isAll_ && (options_.learned || options_.text || !options_.filter.isEmpty())) {
       throw UsageError(subject + ": only rows have --learned, filters and a text form");
     }
   }
 
   void agent() {
     requireRows("agent");
-    nlohmann::ordered_json const state = stateOf(site_);
+    nlohmann::ordered_json state = stateOf(site_);
     title("agent", "agent");
     if (options_.json) {
       out_.write(state.dump());
     } else {
+      state.erase("sources");  // a part of their own
       std::vector<StateFigure> const all = figuresOf(state);
       writeColumns(out_, StateFigure::fields(), std::span(all));
     }
   }
 
-  template <class Figures>
-  void figures(std::string const& member, std::vector<Figures> const& all) {
-    requireRows(member);
-    title(member, member);
-    std::span<Field<Figures> const> const fields = Figures::fields();
+  /// Where events come from: all of it, or the switches, or the speaker.
+  void sources(std::string const& subject) {
+    requireRows(subject);
+    nlohmann::ordered_json const said = sourcesOf(stateOf(site_), subject);
     if (options_.json) {
-      writeArray(out_, std::span(all), [&](Figures const& row) { return toJson(fields, row); });
+      title(subject, subject);
+      out_.write(toLine(said));
+      return;
+    }
+    std::vector<SourceFigure> const all = sourceFiguresOf(said);
+    list(subject, subject, SourceFigure::fields(), all);
+    for (SourceFigure const& source : all) {
+      for (std::string const& line : source.notes()) out_.write("  ", source.name, ": ", line, "\n");
+    }
+  }
+
+  void fdb() {
+    list("fdb", "what the controller knows, and why", FdbFigure::fields(), fdbOf(site_, options_.filter));
+  }
+
+  void tables() {
+    requireRows("tables");
+    std::vector<TableFigure> const all = tablesOf(site_);
+    if (options_.json) return list("tables", "", TableFigure::fields(), all);
+    list("tables", "tables", TableFigure::columns(), all);
+    for (TableFigure const& table : all) {
+      if (!table.note.empty()) out_.write("  ", table.table, ": ", table.note, "\n");
+    }
+  }
+
+  template <class Figure>
+  void list(std::string_view member, std::string_view words, std::span<Field<Figure> const> fields,
+            std::vector<Figure> const& all) {
+    title(member, words);
+    if (options_.json) {
+      writeArray(out_, std::span(all), [&](Figure const& row) { return toJson(fields, row); });
     } else {
       writeColumns(out_, fields, std::span(all));
     }
+  }
+
+  template <class Figure>
+  void figures(std::string const& member, std::vector<Figure> const& all) {
+    requireRows(member);
+    list(member, member, Figure::fields(), all);
   }
 
   void table(TablePlace const& place) {
@@ -147,16 +209,17 @@ class Show {
       hosts.insert(hosts.end(), rows.hosts.begin(), rows.hosts.end());
       floods.insert(floods.end(), rows.floods.begin(), rows.floods.end());
     }
-    title("", "status from EVPN, hosts");
+    title("", "status from EVPN, hosts", true);
     rows(std::span<Host const>(hosts));
-    out_.write(options_.text ? "" : "\n");
-    title("", "status from EVPN, floods");
+    title("", "status from EVPN, floods", true);
     rows(std::span<FloodEntry const>(floods));
   }
 
   ShowOptions const& options_;
   Site site_;
   Output& out_;
+  bool isAll_;
+  bool isFirst_ = true;
   int status_ = exitOk;
 };
 
@@ -168,12 +231,23 @@ void addShowCommand(CLI::App& app, Run& run) {
   auto const options = std::make_shared<ShowOptions>();
   CLI::App* const command =
       app.add_subcommand("show", "Show rows, status, counters or the state of the tables");
+  std::vector<std::string> subjects = tableWords();
+  subjects.insert(subjects.end(), {"summary", "tables", "agent", "sources", "switches", "speaker", "fdb",
+                                   "evpn-status", "counters", "all"});
   command
       ->add_option("what", options->subjects,
-                   "hosts, floods, bridge-ids: rows of a table. tables: their state. "
-                   "agent, counters, evpn-status: what the running agent says")
+                   "hosts, floods, bridge-ids: rows of a table\n"
+                   "summary: how many rows, by VNI\n"
+                   "tables: the state of each table\n"
+                   "agent, sources, switches, speaker, fdb, evpn-status, counters:\n"
+                   "what the running agent says\n"
+                   "all: everything that can be shown")
       ->required()
-      ->check(CLI::IsMember({"hosts", "floods", "bridge-ids", "tables", "agent", "counters", "evpn-status"}));
+      ->type_name("WORD")
+      ->check([subjects](std::string const& word) {
+        bool const isKnown = std::find(subjects.begin(), subjects.end(), word) != subjects.end();
+        return isKnown ? std::string() : "there is no '" + word + "' to show";
+      });
   addViewOptions(*command, *options);
   addRowOptions(*command, *options);
   command->footer(
@@ -183,7 +257,9 @@ void addShowCommand(CLI::App& app, Run& run) {
       "  qorevpn show hosts --vni 5000 --vtep 10.99.0.11    of it, one VNI behind one VTEP\n"
       "  qorevpn show hosts --learned --mac 02:a0:00:13:88:01\n"
       "  qorevpn show tables                                rows, state, writer of each table\n"
-      "  qorevpn show agent                                 is the integration on, how far is the feed\n"
+      "  qorevpn show hosts --vni 5000,5001 --vtep 10.99.0.0/24\n"
+      "  qorevpn show summary                               how many rows each VNI has\n"
+      "  qorevpn show agent sources                         is the integration on, are all sources there\n"
       "  qorevpn show hosts floods bridge-ids evpn-status --json");
   command->callback([options, &run] {
     run = [options] {

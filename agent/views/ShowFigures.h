@@ -29,6 +29,43 @@ struct StateFigure {
   static std::span<Field<StateFigure> const> fields();
 };
 
+/// A source of events: a feed, a switch, a speaker.
+struct SourceFigure {
+  std::string name;
+  std::string kind;
+  std::string endpoint;
+  std::string state;
+  std::uint64_t since = 0;  ///< Seconds of Unix time.
+  std::uint64_t entries = 0;
+  std::string lastError;                         ///< Also where it is over.
+  std::map<std::string, std::uint64_t> refused;  ///< How many entries, by reason.
+  bool givenUp = false;
+
+  /// What does not fit into a column, a line each.
+  std::vector<std::string> notes() const;
+  static std::span<Field<SourceFigure> const> fields();
+};
+
+/// A MAC address that the controller knows: who has the entry that counts, and why.
+struct FdbFigure {
+  Vxlan::Vni vni;
+  Wirix::EthAddr mac;
+  Wirix::IpAddr vtep;
+  std::uint32_t seq = 0;
+  std::string from;  ///< The name of a source, or "evpn".
+  std::string why;
+
+  static std::span<Field<FdbFigure> const> fields();
+};
+
+/// How many rows of a VNI each table has.
+struct VniFigure {
+  Vxlan::Vni vni;
+  std::vector<std::uint64_t> counts;  ///< By table, as `vniTables()` lists them.
+
+  static std::span<Field<VniFigure> const> fields();
+};
+
 /// The state of one table. Where it cannot be read the numbers are 0 and `note` says why.
 struct TableFigure {
   std::string table;
@@ -43,16 +80,26 @@ struct TableFigure {
   std::string note;
 
   static std::span<Field<TableFigure> const> fields();
+  /// Those that people read, who read the notes below.
+  static std::span<Field<TableFigure> const> columns();
 };
 
 /// The agent's. Raise where none runs, or where its socket may not be used; the message says so.
 std::vector<CounterFigure> countersOf(Site const& site);
 nlohmann::ordered_json stateOf(Site const& site);
+/// Of the agent's state, the sources that `subject` names: "sources", "switches" or "speaker".
+nlohmann::ordered_json sourcesOf(nlohmann::ordered_json const& state, std::string_view subject);
+std::vector<SourceFigure> sourceFiguresOf(nlohmann::ordered_json const& sources);
+/// The entries that are wanted, in the order in which rows are shown.
+std::vector<FdbFigure> fdbOf(Site const& site, RowFilter const& filter);
 /// Without the rows that are not wanted; with a filter, also without VNIs of which nothing is left.
 EvpnStatus evpnStatusOf(Site const& site, RowFilter const& filter);
 
 /// Members of members as "outer.inner".
 std::vector<StateFigure> figuresOf(nlohmann::ordered_json const& state);
+
+/// The rows that are wanted of each table that can be read, counted by VNI.
+std::vector<VniFigure> summaryOf(Site const& site, RowFilter const& filter);
 
 /// Of all tables, by mounting each; never raises for a table.
 std::vector<TableFigure> tablesOf(Site const& site);

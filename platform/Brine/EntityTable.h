@@ -216,7 +216,6 @@ class EntityTable : public Orb::Entity {
   Cursor<Row> walkAfter(Key const& key) const { return map_.table().walkAfter(key); }
   std::vector<Row> sorted() const { return map_.table().sorted(); }
   void stage(std::span<Key const> keys) const { map_.table().stage(keys); }
-  void stage(Key const& key) { map_.table().stage(key); }
 
   void notifyQuiesced(bool quiesced) {
     if (control_) control_->quiescedIs(quiesced);

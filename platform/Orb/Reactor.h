@@ -14,25 +14,30 @@
 ///   };
 ///
 /// `On` joins an attribute of the input with a handler of the machine. The attribute's key type chooses the
-/// overload: a collection's handler takes the key and a notification without one is ignored; a scalar's
-/// handler takes nothing. Attributes that are not wired are ignored, and so is everything while the reactor
+/// overload: a collection's handler takes the key, by value or by reference, and a notification without one is
+/// ignored; a scalar's handler takes nothing. Attributes that are not wired are ignored, and so is everything while the reactor
 /// is a zombie or has no owner.
 namespace Orb {
 
 namespace Impl {
 
+/// A handler that a change of an attribute calls: one that takes the key, by value or by reference, or one
+/// that takes nothing where the attribute is a scalar.
 template <class Machine, class Key>
-struct HandlerType {
-  using Type = void (Machine::*)(Key const&);
+struct HandlerOf {
+  constexpr HandlerOf(void (Machine::*handler)(Key)) : byValue(handler) {}             // NOLINT
+  constexpr HandlerOf(void (Machine::*handler)(Key const&)) : byReference(handler) {}  // NOLINT
+  void (Machine::*byValue)(Key) = nullptr;
+  void (Machine::*byReference)(Key const&) = nullptr;
 };
 template <class Machine>
-struct HandlerType<Machine, void> {
-  using Type = void (Machine::*)();
+struct HandlerOf<Machine, void> {
+  constexpr HandlerOf(void (Machine::*handler)()) : plain(handler) {}  // NOLINT
+  void (Machine::*plain)() = nullptr;
 };
 
-/// The type of the handler that a change of the attribute calls.
 template <class Machine, auto attribute>
-using Handler = typename HandlerType<Machine, typename decltype(attribute)::Key>::Type;
+using Handler = HandlerOf<Machine, typename decltype(attribute)::Key>;
 
 }  // namespace Impl
 
@@ -43,9 +48,13 @@ struct On {
     using Key = typename decltype(attribute)::Key;
     if (id != attribute.id) return false;
     if constexpr (std::is_void_v<Key>) {
-      (machine.*handler)();
-    } else if (key) {
-      (machine.*handler)(*static_cast<Key const*>(key));
+      (machine.*handler.plain)();
+    } else if (!key) {
+      // No member of the collection has changed.
+    } else if constexpr (handler.byValue != nullptr) {
+      (machine.*handler.byValue)(*static_cast<Key const*>(key));
+    } else {
+      (machine.*handler.byReference)(*static_cast<Key const*>(key));
     }
     return true;
   }

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <exception>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -14,6 +15,10 @@
 ///
 ///   static Trace::Handle traceHandle("QorEvpnModeSm");
 ///   TRACE(traceHandle, 8, "controllerdbStatus()->enabled() ", controllerdbStatus()->enabled());
+///
+/// A handler that traces its entry and its return with one label opens a scope:
+///
+///   TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni, ")::handleHost(", macAddr, ")");
 ///
 /// Levels 0 to 9 are switches, each on or off by itself, not thresholds. They belong to the handle's name:
 /// handles of one name share them, and they may be set before the first such handle exists. Everything here
@@ -39,6 +44,7 @@ class Handle {
   bool isEnabled(unsigned level) const {
     return level < levelCount && (mask_.load(std::memory_order_relaxed) & (1U << level)) != 0;
   }
+  bool isAnyEnabled(LevelMask levels) const { return (mask_.load(std::memory_order_relaxed) & levels) != 0; }
 
  private:
   friend void levelsIs(std::string_view handle, LevelMask levels);
@@ -109,7 +115,67 @@ template <Orb::Writable... Pieces>
   deliver({handle.name(), level, where, buffer.text()});
 }
 
+// The two records of a scope. They take copies, so that a scope whose levels are off need not lie in memory.
+inline constexpr unsigned entryLevel = 3, returnLevel = 4;
+inline constexpr LevelMask scopeLevels = 1U << entryLevel | 1U << returnLevel;
+
+template <class Label>
+[[gnu::noinline, gnu::cold]] void writeLabel(Handle const& handle, unsigned level,
+                                             Orb::SourceLocation const& where, Label label,
+                                             std::string_view end) {
+  Buffer buffer;
+  label(buffer.text());
+  buffer.text().append(end);
+  deliver({handle.name(), level, where, buffer.text()});
+}
+
+// Returns the number of exceptions under way.
+template <class Label>
+[[gnu::noinline, gnu::cold]] int beginScope(Handle const& handle, Orb::SourceLocation const& where,
+                                            Label label) {
+  if (handle.isEnabled(entryLevel)) writeLabel(handle, entryLevel, where, label, "");
+  return std::uncaught_exceptions();
+}
+
+template <class Label>
+[[gnu::noinline, gnu::cold]] void endScope(Handle const& handle, Orb::SourceLocation const& where,
+                                           Label label, int exceptions) {
+  if (exceptions == std::uncaught_exceptions()) writeLabel(handle, returnLevel, where, label, " return");
+}
+
 }  // namespace Impl
+
+/// Traces the label at level 3 where it begins, and the label followed by " return" at level 4 where its block
+/// is left, unless it was dismissed or the block is left by an exception. Both records carry the place of the
+/// scope. The label's pieces are evaluated for each record anew, so they must live as long as the scope. It is
+/// a piece of other traces itself: its label. Made by TRACE_SCOPE only.
+template <class Label>
+class Scope {
+ public:
+  Scope(Handle const& handle, Orb::SourceLocation const& where, Label label)
+      : handle_(handle), where_(where), label_(label) {
+    if (handle_.isAnyEnabled(Impl::scopeLevels)) [[unlikely]]
+      exceptions_ = Impl::beginScope(handle_, where_, label_);
+  }
+  ~Scope() noexcept(false) {
+    if (!isDismissed_ && handle_.isEnabled(Impl::returnLevel)) [[unlikely]]
+      Impl::endScope(handle_, where_, label_, exceptions_);
+  }
+  Scope(Scope const&) = delete;
+  Scope& operator=(Scope const&) = delete;
+
+  /// No return will be traced.
+  void dismiss() noexcept { isDismissed_ = true; }
+
+  friend void appendText(std::string& out, Scope const& scope) { scope.label_(out); }
+
+ private:
+  Handle const& handle_;
+  Orb::SourceLocation const& where_;
+  Label const label_;
+  int exceptions_ = 0;
+  bool isDismissed_ = false;
+};
 
 }  // namespace Trace
 
@@ -122,3 +188,10 @@ template <Orb::Writable... Pieces>
       ::Trace::Impl::write((handle), (level), tracedFrom, __VA_ARGS__);                          \
     }                                                                                            \
   } while (false)
+
+/// Declares the `Trace::Scope` of that name, whose label is the texts of the pieces, one after the other. While
+/// levels 3 and 4 are off for `handle`, the pieces are not evaluated. One a function.
+#define TRACE_SCOPE(name, handle, ...)                                                      \
+  static constexpr ::Orb::SourceLocation scopeFrom{__FILE__, uint32_t{__LINE__}, __func__}; \
+  ::Trace::Scope name((handle), scopeFrom,                                                  \
+                      [&](std::string& scopeLabel) { ::Orb::appendTexts(scopeLabel, __VA_ARGS__); })

@@ -290,29 +290,7 @@ struct World : Site {
     ASSERT_EQ(root ? root->vniFdbStatusSm().members() : 0, model.vnis.size());
   }
 
-  // A change of the controller's side that the model is not told of.
-  void turn() {
-    uint32_t const which = below(2), what = below(4);
-    Ptr<VniFdbStatusV2> const& status = statuses[which];
-    Ptr<MacVtepFloodListV2> const& list = lists[which];
-    bool const hasList = status->macVtepFloodListTable(bum) != nullptr;
-    if (what == 0) {
-      dir->entityPtr(status->name()) ? void(dir->entryDel(status->name())) : dir->entryIs(status);
-    } else if (what == 1) {
-      hasList ? void(status->macVtepFloodListTableDel(bum)) : status->macVtepFloodListTableIs(list);
-    } else if (what == 2) {
-      IpAddr const vtep = ip(1 + below(4));
-      below(3) ? list->vtepIpFloodListIs(vtep, below(4) != 0) : list->vtepIpFloodListDel(vtep);
-    } else {
-      below(3) ? status->macVtepTableIs(anyEntry()) : status->macVtepTableDel(mac(below(5)));
-    }
-  }
-
   std::mt19937 random;
-  Ptr<VniFdbStatusV2> const statuses[2] = {makePtr<VniFdbStatusV2>("5", Vni(5)),
-                                           makePtr<VniFdbStatusV2>("7", Vni(7))};
-  Ptr<MacVtepFloodListV2> const lists[2] = {makePtr<MacVtepFloodListV2>(bum),
-                                            makePtr<MacVtepFloodListV2>(bum)};
   Tables evpns{Brine::Mode::writer}, received{Brine::Mode::keyshadow, evpns.folder};
   Ptr<QorEvpnRxSm> rx;
   Model model{dir, evpn, false, {}, {}, {}, {}};
@@ -358,35 +336,6 @@ TEST(MachinesModel, TablesAreWhatBothSidesAndTheirHistorySay) {
     EXPECT_EQ(operations[2] + operations[5], 0u);
     EXPECT_EQ(world.tables(), before);
     if (testing::Test::HasFailure()) return;
-  }
-}
-
-// Whoever hears of an output may change what it, or another, was made of.
-TEST(MachinesModel, ChangesInTheMidstOfADeliveryLeaveTheTablesAsIfNoneHadBeen) {
-  for (uint32_t seed = 1; seed <= TestSupport::scaled(150); ++seed) {
-    World world(seed);
-    world.make();
-    bool mayTurn = false;
-    auto const heard = [&](auto, auto) {
-      if (world.below(2) && std::exchange(mayTurn, false)) world.turn();
-    };
-    auto const ofHosts = makePtr<TestSupport::Watcher>(*world.hostTable, heard);
-    auto const ofFloods = makePtr<TestSupport::Watcher>(*world.floodTable, heard);
-    auto const ofIds = makePtr<TestSupport::Watcher>(*world.brIds, heard);
-    for (unsigned step = 0; step < 200; ++step) {
-      SCOPED_TRACE("seed " + std::to_string(seed) + ", step " + std::to_string(step));
-      mayTurn = true;
-      switch (world.below(8)) {
-        case 0: world.root = nullptr, world.turn(), world.make(); break;
-        case 1: world.changeEvpn(); break;
-        default: world.turn();
-      }
-      world.model = Model{world.dir, world.evpn, false, {}, {}, {}, {}};
-      world.model.start();
-      world.compare();
-      world.model.running = false;
-      if (testing::Test::HasFailure()) return;
-    }
   }
 }
 

@@ -14,10 +14,6 @@ class Transmit : public Site {
     machine = root->vniFdbStatusSm(Vni(10));
     traced(), counts();
   }
-  // An all-BUM list that no status has yet.
-  static Ptr<MacVtepFloodListV2> looseList() {
-    return listOf(makePtr<VniFdbStatusV2>("10", Vni(10)), {{12, true}, {13, true}});
-  }
   Ptr<VniFdbStatusV2> status;
   Ptr<VniFdbStatusSm> machine;
 };
@@ -124,58 +120,6 @@ TEST_F(Transmit, OutputsAreEmptiedInOrderAndTheChildIsOutBeforeItsCleanup) {
   }
   Trace::sinkIs(sink);
   EXPECT_EQ(seen, (Texts{"b", "h", "f", "| | 0", "b", "h", "f", "| | 0"}));
-}
-
-TEST_F(Transmit, WhoeverHearsOfAnOutputMayRemoveTheVni) {
-  auto const removing = [&](Orb::Notifier const& output, std::function<void()> const& change,
-                            std::function<void()> const& before = nullptr) {
-    serve();
-    machine = nullptr;
-    if (before) before();
-    auto const watcher =
-        makePtr<TestSupport::Watcher>(output, [&](auto, auto) { dir->entryDel(Orb::Name("10")); });
-    change();
-    EXPECT_EQ(tables(), "| | ");
-    EXPECT_EQ(root->vniFdbStatusSm().members(), 0u);
-    return counts();
-  };
-  auto const learn = [&] { status->macVtepTableIs(entry(1, 11)); };
-  auto const flood = [&] { status->macVtepFloodListTableIs(looseList()); };
-  removing(*hostTable, learn);
-  removing(*floodTable, [&] { listOf(status, {{12, true}}); });
-  removing(*floodTable, flood);
-  // Before anything else: not even for a moment are there rows of a VNI that has gone.
-  EXPECT_EQ(removing(*brIds, learn), Counts());
-  EXPECT_EQ(removing(*brIds, flood), Counts());
-  // In the pass over a status from EVPN that the root was deaf to when it came.
-  removing(
-      *hostTable, [&] { root->handleVniFdbStatus(Orb::Name("10")); },
-      [&] {
-        status->macVtepTableIs(entry(1, 11)), status->macVtepTableIs(entry(2, 11));
-        root->hasNotificationActiveIs(false);
-        evpn->vniStatusV2Is(Vni(10))->macVtepTableIs(entry(1, 11));
-        root->hasNotificationActiveIs(true);
-      });
-}
-
-TEST_F(Transmit, StaleIsWhatTheListLacksAtTheEndOfTheSweep) {
-  for (uint32_t vtep : {11u, 12u}) floodTable->floodEntryIs(flood(10, vtep));
-  status = makePtr<VniFdbStatusV2>("10", Vni(10));
-  auto const watcher = makePtr<TestSupport::Watcher>(*floodTable, [list = looseList(), this](auto, auto) {
-    if (!status->macVtepFloodListTable(bum)) status->macVtepFloodListTableIs(list);
-  });
-  make();
-  dir->entryIs(status);
-  EXPECT_EQ(tables(), "| 10>12 10>13 | 10 ");
-  // An address goes for another while the row of a third one is swept.
-  root = nullptr;
-  floodTable->floodEntryIs(flood(10, 11));
-  auto const other = makePtr<TestSupport::Watcher>(*floodTable, [this](auto, auto) {
-    auto const& list = status->macVtepFloodListTable(bum);
-    list->vtepIpFloodListDel(ip(12)), list->vtepIpFloodListIs(ip(14), true);
-  });
-  make();
-  EXPECT_EQ(tables(), "| 10>13 10>14 | 10 ");
 }
 
 TEST_F(Transmit, IdentifiersAreWrittenOnlyWhereThatChangesThem) {

@@ -2,6 +2,7 @@
 
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "agent/tables/RowFilter.h"
 #include "tests/agent/SiteWriter.h"
@@ -54,6 +55,10 @@ TEST_F(ShowTest, RowsAreSortedAndFilteredInEachForm) {
        "{\"floods\":[\n{\"vni\":70000,\"vtep\":\"10.99.0.11\"}],\n\"bridgeIds\":[\n33624432]}\n"},
       {{"hosts", "--vni", "1"}, "VNI  MAC  VTEP  SEQ  PREFERENCE\n"},
       {{"hosts", "--vni", "1", "--json"}, "{\"hosts\":[]}\n"},
+      {{"summary", "--vtep", "10.99.0.11"},
+       "  VNI  exported/host  exported/flood  exported/brId  learned/host  learned/flood\n"
+       " 5000              1               1              1             0              0\n"
+       "70000              1               1              1             0              0\n"},
   };
   for (auto const& each : cases) {
     Outcome const outcome = show(each.arguments);
@@ -105,6 +110,12 @@ TEST_F(ShowTest, StateOfTheTablesIsShownEvenWhereSomeCannotBeRead) {
   EXPECT_THAT(seen, testing::ElementsAre("exported/host: writer gone", "exported/flood: mounted",
                                          "exported/brId: corrupt", "learned/host: no table",
                                          "learned/flood: no table"));
+  // Of everything, whatever can be shown is shown; people's lines fit a terminal.
+  Outcome const all = show({"all"});
+  EXPECT_THAT(all.err, HasSubstr("no agent runs"));
+  EXPECT_THAT(all.out, AllOf(HasSubstr("exported/flood\n  VNI"), HasSubstr("  exported/brId: ")));
+  std::istringstream lines(show({"tables"}).out);
+  for (std::string line; std::getline(lines, line);) EXPECT_TRUE(line.size() <= 80 || line[0] == ' ') << line;
   EXPECT_EQ(tables[0].at("rows"), 3);
   EXPECT_EQ(tables[0].at("writerAlive"), false);
   EXPECT_EQ(tables[1].at("writerAlive"), true);

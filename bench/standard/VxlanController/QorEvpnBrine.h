@@ -88,7 +88,6 @@ class HostTable : public StandardTable<Host> {
   Walk hostWalk() const { return Walk(*this, std::nullopt); }
   Walk hostWalk(Vxlan::Vni vni) const { return Walk(*this, vni); }
   void hostStage(std::span<MacVniPair const>) const {}
-  void hostStage(MacVniPair const&) {}
 };
 
 class FloodTable : public StandardTable<FloodEntry> {
