@@ -276,7 +276,7 @@ int runDemo(DemoOptions const& options) {
 void addDemoCommand(CLI::App& app, Run& run) {
   auto const options = std::make_shared<DemoOptions>();
   CLI::App* const command =
-      app.add_subcommand("demo", "Two sites exchange a recorded trace; says whether all held");
+      app.add_subcommand("demo", "Two sites exchange a recording; says whether all held");
   command->add_option("--dir", options->dir, "Where the sites are made; must not exist yet")
       ->default_str("/dev/shm/qorevpn-demo-PID");
   command->add_option("--pace", options->pace, "How many times as fast as recorded")
