@@ -10,7 +10,8 @@ packages() {
   for purpose; do
     case $purpose in
       build) echo g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libssl-dev libnghttp2-dev libprotobuf-dev protobuf-compiler ;;
-      test) echo libgtest-dev libgmock-dev openvswitch-common openvswitch-vtep gobgpd ;;
+      test) echo libgtest-dev libgmock-dev dpkg-dev openvswitch-common openvswitch-vtep gobgpd ;;
+      package) echo dpkg-dev ;;
       sanitizers) echo clang libclang-rt-14-dev llvm ;;
       bench) echo liblmdb-dev libboost-dev libhiredis-dev redis-server ;;
       format) echo git clang-format-14 ;;

@@ -70,6 +70,7 @@ int program(int argc, char** argv) {
   addCheckCommand(app, run);
   addTraceCommand(app, run);
   addHelpCommand(app, run);
+  addManualCommand(app, run);
   try {
     app.parse(argc, argv);
     if (!run) throw CLI::RequiredError("A command");
