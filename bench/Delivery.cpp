@@ -194,8 +194,8 @@ void run(Options const& options) {
                  {"delivery-4", "Changes delivered to four readers, all together", "million a second", true},
                  {"spinning-readers", "Writer's time with four spinning readers", "times that without"}});
   for (char const* const row : {"delivery-1", "delivery-4"}) {
-    report.goal(row, "Redis publish and subscribe", 20, 40);
-    report.goal(row, "Boost message queue", 4, 8);
+    report.goal(row, "Redis publish and subscribe", 12, 40);
+    report.goal(row, "Boost message queue", 1.8, 4);
   }
   report.goal("spinning-readers", "Brine", 1.3, 1.1);
   Delivery delivery(options, report);

@@ -231,17 +231,17 @@ void run(Options const& options) {
                  {"walk-filtered", "Walk over the rows of a VNI, every row tested", "ns a row tested"},
                  {"remove", "Remove", "ns a row"},
                  {"memory", "Memory", "bytes a row"}});
-  report.goal("insert", "LMDB", 8, 17);
+  report.goal("insert", "LMDB", 10, 17);
   report.goal("insert", "Boost.Interprocess", 5, 10);
-  report.goal("overwrite", "LMDB", 8, 12);
-  report.goal("overwrite", "Boost.Interprocess", 4, 7);
+  report.goal("overwrite", "LMDB", 7, 10);
+  report.goal("overwrite", "Boost.Interprocess", 1.8, 3);
   report.goal("overwrite-staged", "LMDB", 25, 45);
-  report.goal("look-up", "flat map", 1, 2.5);
+  report.goal("look-up", "flat map", 1, 1.5);
   report.goal("look-up-elsewhere", "LMDB", 4, 6);
   report.goal("look-up-elsewhere", "Redis", 10, 16);
-  report.goal("walk", "LMDB", 8, 14);
-  report.goal("walk-filtered", "LMDB", 100, 300);
-  report.goal("remove", "LMDB", 6, 12);
+  report.goal("walk", "LMDB", 1.5, 4);
+  report.goal("walk-filtered", "LMDB", 300, 600);
+  report.goal("remove", "LMDB", 6, 10);
   Rows rows(options, report);
   for (unsigned i = 0; i < options.rounds; ++i) rows.round();
   report.print();
