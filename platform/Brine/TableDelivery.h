@@ -102,8 +102,8 @@ bool Table<Row>::deliverRing(uint64_t head, uint64_t& changes) {
 /// acts on it reads the row.
 template <TableRow Row>
 bool Table<Row>::isNews(uint32_t id) const {
-  // Relaxed: the head, or the entry, of every change that must be told was loaded before, with acquire.
-  uint64_t const version = id < segment_->capacity() ? loadRelaxed(segment_->slot(id)) : 0;
+  // Acquire: who leaves the row aside because of a later turn's removal must not take the writer for quiet.
+  uint64_t const version = id < segment_->capacity() ? loadAcquire(segment_->slot(id)) : 0;
   if (!isShadowed()) return version != 0 && sequenceOf(version) >= nextChange_;
   return ((version & versionLive) != 0 ? version : 0) != shadow_.version(id);
 }
