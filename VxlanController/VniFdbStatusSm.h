@@ -48,9 +48,12 @@ class VniFdbStatusSm : public Orb::StateMachine<VniFdbStatusSm>, public Orb::Has
   StatusPtr vniFdbStatusDel() { return vniFdbStatus_.del(); }
   QorEvpnTxSm* qorEvpnTxSm() const { return qorEvpnTxSm_; }
 
-  /// EVPN's status of this VNI; a late input: another one, or none, runs the full pass.
+  /// EVPN's status of this VNI; a late input: another one, or none, runs the full pass. Cleared by `Is`, the
+  /// reactor is cut off before the pass; by `Del`, behind it.
   EvpnStatusPtr const& vniStatusFromEvpn() const { return vniStatusFromEvpn_.notifier(); }
-  void vniStatusFromEvpnIs(EvpnStatusPtr const& status) { vniStatusFromEvpn_.lateIs(this, status); }
+  void vniStatusFromEvpnIs(EvpnStatusPtr const& status) {
+    vniStatusFromEvpn_.lateIs(this, status, decltype(vniStatusFromEvpn_)::OwnerGoes::beforeThePass);
+  }
   EvpnStatusPtr vniStatusFromEvpnDel() { return vniStatusFromEvpn_.lateDel(this); }
 
   /// The children. `Is` finds or creates, and raises the re-instantiation error for another list object;

@@ -103,13 +103,11 @@ class EntityTable : public Orb::Entity {
   void handleParent(Orb::Entity const* parent) override { map_.parentIs(parent); }
 
  protected:
-  /// An observer of the table that only acts when the last reference has gone.
+  /// An observer of the table that only acts when the last reference has gone, and so holds none.
   class ZeroReferencesNotifiee : public Orb::PtrInterface::NotifieeConst {
    public:
     explicit ZeroReferencesNotifiee(EntityTable* table) : table_(table) {}
     void onAttribute(Orb::AttributeId, void const*) override {}
-    Orb::Ptr<Orb::PtrInterface const> notifier() const override { return table_; }
-    void notifierIs(Orb::Ptr<Orb::PtrInterface const> const&) override {}
     void onZeroReferences() override {
       Orb::Ptr<ZeroReferencesNotifiee> const self(this);
       // The reference goes with the control, here or wherever its last holder drops it; the framework then

@@ -4,14 +4,24 @@
 
 namespace Orb {
 
+void PtrInterface::NotifieeConst::notifierIs(Ptr<PtrInterface const> notifier) {
+  if (notifier == notifier_) return;
+  isRegisteredNotifieeIs(false);
+  std::swap(notifier_, notifier);  // the former one may go, and whatever goes with it, when all is in place
+}
+
+void PtrInterface::NotifieeConst::orbDoZombieReactors(bool zombie) {
+  if (zombie == isZombie()) return;
+  if (notifier_) hasNotificationActiveIs(!zombie);
+  zombieIs(zombie);
+}
+
 void PtrInterface::NotifieeConst::isRegisteredNotifieeIs(bool registered) {
   if (!registered) {
     if (list_) list_->remove(*this);
-    return;
+  } else if (NotifieeList* const list = notifier_ ? notifier_.get()->notifieeList() : nullptr) {
+    list->add(*this);
   }
-  Ptr<PtrInterface const> const observed = notifier();
-  if (!observed) return;
-  if (NotifieeList* list = observed->notifieeList()) list->add(*this);
 }
 
 NotifieeList::~NotifieeList() { removeAll(); }

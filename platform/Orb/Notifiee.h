@@ -17,7 +17,18 @@
 /// delivery and leaves through the setter; the change stays in force.
 namespace Orb {
 
-/// The observer of one object, which it never changes. It is called only while it is registered and active.
+/// The observer of one object, which it holds and never changes. It is called only while it is registered and
+/// active. A reactor of one's own:
+///
+///   class OrbStatus : public Orb::PtrInterface::NotifieeConst {
+///    public:
+///     OrbStatus(Orb::Ptr<Status const> status, Machine* owner) : owner_(owner) {
+///       NotifieeConst::notifierIs(status);
+///       isRegisteredNotifieeIs(true);
+///     }
+///     void onAttribute(Orb::AttributeId id, void const* key) override { ... }
+///
+/// A machine's reactors have more in common: Orb/Reactor.h.
 class PtrInterface::NotifieeConst : public PtrInterface {
  public:
   ~NotifieeConst() override { isRegisteredNotifieeIs(false); }
@@ -26,23 +37,31 @@ class PtrInterface::NotifieeConst : public PtrInterface {
   /// is null for a scalar; it is good for the duration of the call.
   virtual void onAttribute(AttributeId id, void const* key) = 0;
 
-  /// The observed object; null when disconnected.
-  virtual Ptr<PtrInterface const> notifier() const = 0;
+  /// Sets the observed object, or none, and takes the observer off the former one's list. Registering it with
+  /// the new one is the caller's part. Runs no handler. An observer that overrides this takes an object of a
+  /// type that it does not know for none.
+  virtual void notifierIs(Ptr<PtrInterface const> notifier);
 
-  /// Observes another object, or none. An object of a type that this observer does not know counts as none.
-  virtual void notifierIs(Ptr<PtrInterface const> const& notifier) = 0;
+  /// Marks the observer for deletion or takes the mark back: it is switched off first, or on, if it has a
+  /// notifier. A changed value only.
+  virtual void orbDoZombieReactors(bool zombie);
 
   /// The last reference to an object on whose list this notifiee stands has gone. Taking a reference keeps it
   /// alive.
   virtual void onZeroReferences() {}
 
+  /// The observed object; null when disconnected.
+  Ptr<PtrInterface const> const& notifier() const noexcept { return notifier_; }
+
   /// Puts this notifiee at the end of its notifier's list, or takes it off. Without a notifier nothing
-  /// happens.
+  /// happens. One that must not hold what it observes has no notifier and is put on the list by
+  /// `NotifieeList::add()`.
   void isRegisteredNotifieeIs(bool registered);
   bool isRegisteredNotifiee() const noexcept { return list_ != nullptr; }
 
  private:
   friend class Orb::NotifieeList;
+  Ptr<PtrInterface const> notifier_;
   NotifieeList* list_ = nullptr;
 };
 

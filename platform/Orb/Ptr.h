@@ -71,10 +71,11 @@ class Ptr {
   T* object_ = nullptr;
 };
 
-/// Builds an object and adopts its first reference. What the constructor throws leaves nothing behind.
+/// Builds an object and adopts its first reference: the only way to make one on the heap. What the constructor
+/// throws leaves nothing behind.
 template <class T, class... Args>
 Ptr<T> makePtr(Args&&... args) {
-  return Ptr<T>::adopt(new T(std::forward<Args>(args)...));
+  return Ptr<T>::adopt(::new T(std::forward<Args>(args)...));
 }
 
 /// Down-cast; null for a null pointer and for an object of another type.

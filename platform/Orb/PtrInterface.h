@@ -41,6 +41,13 @@ class PtrInterface {
   PtrInterface(PtrInterface const&) = delete;
   PtrInterface& operator=(PtrInterface const&) = delete;
 
+  /// A plain `new` would leave the first reference to nobody.
+  static void* operator new(std::size_t) = delete;  // Objects are made by Orb::makePtr<T>(arguments...).
+
+ protected:
+  virtual ~PtrInterface();  // the first of the virtual operations
+
+ public:
   /// Reference counting; called by Orb::Ptr. Dropping the last reference tells the notifiees
   /// (NotifieeConst::onZeroReferences) and then, unless one of them took a new reference, destroys the
   /// object.
@@ -59,9 +66,6 @@ class PtrInterface {
   /// Switches notification on or off. State machines pass the value to their reactors and children.
   virtual void hasNotificationActiveIs(bool active) { flagIs(activeFlag, active); }
 
-  /// Marks the object for deletion or takes the mark back. State machines mark their reactors first.
-  virtual void orbDoZombieReactors(bool zombie) { flagIs(zombieFlag, zombie); }
-
   /// The scheduled task of an object that has one; null in every object that works inside notifications only.
   virtual Activity* orbFwkActivity() const { return nullptr; }
 
@@ -73,8 +77,8 @@ class PtrInterface {
 
  protected:
   PtrInterface() = default;
-  virtual ~PtrInterface();
 
+  /// Marks the object for deletion or takes the mark back.
   void zombieIs(bool zombie) noexcept { flagIs(zombieFlag, zombie); }
 
  private:

@@ -75,13 +75,12 @@ class Reactor : public PtrInterface::NotifieeConst {
   using InputPtr = Ptr<Input const>;
 
   /// Observes `input` on behalf of `owner`, which it does not count; runs no handler.
-  Reactor(InputPtr const& input, Machine* owner) : notifier_(input), owner_(owner) {
+  Reactor(InputPtr const& input, Machine* owner) : owner_(owner) {
+    inputIs(input);
     isRegisteredNotifieeIs(true);
   }
-  ~Reactor() override { isRegisteredNotifieeIs(false); }
 
-  Ptr<PtrInterface const> notifier() const override { return notifier_; }
-  InputPtr const& input() const noexcept { return notifier_; }
+  InputPtr const& input() const noexcept { return input_; }
   Machine* owner() const noexcept { return owner_; }
   /// Cuts the reactor off from its machine; for the machine's own use.
   void ownerDel() noexcept { owner_ = nullptr; }
@@ -95,12 +94,12 @@ class Reactor : public PtrInterface::NotifieeConst {
 
   /// Sets the notifier, runs the handlers wired to its replacement and, last, registers, also when a handler
   /// throws.
-  void notifierIs(Ptr<PtrInterface const> const& notifier) override {
+  void notifierIs(Ptr<PtrInterface const> notifier) override {
     auto const input = ptrCast<Input const>(notifier);
-    if (input == notifier_) return;
+    if (input == input_) return;
     Ptr<Reactor> const self(this);
-    isRegisteredNotifieeIs(false);
-    InputPtr const former = std::exchange(notifier_, input);
+    InputPtr const former = input_;  // lives until the handlers have run
+    inputIs(input);
     try {
       if (input && !isZombie() && owner_) {
         Ptr<Machine> const machine(owner_);
@@ -113,14 +112,13 @@ class Reactor : public PtrInterface::NotifieeConst {
     isRegisteredNotifieeIs(true);
   }
 
-  void orbDoZombieReactors(bool zombie) override {
-    if (zombie == isZombie()) return;
-    if (notifier_) hasNotificationActiveIs(!zombie);
-    zombieIs(zombie);
+ private:
+  void inputIs(InputPtr const& input) {
+    input_ = input;
+    NotifieeConst::notifierIs(input);
   }
 
- private:
-  InputPtr notifier_;
+  InputPtr input_;  ///< The notifier, as what it is.
   Machine* owner_;
 };
 

@@ -61,22 +61,26 @@ class Input {
   /// none).
   InputPtr del() { return disconnect(take()); }
 
+  /// When the reactor of a late input that is cleared loses its owner: as seen by who holds the reactor in the
+  /// pass that follows.
+  enum class OwnerGoes { beforeThePass, behindThePass };
+
   /// A late input's setter. The same object again changes nothing at all; another one, or none, runs
   /// handleInitialized() with the new input in force.
-  void lateIs(Machine* machine, InputPtr const& input) {
+  void lateIs(Machine* machine, InputPtr const& input, OwnerGoes ownerGoes = OwnerGoes::behindThePass) {
     if (input == notifier()) return;
-    if (!input) {
+    if (!input && ownerGoes == OwnerGoes::behindThePass) {
       lateDel(machine);
       return;
     }
-    if (reactor_) {
+    if (!input) {
+      del();
+    } else {
+      if (!reactor_) connect(machine, input);
       Ptr<Reactor> const reactor = reactor_;
       reactor->notifierIs(input);
-    } else {
-      connect(machine, input);
+      reactor->orbDoZombieReactors(machine->isZombie());
     }
-    Ptr<Reactor> const reactor = reactor_;
-    reactor->orbDoZombieReactors(machine->isZombie());
     machine->handleInitialized();
   }
 
@@ -147,7 +151,7 @@ class StateMachine : public PtrInterface {
   }
 
   /// Passes a changed value to the reactors in declaration order; the child machines keep their own.
-  void orbDoZombieReactors(bool zombie) override {
+  virtual void orbDoZombieReactors(bool zombie) {
     if (zombie == isZombie()) return;
     forEach(self().inputs(), [zombie](auto& input) { input.orbDoZombieReactors(zombie); });
     zombieIs(zombie);

@@ -49,6 +49,9 @@ class Toy : public Orb::StateMachine<Toy>, public Orb::HashLink<Toy> {
   SourcePtr sourceDel() { return source_.del(); }
   SourcePtr const& late() const { return late_.notifier(); }
   void lateIs(SourcePtr const& late) { late_.lateIs(this, late); }
+  void lateIsCutFirst(SourcePtr const& late) {
+    late_.lateIs(this, late, decltype(late_)::OwnerGoes::beforeThePass);
+  }
   SourcePtr lateDel() { return late_.lateDel(this); }
   Ptr<Toy> toyIs(Orb::Name const& key, SourcePtr const& source) {
     return Orb::childIs(toys, "toy", key, source, &Toy::source,
@@ -187,6 +190,11 @@ TEST_F(Machine, LateInputsRunAPassWithTheNewInputInForce) {
     EXPECT_EQ(did([&] { del ? void(toy->lateDel()) : toy->lateIs(nullptr); }), "pass(- none) r-zo . ");
     EXPECT_EQ(state(reactor), "--z-");
   }
+  toy->lateIs(b);
+  reactor = toy->orbLate();
+  history.clear();
+  inside = [&] { history += state(reactor) + " "; };
+  EXPECT_EQ(did([&] { toy->lateIsCutFirst(nullptr), toy->lateIsCutFirst(nullptr); }), "pass(- none) --z- . ");
   inside = [&] { toy->lateIs(a); };  // a pass may set the input anew
   toy->lateIs(b);
   EXPECT_EQ(did([&] { EXPECT_EQ(toy->lateDel(), a); }),
@@ -217,6 +225,47 @@ TEST_F(Machine, NotifierIsRegistersLast) {
   inside = [&] { toy->lateDel(); };  // disconnected in the middle of its replacement
   EXPECT_EQ(did([&] { reactor->notifierIs(a); }), "level(a -a-o) pass(- none) . . ");
   EXPECT_EQ(did([&] { reactor->notifierIs(b), toy->orbSource()->notifierIs(b); }), "");
+}
+
+// A reactor as somebody writes it who has read no more than what an observer is.
+class HandWritten : public Orb::PtrInterface::NotifieeConst {
+ public:
+  HandWritten(Ptr<Source const> source, std::string* owner) : owner_(owner) {
+    NotifieeConst::notifierIs(source);
+    isRegisteredNotifieeIs(true);
+    hasNotificationActiveIs(true);
+  }
+  void onAttribute(Orb::AttributeId id, void const* key) override {
+    if (!isZombie() && id == Source::levelAttr.id && !key) *owner_ += "level ";
+  }
+  void notifierIs(Ptr<Orb::PtrInterface const> p) override {
+    auto const source = Orb::ptrCast<Source const>(p);
+    if (source == notifier()) return;
+    NotifieeConst::notifierIs(source);
+    isRegisteredNotifieeIs(true);
+  }
+
+ private:
+  std::string* owner_;
+};
+
+TEST_F(Machine, AReactorMayBeWrittenByHand) {
+  std::string heard;
+  auto const reactor = Orb::makePtr<HandWritten>(a, &heard);
+  EXPECT_EQ(reactor->notifier(), a);
+  a->level();
+  reactor->notifierIs(b);
+  a->level(), b->level();
+  EXPECT_EQ(std::exchange(heard, {}), "level level ");
+  reactor->orbDoZombieReactors(true);
+  EXPECT_FALSE(reactor->hasNotificationActive());
+  b->level();
+  reactor->orbDoZombieReactors(false);
+  reactor->notifierIs(toy);  // of another type: none
+  EXPECT_EQ(reactor->notifier(), nullptr);
+  EXPECT_EQ(b->references() + b->notifieeList()->size(), 1u);
+  b->level();
+  EXPECT_EQ(heard, "");
 }
 
 TEST_F(Machine, LivesUntilItsHandlerReturnsAndDiesSilently) {

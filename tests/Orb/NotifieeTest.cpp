@@ -20,7 +20,7 @@ struct Stage {
 
   void add(char letter) {
     if (watchers.contains(letter)) {
-      watchers[letter]->isRegisteredNotifieeIs(true);
+      source->notifieeList()->add(*watchers[letter]);
       return;
     }
     watchers[letter] = makePtr<Watcher>(*source, [this, letter](Orb::AttributeId id, void const*) {

@@ -15,6 +15,7 @@ struct Base : Orb::PtrInterface {
   static inline int alive = 0;
   Base() { ++alive, touch(); }
   ~Base() override { touch(), --alive; }
+  void mark(bool zombie) { zombieIs(zombie); }
   void touch() { Ptr<Base> const first(this), second = first; }  // takes and drops counted references
 };
 struct Derived : Base {};
@@ -22,11 +23,17 @@ struct Throwing : Base {
   Throwing() { throw 1; }
 };
 
+template <class T>
+concept CanBeNewed = requires {
+  new T;
+};
+static_assert(!CanBeNewed<Base>);  // whose first reference nobody would have
+
 TEST(Ptr, CountsAndDestroysOnce) {
   {
     Ptr<Derived> derived = makePtr<Derived>();
     derived->hasNotificationActiveIs(true);
-    derived->orbDoZombieReactors(true);
+    derived->mark(true);
     Ptr<Base> base = derived;
     base = base.get();
     EXPECT_EQ(Orb::ptrCast<Derived>(base), derived);
@@ -49,7 +56,7 @@ TEST(Ptr, ThreadSafeSwitch) {
     start.arrive_and_wait();
     for (size_t i = 0; i < TestSupport::scaled(2000000); ++i) {
       Ptr<Base> const copy = shared;
-      active ? copy->hasNotificationActiveIs(i % 2 == 0) : copy->orbDoZombieReactors(i % 2 == 0);
+      active ? copy->hasNotificationActiveIs(i % 2 == 0) : copy->mark(i % 2 == 0);
     }
   };
   std::thread other(use, true);

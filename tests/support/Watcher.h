@@ -11,20 +11,17 @@ class Watcher : public Orb::PtrInterface::NotifieeConst {
  public:
   using Heard = std::function<void(Orb::AttributeId, void const* key)>;
 
-  Watcher(Orb::Notifier const& source, Heard heard) : source_(&source), heard_(std::move(heard)) {
+  Watcher(Orb::Notifier const& source, Heard heard) : heard_(std::move(heard)) {
     hasNotificationActiveIs(true);
-    isRegisteredNotifieeIs(true);
+    source.notifieeList()->add(*this);
   }
   void onAttribute(Orb::AttributeId id, void const* key) override {
     Heard const heard = heard_;  // outlives a watcher that is destroyed while it is called
     heard(id, key);
   }
   void onZeroReferences() override { heard_(Orb::noAttribute, nullptr); }
-  Orb::Ptr<PtrInterface const> notifier() const override { return source_; }
-  void notifierIs(Orb::Ptr<PtrInterface const> const&) override {}
 
  private:
-  Orb::Notifier const* source_;
   Heard heard_;
 };
 
