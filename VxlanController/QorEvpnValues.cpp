@@ -76,16 +76,6 @@ FloodEntry parseText(Orb::TextCursor& text, std::type_identity<FloodEntry>) {
   return FloodEntry(Orb::parseAttribute<VniVtepPair>(text, "key"));
 }
 
-using Iterator = std::string::const_iterator;
-
-MacVniPair::MacVniPair(Iterator& current, Iterator end)
-    : MacVniPair(Orb::parseAt<MacVniPair>(current, end)) {}
-Host::Host(Iterator& current, Iterator end) : Host(Orb::parseAt<Host>(current, end)) {}
-VniVtepPair::VniVtepPair(Iterator& current, Iterator end)
-    : VniVtepPair(Orb::parseAt<VniVtepPair>(current, end)) {}
-FloodEntry::FloodEntry(Iterator& current, Iterator end)
-    : FloodEntry(Orb::parseAt<FloodEntry>(current, end)) {}
-
 }  // namespace QorEvpn
 
 std::vector<Orb::ValueAttribute> Orb::ValueTraits<QorEvpn::MacVniPair>::attributes() {

@@ -8,6 +8,7 @@
 #include <type_traits>
 
 #include "Orb/Errors.h"
+#include "Orb/Text.h"
 #include "Orb/ValueTraits.h"
 #include "Vxlan/Vni.h"
 #include "Wirix/EthAddr.h"
@@ -55,7 +56,9 @@ class MacVniPair {
  public:
   constexpr MacVniPair() = default;
   constexpr MacVniPair(Wirix::EthAddr macAddr, Vxlan::Vni vni) : macAddr_(macAddr), vni_(vni) {}
-  MacVniPair(std::string::const_iterator& current, std::string::const_iterator end);
+  template <Orb::StringIterator Iterator>
+  MacVniPair(Iterator& current, std::string::const_iterator end)
+      : MacVniPair(Orb::parseAt<MacVniPair>(current, end)) {}
 
   constexpr Wirix::EthAddr macAddr() const { return macAddr_; }
   constexpr Vxlan::Vni vni() const { return vni_; }
@@ -87,7 +90,8 @@ class Host {
 
   constexpr Host() = default;
   explicit constexpr Host(MacVniPair const& key) : key_(key) {}
-  Host(std::string::const_iterator& current, std::string::const_iterator end);
+  template <Orb::StringIterator Iterator>
+  Host(Iterator& current, std::string::const_iterator end) : Host(Orb::parseAt<Host>(current, end)) {}
 
   constexpr MacVniPair const& key() const { return key_; }
   constexpr Wirix::IpAddr vtepAddr() const { return vtepAddr_; }
@@ -119,7 +123,9 @@ class VniVtepPair {
  public:
   constexpr VniVtepPair() = default;
   constexpr VniVtepPair(Vxlan::Vni vni, Wirix::IpAddr vtepAddr) : vni_(vni), vtepAddr_(vtepAddr) {}
-  VniVtepPair(std::string::const_iterator& current, std::string::const_iterator end);
+  template <Orb::StringIterator Iterator>
+  VniVtepPair(Iterator& current, std::string::const_iterator end)
+      : VniVtepPair(Orb::parseAt<VniVtepPair>(current, end)) {}
 
   constexpr Vxlan::Vni vni() const { return vni_; }
   constexpr Wirix::IpAddr vtepAddr() const { return vtepAddr_; }
@@ -142,7 +148,9 @@ class FloodEntry {
  public:
   constexpr FloodEntry() = default;
   explicit constexpr FloodEntry(VniVtepPair const& key) : key_(key) {}
-  FloodEntry(std::string::const_iterator& current, std::string::const_iterator end);
+  template <Orb::StringIterator Iterator>
+  FloodEntry(Iterator& current, std::string::const_iterator end)
+      : FloodEntry(Orb::parseAt<FloodEntry>(current, end)) {}
 
   constexpr VniVtepPair const& key() const { return key_; }
 
@@ -170,7 +178,7 @@ std::string valueToStrep(T const& value) {
 
 template <ExchangeValue T>
 std::ostream& operator<<(std::ostream& out, T const& value) {
-  return out << valueToStrep(value);
+  return Orb::writeText(out, valueToStrep(value));
 }
 
 /// Reads a value that takes the whole text: `strepToValue<Host>(text)`. Errors: as the constructors.

@@ -20,6 +20,8 @@ BridgeId parseText(Orb::TextCursor& text, std::type_identity<BridgeId>) {
       Orb::parseUnsigned(text, BridgeId::max, "BridgeId::value > BridgeId::max not allowed")));
 }
 
-std::ostream& operator<<(std::ostream& out, BridgeId const& brId) { return out << Orb::toText(brId); }
+std::ostream& operator<<(std::ostream& out, BridgeId const& brId) {
+  return Orb::writeText(out, Orb::toText(brId));
+}
 
 }  // namespace Bridging

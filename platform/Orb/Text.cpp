@@ -1,5 +1,7 @@
 #include "Orb/Text.h"
 
+#include <ostream>
+
 namespace Orb {
 
 namespace {
@@ -24,6 +26,11 @@ bool readDigits(TextCursor& text, uint64_t max, uint64_t& value) {
 }
 
 }  // namespace
+
+std::ostream& writeText(std::ostream& out, std::string_view text) {
+  out.width(0);
+  return out << text;
+}
 
 void TextCursor::expect(std::string_view piece) {
   if (!rest().starts_with(piece)) fail('"' + std::string(piece) + '"');

@@ -66,6 +66,10 @@ std::string toText(T const& value) {
   return text;
 }
 
+/// For `operator<<` of values: writes the text as it is, whatever width and fill the stream is set to, and
+/// takes the width off the stream, as every such operator does.
+std::ostream& writeText(std::ostream& out, std::string_view text);
+
 // ---- Reading ----
 
 /// A text and how far it has been read. Refers to characters that the caller owns.
@@ -133,10 +137,15 @@ T parseAttribute(TextCursor& text, std::string_view name) {
   }
 }
 
+/// A place in a string that is read; the string may be const or not.
+template <class T>
+concept StringIterator =
+    std::same_as<T, std::string::iterator> || std::same_as<T, std::string::const_iterator>;
+
 /// Reads a T at `current` and advances `current` behind it; an error leaves `current` where it was.
-template <Parsable T>
-T parseAt(std::string::const_iterator& current, std::string::const_iterator end) {
-  TextCursor text(std::string_view(current, end));
+template <Parsable T, StringIterator Iterator>
+T parseAt(Iterator& current, std::string::const_iterator end) {
+  TextCursor text(std::string_view(std::string::const_iterator(current), end));
   T value = parse<T>(text);
   current += static_cast<std::string::difference_type>(text.position());
   return value;

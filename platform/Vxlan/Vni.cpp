@@ -23,6 +23,6 @@ Vni parseText(Orb::TextCursor& text, std::type_identity<Vni>) {
   return Vni(Orb::parseUnsigned(text, Vni::max, rangeText));
 }
 
-std::ostream& operator<<(std::ostream& out, Vni const& vni) { return out << Orb::toText(vni); }
+std::ostream& operator<<(std::ostream& out, Vni const& vni) { return Orb::writeText(out, Orb::toText(vni)); }
 
 }  // namespace Vxlan

@@ -43,6 +43,8 @@ EthAddr parseText(Orb::TextCursor& text, std::type_identity<EthAddr>) {
   return EthAddr::ofValue(value);
 }
 
-std::ostream& operator<<(std::ostream& out, EthAddr const& addr) { return out << Orb::toText(addr); }
+std::ostream& operator<<(std::ostream& out, EthAddr const& addr) {
+  return Orb::writeText(out, Orb::toText(addr));
+}
 
 }  // namespace Wirix

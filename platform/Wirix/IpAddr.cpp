@@ -31,6 +31,8 @@ IpAddr parseText(Orb::TextCursor& text, std::type_identity<IpAddr>) {
   return IpAddr(static_cast<uint32_t>(value));
 }
 
-std::ostream& operator<<(std::ostream& out, IpAddr const& addr) { return out << Orb::toText(addr); }
+std::ostream& operator<<(std::ostream& out, IpAddr const& addr) {
+  return Orb::writeText(out, Orb::toText(addr));
+}
 
 }  // namespace Wirix

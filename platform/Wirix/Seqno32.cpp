@@ -18,4 +18,6 @@ Seqno32 parseText(Orb::TextCursor& text, std::type_identity<Seqno32>) {
       Orb::parseUnsigned(text, Seqno32::max, "Seqno32::value > Seqno32::max not allowed")));
 }
 
-std::ostream& operator<<(std::ostream& out, Seqno32 const& seqNo) { return out << Orb::toText(seqNo); }
+std::ostream& operator<<(std::ostream& out, Seqno32 const& seqNo) {
+  return Orb::writeText(out, Orb::toText(seqNo));
+}

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <iomanip>
 #include <sstream>
 
 #include "Orb/Value.h"
@@ -135,6 +136,10 @@ TEST(Text, ExchangeValuesAreReadAtAnIteratorOrWhole) {
   std::ostringstream stream;
   stream << host << host.key().macAddr() << host.vtepAddr() << host.seqNo() << host.key().vni();
   EXPECT_EQ(stream.str(), std::string(hostText) + "02:00:00:00:00:fe10.99.0.1142949672955000");
+  std::ostringstream padded;
+  padded << std::setfill('*') << std::setw(200) << host << std::setw(30) << host.key().macAddr()
+         << std::setw(2) << 7;
+  EXPECT_EQ(padded.str(), std::string(hostText) + "02:00:00:00:00:fe*7");
 
   FloodEntry const entry(VniVtepPair(Vxlan::Vni(7), Wirix::IpAddr(0x0a630001)));
   EXPECT_EQ(valueToStrep(entry), valueToStrep(entry.key()));
@@ -143,6 +148,10 @@ TEST(Text, ExchangeValuesAreReadAtAnIteratorOrWhole) {
   EXPECT_EQ(FloodEntry(current, two.end()), entry);
   EXPECT_EQ(Host(current, two.end()), host);
   EXPECT_EQ(std::string(current, two.end()), "tail");
+  std::string changeable = valueToStrep(host.key());
+  auto place = changeable.begin();
+  EXPECT_EQ(MacVniPair(place, changeable.end()), host.key());
+  EXPECT_EQ(place, changeable.end());
   EXPECT_THROW(VniVtepPair(current, two.end()), Orb::ParseError);
   EXPECT_EQ(std::string(current, two.end()), "tail") << "an error leaves the position";
 
