@@ -25,12 +25,12 @@
 #include "DataModel/QorBrIdList.h"
 #include "DataModel/QorEvpnConfig.h"
 #include "DataModel/Status.h"
+#include "VxlanController/QorBrIdTable.h"
 #include "VxlanController/QorEvpnModeSm.h"
 #include "VxlanController/QorEvpnRxSm.h"
 #include "VxlanController/QorEvpnTxSm.h"
 #include "agent/base/Loop.h"
 #include "agent/controller/Controller.h"
-#include "agent/site/BrIdTable.h"
 #include "agent/site/Mount.h"
 #include "agent/site/Site.h"
 

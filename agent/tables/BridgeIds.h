@@ -1,7 +1,7 @@
 /// The table of bridge identifiers, in which an agent keeps its `QorBrIdList`.
 #pragma once
 
-#include "agent/site/BrIdTable.h"
+#include "VxlanController/QorBrIdTable.h"
 #include "agent/tables/TableKind.h"
 
 namespace Agent {
