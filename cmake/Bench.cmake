@@ -36,17 +36,18 @@ foreach(source IN LISTS benches)
   target_link_libraries(bench-${name} PRIVATE bench-support)
 endforeach()
 
-# The machines once more, in a shared library as ever, but built against standard maps in place of the flat maps and the
-# shared tables: their headers are found in bench/standard first.
+# The machines once more, in a shared library as ever, but on another platform: bench/substitutes has a header of the
+# same path for the flat map and for the shared tables, over standard maps, and is searched first. Its main.cpp does not
+# compile where it did not get them.
 set(standardSources ${platformSources} ${moduleSources})
 list(FILTER standardSources EXCLUDE REGEX "/platform/Brine/|QorEvpn(Brine|Module)\\.cpp$")
 add_library(bench-standard SHARED platform/Brine/Errors.cpp ${standardSources})
 target_compile_options(bench-standard PRIVATE -fno-semantic-interposition -fvisibility-inlines-hidden)
 target_include_directories(bench-standard PUBLIC
-  ${PROJECT_SOURCE_DIR}/bench/standard ${PROJECT_SOURCE_DIR}/bench
+  ${PROJECT_SOURCE_DIR}/bench/substitutes ${PROJECT_SOURCE_DIR}/bench
   ${PROJECT_SOURCE_DIR}/platform ${PROJECT_SOURCE_DIR})
 set_target_properties(bench-standard PROPERTIES LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bench)
-add_executable(bench-EventsStandard bench/standard/main.cpp bench/support/Harness.cpp)
+add_executable(bench-EventsStandard bench/substitutes/main.cpp bench/support/Harness.cpp)
 target_link_libraries(bench-EventsStandard PRIVATE bench-standard)
 set_target_properties(bench-EventsStandard PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bench)
 add_dependencies(benches bench-EventsStandard)

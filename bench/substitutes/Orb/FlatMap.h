@@ -5,11 +5,13 @@
 
 namespace Orb {
 
-/// In the place of the flat map, for comparison: the same interface and the same robust walks over
+/// In the place of platform/Orb/FlatMap.h, for comparison: the same interface and the same robust walks over
 /// `std::map`.
 template <class Key, class Value>
 class FlatMap {
  public:
+  static constexpr bool isSubstitute = true;
+
   struct Entry {
     Key key{};
     Value value{};

@@ -4,6 +4,8 @@
 
 namespace {
 
+static_assert(Orb::FlatMap<Vxlan::Vni, bool>::isSubstitute && QorEvpn::HostTable::isSubstitute);
+
 void measure(std::vector<std::string> const& role) {
   auto const rows = static_cast<uint32_t>(std::stoul(role.at(0)));
   auto const figures = Bench::measureEvents(rows, [](uint32_t vnis) {

@@ -9,13 +9,14 @@
 #include "Orb/Dir.h"
 #include "VxlanController/QorEvpnValues.h"
 
-/// In the place of the shared tables, for comparison: tables over `std::map` in the process, which no other
+/// In the place of VxlanController/QorEvpnBrine.h, for comparison: tables over `std::map` in the process, which no other
 /// process sees and no crash survives. They count and notify as the shared ones do.
 namespace QorEvpn {
 
 template <class Row>
 class StandardTable : public Orb::Entity {
  public:
+  static constexpr bool isSubstitute = true;
   using Key = std::remove_cvref_t<decltype(std::declval<Row const&>().key())>;
 
   StandardTable(Orb::Name name, Orb::Attribute<Key> attribute)
