@@ -36,14 +36,14 @@ Orb::TypeDescriptor const& FloodTable::fwkType() const {
   return descriptor;
 }
 
-Orb::Ptr<HostTable> hostTableFactory(Orb::Name const& name) {
-  auto table = Orb::makePtr<HostTable>(name);
+Orb::Ptr<HostTable> hostTableFactory(Orb::Name name) {
+  auto table = Orb::makePtr<HostTable>(std::move(name));
   table->hasNotificationActiveIs(true);
   return table;
 }
 
-Orb::Ptr<FloodTable> floodTableFactory(Orb::Name const& name) {
-  auto table = Orb::makePtr<FloodTable>(name);
+Orb::Ptr<FloodTable> floodTableFactory(Orb::Name name) {
+  auto table = Orb::makePtr<FloodTable>(std::move(name));
   table->hasNotificationActiveIs(true);
   return table;
 }

@@ -168,8 +168,8 @@ class FloodTable : public Brine::EntityTable<FloodEntry> {
 };
 
 /// Build a table, not mounted, with notification on.
-Orb::Ptr<HostTable> hostTableFactory(Orb::Name const& name);
-Orb::Ptr<FloodTable> floodTableFactory(Orb::Name const& name);
+Orb::Ptr<HostTable> hostTableFactory(Orb::Name name);
+Orb::Ptr<FloodTable> floodTableFactory(Orb::Name name);
 
 /// The same as a named child of a directory.
 Orb::Ptr<HostTable> hostTableIs(Orb::Dir& dir, Orb::Name const& name);

@@ -52,15 +52,14 @@ Orb::TypeDescriptor const& QorEvpnIntegrationModeSm::type() {
 }
 
 Orb::Ptr<QorEvpnIntegrationModeSm> QorEvpnIntegrationModeSm::QorEvpnIntegrationModeSmIs(
-    StatusPtr const& controllerdbStatus, CapabilityPtr const& evpnCapability,
-    ConfigPtr const& qorEvpnConfig) {
+    StatusPtr controllerdbStatus, CapabilityPtr evpnCapability, ConfigPtr qorEvpnConfig) {
   return Orb::create<QorEvpnIntegrationModeSm>(controllerdbStatus, evpnCapability, qorEvpnConfig);
 }
 
 Orb::Ptr<QorEvpnIntegrationModeSm> qorEvpnIntegrationModeSmFactory(
-    QorEvpnIntegrationModeSm::StatusPtr const& controllerdbStatus,
-    QorEvpnIntegrationModeSm::CapabilityPtr const& evpnCapability,
-    QorEvpnIntegrationModeSm::ConfigPtr const& qorEvpnConfig) {
+    QorEvpnIntegrationModeSm::StatusPtr controllerdbStatus,
+    QorEvpnIntegrationModeSm::CapabilityPtr evpnCapability,
+    QorEvpnIntegrationModeSm::ConfigPtr qorEvpnConfig) {
   return QorEvpnIntegrationModeSm::QorEvpnIntegrationModeSmIs(controllerdbStatus, evpnCapability,
                                                               qorEvpnConfig);
 }

@@ -28,9 +28,9 @@ class QorEvpnIntegrationModeSm : public Orb::StateMachine<QorEvpnIntegrationMode
   using CapabilityPtr = Orb::Ptr<EvpnCapability const>;
   using ConfigPtr = Orb::Ptr<QorEvpnConfig>;
 
-  static Orb::Ptr<QorEvpnIntegrationModeSm> QorEvpnIntegrationModeSmIs(StatusPtr const& controllerdbStatus,
-                                                                       CapabilityPtr const& evpnCapability,
-                                                                       ConfigPtr const& qorEvpnConfig);
+  static Orb::Ptr<QorEvpnIntegrationModeSm> QorEvpnIntegrationModeSmIs(StatusPtr controllerdbStatus,
+                                                                       CapabilityPtr evpnCapability,
+                                                                       ConfigPtr qorEvpnConfig);
   QorEvpnIntegrationModeSm(StatusPtr const& controllerdbStatus, CapabilityPtr const& evpnCapability,
                            ConfigPtr const& qorEvpnConfig);
   ~QorEvpnIntegrationModeSm() override { teardown(); }
@@ -80,8 +80,8 @@ class QorEvpnIntegrationModeSm : public Orb::StateMachine<QorEvpnIntegrationMode
 
 /// Creates the machine; its first pass, which writes the flag, runs before this returns.
 Orb::Ptr<QorEvpnIntegrationModeSm> qorEvpnIntegrationModeSmFactory(
-    QorEvpnIntegrationModeSm::StatusPtr const& controllerdbStatus,
-    QorEvpnIntegrationModeSm::CapabilityPtr const& evpnCapability,
-    QorEvpnIntegrationModeSm::ConfigPtr const& qorEvpnConfig);
+    QorEvpnIntegrationModeSm::StatusPtr controllerdbStatus,
+    QorEvpnIntegrationModeSm::CapabilityPtr evpnCapability,
+    QorEvpnIntegrationModeSm::ConfigPtr qorEvpnConfig);
 
 }  // namespace QorEvpn

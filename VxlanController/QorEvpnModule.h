@@ -21,7 +21,7 @@ namespace QorEvpn {
 /// that it made lives.
 struct Module {
   /// Counts up with every change of this table or of what its factories take.
-  static constexpr uint32_t version = 1;
+  static constexpr uint32_t version = 2;
   static constexpr char const* entryName = "qorEvpnModule";
   /// Returns the table, or null where the module was built with another version of it than the caller's.
   using Entry = Module const* (*)(uint32_t version);

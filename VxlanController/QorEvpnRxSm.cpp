@@ -11,11 +11,6 @@ using QorEvpn::MacVniPair;
 using QorEvpn::nextRow;
 using QorEvpn::VniVtepPair;
 
-namespace {
-/// The MAC whose flood list is the one for all BUM traffic of a VNI.
-constexpr Wirix::EthAddr allBum;
-}  // namespace
-
 QorEvpnRxSm::QorEvpnRxSm(HostTablePtr const& hostTable, FloodTablePtr const& floodTable,
                          VniStatusDirPtr const& vniStatusDir)
     : vniStatusDir_(vniStatusDir) {
@@ -65,16 +60,16 @@ void QorEvpnRxSm::handleFloodEntry(VniVtepPair const& key) {
     return;
   }
   Orb::Ptr<VniStatusV2> const vniStatus = vniStatusDir_->vniStatusV2Is(key.vni());
-  vniStatus->macVtepFloodListTableIs(allBum)->vtepIpFloodListIs(key.vtepAddr(), true);
+  vniStatus->macVtepFloodListTableIs(MacVtepFloodListV2::allBum)->vtepIpFloodListIs(key.vtepAddr(), true);
 }
 
 void QorEvpnRxSm::deleteFloodEntry(VniVtepPair const& key) {
   Orb::Ptr<VniStatusV2> const vniStatus = vniStatusDir_->vniStatusV2(key.vni());
   ORB_ASSERT(vniStatus);
-  Orb::Ptr<MacVtepFloodListV2> const floodList = vniStatus->macVtepFloodListTable(allBum);
+  Orb::Ptr<MacVtepFloodListV2> const floodList = vniStatus->macVtepFloodListTable(MacVtepFloodListV2::allBum);
   ORB_ASSERT(floodList);
   floodList->vtepIpFloodListDel(key.vtepAddr());
-  if (floodList->vtepIpFloodList().empty()) vniStatus->macVtepFloodListTableDel(allBum);
+  if (floodList->vtepIpFloodList().empty()) vniStatus->macVtepFloodListTableDel(MacVtepFloodListV2::allBum);
   maybeDeleteVniStatus(key.vni());
 }
 
@@ -108,15 +103,14 @@ Orb::TypeDescriptor const& QorEvpnRxSm::type() {
   return descriptor;
 }
 
-Orb::Ptr<QorEvpnRxSm> QorEvpnRxSm::QorEvpnRxSmIs(HostTablePtr const& hostTable,
-                                                 FloodTablePtr const& floodTable,
-                                                 VniStatusDirPtr const& vniStatusDir) {
+Orb::Ptr<QorEvpnRxSm> QorEvpnRxSm::QorEvpnRxSmIs(HostTablePtr hostTable, FloodTablePtr floodTable,
+                                                 VniStatusDirPtr vniStatusDir) {
   return Orb::create<QorEvpnRxSm>(hostTable, floodTable, vniStatusDir);
 }
 
-Orb::Ptr<QorEvpnRxSm> qorEvpnRxSmFactory(QorEvpnRxSm::HostTablePtr const& hostTable,
-                                         QorEvpnRxSm::FloodTablePtr const& floodTable,
-                                         QorEvpnRxSm::VniStatusDirPtr const& vniStatusDir) {
+Orb::Ptr<QorEvpnRxSm> qorEvpnRxSmFactory(QorEvpnRxSm::HostTablePtr hostTable,
+                                         QorEvpnRxSm::FloodTablePtr floodTable,
+                                         QorEvpnRxSm::VniStatusDirPtr vniStatusDir) {
   return QorEvpnRxSm::QorEvpnRxSmIs(hostTable, floodTable, vniStatusDir);
 }
 

@@ -9,8 +9,8 @@
 ///
 /// Invariants: a VNI's status is made by its first row and removed by the deletion that leaves both its MAC
 /// table and its flood lists empty. A row that equals the default row counts as absent. A deletion for a VNI
-/// without status, or of a flood VTEP without list, fails an assertion: the table never announces the removal
-/// of a row that it did not show. Nobody else may fill the multipath or the IP-to-MAC table of a status that
+/// without status, or of a flood VTEP without list, fails an assertion: a HostTable or FloodTable, in either
+/// reading mode, never announces the removal of a row that it did not show. Nobody else may fill the multipath or the IP-to-MAC table of a status that
 /// this machine manages (asserted). Never give it the tables that the same agent's transmit machines write:
 /// export and import would feed each other for ever.
 ///
@@ -31,8 +31,8 @@ class QorEvpnRxSm : public Orb::StateMachine<QorEvpnRxSm> {
   using FloodTablePtr = Orb::Ptr<QorEvpn::FloodTable const>;
   using VniStatusDirPtr = Orb::Ptr<VniStatusDirV2>;
 
-  static Orb::Ptr<QorEvpnRxSm> QorEvpnRxSmIs(HostTablePtr const& hostTable, FloodTablePtr const& floodTable,
-                                             VniStatusDirPtr const& vniStatusDir);
+  static Orb::Ptr<QorEvpnRxSm> QorEvpnRxSmIs(HostTablePtr hostTable, FloodTablePtr floodTable,
+                                             VniStatusDirPtr vniStatusDir);
   QorEvpnRxSm(HostTablePtr const& hostTable, FloodTablePtr const& floodTable,
               VniStatusDirPtr const& vniStatusDir);
   ~QorEvpnRxSm() override { teardown(); }
@@ -52,6 +52,9 @@ class QorEvpnRxSm : public Orb::StateMachine<QorEvpnRxSm> {
   void deleteFloodEntry(QorEvpn::VniVtepPair const& key);
   void handleFloodEntry();
   void handleFloodEntry(QorEvpn::VniVtepPair const& key);
+  /// Withdraws what the rows that are in the tables now put there. Deliver first (`deliver()` of both tables): a
+  /// row that came since and was not delivered yet has no status to be withdrawn from, which fails an
+  /// assertion; what a row left that went since stays.
   void cleanup();
   void initSm();
 
@@ -78,8 +81,8 @@ class QorEvpnRxSm : public Orb::StateMachine<QorEvpnRxSm> {
 
 /// Creates the machine; rows that are in the tables are mirrored before this returns. Every argument must be
 /// given.
-Orb::Ptr<QorEvpnRxSm> qorEvpnRxSmFactory(QorEvpnRxSm::HostTablePtr const& hostTable,
-                                         QorEvpnRxSm::FloodTablePtr const& floodTable,
-                                         QorEvpnRxSm::VniStatusDirPtr const& vniStatusDir);
+Orb::Ptr<QorEvpnRxSm> qorEvpnRxSmFactory(QorEvpnRxSm::HostTablePtr hostTable,
+                                         QorEvpnRxSm::FloodTablePtr floodTable,
+                                         QorEvpnRxSm::VniStatusDirPtr vniStatusDir);
 
 }  // namespace VxlanController

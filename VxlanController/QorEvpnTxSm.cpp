@@ -10,15 +10,9 @@ namespace QorEvpn {
 
 Trace::Handle txTrace("VxlanControllerEvpnTxSm");
 
-namespace {
-
-/// The VNI that a directory entry's name stands for: the low 32 bits of the number at its beginning, 0
-/// without one. Raises the range error above 24 bits.
 Vxlan::Vni vniOfName(Orb::Name const& name) {
   return Vxlan::Vni(static_cast<std::uint32_t>(std::strtol(name.text().c_str(), nullptr, 10)));
 }
-
-}  // namespace
 
 QorEvpnTxSm::QorEvpnTxSm(VniDirPtr const& vniDir, VniStatusDirPtr const& vniStatusDirFromEvpn,
                          Orb::Ptr<QorBrIdList> const& qorBrIdList, Orb::Ptr<HostTable> const& hostTableOut,
@@ -30,7 +24,7 @@ QorEvpnTxSm::QorEvpnTxSm(VniDirPtr const& vniDir, VniStatusDirPtr const& vniStat
 }
 
 Orb::Ptr<VniFdbStatusSm> QorEvpnTxSm::vniFdbStatusSmIs(Vxlan::Vni vni,
-                                                       VniFdbStatusSm::StatusPtr const& vniFdbStatus) {
+                                                       VniFdbStatusSm::StatusPtr vniFdbStatus) {
   return Orb::childIs(vniFdbStatusSm_, "vniFdbStatusSm", vni, vniFdbStatus, &VniFdbStatusSm::vniFdbStatus,
                       [&] { return vniFdbStatusSmFactory(vni, vniFdbStatus, this); });
 }
@@ -131,19 +125,17 @@ Orb::TypeDescriptor const& QorEvpnTxSm::type() {
   return descriptor;
 }
 
-Orb::Ptr<QorEvpnTxSm> QorEvpnTxSm::QorEvpnTxSmIs(VniDirPtr const& vniDir,
-                                                 VniStatusDirPtr const& vniStatusDirFromEvpn,
-                                                 Orb::Ptr<QorBrIdList> const& qorBrIdList,
-                                                 Orb::Ptr<HostTable> const& hostTableOut,
-                                                 Orb::Ptr<FloodTable> const& floodTableOut) {
+Orb::Ptr<QorEvpnTxSm> QorEvpnTxSm::QorEvpnTxSmIs(VniDirPtr vniDir, VniStatusDirPtr vniStatusDirFromEvpn,
+                                                 Orb::Ptr<QorBrIdList> qorBrIdList,
+                                                 Orb::Ptr<HostTable> hostTableOut,
+                                                 Orb::Ptr<FloodTable> floodTableOut) {
   return Orb::create<QorEvpnTxSm>(vniDir, vniStatusDirFromEvpn, qorBrIdList, hostTableOut, floodTableOut);
 }
 
-Orb::Ptr<QorEvpnTxSm> qorEvpnTxSmFactory(QorEvpnTxSm::VniDirPtr const& vniDir,
-                                         QorEvpnTxSm::VniStatusDirPtr const& vniStatusDirFromEvpn,
-                                         Orb::Ptr<QorBrIdList> const& qorBrIdList,
-                                         Orb::Ptr<HostTable> const& hostTableOut,
-                                         Orb::Ptr<FloodTable> const& floodTableOut) {
+Orb::Ptr<QorEvpnTxSm> qorEvpnTxSmFactory(QorEvpnTxSm::VniDirPtr vniDir,
+                                         QorEvpnTxSm::VniStatusDirPtr vniStatusDirFromEvpn,
+                                         Orb::Ptr<QorBrIdList> qorBrIdList, Orb::Ptr<HostTable> hostTableOut,
+                                         Orb::Ptr<FloodTable> floodTableOut) {
   return QorEvpnTxSm::QorEvpnTxSmIs(vniDir, vniStatusDirFromEvpn, qorBrIdList, hostTableOut, floodTableOut);
 }
 

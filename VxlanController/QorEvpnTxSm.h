@@ -41,11 +41,10 @@ class QorEvpnTxSm : public Orb::StateMachine<QorEvpnTxSm> {
   using VniStatusDirPtr = Orb::Ptr<VxlanController::VniStatusDirV2 const>;
   using VniFdbStatusSms = Orb::HashMap<VniFdbStatusSm, Vxlan::Vni, &VniFdbStatusSm::vni, &Vxlan::Vni::value>;
 
-  static Orb::Ptr<QorEvpnTxSm> QorEvpnTxSmIs(VniDirPtr const& vniDir,
-                                             VniStatusDirPtr const& vniStatusDirFromEvpn,
-                                             Orb::Ptr<QorBrIdList> const& qorBrIdList,
-                                             Orb::Ptr<HostTable> const& hostTableOut,
-                                             Orb::Ptr<FloodTable> const& floodTableOut);
+  static Orb::Ptr<QorEvpnTxSm> QorEvpnTxSmIs(VniDirPtr vniDir, VniStatusDirPtr vniStatusDirFromEvpn,
+                                             Orb::Ptr<QorBrIdList> qorBrIdList,
+                                             Orb::Ptr<HostTable> hostTableOut,
+                                             Orb::Ptr<FloodTable> floodTableOut);
   QorEvpnTxSm(VniDirPtr const& vniDir, VniStatusDirPtr const& vniStatusDirFromEvpn,
               Orb::Ptr<QorBrIdList> const& qorBrIdList, Orb::Ptr<HostTable> const& hostTableOut,
               Orb::Ptr<FloodTable> const& floodTableOut);
@@ -64,7 +63,7 @@ class QorEvpnTxSm : public Orb::StateMachine<QorEvpnTxSm> {
   /// `Del` takes a child out without cleaning it up.
   VniFdbStatusSms const& vniFdbStatusSm() const { return vniFdbStatusSm_; }
   Orb::Ptr<VniFdbStatusSm> vniFdbStatusSm(Vxlan::Vni vni) const { return vniFdbStatusSm_.member(vni); }
-  Orb::Ptr<VniFdbStatusSm> vniFdbStatusSmIs(Vxlan::Vni vni, VniFdbStatusSm::StatusPtr const& vniFdbStatus);
+  Orb::Ptr<VniFdbStatusSm> vniFdbStatusSmIs(Vxlan::Vni vni, VniFdbStatusSm::StatusPtr vniFdbStatus);
   Orb::Ptr<VniFdbStatusSm> vniFdbStatusSmDel(Vxlan::Vni vni) { return vniFdbStatusSm_.memberDel(vni); }
   void vniFdbStatusSmDelAll() { vniFdbStatusSm_.memberDelAll(); }
 
@@ -111,11 +110,14 @@ class QorEvpnTxSm : public Orb::StateMachine<QorEvpnTxSm> {
 };
 
 /// Creates the root; its first pass runs before this returns. Every argument must be given.
-Orb::Ptr<QorEvpnTxSm> qorEvpnTxSmFactory(QorEvpnTxSm::VniDirPtr const& vniDir,
-                                         QorEvpnTxSm::VniStatusDirPtr const& vniStatusDirFromEvpn,
-                                         Orb::Ptr<QorBrIdList> const& qorBrIdList,
-                                         Orb::Ptr<HostTable> const& hostTableOut,
-                                         Orb::Ptr<FloodTable> const& floodTableOut);
+Orb::Ptr<QorEvpnTxSm> qorEvpnTxSmFactory(QorEvpnTxSm::VniDirPtr vniDir,
+                                         QorEvpnTxSm::VniStatusDirPtr vniStatusDirFromEvpn,
+                                         Orb::Ptr<QorBrIdList> qorBrIdList, Orb::Ptr<HostTable> hostTableOut,
+                                         Orb::Ptr<FloodTable> floodTableOut);
+
+/// The VNI that the name of an entry of the directory stands for: the low 32 bits of the number at its beginning,
+/// 0 without one. Raises the range error above 24 bits.
+Vxlan::Vni vniOfName(Orb::Name const& name);
 
 /// The stale-VNI sweep: removes everything of the given VNIs from the root's outputs: first their bridge
 /// identifiers, then host rows, then flood rows. Rows are chosen by VNI alone, whoever wrote them, so rows of

@@ -7,10 +7,9 @@
 
 namespace QorEvpn {
 
-namespace {
+using VxlanController::MacVtepFloodListV2;
 
-/// The MAC that stands for all BUM destination addresses.
-constexpr Wirix::EthAddr allBum;
+namespace {
 
 constexpr std::string_view onlyAllBum = " QOR-EVPN only supports 'all BUM destination addresses' entries";
 
@@ -89,7 +88,7 @@ void VniFdbStatusSm::handleMultiPath() {
 void VniFdbStatusSm::handleMultiPath(Wirix::EthAddr const& macAddr) {
   if (!initialized()) return;
   TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::handleMultiPath(", macAddr, ")");
-  if (macAddr != allBum) {
+  if (macAddr != MacVtepFloodListV2::allBum) {
     TRACE(txTrace, 3, traced, onlyAllBum);
     return traced.dismiss();
   }
@@ -109,7 +108,7 @@ void VniFdbStatusSm::handleFloodList() {
 void VniFdbStatusSm::handleFloodList(Wirix::EthAddr const& macAddr) {
   if (!initialized()) return;
   TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::handleFloodList(", macAddr, ")");
-  if (macAddr != allBum) {
+  if (macAddr != MacVtepFloodListV2::allBum) {
     TRACE(txTrace, 3, traced, onlyAllBum);
     return traced.dismiss();
   }
@@ -152,7 +151,7 @@ void VniFdbStatusSm::cleanupStaleHostEntries() {
 void VniFdbStatusSm::cleanupStaleFloodListEntries() {
   if (!initialized()) return;
   TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::cleanupStaleFloodListEntries()");
-  FloodListPtr const floodList = vniFdbStatus()->macVtepFloodListTable(allBum);
+  FloodListPtr const floodList = vniFdbStatus()->macVtepFloodListTable(MacVtepFloodListV2::allBum);
   FloodTable& floods = *qorEvpnTxSm_->floodTableOut();
   for (auto walk = floods.floodEntryWalk(vni_); FloodEntry const* row = nextRow(floods, walk);) {
     VniVtepPair const key = row->key();

@@ -13,6 +13,8 @@ class MacVtepFloodListV2 : public Orb::Notifier {
  public:
   using VtepIpFloodList = Orb::FlatMap<Wirix::IpAddr, bool>;
   static constexpr Orb::Attribute<Wirix::IpAddr> vtepIpFloodListAttr{257};
+  /// The MAC that stands for all BUM destination addresses.
+  static constexpr Wirix::EthAddr allBum{};
 
   explicit MacVtepFloodListV2(Wirix::EthAddr macAddr) : macAddr_(macAddr) {}
   Orb::TypeDescriptor const& fwkType() const override;

@@ -10,6 +10,7 @@ class VniStatusV2 : public VniTables<259> {
  public:
   using IpToMacTable = Orb::FlatMap<Wirix::IpAddr, Wirix::EthAddr>;
   static constexpr Orb::Attribute<Wirix::IpAddr> ipToMacTableAttr{262};
+  static_assert(ipToMacTableAttr.id >= firstFree);
 
   explicit VniStatusV2(Vxlan::Vni vni);
   Orb::TypeDescriptor const& fwkType() const override;

@@ -13,7 +13,7 @@ namespace VxlanController {
 /// with its key.
 ///
 /// `firstTable` is the identifier of the MAC table; the multipath and flood-list tables have the two after
-/// it.
+/// it. A class derived from it numbers its own attributes from `firstFree`.
 template <Orb::AttributeId firstTable>
 class VniTables : public Orb::Entity {
  public:
@@ -26,6 +26,8 @@ class VniTables : public Orb::Entity {
   static constexpr Orb::Attribute<Wirix::EthAddr> macVtepTableAttr{firstTable};
   static constexpr Orb::Attribute<Wirix::EthAddr> macVtepMultiPathTableAttr{firstTable + 1};
   static constexpr Orb::Attribute<Wirix::EthAddr> macVtepFloodListTableAttr{firstTable + 2};
+  static constexpr Orb::AttributeId firstFree = firstTable + 3;
+  static_assert(firstTable > vniAttr.id, "a table has the identifier of another attribute");
 
   Vxlan::Vni const& vni() const noexcept { return vni_; }
 
@@ -50,7 +52,7 @@ class VniTables : public Orb::Entity {
   }
 
   /// Insert or replace; remove, where an absent key is no error.
-  void macVtepTableIs(MacVtepV2 const& entry) {
+  void macVtepTableIs(MacVtepV2 entry) {
     Wirix::EthAddr const macAddr = entry.macAddr();
     if (macVtepTable_.put(macAddr, entry)) notify(macVtepTableAttr, macAddr);
   }

@@ -22,6 +22,18 @@ class GenericInterface : public Site {
       VxlanController::qorEvpnRxSmFactory(hostTable, floodTable, makePtr<VniStatusDirV2>("other"));
 };
 
+// What an agent takes the address of takes its arguments as they are declared to: by value.
+static_assert(std::is_same_v<decltype(QorEvpn::hostTableFactory), Ptr<HostTable>(Orb::Name)>);
+static_assert(std::is_same_v<decltype(QorEvpn::floodTableFactory), Ptr<FloodTable>(Orb::Name)>);
+static_assert(std::is_same_v<decltype(QorEvpn::qorEvpnTxSmFactory),
+                             Ptr<QorEvpnTxSm>(Ptr<Orb::Dir const>, Ptr<VniStatusDirV2 const>,
+                                              Ptr<QorBrIdList>, Ptr<HostTable>, Ptr<FloodTable>)>);
+[[maybe_unused]] constexpr void (QorEvpnTxSm::*ofName)(Orb::Name) = &QorEvpnTxSm::handleVniFdbStatus;
+[[maybe_unused]] constexpr void (QorEvpnTxSm::*ofVni)(Vni) = &QorEvpnTxSm::handleVniStatusFromEvpn;
+[[maybe_unused]] constexpr void (MacVtepFloodListSm::*ofVtep)(IpAddr) = &MacVtepFloodListSm::handleVtepIp;
+[[maybe_unused]] constexpr bool (MacVtepFloodListSm::*ofVtepAsked)(IpAddr) const =
+    &MacVtepFloodListSm::floodIpProvidedByEvpn;
+
 /// An object by its type, a collection by its keys, another value by its text.
 std::string shown(Orb::Value const& value) {
   if (value.type() == Orb::valueType<Object>()) {
