@@ -66,6 +66,32 @@ TEST_F(TablesTest, CountTheOperationFirstAndTheNotificationLast) {
   EXPECT_THAT(log, ElementsAre(vtepText + " 1 0 0", vtepText + " 2 0 1", vtepText + " 2 2 2", "257 2 2 3"));
 }
 
+// Whoever hears of a row finds it, or finds it gone; so do the readers of another process.
+TEST_F(TablesTest, ARowIsInForceBeforeItsObserversHearOfIt) {
+  Tables const writer(Mode::writer), reader(Mode::keyshadow, writer.folder);
+  Host const first = host(10, 1, 5), second = host(10, 1, 6);
+  FloodEntry const vtep = flood(10, 7);
+  Texts seen;
+  auto const note = [&](std::string const& here, std::string const& there) {
+    seen.push_back(here.empty() ? "gone" : here);
+    EXPECT_EQ(there, here);
+  };
+  auto const ofHosts = makePtr<TestSupport::Watcher>(*writer.hostTable, [&](auto, auto) {
+    writer.endTurn();
+    note(text(*writer.hostTable), text(*reader.hostTable));
+  });
+  auto const ofFloods = makePtr<TestSupport::Watcher>(*writer.floodTable, [&](auto, auto) {
+    writer.endTurn();
+    note(text(*writer.floodTable), text(*reader.floodTable));
+  });
+  writer.hostTable->hostIs(first);
+  writer.hostTable->hostCommit(&second);
+  writer.hostTable->hostDel(first.key());
+  writer.floodTable->floodEntryIs(vtep);
+  writer.floodTable->floodEntryDelAll();
+  EXPECT_EQ(seen, (Texts{"10:1>5/1/16 ", "10:1>6/1/16 ", "gone", "10>7 ", "gone"}));
+}
+
 TEST_F(TablesTest, ReachReadersByTheirPlaceInTheDirectory) {
   auto const writers = makePtr<Orb::Dir>("site/a"), readers = makePtr<Orb::Dir>("site/a");
   auto const writer = QorEvpn::hostTableIs(*writers, "host"), reader = QorEvpn::hostTableIs(*readers, "host");
