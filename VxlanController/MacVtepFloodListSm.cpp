@@ -14,8 +14,7 @@ MacVtepFloodListSm::MacVtepFloodListSm(Wirix::EthAddr const& macAddr, FloodListP
 }
 
 void MacVtepFloodListSm::handleInitialized() {
-  Orb::Ptr<VniFdbStatusSm> const parent = vniFdbStatusSm_;
-  TRACE_SCOPE(traced, txTrace, "MacVtepFloodListSm(", macAddr_, ")(", parent->vni(),
+  TRACE_SCOPE(traced, txTrace, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(),
               ")::handleInitialized()");
   initializedIs(true);
   handleVtepIp();
@@ -23,8 +22,8 @@ void MacVtepFloodListSm::handleInitialized() {
 
 void MacVtepFloodListSm::handleVtepIp() {
   if (!initialized()) return;
-  Orb::Ptr<VniFdbStatusSm> const parent = vniFdbStatusSm_;
-  TRACE_SCOPE(traced, txTrace, "MacVtepFloodListSm(", macAddr_, ")(", parent->vni(), ")::handleVtepIp()");
+  TRACE_SCOPE(traced, txTrace, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(),
+              ")::handleVtepIp()");
   if (FloodListPtr const list = macVtepFloodList()) {
     for (auto const& entry : list->vtepIpFloodList()) handleVtepIp(entry.key);
   }
@@ -32,7 +31,7 @@ void MacVtepFloodListSm::handleVtepIp() {
 
 void MacVtepFloodListSm::handleVtepIp(Wirix::IpAddr ipAddr) {
   if (!initialized()) return;
-  Orb::Ptr<VniFdbStatusSm> const parent = vniFdbStatusSm_;
+  Orb::Ptr<VniFdbStatusSm> const parent = vniFdbStatusSm_;  // which may go with the VNI
   TRACE_SCOPE(traced, txTrace, "MacVtepFloodListSm(", macAddr_, ")(", parent->vni(), ")::handleVtepIp(",
               ipAddr, ")");
   VniVtepPair const key(parent->vni(), ipAddr);
@@ -52,13 +51,12 @@ bool MacVtepFloodListSm::floodIpProvidedByEvpn(Wirix::IpAddr ipAddr) const {
 
 void MacVtepFloodListSm::cleanup() {
   if (!initialized()) return;
-  Orb::Ptr<VniFdbStatusSm> const parent = vniFdbStatusSm_;
-  TRACE_SCOPE(traced, txTrace, "MacVtepFloodListSm(", macAddr_, ")(", parent->vni(), ")::cleanup()");
+  TRACE_SCOPE(traced, txTrace, "MacVtepFloodListSm(", macAddr_, ")(", vniFdbStatusSm_->vni(), ")::cleanup()");
   if (FloodListPtr const list = macVtepFloodList()) {
     for (auto const& entry : list->vtepIpFloodList()) {
-      VniVtepPair const key(parent->vni(), entry.key);
+      VniVtepPair const key(vniFdbStatusSm_->vni(), entry.key);
       TRACE(txTrace, 8, traced, " Deleting flood list entry (ip: ", key.vtepAddr(), ")");
-      parent->qorEvpnTxSm()->floodTableOut()->floodEntryDel(key);
+      vniFdbStatusSm_->qorEvpnTxSm()->floodTableOut()->floodEntryDel(key);
     }
   }
   initializedIs(false);

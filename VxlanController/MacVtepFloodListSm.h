@@ -12,7 +12,7 @@
 /// machines of a VNI whose lists share an address write and delete the same row.
 ///
 /// Ownership: made and held by VniFdbStatusSm, to which it points back plainly; the VNI is the parent's, the
-/// output the root's. A handler holds the parent, since the parent may go where the VNI does.
+/// output the root's.
 #pragma once
 
 #include "DataModel/MacVtepFloodListV2.h"

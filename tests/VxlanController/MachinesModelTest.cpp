@@ -1,5 +1,6 @@
 #include <random>
 
+#include "VxlanController/ExpectedExport.h"
 #include "VxlanController/Site.h"
 #include "support/Scale.h"
 
@@ -13,6 +14,9 @@ struct Served {
   Ptr<MacVtepFloodListV2> list, listFromEvpn;
 };
 
+// Beside the small world: names that are aliases of a VNI, objects that are refused, rows of an earlier run that
+// nobody lists, sequence numbers and preferences.
+
 // What the transmit side must have written: for every key, what both sides held when an event last touched
 // it. The history that matters besides is which objects each VNI's machine was given.
 struct Model {
@@ -25,21 +29,19 @@ struct Model {
   std::set<Vni> listed;
 
   static Vni vniOf(std::string const& name) {
-    static std::map<std::string, uint32_t> const numbers{{" 7x", 7}, {"4294967301", 5}, {"abc", 0}};
-    auto const alias = numbers.find(name);
-    return Vni(alias != numbers.end() ? alias->second : static_cast<uint32_t>(std::stoul(name)));
+    static std::map<std::string, uint32_t> const aliases{{" 7x", 7}, {"4294967301", 5}, {"abc", 0}};
+    auto const alias = aliases.find(name);
+    return Vni(alias != aliases.end() ? alias->second : static_cast<uint32_t>(std::stoul(name)));
   }
 
   void host(Vni vni, Served const& served, EthAddr mac) {
-    MacVtepV2 const own = served.own->macVtepTable(mac);
-    MacVtepV2 const* const theirs = served.fromEvpn ? served.fromEvpn->macVtepTable().find(mac) : nullptr;
     hosts.erase({mac, vni});
-    if (own != MacVtepV2() && !(theirs && *theirs == own)) hosts[{mac, vni}] = hostOf(vni, own);
+    if (auto const row = QorEvpn::expectedHost(*served.own, served.fromEvpn.get(), vni, mac))
+      hosts[{mac, vni}] = *row;
   }
   void flood(Vni vni, Served const& served, IpAddr vtep) {
-    bool const* const on = served.list ? served.list->vtepIpFloodList().find(vtep) : nullptr;
     floods.erase({vni, vtep});
-    if (on && *on && !(served.listFromEvpn && served.listFromEvpn->vtepIpFloodList().contains(vtep)))
+    if (QorEvpn::expectedFlood(served.list.get(), served.listFromEvpn.get(), vtep))
       floods.insert({vni, vtep});
   }
   void refresh(Vni vni, Served const& served) {
@@ -286,7 +288,8 @@ struct World : Site {
     ASSERT_EQ(hostTable->hostSorted(), hosts);
     ASSERT_EQ(floodTable->floodEntrySorted(), floods);
     ASSERT_EQ(text(*brIds), listed);
-    ASSERT_EQ(text(*evpn), mirrorOf(evpns));
+    ASSERT_EQ(text(*evpn), text(*QorEvpn::expectedLearned(evpns.hostTable->hostSorted(),
+                                                          evpns.floodTable->floodEntrySorted())));
     ASSERT_EQ(root ? root->vniFdbStatusSm().members() : 0, model.vnis.size());
   }
 
@@ -305,7 +308,7 @@ TEST(MachinesModel, TablesAreWhatBothSidesAndTheirHistorySay) {
   void (W::*const restarts[])() = {&W::restartRx, &W::restartTx};
   char const* const only = std::getenv("QOREVPN_TEST_SEED");
   uint32_t const first = only ? static_cast<uint32_t>(std::stoul(only)) : 1;
-  for (uint32_t seed = first; seed <= (only ? first : 30); ++seed) {
+  for (uint32_t seed = first; seed <= (only ? first : 12); ++seed) {
     World world(seed);
     world.restartTx();
     for (size_t step = 0, steps = TestSupport::scaled(600); step < steps; ++step) {

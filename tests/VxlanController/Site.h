@@ -143,18 +143,6 @@ inline std::string text(VniStatusDirV2 const& dir) {
   return out;
 }
 
-/// What the receive machine makes of the rows in these tables.
-inline std::string mirrorOf(Tables const& tables) {
-  auto const dir = makePtr<VniStatusDirV2>("mirror");
-  for (Host const& row : tables.hostTable->hostSorted())
-    dir->vniStatusV2Is(row.key().vni())->macVtepTableIs(entryOf(row));
-  for (FloodEntry const& row : tables.floodTable->floodEntrySorted())
-    dir->vniStatusV2Is(row.key().vni())
-        ->macVtepFloodListTableIs(bum)
-        ->vtepIpFloodListIs(row.key().vtepAddr(), true);
-  return text(*dir);
-}
-
 /// What surrounds the transmit machines.
 class Site : public testing::Test, public Tables {
  public:
