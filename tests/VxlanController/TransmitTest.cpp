@@ -18,6 +18,10 @@ class Transmit : public Site {
   Ptr<VniFdbStatusSm> machine;
 };
 
+// One suite a machine; Transmit is of all three.
+using TxSm = Transmit;
+using VniFdbStatus = Transmit;
+
 // A life of the machines: every record with its level, the outputs after each step, and how often both tables
 // were written, removed from and notified.
 TEST_F(Transmit, TellsTheStoryInTheFileBesideThis) {
@@ -79,7 +83,7 @@ TEST_F(Transmit, TellsTheStoryInTheFileBesideThis) {
   EXPECT_EQ(story, TestSupport::sourceText("tests/VxlanController/TransmitTest.story"));
 }
 
-TEST_F(Transmit, NamesStandForTheNumberAtTheirBeginning) {
+TEST_F(TxSm, NamesStandForTheNumberAtTheirBeginning) {
   make();
   for (auto const& [name, vni] : std::map<std::string, uint32_t>{
            {"16777215", 16777215}, {"abc", 0}, {"4294967301", 5}, {" 7x", 7}, {"+8", 8}, {"010", 10}}) {
@@ -101,7 +105,7 @@ TEST_F(Transmit, NamesStandForTheNumberAtTheirBeginning) {
   EXPECT_EQ(counts(), Counts());
 }
 
-TEST_F(Transmit, OutputsAreEmptiedInOrderAndTheChildIsOutBeforeItsCleanup) {
+TEST_F(TxSm, OutputsAreEmptiedInOrderAndTheChildIsOutBeforeItsCleanup) {
   Texts seen;
   auto const sink = Trace::sinkIs({});
   Trace::sinkIs([&](Trace::Record const& record) {
@@ -122,7 +126,7 @@ TEST_F(Transmit, OutputsAreEmptiedInOrderAndTheChildIsOutBeforeItsCleanup) {
   EXPECT_EQ(seen, (Texts{"b", "h", "f", "| | 0", "b", "h", "f", "| | 0"}));
 }
 
-TEST_F(Transmit, IdentifiersAreWrittenOnlyWhereThatChangesThem) {
+TEST_F(TxSm, IdentifiersAreWrittenOnlyWhereThatChangesThem) {
   make();
   brIds->brIdListIs(brId(5), false);  // which a write would turn into true
   root->publishBrId(brId(5)), root->publishBrId(brId(6));
@@ -158,7 +162,7 @@ TEST_F(Transmit, DamageEndsItsWalkAndOtherErrorsTheHandler) {
   EXPECT_EQ(hostTable->host(host(10, 4, 11).key()), host(10, 4, 11));
 }
 
-TEST_F(Transmit, EvpnStatusMayComeBeforeTheStartAndIsALateInput) {
+TEST_F(VniFdbStatus, EvpnStatusMayComeBeforeTheStartAndIsALateInput) {
   serve();
   status->macVtepTableIs(entry(1, 11));
   auto const other = QorEvpn::vniFdbStatusSmFactory(Vni(10), status, root.get());
@@ -182,36 +186,58 @@ TEST_F(Transmit, EvpnStatusMayComeBeforeTheStartAndIsALateInput) {
   EXPECT_EQ(tables(), "10:1>11/1/16 | | 10 ");
 }
 
-TEST_F(Transmit, FloodListMachine) {
-  evpn->vniStatusV2Is(Vni(10));
-  serve();
-  auto const own = listOf(status, {{11, true}, {12, false}}), fromEvpn = makePtr<MacVtepFloodListV2>(bum);
-  auto const child = machine->macVtepFloodListSm(bum);
+class MacVtepFloodList : public Transmit {
+ public:
+  MacVtepFloodList() {
+    evpn->vniStatusV2Is(Vni(10));
+    serve();
+    own = listOf(status, {{11, true}, {12, false}});
+    child = machine->macVtepFloodListSm(bum);
+    traced();
+    counts();
+  }
+  Ptr<MacVtepFloodListV2> own, fromEvpn = makePtr<MacVtepFloodListV2>(bum);
+  Ptr<MacVtepFloodListSm> child;
+};
+
+TEST_F(MacVtepFloodList, OnlyAnotherListOfEvpnsRunsItsPassAgain) {
   EXPECT_TRUE(child->hasNotificationActive());
-  // Only another list of EVPN's runs the child's pass again; `initialized` is set in any case.
-  traced(), counts();
   child->initializedIs(false);
   machine->handleFloodList(bum);
   EXPECT_TRUE(child->initialized());
   EXPECT_EQ(counts(), Counts());
   fromEvpn->vtepIpFloodListIs(ip(11), false);
-  child->floodListFromEvpnIs(fromEvpn), child->floodListFromEvpnIs(fromEvpn);
+  child->floodListFromEvpnIs(fromEvpn);
+  child->floodListFromEvpnIs(fromEvpn);
   EXPECT_EQ(counts(), (Counts{0, 0, 0, 0, 2, 1}));
   EXPECT_EQ(child->floodListFromEvpnDel(), fromEvpn);
   EXPECT_EQ(tables(), "| 10>11 | 10 ");
+}
+
+TEST_F(MacVtepFloodList, AnotherListOfTheControllersIsRefused) {
   EXPECT_THROW(status->macVtepFloodListTableIs(fromEvpn), Orb::ReinstantiationError);
   EXPECT_EQ(child->macVtepFloodList(), own);
-  // The row's key holds no MAC: another machine of the VNI writes and deletes the same rows.
+}
+
+// The row's key holds no MAC.
+TEST_F(MacVtepFloodList, AnotherMachineOfTheVniWritesAndDeletesTheSameRows) {
   auto const second = QorEvpn::macVtepFloodListSmFactory(mac(2), own, machine.get());
   counts();
-  second->cleanup(), second->cleanup(), second->handleVtepIp(ip(11)), second->handleVtepIp();
+  second->cleanup();
   EXPECT_EQ(counts(), (Counts{0, 0, 0, 0, 2, 1}));
-  // Without a list no address is wanted and none is known.
+  second->cleanup();
+  second->handleVtepIp(ip(11));
+  second->handleVtepIp();
+  EXPECT_EQ(counts(), Counts());
+}
+
+TEST_F(MacVtepFloodList, WithoutAListNoAddressIsWantedAndNoneIsKnown) {
   EXPECT_EQ(child->macVtepFloodListDel(), own);
-  floodTable->floodEntryIs(flood(10, 11));
-  child->handleVtepIp(), child->cleanup();
+  child->handleVtepIp();
+  child->cleanup();
   EXPECT_EQ(tables(), "| 10>11 | 10 ");
-  child->initializedIs(true), child->handleVtepIp(ip(11));
+  child->initializedIs(true);
+  child->handleVtepIp(ip(11));
   EXPECT_EQ(tables(), "| | 10 ");
 }
 
