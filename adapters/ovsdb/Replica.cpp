@@ -114,6 +114,7 @@ void Replica::take(std::string const& table, std::string const& member) {
   Json const& update = row.begin().value();
   try {
     Uuid const uuid = Uuid::parse(id);
+    if (!update.is_object()) throw RowError(update.dump() + " is no row");
     Json const* const now = update.contains("new") ? &update.at("new") : nullptr;
     auto const macTable = std::find(macTables.begin(), macTables.end(), table);
     if (macTable != macTables.end()) return takeMac(MacTable(macTable - macTables.begin()), uuid, now);
@@ -217,8 +218,6 @@ std::optional<Wirix::EthAddr> Replica::macOf(MacTable table, std::string const& 
   std::string const where = std::string(nameOf(table)) + ": MAC '" + text + "' ";
   if (!mac) {
     refuse(where + "is no MAC address");
-  } else if (isUnicast(table) && (isGroup(*mac) || *mac == Wirix::EthAddr())) {
-    refuse(where + "cannot be a host's");
   } else if (!isUnicast(table) && !isGroup(*mac)) {
     refuse(where + "is neither a group's nor unknown-dst");
   } else {
@@ -230,11 +229,9 @@ std::optional<Wirix::EthAddr> Replica::macOf(MacTable table, std::string const& 
 std::optional<Wirix::IpAddr> Replica::vtepOf(std::string const& table, std::string const& column,
                                              std::string const& text) {
   auto const vtep = parsed<Wirix::IpAddr>(text);
-  // 0.0.0.0/8 is no host; 224.0.0.0 and all above are groups, reserved, or all hosts.
-  if (vtep && vtep->value() >> 24 != 0 && vtep->value() < 0xE0000000) return vtep;
-  refuse(table + ": " + column + " '" + text + "' " + (vtep ? "cannot be a VTEP's" : "is no IPv4 address") +
-         "; what is behind it is left out");
-  return std::nullopt;
+  if (!vtep)
+    refuse(table + ": " + column + " '" + text + "' is no IPv4 address; what is behind it is left out");
+  return vtep;
 }
 
 void Replica::refuse(std::string const& what) {

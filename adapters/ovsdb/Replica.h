@@ -8,8 +8,8 @@
 ///   Mcast_Macs_Local          flood list of a MAC; of "unknown-dst": 00:00:00:00:00:00, all BUM traffic
 ///   Ucast_ and Mcast_Macs_Remote   the same, as they were written for the switch
 ///
-/// Rows may come in any order. A row that cannot mean anything (a group MAC as a host's, an address that no VTEP
-/// can have) is reported, counted and left out.
+/// Rows may come in any order. A row that no event can hold (an IPv6 locator, a name for a MAC) is reported, counted
+/// and left out; whether an entry makes sense is for whoever takes the events to say.
 #pragma once
 
 #include <array>

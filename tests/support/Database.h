@@ -1,7 +1,6 @@
 #pragma once
 
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -28,8 +27,8 @@ class Database {
   void kill() { server_.reset(); }
   /// A command of vtep-ctl; its output.
   std::string vtep(std::string const& command) const;
-  /// A transaction of these operations; its result.
-  nlohmann::json transact(nlohmann::json operations) const;
+  /// A transaction of operations, in JSON and separated by commas; its result.
+  std::string transact(std::string const& operations) const;
   /// The rows of a table of remote MACs, each "MAC LOGICAL-SWITCH VTEP...", in order.
   std::vector<std::string> remoteMacs(std::string const& logicalSwitch) const;
   std::size_t rows(std::string const& table) const;

@@ -1,4 +1,4 @@
-#include "adapters/Database.h"
+#include "support/Database.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -82,10 +82,9 @@ std::string Database::vtep(std::string const& command) const {
   return shell("vtep-ctl --timeout=60 --db=" + endpoint() + ' ' + command);
 }
 
-nlohmann::json Database::transact(nlohmann::json operations) const {
-  operations.insert(operations.begin(), "hardware_vtep");
-  return nlohmann::json::parse(
-      shell("ovsdb-client transact " + endpoint() + ' ' + quoted(operations.dump())));
+std::string Database::transact(std::string const& operations) const {
+  return shell("ovsdb-client transact " + endpoint() + ' ' +
+               quoted("[\"hardware_vtep\"," + operations + ']'));
 }
 
 std::vector<std::string> Database::remoteMacs(std::string const& logicalSwitch) const {
@@ -101,8 +100,12 @@ std::vector<std::string> Database::remoteMacs(std::string const& logicalSwitch) 
 }
 
 std::size_t Database::rows(std::string const& table) const {
-  return transact({{{"op", "select"}, {"table", table}, {"where", nlohmann::json::array()}}})[0]["rows"]
-      .size();
+  std::istringstream lines(vtep("--bare --columns=_uuid list " + table));
+  std::size_t result = 0;
+  for (std::string line; std::getline(lines, line);) {
+    if (!line.empty()) ++result;
+  }
+  return result;
 }
 
 }  // namespace TestSupport

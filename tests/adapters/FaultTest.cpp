@@ -1,0 +1,263 @@
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <array>
+#include <fstream>
+#include <list>
+
+#include "adapters/SwitchUser.h"
+#include "support/Paths.h"
+
+using Agent::SourceState;
+using namespace TestSupport;
+using Ovsdb::Json;
+
+namespace {
+
+constexpr char const* logicalSwitch = "00000000-0000-0000-0000-000000000001";
+constexpr char const* locator = "00000000-0000-0000-0000-000000000002";
+constexpr char const* local = "00000000-0000-0000-0000-000000000003";
+
+/// A server of the test's own on the switch's loop, which answers as it is told.
+class FakeServer {
+ public:
+  /// The octets to answer a request with; "CLOSE" at their end ends the connection behind them. `attempt`: how many
+  /// connections came before this one.
+  using Script = std::function<std::string(Json const& request, int attempt)>;
+
+  FakeServer(Agent::Loop& loop, std::string const& path, Script script)
+      : loop_(loop), script_(std::move(script)) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    listener_ = Agent::Fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(::bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    EXPECT_EQ(::listen(listener_.get(), 8), 0);
+    loop_.watchInput(listener_.get(), [this] { accept(); });
+  }
+  ~FakeServer() {
+    loop_.unwatch(listener_.get());
+    for (Client& client : clients_) loop_.unwatch(client.socket.get());
+  }
+
+  /// Sends something that nobody asked for.
+  void say(Json const& message) { clients_.back().output += message.dump(); }
+  /// Sends one octet a turn.
+  bool isSlow = false;
+  std::vector<Json> requests;
+
+ private:
+  struct Client {
+    Agent::Fd socket;
+    int attempt;
+    std::string input;
+    std::string output;
+  };
+  void accept() {
+    clients_.push_back(
+        {Agent::Fd(::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK)), attempts_++, {}, {}});
+    Client& client = clients_.back();
+    loop_.watch(
+        client.socket.get(), [this, &client] { serve(client); }, EPOLLIN | EPOLLOUT);
+  }
+  void serve(Client& client) {
+    std::array<char, 65536> piece;
+    ssize_t const count = ::recv(client.socket.get(), piece.data(), piece.size(), 0);
+    if (count == 0) return end(client);
+    if (count > 0) client.input.append(piece.data(), static_cast<std::size_t>(count));
+    // The shortest beginning that is JSON is the next request.
+    for (std::size_t end = client.input.find('}'); end != std::string::npos;
+         end = client.input.find('}', end + 1)) {
+      std::string const beginning = client.input.substr(0, end + 1);
+      if (!Json::accept(beginning)) continue;
+      requests.push_back(Json::parse(beginning));
+      client.output += script_(requests.back(), client.attempt);
+      client.input.erase(0, end + 1);
+      end = 0;
+    }
+    bool const closes = client.output.ends_with("CLOSE");
+    std::size_t const length = isSlow ? 1 : client.output.size() - (closes ? 5 : 0);
+    if (!client.output.empty()) {
+      ssize_t const sent = ::send(client.socket.get(), client.output.data(), length, MSG_NOSIGNAL);
+      client.output.erase(0, static_cast<std::size_t>(std::max<ssize_t>(sent, 0)));
+    }
+    if (client.output == "CLOSE") end(client);
+  }
+  void end(Client& client) {
+    loop_.unwatch(client.socket.get());
+    client.socket = Agent::Fd();
+  }
+
+  Agent::Loop& loop_;
+  Script script_;
+  Agent::Fd listener_;
+  std::list<Client> clients_;
+  int attempts_ = 0;
+};
+
+std::string answer(Json const& request, Json const& result, Json const& error = nullptr) {
+  return Json({{"id", request["id"]}, {"result", result}, {"error", error}}).dump();
+}
+
+Json schema() {
+  static Json const result = [] {
+    std::ifstream file("/usr/share/openvswitch/vtep.ovsschema");
+    return Json::parse(file);
+  }();
+  return result;
+}
+
+Json uuid(char const* id) { return {"uuid", id}; }
+
+Json rows() {
+  Json const switchRow = {{"tunnel_key", 5000}, {"replication_mode", {"set", Json::array()}}};
+  Json const locatorRow = {{"encapsulation_type", "vxlan_over_ipv4"},
+                           {"dst_ip", "10.99.0.11"},
+                           {"tunnel_key", {"set", Json::array()}}};
+  Json const macRow = {
+      {"MAC", "02:00:00:00:00:0a"}, {"logical_switch", uuid(logicalSwitch)}, {"locator", uuid(locator)}};
+  return {{"Logical_Switch", {{logicalSwitch, {{"new", switchRow}}}}},
+          {"Ucast_Macs_Local", {{local, {{"new", macRow}}}}},
+          {"Physical_Locator", {{locator, {{"new", locatorRow}}}}},
+          {"Mcast_Macs_Local", Json::object()}};
+}
+std::set<std::string> const entriesOfRows = {"vni 5000", "mac 5000 02:00:00:00:00:0a 10.99.0.11"};
+
+/// What a server answers with which nothing is wrong.
+std::string rightAnswer(Json const& request) {
+  if (request["method"] == "get_schema") return answer(request, schema());
+  if (request["method"] == "monitor") return answer(request, rows());
+  return answer(request, request["params"]);
+}
+
+/// A way to go wrong: the answer to `method`, on the first three attempts.
+struct Fault {
+  std::string method;
+  std::function<std::string(Json const&)> wrong;
+  std::string report;
+};
+
+std::string without(char const* table, char const* column, Json const& request) {
+  Json lacking = schema();
+  column == nullptr ? lacking["tables"].erase(table) : lacking["tables"][table]["columns"].erase(column);
+  return answer(request, lacking);
+}
+std::string withRow(char const* table, Json const& row, Json const& request) {
+  Json wrong = rows();
+  wrong[table]["00000000-0000-0000-0000-000000000009"] = row;
+  return answer(request, wrong);
+}
+
+TEST(SwitchFaults, areNamedAndTriedAgainAfterGrowingPauses) {
+  std::vector<Fault> const faults = {
+      {"get_schema", [](Json const&) { return std::string("HTTP/1.1 400 Bad Request\r\n"); },
+       "malformed JSON: 'H'"},
+      {"get_schema", [](Json const&) { return std::string(R"({"id":1,"result":tru,"error":null})"); },
+       "malformed JSON: "},
+      {"get_schema", [](Json const&) { return std::string(R"({"id":1]})"); },
+       "malformed JSON: ']' closes nothing"},
+      {"get_schema", [](Json const&) { return std::string(100, '[').replace(0, 1, "{"); },
+       "nested too deeply"},
+      {"get_schema", [](Json const& request) { return answer(request, nullptr, "unknown database"); },
+       "no database hardware_vtep: \"unknown database\""},
+      {"get_schema", [](Json const& request) { return without("Mcast_Macs_Remote", nullptr, request); },
+       "lacks table Mcast_Macs_Remote"},
+      {"get_schema", [](Json const& request) { return without("Ucast_Macs_Local", "locator", request); },
+       "lacks column locator of table Ucast_Macs_Local"},
+      {"get_schema", [](Json const&) { return std::string(); }, "no answer within"},
+      {"get_schema", [](Json const&) { return std::string(R"({"id":77,"result":{},"error":null})"); },
+       "an answer that nobody asked for"},
+      {"monitor", [](Json const& request) { return answer(request, rows()).substr(0, 300) + "CLOSE"; },
+       "closed by the server"},
+      {"monitor",
+       [](Json const& request) {
+         return answer(request, nullptr, {{"error", "not owner"}, {"details", "no rights"}});
+       },
+       "cannot be monitored: not owner: no rights"},
+      {"monitor",
+       [](Json const& request) {
+         return withRow("Ucast_Macs_Local", {{"new", {{"MAC", 7}}}}, request);
+       },
+       "table Ucast_Macs_Local, row 00000000-0000-0000-0000-000000000009: "},
+      {"monitor", [](Json const& request) { return withRow("Physical_Locator", {1}, request); },
+       "table Physical_Locator, row 00000000-0000-0000-0000-000000000009: "}};
+  for (Fault const& fault : faults) {
+    SCOPED_TRACE(fault.report);
+    ScratchFolder folder;
+    Ovsdb::Pauses pauses = SwitchUser::shortPauses();
+    if (fault.report == "no answer within") pauses.silence = std::chrono::milliseconds(50);
+    SwitchUser user({"tor1", "unix:" + folder.path() + "/sock", {}, pauses});
+    user.until([&] { return user.wasReported("No such file or directory; tries again in 1 ms"); });
+    EXPECT_EQ(user.tor.state(), SourceState::connecting);
+    FakeServer server(user.loop, folder.path() + "/sock", [&](Json const& request, int attempt) {
+      return attempt < 3 && request["method"] == fault.method ? fault.wrong(request) : rightAnswer(request);
+    });
+    user.untilSynced();
+    EXPECT_EQ(user.entries, entriesOfRows);
+    EXPECT_TRUE(user.wasReported("switch tor1 (unix:" + folder.path() + "/sock): "));
+    EXPECT_TRUE(user.wasReported(fault.report));
+    EXPECT_TRUE(user.reports.back().ends_with("; tries again in 4 ms")) << user.reports.back();
+  }
+}
+
+TEST(SwitchFaults, areNoneWhereAServerIsSlowAndAsksItself) {
+  ScratchFolder folder;
+  SwitchUser user("unix:" + folder.path() + "/sock");
+  FakeServer server(user.loop, folder.path() + "/sock", [](Json const& request, int) {
+    // A schema of 10 kB would take as many turns.
+    if (request["method"] != "get_schema") return rightAnswer(request);
+    Json brief = schema();
+    for (char const* table : {"ACL", "ACL_entry", "Tunnel", "Global", "Manager", "Logical_Router"}) {
+      brief["tables"].erase(table);
+    }
+    return " " + answer(request, brief) + "\n";
+  });
+  server.isSlow = true;
+  user.untilSynced();
+  EXPECT_EQ(user.entries, entriesOfRows);
+  server.say({{"id", "x"}, {"method", "echo"}, {"params", {"a", 1}}});
+  server.say({{"id", "y"}, {"method", "steal"}, {"params", Json::array()}});
+  server.say({{"id", nullptr},
+              {"method", "update"},
+              {"params", {"switch", {{"Ucast_Macs_Local", {{local, {{"old", Json::object()}}}}}}}}});
+  user.untilEntries({"vni 5000"});
+  user.until([&] { return server.requests.size() == 4; });
+  EXPECT_EQ(server.requests[2], Json::parse(R"({"id":"x","result":["a",1],"error":null})"));
+  EXPECT_EQ(server.requests[3]["error"], "unknown method");
+  EXPECT_TRUE(user.reports.size() == 0) << user.reports.back();
+}
+
+// Of the rows that are wanted the database refuses one, for ever: the others are written all the same.
+TEST(SwitchFaults, ofARowHoldUpNoOther) {
+  ScratchFolder folder;
+  SwitchUser user("unix:" + folder.path() + "/sock");
+  std::set<std::string> written;
+  int refusals = 0;
+  FakeServer server(user.loop, folder.path() + "/sock", [&](Json const& request, int) {
+    if (request["method"] != "transact") return rightAnswer(request);
+    Json const& operations = request["params"];
+    std::set<std::string> macs;
+    for (Json const& operation : operations) {
+      if (operation.is_object() && operation["table"] == "Ucast_Macs_Remote")
+        macs.insert(operation["row"]["MAC"].get<std::string>());
+    }
+    if (macs.contains("02:00:00:00:00:03")) {
+      ++refusals;
+      return answer(request, {nullptr, {{"error", "constraint violation"}, {"details", "not this one"}}});
+    }
+    for (std::string const& mac : macs) EXPECT_TRUE(written.insert(mac).second) << mac << " twice";
+    return answer(request, {Json::object()});
+  });
+  for (int i = 1; i <= 9; ++i)
+    user.wanted.macIs(keyOf(5000, "02:00:00:00:00:0" + std::to_string(i)), "10.99.0.12");
+  user.until([&] { return written.size() == 8 && refusals >= 5; });
+  EXPECT_TRUE(
+      user.wasReported("refused remote rows of 9 MACs: constraint violation: not this one; tries again in"));
+  EXPECT_TRUE(
+      user.wasReported("refused remote rows of VNI 5000, MAC 02:00:00:00:00:03: constraint violation"));
+  EXPECT_EQ(user.syncs, 1);
+  EXPECT_NE(user.tor.lastError(), "");
+}
+
+}  // namespace
