@@ -121,8 +121,8 @@ class TableBase {
 
   Statistics statistics() const;
   /// Every invariant of the table, checked (see Brine/recovery/Check.h); what fails, at most 100 of them. Empty if not
-  /// mounted. Elsewhere a writer may be at work, so a fault is reported if it is still there in repeated
-  /// passes.
+  /// mounted. Beside a writer elsewhere only what always holds is checked, and a fault reported if it is
+  /// still there in repeated passes.
   std::vector<Violation> check() const;
 
   // Hooks, called on this thread; any may be empty.

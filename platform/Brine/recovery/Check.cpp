@@ -21,9 +21,6 @@ class Checker {
 
   std::vector<Violation> run() {
     Header const* const header = segment_.header();
-    // Progress is published at a turn's end, so it is compared where no turn is under way, here and further
-    // down.
-    head_ = loadAcquire(&header->quiet);
     if (!isSealed(segment_.seed(), geometryPlace, loadAcquire(&header->geometry)))
       report("geometry seal", "the header");
     try {
@@ -35,7 +32,7 @@ class Checker {
     passed_.resize(index_.lineCount());
     for (uint32_t id = 0; id < segment_.capacity() && violations_.size() < maxViolations; ++id) checkRow(id);
     // Where not all rows were looked at, the rest does not fit them.
-    if (tidy_ && head_ != 0 && violations_.size() < maxViolations) checkTidiness();
+    if (tidy_ && violations_.size() < maxViolations) checkTidiness();
     return std::move(violations_);
   }
 
@@ -43,33 +40,26 @@ class Checker {
   void report(char const* invariant, std::string detail) {
     if (violations_.size() < maxViolations) violations_.push_back({invariant, std::move(detail)});
   }
-  /// What holds only in a tidy table, and not at every instant of a turn.
-  void reportUntidy(char const* invariant, std::string detail) {
-    if (untidy_.size() < maxViolations) untidy_.push_back({invariant, std::move(detail)});
-  }
-
   void checkTidiness() {
-    for (uint32_t number = 0; number < index_.lineCount() && untidy_.size() < maxViolations; ++number) {
+    for (uint32_t number = 0; number < index_.lineCount() && violations_.size() < maxViolations; ++number) {
       checkLine(number);
     }
     checkProgress();
-    if (loadAcquire(&segment_.header()->quiet) != head_) return;
-    untidy_.resize(std::min(untidy_.size(), maxViolations - violations_.size()));
-    violations_.insert(violations_.end(), untidy_.begin(), untidy_.end());
   }
 
   void checkProgress() {
+    uint64_t const head = loadAcquire(&segment_.header()->head);
     for (uint32_t place = 0; place < layout_.ringEntries(); ++place) {
       uint64_t const sequence = loadAcquire(segment_.ringEntry(place));
-      if (sequence != 0 && (sequence > head_ || (sequence & (layout_.ringEntries() - 1)) != place)) {
-        reportUntidy("ring entry", "entry " + std::to_string(place));
+      if (sequence != 0 && (sequence > head || (sequence & (layout_.ringEntries() - 1)) != place)) {
+        report("ring entry", "entry " + std::to_string(place));
       }
     }
-    if (loadAcquire(segment_.ringEntry(head_)) != head_) reportUntidy("ring entry", "the head's");
-    if (loadAcquire(&segment_.header()->head) != head_) reportUntidy("sequence", "the head");
-    if (newest_ > head_) reportUntidy("sequence", "a row is newer than the head");
+    if (loadAcquire(segment_.ringEntry(head)) != head) report("ring entry", "the head's");
+    if (loadAcquire(&segment_.header()->quiet) != head) report("sequence", "the head");
+    if (newest_ > head) report("sequence", "a row is newer than the head");
     if (loadAcquire(&segment_.header()->rows) != rows_) {
-      reportUntidy("row count", std::to_string(rows_) + " rows live");
+      report("row count", std::to_string(rows_) + " rows live");
     }
   }
 
@@ -84,7 +74,7 @@ class Checker {
     newest_ = std::max(newest_, sequenceOf(version));
     ColumnWord const column = segment_.column(id).word(id);
     if (state == RowState::dead) {
-      if (column != noColumn) reportUntidy("column cleared", name);
+      if (tidy_ && column != noColumn) report("column cleared", name);
       return;
     }
     if (!shape_.isValid(words)) return report("row values", name);
@@ -124,14 +114,14 @@ class Checker {
   void checkLine(uint32_t number) {
     uint64_t const* const words = index_.line(number);
     std::string const name = "index line " + std::to_string(number);
-    if (Index::passedOf(words) != passed_[number]) reportUntidy("index count", name);
+    if (Index::passedOf(words) != passed_[number]) report("index count", name);
     for (unsigned lane = 0; lane < lanesPerLine; ++lane) {
       uint16_t const tag = Index::tagOfLane(words, lane);
       if (tag == 0) continue;
       uint32_t const id = Index::idOfLane(words, lane);
       if (id >= segment_.capacity() || (loadAcquire(segment_.slot(id)) & versionLive) == 0 ||
           tagOfRow(id) != tag) {
-        reportUntidy("index entry", name + ", lane " + std::to_string(lane));
+        report("index entry", name + ", lane " + std::to_string(lane));
       }
     }
   }
@@ -147,13 +137,11 @@ class Checker {
   RowShape const& shape_;
   Index const index_;
   bool const tidy_;
-  uint64_t head_ = 0;
   uint64_t newest_ = 0;
   uint32_t highWater_ = 0;
   uint64_t rows_ = 0;
   std::vector<uint32_t> passed_;
   std::vector<Violation> violations_;
-  std::vector<Violation> untidy_;
 };
 
 }  // namespace

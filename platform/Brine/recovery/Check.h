@@ -21,8 +21,8 @@ struct Violation {
 /// word is that of its column value), "row found" (the index finds each live row), "key unique", "high water"
 /// (nothing above it).
 ///
-/// Only if `tidy`, which a table is unless its writer died in the middle of a change, and if no turn was
-/// under way meanwhile: "index entry" (each is of a live row, by its tag), "index count", "column cleared",
+/// Only if `tidy`, which a table is while nobody writes it, unless its writer died in the middle of a change:
+/// "index entry" (each is of a live row, by its tag), "index count", "column cleared",
 /// "row count", "ring entry", "sequence" (no change is newer than the head).
 std::vector<Violation> checkSegment(Segment const& segment, bool tidy);
 
