@@ -102,8 +102,50 @@ TEST_F(DamageTest, OfTwoRowsOfOneKeyTheLaterOneStays) {
   fill(3, 16);
   EXPECT_EQ(writer_.find({1, 1}), last) << "the table has grown";
   EXPECT_EQ(named, "row 3 is an older one of its key, 1 in all");
-  expectFollowed();
+}
+
+TEST_F(DamageTest, AHeaderWordOfAnEarlierMomentHidesNoRow) {
+  using Brine::Header;
+  std::string const file = folder_.path() + "/table.table";
+  copy_.expectsDamage = true;
+  for (auto const& words : {std::vector{offsetof(Header, geometry)}, std::vector{offsetof(Header, highWater)},
+                            std::vector{offsetof(Header, geometry), offsetof(Header, highWater)}}) {
+    for (unsigned const rows : {17U, 200U}) {
+      std::filesystem::remove(file);
+      mount();
+      fill(0, 16);
+      std::map<size_t, std::string> former;
+      for (size_t const word : words) {
+        editFile(folder_, word, 8, [&](std::string& bytes) { former[word] = bytes; });
+      }
+      fill(16, rows);
+      copy_.deliver();
+      auto const written = rowsOf(writer_);
+      writer_.unmount();
+      auto const size = std::filesystem::file_size(file);
+      for (auto const& [word, earlier] : former) {
+        editFile(folder_, word, 8, [&](std::string& bytes) { bytes = earlier; });
+      }
+      EXPECT_EQ(writer_.mount(folder_.options(Mode::writer)), MountStatus::corrupt);
+      EXPECT_EQ(std::filesystem::file_size(file), size) << "readers may have mapped it";
+      mount(true);
+      EXPECT_EQ(rowsOf(writer_), written);
+      expectSound(writer_);
+      expectFollowed();
+      writer_.unmount();
+    }
+  }
+}
+
+TEST_F(DamageTest, ARepairMakesTheRingAnew) {
+  start(40);
+  editFile(folder_, testLayout.ringOffset(), 8 * testLayout.ringStride() * 16,
+           [](std::string& ring) { ring.assign(ring.size(), 'x'); });
+  writer_.unmount();
+  mount(true);
   expectSound(writer_);
+  fill(0, 3);
+  expectFollowed();
 }
 
 TEST_F(DamageTest, ALostChangeThatWasSeenIsNotTakenForALaterOne) {

@@ -1,6 +1,7 @@
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,7 +13,7 @@
 
 namespace {
 
-using Brine::System;
+using Brine::System, Brine::pageBytes;
 
 /// Which calls fail, and how.
 struct Plan {
@@ -118,7 +119,7 @@ TEST_F(FaultTest, EverySystemCallMayFail) {
                    &System::changeMode, &System::truncate, &System::allocate, &System::map, &System::unmap,
                    &System::populate, &System::rename, &System::unlink, &System::lock, &System::writeAt,
                    &System::watchOpen, &System::watchAdd, &System::pollOpen, &System::pollAdd,
-                   &System::eventOpen, &System::collapse, &System::timerOpen>();
+                   &System::eventOpen, &System::collapse, &System::timerOpen, &System::readAt>();
   size_t failures = 0;
   for (int call = 0; call < stubs; ++call) {
     for (int const error : {EACCES, EINTR, ENOSPC, ENOMEM, EMFILE}) {
@@ -162,6 +163,54 @@ TEST_F(FaultTest, AReaderWithoutAFreeDescriptorFollowsToANewFileWhenThereIsOne) 
   Brine::sys = Brine::realSystem();
   copy.await(MountStatus::mounted);
   EXPECT_EQ(copy.rows(), model_);
+}
+
+TEST_F(FaultTest, BeyondTheProcesssLimitAWriteIsRefused) {
+  TestFolder const folder;
+  TestSupport::Child child([&](TestSupport::Child&) {
+    auto const limit = [](uint64_t bytes) {
+      rlimit const both{bytes, RLIM_INFINITY};
+      ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &both), 0);
+    };
+    Table writer;
+    for (uint64_t const bytes : {uint64_t{100}, testLayout.fileBytes(0) - 1}) {
+      limit(bytes);
+      EXPECT_EQ(writer.mount(folder.options(Mode::writer)), MountStatus::noSpace);
+    }
+    limit(testLayout.fileBytes(1));
+    ASSERT_EQ(writer.mount(folder.options(Mode::writer)), MountStatus::mounted);
+    for (uint64_t number = 0; number < 33; ++number) EXPECT_EQ(write(writer, number), number < 32);
+    EXPECT_TRUE(write(writer, 3));
+    writer.endTurn();
+    writer.unmount();
+    limit(pageBytes - 1);
+    EXPECT_EQ(writer.mount(folder.options(Mode::writer)), MountStatus::noSpace);
+    limit(RLIM_INFINITY);
+    ASSERT_EQ(writer.mount(folder.options(Mode::writer)), MountStatus::mounted);
+    EXPECT_EQ(rowsOf(writer), model_);
+    EXPECT_TRUE(write(writer, 33));
+    expectSound(writer);
+  });
+  EXPECT_EQ(child.wait(), 0);
+}
+
+TEST_F(FaultTest, ACopyWithHolesIsReadOnlyAfterAWriterHasFilledThem) {
+  TestFolder const folder;
+  Table writer;
+  writer.mount(folder.options(Mode::writer));
+  write(writer, 1);
+  writer.unmount();
+  ASSERT_EQ(
+      std::system(
+          ("cd " + folder.path() + " && cp -p --sparse=always table.table x && mv x table.table").c_str()),
+      0);
+  Table reader;
+  EXPECT_EQ(reader.mount(folder.options(Mode::reader)), MountStatus::corrupt);
+  EXPECT_EQ(reader.mountDetail(), "the file has holes, which its next writer fills");
+  EXPECT_EQ(writer.mount(folder.options(Mode::writer)), MountStatus::mounted);
+  reader.deliver();
+  EXPECT_EQ(reader.mountStatus(), MountStatus::mounted);
+  EXPECT_EQ(rowsOf(reader), model_);
 }
 
 class FullFileSystemTest : public FaultTest,

@@ -1,9 +1,11 @@
 #include "Brine/segment/Segment.h"
 
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <time.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <random>
@@ -155,9 +157,9 @@ void Segment::format(RowShape const& shape, int fd, uint32_t initialRows, uint32
 
 void Segment::attach(bool repair) {
   if (size() < pageBytes) throw corrupt("the file is shorter than a table's header");
+  if (!isMagic()) throw corrupt("the file is not a table");
   std::byte* const page = map(0, pageBytes);
   Header const identity = readIdentity(page);
-  if (identity.magic != magicNumber) throw corrupt("the file is not a table");
   if (identity.identityCheck != identityCheckOf(identity)) throw corrupt("the table's header is damaged");
   if (identity.fingerprint != shape_.fingerprint()) {
     std::string const found(identity.rowType, strnlen(identity.rowType, sizeof identity.rowType));
@@ -182,7 +184,10 @@ void Segment::attach(bool repair) {
   ring_ = static_cast<uint64_t*>(
       static_cast<void*>(map(layout_.ringOffset(), layout_.extentOffset(0) - layout_.ringOffset())));
   uint64_t word = loadAcquire(&header_->geometry);
-  if (repair && !isSealed(seed_, geometryPlace, word)) {
+  bool const isEarlier = writable_ && isSealed(seed_, geometryPlace, word) &&
+                         reachesBeyond(Geometry::ofPayload(static_cast<uint32_t>(word)));
+  if (isEarlier && !repair) throw corrupt("the table's geometry is of an earlier moment");
+  if (isEarlier || (repair && !isSealed(seed_, geometryPlace, word))) {
     // Here alone: readers raise while the word is damaged, and take no index for empty that is still to be
     // made.
     Geometry geometry;
@@ -205,6 +210,47 @@ uint64_t Segment::size() const {
   struct stat status {};
   if (sys.status(fd_, &status) != 0) throw MountFailure::ofErrno(errno, "looking at the table");
   return static_cast<uint64_t>(status.st_size);
+}
+
+/// Read, not mapped: the first touch of a hole may be a fault.
+bool Segment::isMagic() const {
+  uint64_t word = 0;
+  if (fd_ < 0) {
+    word = loadRelaxed(static_cast<uint64_t const*>(static_cast<void const*>(image_.data())));
+  } else if (sys.readAt(fd_, &word, sizeof word, 0) < 0) {
+    throw MountFailure::ofErrno(errno, "reading the table");
+  }
+  return word == magicNumber;
+}
+
+/// Whether there is more behind the extents of that geometry than a growth leaves that was cut short: rows,
+/// which are handed out in order, so that the first ones tell, or more space than one growth adds.
+bool Segment::reachesBeyond(Geometry const& geometry) const {
+  uint64_t const bytes = size();
+  if (geometry.level > layout_.maxLevel() || bytes <= layout_.fileBytes(geometry.level)) return false;
+  unsigned const next = geometry.level + 1;
+  if (next > layout_.maxLevel() || bytes > layout_.fileBytes(next)) return true;
+  std::vector<uint64_t> words(std::min(layout_.extentRows(next), highWaterStep) * layout_.rowStride());
+  ssize_t const count = sys.readAt(fd_, words.data(), words.size() * sizeof words[0],
+                                   static_cast<off_t>(layout_.extentOffset(next)));
+  if (count < 0) throw MountFailure::ofErrno(errno, "reading the table");
+  for (size_t i = 0; i < words.size(); i += layout_.rowStride()) {
+    if (words[i] != 0) return true;
+  }
+  return false;
+}
+
+/// The file was long enough when the writer published that it is; and it had no holes then.
+void Segment::requireBytes(uint64_t bytes) const {
+  struct stat status {};
+  status.st_size = static_cast<off_t>(image_.size());
+  bool const isFile = image_.empty();
+  if (isFile && sys.status(fd_, &status) != 0) throw MountFailure::ofErrno(errno, "looking at the table");
+  if (static_cast<uint64_t>(status.st_size) < bytes)
+    throw CorruptionError("the file is shorter than its table");
+  constexpr uint64_t blockBytes = 512;
+  if (isFile && !writable_ && static_cast<uint64_t>(status.st_blocks) * blockBytes < bytes)
+    throw CorruptionError("the file has holes, which its next writer fills");
 }
 
 std::byte* Segment::map(uint64_t offset, uint64_t size) {
@@ -236,10 +282,7 @@ void Segment::useGeometry(uint64_t word) {
     throw SpaceError("a forked child cannot follow its parent's table");
   }
   try {
-    // The file was long enough when the writer published the level; a shorter one is damaged.
-    if (geometry.level + 1 > extentCount_ && size() < layout_.fileBytes(geometry.level)) {
-      throw CorruptionError("the file is shorter than its table");
-    }
+    if (geometry.level + 1 > extentCount_) requireBytes(layout_.fileBytes(geometry.level));
     while (extentCount_ <= geometry.level) mapExtent(extentCount_);
   } catch (MountFailure const& failure) {
     throw SpaceError(failure.what());
@@ -260,19 +303,31 @@ void Segment::checkHighWater(uint64_t word) const {
   highWaterWord_ = word;
 }
 
+uint32_t Segment::verifiedHighWater() const {
+  uint32_t const mark = highWater();
+  bool isEarlier = static_cast<uint32_t>(highWaterWord_) > capacity_;
+  // Ids are taken in order, so of those that were taken later the first ones tell.
+  for (uint32_t id = mark; id < capacity_ && id - mark < highWaterStep; ++id)
+    isEarlier |= loadRelaxed(slot(id)) != 0;
+  if (isEarlier) throw CorruptionError("the table's high-water mark is of an earlier moment");
+  return mark;
+}
+
 Index Segment::indexAt(unsigned level, unsigned half) const {
   std::byte* const base = extents_[level] + layout_.indexOffset(level, half);
   return {static_cast<uint64_t*>(static_cast<void*>(base)), layout_.indexLines(level)};
 }
 
-void Segment::trim() {
+void Segment::secureSpace() {
   for (; extentCount_ > geometry_.level + 1; --extentCount_) {
     sys.unmap(pieces_.back().address, pieces_.back().size);
     pieces_.pop_back();
   }
-  if (size() > fileBytes() && sys.truncate(fd_, static_cast<off_t>(fileBytes())) != 0) {
-    throw MountFailure::ofErrno(errno, "trimming the table");
-  }
+  keptBytes_ = size();
+  // The doorbell's write, too, would end a process that may not write as much.
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < pageBytes)
+    throw MountFailure(MountStatus::noSpace, "the process may not write files of a page");
   bool populated = true;
   for (Piece const& piece : pieces_) populated &= sys.populate(piece.address, piece.size) == 0;
   // A file that was copied may have holes, which a full file system would turn into a fault at the first
@@ -288,19 +343,22 @@ void Segment::addExtent() {
   uint64_t const bytes = layout_.extentBytes(extent);
   preferHugePages(fd_, fileBytes(), bytes);
   if (int const error = reserve(fd_, fileBytes(), bytes); error != 0) {
-    sys.truncate(fd_, static_cast<off_t>(fileBytes()));
+    undoGrowth();
     throw SpaceError("the table cannot grow: " +
                      std::string(MountFailure::ofErrno(error, "reserving space").what()));
   }
   try {
     mapExtent(extent);
   } catch (MountFailure const& failure) {
-    sys.truncate(fd_, static_cast<off_t>(fileBytes()));
+    undoGrowth();
     throw SpaceError("the table cannot grow: " + std::string(failure.what()));
   }
   sys.populate(extents_[extent], bytes);
   clearColumn(extent);
 }
+
+/// Gives back the space that it took, and no more: not what the file had before, whoever mapped that.
+void Segment::undoGrowth() const { sys.truncate(fd_, static_cast<off_t>(std::max(fileBytes(), keptBytes_))); }
 
 /// Of an extent that nobody else reads yet.
 void Segment::clearColumn(unsigned extent) {
@@ -332,8 +390,10 @@ void Segment::publishSpare(unsigned level) {
 
 void Segment::becomeReadOnly(int fd) {
   for (Piece const& piece : pieces_) {
-    ::mmap(piece.address, piece.size, PROT_READ, MAP_SHARED | MAP_FIXED, fd,
-           static_cast<off_t>(piece.offset));
+    void* const mapped = ::mmap(piece.address, piece.size, PROT_READ, MAP_SHARED | MAP_FIXED, fd,
+                                static_cast<off_t>(piece.offset));
+    // Then the file stays open, and readers find the writer's end at their next look.
+    if (mapped == MAP_FAILED && ::mprotect(piece.address, piece.size, PROT_READ) != 0) std::abort();
   }
   // Closed here, and its number goes to other files: what is not mapped cannot be mapped any more.
   fd_ = -1;

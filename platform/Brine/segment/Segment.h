@@ -28,13 +28,15 @@ uint64_t sequenceByClock();
 /// goes, so that no pointer into a table goes stale while it grows.
 ///
 /// Nothing read from the file is used before it is bounded: sizes come from the header only after its check
-/// and against the size of the file, ids are compared with `capacity()`. What that cannot rule out is a file
-/// that its owner truncates while it is mapped.
+/// and against the size of the file, ids are compared with `capacity()`. A file with holes is refused to
+/// readers, since on a full file system the first touch of a hole is a fault. What that cannot rule out is a
+/// file that its owner truncates while it is mapped; the engine itself takes away nothing that a reader may
+/// have mapped.
 class Segment {
  public:
   /// Maps the file `fd`, which must stay open only for `follow()` and growth. Raises `MountFailure`. With
-  /// `repair`, a damaged geometry word is taken from the file's size instead, until `publishSpare()` writes
-  /// one.
+  /// `repair`, a geometry word that is damaged, or of an earlier moment, is taken from the file's size
+  /// instead, until `publishSpare()` writes one.
   Segment(RowShape const& shape, int fd, bool writable, bool repair = false);
   /// Uses `image` in place of a file, read-only. Raises `MountFailure`.
   Segment(RowShape const& shape, std::span<std::byte const> image);
@@ -79,9 +81,11 @@ class Segment {
 
   // For the claim's holder.
 
-  /// Cuts off what a killed writer had begun to add, and makes sure of the space of the rest. Raises
-  /// `MountFailure`.
-  void trim();
+  /// Makes sure of the table's space, also where the file has holes. What a killed writer had begun to add
+  /// stays, for the next growth. Raises `MountFailure`.
+  void secureSpace();
+  /// As `highWater()`; also raises `CorruptionError` where the mark is of an earlier moment.
+  uint32_t verifiedHighWater() const;
   /// Reserves and maps the next extent, without publishing it. Raises `SpaceError`; the table is as before
   /// then.
   void addExtent();
@@ -110,6 +114,10 @@ class Segment {
   }
   void attach(bool repair);
   uint64_t size() const;
+  bool isMagic() const;
+  bool reachesBeyond(Geometry const& geometry) const;
+  void requireBytes(uint64_t bytes) const;
+  void undoGrowth() const;
   std::byte* map(uint64_t offset, uint64_t size);
   void mapExtent(unsigned extent);
   void clearColumn(unsigned extent);
@@ -143,6 +151,7 @@ class Segment {
   Layout layout_;
   int fd_ = -1;
   bool writable_ = false;
+  uint64_t keptBytes_ = 0;  ///< Size of the file when it was mounted.
   std::span<std::byte const> image_;
   std::vector<Piece> pieces_;
 };

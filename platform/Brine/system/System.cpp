@@ -4,6 +4,7 @@
 #include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/timerfd.h>
 #include <time.h>
 #include <unistd.h>
@@ -34,6 +35,16 @@ void* mapShared(size_t size, int protection, int fd, off_t offset) {
   return mapped;
 }
 
+int allocate(int fd, off_t offset, off_t size) {
+  // The call would end the process by a signal.
+  rlimit limit{};
+  struct stat status {};
+  bool const isLimited =
+      ::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < static_cast<rlim_t>(offset + size);
+  if (isLimited && ::fstat(fd, &status) == 0 && status.st_size < offset + size) return EFBIG;
+  return ::posix_fallocate(fd, offset, size);
+}
+
 /// The same descriptor under a number above the standard ones.
 int aboveStandard(int fd) {
   if (fd < 0 || fd > STDERR_FILENO) return fd;
@@ -56,7 +67,7 @@ System const& realSystem() {
                      struct stat* out) { return ::fstatat(folder, path, out, AT_SYMLINK_NOFOLLOW); },
       .changeMode = ::fchmod,
       .truncate = ::ftruncate,
-      .allocate = ::posix_fallocate,
+      .allocate = allocate,
       .map = mapShared,
       .unmap = ::munmap,
       .populate =
@@ -78,6 +89,7 @@ System const& realSystem() {
       .unlink = [](int folder, char const* path) { return ::unlinkat(folder, path, 0); },
       .lock = [](int fd, int command, struct flock* lock) { return ::fcntl(fd, command, lock); },
       .writeAt = ::pwrite,
+      .readAt = ::pread,
       .watchOpen = [] { return aboveStandard(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC)); },
       .watchAdd = ::inotify_add_watch,
       .pollOpen = [] { return aboveStandard(::epoll_create1(EPOLL_CLOEXEC)); },

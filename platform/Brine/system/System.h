@@ -23,7 +23,7 @@ struct System {
   int (*statusAt)(int folder, char const* path, struct stat* out);  ///< Does not follow a link.
   int (*changeMode)(int fd, mode_t mode);
   int (*truncate)(int fd, off_t size);
-  int (*allocate)(int fd, off_t offset, off_t size);
+  int (*allocate)(int fd, off_t offset, off_t size);  ///< EFBIG, not a signal, beyond the process's limit.
   /// Shared, at an address that lies in huge pages as the offset does.
   void* (*map)(size_t size, int protection, int fd, off_t offset);
   int (*unmap)(void* address, size_t size);
@@ -33,6 +33,7 @@ struct System {
   int (*unlink)(int folder, char const* path);
   int (*lock)(int fd, int command, struct flock* lock);
   ssize_t (*writeAt)(int fd, void const* data, size_t size, off_t offset);
+  ssize_t (*readAt)(int fd, void* data, size_t size, off_t offset);
   // Waiting, Linux only; used by Watch.cpp alone.
   int (*watchOpen)();
   int (*watchAdd)(int fd, char const* path, uint32_t events);

@@ -122,13 +122,13 @@ void Writer::drop(uint32_t id, uint64_t sequence) {
 }
 
 void Writer::recover(bool repair) {
+  segment_.secureSpace();
   uint32_t end = segment_.capacity();
   try {
-    end = segment_.highWater();
+    end = segment_.verifiedHighWater();
   } catch (CorruptionError const& error) {
     if (!repair) throw MountFailure(MountStatus::corrupt, error.what());
   }
-  segment_.trim();
   Scan found = scan(segment_.spareIndex(segment_.geometry().level), end);
   if (std::string const damage = found.damage(); !damage.empty() && !repair) {
     throw MountFailure(MountStatus::corrupt, damage);
@@ -161,6 +161,9 @@ void Writer::publishRecovery(uint64_t dropped) {
   segment_.publishHighWater(highWater_);
   storeRelaxed(&header->dropped, loadRelaxed(&header->dropped) + dropped);
   storeRelaxed(&header->rows, rows_);
+  // What stands in the ring is of an earlier life, or damaged, and readers compare everything anyway.
+  for (uint64_t place = 0; place < segment_.layout().ringEntries(); ++place)
+    storeRelaxed(segment_.ringEntry(place), uint64_t{0});
   // The head's entry bears its number, always; nobody reads more of this one.
   storeRelease(segment_.ringEntry(sequence_), sequence_);
   storeRelease(&header->head, sequence_);
@@ -207,17 +210,9 @@ void Writer::grow() {
   } catch (SpaceError const& error) {
     throw SpaceError(claim_.path() + ": " + error.what());
   }
-  Scan found = scan(segment_.spareIndex(level), nextFresh_);
+  Scan const found = scan(segment_.spareIndex(level), nextFresh_);
   if (std::string damage = found.damage(); !damage.empty()) damage_ = std::move(damage);
   segment_.publishSpare(level);
-  // The new index does not know them, so that walks would show them for ever.
-  for (uint32_t const id : found.twins) {
-    drop(id, nextSequence());
-    segment_.column(id).wordIs(id, noColumn);
-    changed(id, true, segment_.slot(id) + 2, segment_.shape().keyWords);
-    --rows_;
-  }
-  free_ = std::move(found.twins);
 }
 
 void Writer::publish() {

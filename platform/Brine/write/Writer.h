@@ -28,8 +28,7 @@ class Writer {
   /// and run again.
   void recover(bool repair);
 
-  /// A slot for a new row; grows the table if there is none, and removes then the older ones of rows of one
-  /// key. Raises `SpaceError`.
+  /// A slot for a new row; grows the table if there is none. Raises `SpaceError`.
   uint32_t takeId();
   void releaseId(uint32_t id) { free_.push_back(id); }
 
@@ -67,8 +66,8 @@ class Writer {
   uint64_t sequence() const { return sequence_; }
   uint64_t wakes() const { return wakes_; }
   /// The damage that growth came upon since the last call, in words; empty if none. Damaged rows stay where
-  /// they are until a recovery drops them, but look-ups take them for absent. Older ones of rows of one key
-  /// have been removed.
+  /// they are until a recovery drops them, but look-ups take them for absent; and so do the older ones of rows
+  /// of one key.
   std::string takeDamage() { return std::exchange(damage_, {}); }
 
  private:
