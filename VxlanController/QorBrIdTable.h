@@ -1,6 +1,6 @@
-/// How bridge identifiers lie in the shared table in which an agent keeps `QorBrIdList` for the EVPN side: a
-/// row is its own key. Walks can be filtered on the low 24 bits, the VNI. The program's agent keeps it as table
-/// "brId" beside the exported ones:
+/// How bridge identifiers lie in the shared table in which an agent keeps `QorBrIdList` for the EVPN side:
+/// a row is its own key. Walks can be filtered on the low 24 bits, the VNI. The program's agent keeps it
+/// as table "brId" beside the exported ones:
 ///
 ///   Brine::Table<Bridging::BridgeId> list;
 ///   list.mount({.directory = dir + "/exported", .name = "brId", .mode = Brine::Mode::keyshadow});

@@ -7,12 +7,13 @@
 ///   (construction)         initSm()               every row that is there already
 ///   (the agent, by name)   cleanup()              what the rows put there is withdrawn
 ///
-/// Invariants: a VNI's status is made by its first row and removed by the deletion that leaves both its MAC
-/// table and its flood lists empty. A row that equals the default row counts as absent. A deletion for a VNI
-/// without status, or of a flood VTEP without list, fails an assertion: a HostTable or FloodTable, in either
-/// reading mode, never announces the removal of a row that it did not show. Nobody else may fill the multipath or the IP-to-MAC table of a status that
-/// this machine manages (asserted). Never give it the tables that the same agent's transmit machines write:
-/// export and import would feed each other for ever.
+/// Invariants: a VNI's status is made by its first row and removed by the deletion that leaves both its
+/// MAC table and its flood lists empty. A row that equals the default row counts as absent. A deletion for
+/// a VNI without status, or of a flood VTEP without list, fails an assertion: a HostTable or FloodTable,
+/// in either reading mode, never announces the removal of a row that it did not show. Nobody else may fill
+/// the multipath or the IP-to-MAC table of a status that this machine manages (asserted). Never give it
+/// the tables that the same agent's transmit machines write: export and import would feed each other for
+/// ever.
 ///
 /// Ownership: created by the agent through qorEvpnRxSmFactory; counts references to its tables, which it
 /// reads only, and to the directory that it writes. It traces nothing and has no `initialized`: its handlers
@@ -52,9 +53,9 @@ class QorEvpnRxSm : public Orb::StateMachine<QorEvpnRxSm> {
   void deleteFloodEntry(QorEvpn::VniVtepPair const& key);
   void handleFloodEntry();
   void handleFloodEntry(QorEvpn::VniVtepPair const& key);
-  /// Withdraws what the rows that are in the tables now put there. Deliver first (`deliver()` of both tables): a
-  /// row that came since and was not delivered yet has no status to be withdrawn from, which fails an
-  /// assertion; what a row left that went since stays.
+  /// Withdraws what the rows that are in the tables now put there. Deliver first (`deliver()` of both
+  /// tables): a row that came since and was not delivered yet has no status to be withdrawn from, which
+  /// fails an assertion; what a row left that went since stays.
   void cleanup();
   void initSm();
 

@@ -115,8 +115,8 @@ Orb::Ptr<QorEvpnTxSm> qorEvpnTxSmFactory(QorEvpnTxSm::VniDirPtr vniDir,
                                          Orb::Ptr<QorBrIdList> qorBrIdList, Orb::Ptr<HostTable> hostTableOut,
                                          Orb::Ptr<FloodTable> floodTableOut);
 
-/// The VNI that the name of an entry of the directory stands for: the low 32 bits of the number at its beginning,
-/// 0 without one. Raises the range error above 24 bits.
+/// The VNI that the name of an entry of the directory stands for: the low 32 bits of the number at its
+/// beginning, 0 without one. Raises the range error above 24 bits.
 Vxlan::Vni vniOfName(Orb::Name const& name);
 
 /// The stale-VNI sweep: removes everything of the given VNIs from the root's outputs: first their bridge

@@ -24,9 +24,9 @@ auto nextRow(Table const& table, Walk& walk) -> decltype(walk.next()) {
 }
 
 /// Calls `action(key)` for every entry of `collection`, where the entry's row in `hosts` has the key
-/// `keyOf(entry)`. The table hears of some tens of keys before they are acted on, so that their rows are in the
-/// processor's cache by then. The action may change the collection: an entry that is there throughout is acted
-/// on once.
+/// `keyOf(entry)`. The table hears of some tens of keys before they are acted on, so that their rows are
+/// in the processor's cache by then. The action may change the collection: an entry that is there
+/// throughout is acted on once.
 template <class Table, class Collection, class KeyOf, class Action>
 void forEachKey(Table const& hosts, Collection const& collection, KeyOf const& keyOf, Action const& action) {
   std::array<decltype(keyOf(*collection.begin())), 32> ahead;

@@ -71,8 +71,8 @@ class Ptr {
   T* object_ = nullptr;
 };
 
-/// Builds an object and adopts its first reference: the only way to make one on the heap. What the constructor
-/// throws leaves nothing behind.
+/// Builds an object and adopts its first reference: the only way to make one on the heap. What the
+/// constructor throws leaves nothing behind.
 template <class T, class... Args>
 Ptr<T> makePtr(Args&&... args) {
   return Ptr<T>::adopt(::new T(std::forward<Args>(args)...));

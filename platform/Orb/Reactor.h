@@ -13,10 +13,10 @@
 ///     using Reactor::Reactor;
 ///   };
 ///
-/// `On` joins an attribute of the input with a handler of the machine. The attribute's key type chooses the
-/// overload: a collection's handler takes the key, by value or by reference, and a notification without one is
-/// ignored; a scalar's handler takes nothing. Attributes that are not wired are ignored, and so is everything while the reactor
-/// is a zombie or has no owner.
+/// `On` joins an attribute of the input with a handler of the machine. The attribute's key type chooses
+/// the overload: a collection's handler takes the key, by value or by reference, and a notification
+/// without one is ignored; a scalar's handler takes nothing. Attributes that are not wired are ignored,
+/// and so is everything while the reactor is a zombie or has no owner.
 namespace Orb {
 
 namespace Impl {

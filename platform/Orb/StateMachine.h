@@ -61,8 +61,8 @@ class Input {
   /// none).
   InputPtr del() { return disconnect(take()); }
 
-  /// When the reactor of a late input that is cleared loses its owner: as seen by who holds the reactor in the
-  /// pass that follows.
+  /// When the reactor of a late input that is cleared loses its owner: as seen by who holds the reactor in
+  /// the pass that follows.
   enum class OwnerGoes { beforeThePass, behindThePass };
 
   /// A late input's setter. The same object again changes nothing at all; another one, or none, runs

@@ -145,10 +145,10 @@ template <class Label>
 
 }  // namespace Impl
 
-/// Traces the label at level 3 where it begins, and the label followed by " return" at level 4 where its block
-/// is left, unless it was dismissed or the block is left by an exception. Both records carry the place of the
-/// scope. The label's pieces are evaluated for each record anew, so they must live as long as the scope. It is
-/// a piece of other traces itself: its label. Made by TRACE_SCOPE only.
+/// Traces the label at level 3 where it begins, and the label followed by " return" at level 4 where its
+/// block is left, unless it was dismissed or the block is left by an exception. Both records carry the
+/// place of the scope. The label's pieces are evaluated for each record anew, so they must live as long as
+/// the scope. It is a piece of other traces itself: its label. Made by TRACE_SCOPE only.
 template <class Label>
 class Scope {
  public:
@@ -189,8 +189,8 @@ class Scope {
     }                                                                                            \
   } while (false)
 
-/// Declares the `Trace::Scope` of that name, whose label is the texts of the pieces, one after the other. While
-/// levels 3 and 4 are off for `handle`, the pieces are not evaluated. One a function.
+/// Declares the `Trace::Scope` of that name, whose label is the texts of the pieces, one after the other.
+/// While levels 3 and 4 are off for `handle`, the pieces are not evaluated. One a function.
 #define TRACE_SCOPE(name, handle, ...)                                                      \
   static constexpr ::Orb::SourceLocation scopeFrom{__FILE__, uint32_t{__LINE__}, __func__}; \
   ::Trace::Scope name((handle), scopeFrom,                                                  \

@@ -14,8 +14,8 @@ struct Served {
   Ptr<MacVtepFloodListV2> list, listFromEvpn;
 };
 
-// Beside the small world: names that are aliases of a VNI, objects that are refused, rows of an earlier run that
-// nobody lists, sequence numbers and preferences.
+// Beside the small world: names that are aliases of a VNI, objects that are refused, rows of an earlier
+// run that nobody lists, sequence numbers and preferences.
 
 // What the transmit side must have written: for every key, what both sides held when an event last touched
 // it. The history that matters besides is which objects each VNI's machine was given.

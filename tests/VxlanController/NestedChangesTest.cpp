@@ -61,8 +61,8 @@ class NestedChanges : public Site {
       makePtr<MacVtepFloodListV2>(bum), makePtr<MacVtepFloodListV2>(bum), makePtr<MacVtepFloodListV2>(bum)};
 };
 
-// For the address sanitizer: whoever hears of an output changes inputs, against the rule. What the tables hold
-// then is nobody's promise.
+// For the address sanitizer: whoever hears of an output changes inputs, against the rule. What the tables
+// hold then is nobody's promise.
 TEST_F(NestedChanges, EndWithoutFault) {
   unsigned depth = 0;
   uint64_t nested = 0;

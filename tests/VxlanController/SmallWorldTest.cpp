@@ -1,9 +1,9 @@
-/// The machines' small world, whole: two VNIs, and in each two MAC addresses and two VTEPs, on both sides. Every
-/// event in every reachable state is done on the real machines and tables, and what they have written then is
-/// compared with the pure functions of both sides.
+/// The machines' small world, whole: two VNIs, and in each two MAC addresses and two VTEPs, on both sides.
+/// Every event in every reachable state is done on the real machines and tables, and what they have
+/// written then is compared with the pure functions of both sides.
 ///
-/// States that differ only in which of the two MACs of a VNI, or which of its two VTEPs, is which are one state;
-/// an event and the one that takes it back are done in a row.
+/// States that differ only in which of the two MACs of a VNI, or which of its two VTEPs, is which are one
+/// state; an event and the one that takes it back are done in a row.
 
 #include <algorithm>
 #include <functional>

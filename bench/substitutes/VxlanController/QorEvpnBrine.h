@@ -9,8 +9,8 @@
 #include "Orb/Dir.h"
 #include "VxlanController/QorEvpnValues.h"
 
-/// In the place of VxlanController/QorEvpnBrine.h, for comparison: tables over `std::map` in the process, which no other
-/// process sees and no crash survives. They count and notify as the shared ones do.
+/// In the place of VxlanController/QorEvpnBrine.h, for comparison: tables over `std::map` in the process,
+/// which no other process sees and no crash survives. They count and notify as the shared ones do.
 namespace QorEvpn {
 
 template <class Row>
