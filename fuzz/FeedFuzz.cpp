@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -33,6 +34,21 @@ std::vector<std::string> linesOf(std::string_view feed, size_t pieceSize) {
   return lines;
 }
 
+std::optional<Agent::Event> eventOf(std::string const& line) {
+  try {
+    return Agent::parseEvent(line);
+  } catch (Agent::EventError const& error) {
+    require(error.what()[0] != '\0');
+    return std::nullopt;
+  }
+}
+
+/// The same JSON, but none of the plain lines that are read in a shorter way.
+std::string notPlain(std::string line) {
+  size_t const found = line.find("\"from\"");
+  return found == std::string::npos ? line : line.replace(found + 1, 1, "\\u0066");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size);
@@ -44,13 +60,12 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   require(linesOf(feed, data[0] + size_t{1}) == lines);
   for (std::string const& line : lines) {
     require(line.find('\n') == std::string::npos);
-    try {
-      Agent::Event const event = Agent::parseEvent(line);
-      require(!event.time || (std::isfinite(*event.time) && *event.time >= 0));
-      require(event.vteps.empty() || event.op == Agent::Op::multipath || event.op == Agent::Op::multipathDel);
-    } catch (Agent::EventError const& error) {
-      require(error.what()[0] != '\0');
-    }
+    auto const event = eventOf(line);
+    require(event == eventOf(notPlain(line)));
+    if (!event) continue;
+    require(!event->time || (std::isfinite(*event->time) && *event->time >= 0));
+    require(event->vteps.empty() || event->op == Agent::Op::multipath ||
+            event->op == Agent::Op::multipathDel);
   }
   return 0;
 }

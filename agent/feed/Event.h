@@ -72,6 +72,8 @@ struct Event {
   std::uint8_t preference = 16;
   bool on = true;
   bool value = false;
+
+  friend bool operator==(Event const&, Event const&) = default;
 };
 
 /// A line that is no event; the message says what is wrong with it.
