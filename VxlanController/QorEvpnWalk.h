@@ -3,8 +3,7 @@
 
 #include <array>
 #include <cstddef>
-
-#include "Brine/Errors.h"
+#include <string>
 
 namespace QorEvpn {
 
@@ -14,19 +13,14 @@ namespace QorEvpn {
 ///
 ///   for (auto walk = hosts.hostWalk(vni); Host const* row = nextRow(hosts, walk);) ...
 template <class Table, class Walk>
-auto nextRow(Table const& table, Walk& walk) -> decltype(walk.next()) {
-  try {
-    return walk.next();
-  } catch (Brine::CorruptionError const& error) {
-    table.handleCorruption(error.what());
-    return nullptr;
-  }
+auto nextRow(Table const& table, Walk& walk) {
+  return walk.next([&table](std::string const& message) { table.handleCorruption(message); });
 }
 
 /// Calls `action(key)` for every entry of `collection`, where the entry's row in `hosts` has the key
-/// `keyOf(entry)`. The table hears of some tens of keys before they are acted on, so that their rows are
-/// in the processor's cache by then. The action may change the collection: an entry that is there
-/// throughout is acted on once.
+/// `keyOf(entry)`. The table hears of some tens of keys before they are acted on, so that their rows are in
+/// the processor's cache by then. The action may change the collection: an entry that is there throughout is
+/// acted on once.
 template <class Table, class Collection, class KeyOf, class Action>
 void forEachKey(Table const& hosts, Collection const& collection, KeyOf const& keyOf, Action const& action) {
   std::array<decltype(keyOf(*collection.begin())), 32> ahead;

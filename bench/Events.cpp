@@ -18,6 +18,7 @@ void mount(TablePtr const& table, Place const& place) {
   options.directory = place.path();
   options.name = table->name().text();
   options.mode = Brine::Mode::writer;
+  options.turns = true;
   if (table->mount(options) != Brine::MountStatus::mounted) fail("mount: " + table->mountDetail());
 }
 

@@ -16,6 +16,7 @@ Brine::MountStatus mount(TablePtr const& table, std::string const& directory, Br
   options.directory = directory;
   options.name = table->name().text();
   options.mode = mode;
+  options.turns = true;
   return table->mount(options);
 }
 

@@ -94,6 +94,7 @@ Brine::MountOptions optionsOf(Brine::Mode mode) {
   options.directory = directory;
   options.name = "soak";
   options.mode = mode;
+  options.turns = true;
   options.initialRows = 1024;
   options.ringEntries = 1024;
   return options;

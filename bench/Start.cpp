@@ -28,6 +28,7 @@ void round(Options const& options, Report& report, std::vector<QorEvpn::Host> co
   mount.directory = place.path();
   mount.name = "host";
   mount.mode = Brine::Mode::writer;
+  mount.turns = true;
   Brine::MountStatus status{};
   report.add("remount", "Brine", seconds(Clock::cpu, [&] { status = table.mount(mount); }) * 1e3);
   if (status != Brine::MountStatus::mounted || table.statistics().rows != options.rows)

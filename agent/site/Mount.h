@@ -24,8 +24,11 @@ class MountError : public std::runtime_error {
 /// system has buried it, so a busy table is tried again for a second.
 template <class Table>
 void mountAsWriter(Table& table, std::string const& folder, std::string_view name, bool repair) {
-  Brine::MountOptions const options{
-      .directory = folder, .name = std::string(name), .mode = Brine::Mode::writer, .repair = repair};
+  Brine::MountOptions const options{.directory = folder,
+                                    .name = std::string(name),
+                                    .mode = Brine::Mode::writer,
+                                    .repair = repair,
+                                    .turns = true};
   using Clock = std::chrono::steady_clock;
   auto const deadline = Clock::now() + std::chrono::seconds(1);
   Brine::MountStatus status = table.mount(options);

@@ -24,6 +24,7 @@ class BrineStore {
     options.directory = place.path();
     options.name = "host";
     options.mode = mode;
+    options.turns = true;
     options.initialRows = initialRows;
     mount(options);
   }

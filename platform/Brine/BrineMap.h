@@ -27,6 +27,7 @@ class BrineMap {
     std::function<void(bool)> quiesced;
     std::function<void()> mountStatus;
     std::function<void(std::string const&)> corruption;
+    std::function<uint32_t()> countAudience;  ///< See `Table::countAudience`.
   };
 
   BrineMap() = default;
@@ -43,6 +44,7 @@ class BrineMap {
     table_.onQuiesced = std::move(callbacks.quiesced);
     table_.onMountStatus = std::move(callbacks.mountStatus);
     table_.onCorruption = std::move(callbacks.corruption);
+    table_.countAudience = std::move(callbacks.countAudience);
     notifyingIs(true);
   }
   std::string const& collection() const { return collection_; }
@@ -78,6 +80,7 @@ class BrineMap {
     table_.onQuiesced = nullptr;
     table_.onMountStatus = nullptr;
     table_.onCorruption = nullptr;
+    table_.countAudience = nullptr;
     table_.unmount();
     notifying_ = false;
     entity_ = nullptr;
@@ -91,7 +94,7 @@ class BrineMap {
   Orb::Entity const* parent_ = nullptr;
   std::string collection_;
   bool notifying_ = false;
-  Table<Row> table_;
+  Table<Row> table_{true};
 };
 
 }  // namespace Brine

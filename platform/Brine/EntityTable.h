@@ -32,9 +32,11 @@ void reportTableCorruption(std::string const& table, std::string const& message,
 /// gives the operations their names.
 ///
 /// Writes and removals notify synchronously, from the writing call; changes made by another process from
-/// `deliver()`. Operations count first, then act, then notify; the notify counter comes after the notifiees.
-/// What a reactor of the control raises where a write begins a turn leaves the write, which is done but not
-/// notified.
+/// `deliver()`, and from a walk that meets a row before a delivery tells of it. In both reading modes each
+/// observer is told of every difference, and of no absence whose presence it was not told: look-ups and
+/// walks, by whomever, take no notification away. Operations count first, then act, then notify; the notify
+/// counter comes after the notifiees. What a reactor of the control raises where a write begins a turn leaves
+/// the write, which is done but not notified.
 ///
 /// Ownership: the table owns its binding and counters. It holds its control by a counted reference; when the
 /// last other reference to the table goes, the two change roles: the control gets a counted reference to the
@@ -67,7 +69,8 @@ class EntityTable : public Orb::Entity {
     Orb::Ptr<EntityTable> const self(this);
     return map_.deliver();
   }
-  /// Writer: to be called at the end of each turn of the owner's loop; wakes readers at most once.
+  /// Writer mounted with `MountOptions::turns`: to be called at the end of each turn of the owner's loop;
+  /// wakes readers at most once. Other writers need not call it: each of their changes is announced at once.
   void endTurn() {
     Orb::Ptr<EntityTable> const self(this);
     map_.table().endTurn();
@@ -136,10 +139,11 @@ class EntityTable : public Orb::Entity {
     zeroReferences_ = std::move(zeroReferences);
     control_ = Orb::makePtr<CollectionControl>();
     control_->hasNotificationActiveIs(true);
-    map_.bind(
-        std::string(names.collection), *this,
-        {[this](Key const& key) { rowNotify(key); }, [this](bool quiesced) { notifyQuiesced(quiesced); },
-         [this] { notifyMountStatus(); }, [this](std::string const& message) { handleCorruption(message); }});
+    map_.bind(std::string(names.collection), *this,
+              {[this](Key const& key) { rowNotify(key, map_.table().told()); },
+               [this](bool quiesced) { notifyQuiesced(quiesced); }, [this] { notifyMountStatus(); },
+               [this](std::string const& message) { handleCorruption(message); },
+               [this] { return isWatched() ? notifieeList()->registrations() : 0; }});
   }
 
   ~EntityTable() override {
@@ -158,7 +162,6 @@ class EntityTable : public Orb::Entity {
       if (!map_.table().find(key, found)) found = Row();
     } catch (CorruptionError const& error) {
       handleCorruption(error.what());
-      map_.table().takeForAbsent(key);
       found = Row();
     }
     return found;
@@ -180,6 +183,7 @@ class EntityTable : public Orb::Entity {
     rowNotify(key);
   }
 
+  /// What an observer of the removal raises leaves the call; the row is gone.
   Row rowDel(Key key) {
     Orb::Ptr<EntityTable> const self(this);
     delCounter_.increment();
@@ -199,13 +203,13 @@ class EntityTable : public Orb::Entity {
 
   void rowDelAll() {
     Orb::Ptr<EntityTable> const self(this);
-    for (auto cursor = walk(); Row const* const row = nextOf(cursor);) rowDel(Codec<Row>::key(*row));
+    TableBase::Turn const turn(map_.table());
+    auto const handle = [this](std::string const& message) { handleCorruption(message); };
+    for (auto cursor = walk(); Row const* const row = cursor.next(handle);) rowDel(Codec<Row>::key(*row));
   }
 
-  void rowNotify(Key const& key) {
-    // A table that is written has mostly no observer but its own, who does not care.
-    size_t const own = zeroReferences_->isRegisteredNotifiee() ? 1 : 0;
-    if (notifieeList()->size() > own) return notifyObservers(key);
+  void rowNotify(Key const& key, Audience whom = {}) {
+    if (isWatched()) return notifyObservers(key, whom);
     notifyCounter_.increment();
   }
 
@@ -232,25 +236,21 @@ class EntityTable : public Orb::Entity {
   /// For the generic interface: the keys of all rows, up to the first damaged one.
   Orb::Value keys() const {
     std::vector<Orb::Value> keys;
-    for (auto cursor = map_.table().inspect(); Row const* const row = nextOf(cursor);)
+    auto const handle = [this](std::string const& message) { handleCorruption(message); };
+    for (auto cursor = map_.table().inspect(); Row const* const row = cursor.next(handle);)
       keys.emplace_back(Codec<Row>::key(*row));
     return Orb::Value(keys);
   }
 
  private:
-  /// The walk's next row; none behind damage, which is handled.
-  Row const* nextOf(Cursor<Row>& cursor) const {
-    try {
-      return cursor.next();
-    } catch (CorruptionError const& error) {
-      handleCorruption(error.what());
-      return nullptr;
-    }
+  /// A table that is written has mostly no observer but its own, who does not care.
+  bool isWatched() const {
+    return notifieeList()->size() > (zeroReferences_->isRegisteredNotifiee() ? 1 : 0);
   }
 
-  void notifyObservers(Key key) {
+  void notifyObservers(Key key, Audience whom) {
     Orb::Ptr<EntityTable> const self(this);
-    notify(rowAttr_, key);
+    notify(rowAttr_, key, whom.after, whom.upTo);
     notifyCounter_.increment();
   }
 

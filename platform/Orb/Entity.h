@@ -22,6 +22,11 @@ class Notifier : public PtrInterface {
   void notify(Attribute<Key> attribute, Key const& key) const {
     notifiees_.notify(attribute.id, &key);
   }
+  /// The same to those alone whose registration has a number above `after` and at most `upTo`.
+  template <class Key>
+  void notify(Attribute<Key> attribute, Key const& key, uint32_t after, uint32_t upTo) const {
+    notifiees_.notify(attribute.id, &key, after, upTo);
+  }
 
  private:
   mutable NotifieeList notifiees_;

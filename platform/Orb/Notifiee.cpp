@@ -47,6 +47,7 @@ void NotifieeList::insert(Notifiee& notifiee, size_t position) {
   position = std::min(position, notifiees_.size());
   notifiees_.insert(notifiees_.begin() + static_cast<ptrdiff_t>(position), &notifiee);
   notifiee.list_ = this;
+  notifiee.number_ = ++registrations_;
   for (Delivery* delivery = deliveries_; delivery; delivery = delivery->outer) {
     if (position < delivery->end) {
       ++delivery->end;
@@ -67,10 +68,11 @@ void NotifieeList::remove(Notifiee& notifiee) {
   }
 }
 
-void NotifieeList::notify(AttributeId id, void const* key) {
+void NotifieeList::notify(AttributeId id, void const* key, uint32_t after, uint32_t upTo) {
   Delivery delivery(*this);
   while (Notifiee* notifiee = delivery.following()) {
-    if (notifiee->isListening()) notifiee->onAttribute(id, key);
+    if (notifiee->isListening() && notifiee->number_ > after && notifiee->number_ <= upTo)
+      notifiee->onAttribute(id, key);
   }
 }
 

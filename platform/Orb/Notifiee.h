@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <utility>
 #include <vector>
 
@@ -63,6 +64,7 @@ class PtrInterface::NotifieeConst : public PtrInterface {
   friend class Orb::NotifieeList;
   Ptr<PtrInterface const> notifier_;
   NotifieeList* list_ = nullptr;
+  uint32_t number_ = 0;  ///< Of its registration; see `NotifieeList::registrations()`.
 };
 
 /// The observers of one object, in the order of registration. The list counts no references.
@@ -82,9 +84,12 @@ class NotifieeList {
   /// Takes all off and ends the deliveries under way.
   void removeAll();
   size_t size() const noexcept { return notifiees_.size(); }
+  /// Notifiees that were added so far. They are numbered from 1 on, in that order.
+  uint32_t registrations() const noexcept { return registrations_; }
 
-  /// Calls every active notifiee. The owner of the list may be gone when this returns.
-  void notify(AttributeId id, void const* key);
+  /// Calls every active notifiee whose number is above `after` and at most `upTo`. The owner of the list may
+  /// be gone when this returns.
+  void notify(AttributeId id, void const* key, uint32_t after = 0, uint32_t upTo = UINT32_MAX);
 
   /// Tells every notifiee, active or not, that the last reference to the observed object has gone.
   void notifyZeroReferences();
@@ -112,6 +117,7 @@ class NotifieeList {
 
   std::vector<Notifiee*> notifiees_;
   Delivery* deliveries_ = nullptr;
+  uint32_t registrations_ = 0;
 };
 
 }  // namespace Orb

@@ -70,15 +70,6 @@ class Copy {
   }
   /// Makes up for what a plain reader was not told.
   void resync() { rows_ = rowsOf(table); }
-  /// The table showed this to somebody else than the copy.
-  void place(TestKey const& key, std::optional<TestRow> const& row) {
-    if (row) {
-      rows_[key] = *row;
-    } else {
-      rows_.erase(key);
-    }
-  }
-  void find(TestKey const& key) { place(key, table.find(key)); }
   void deliver() {
     table.deliver();
     EXPECT_TRUE(quiesced_);
@@ -113,7 +104,11 @@ class Copy {
       EXPECT_TRUE(row || known != rows_.end()) << "told of the removal of " << key << ", which was not shown";
       EXPECT_FALSE(row && known != rows_.end() && known->second == *row) << "told twice of " << key;
     }
-    place(key, row);
+    if (row) {
+      rows_[key] = *row;
+    } else {
+      rows_.erase(key);
+    }
     afterwards();
   }
 

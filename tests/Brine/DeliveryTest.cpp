@@ -1,20 +1,8 @@
 #include <sys/mman.h>
 
-#include <cstdlib>
-#include <new>
-
 #include "Brine/WriterAndCopy.h"
 #include "support/Child.h"
 #include "support/Scale.h"
-
-/// For what needs more than the usual alignment, a shadow's entries. Weak, as sanitizers bring their own.
-static bool memoryIsOut = false;
-[[gnu::weak]] void* operator new(size_t size, std::align_val_t alignment) {
-  void* const memory = memoryIsOut ? nullptr : std::aligned_alloc(static_cast<size_t>(alignment), size);
-  return memory != nullptr ? memory : throw std::bad_alloc();
-}
-[[gnu::weak]] void operator delete(void* memory, std::align_val_t) noexcept { std::free(memory); }
-[[gnu::weak]] void operator delete(void* memory, size_t, std::align_val_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -278,6 +266,29 @@ TEST_F(DeliveryTest, TheLastChangeOfABurstArrivesWithoutAnotherEvent) {
   expectCopied(copy_.table);
 }
 
+TEST_F(DeliveryTest, WithoutTurnsEachChangeIsToldAtOnce) {
+  Brine::MountOptions options = folder_.options(Mode::writer);
+  options.turns = false;
+  ASSERT_EQ(writer_.mount(options), MountStatus::mounted);
+  expectFollowed();
+  auto const expectTold = [&](auto const& change) {
+    change();
+    EXPECT_TRUE(copy_.isAwake());
+    expectFollowed();
+  };
+  for (uint64_t number = 0; number < 31; ++number) expectTold([&] { write(number); });
+  expectTold([&] { writer_.remove({1, 1}); });
+  expectTold([&] { writer_.erase({2, 1}); });
+  TestRow const row{{3, 1}, 99, 0};
+  expectTold([&] { writer_.commit(&row); });
+  uint64_t const wakes = writer_.statistics().wakes;
+  expectTold([&] {
+    Table::Turn const turn(writer_);
+    write(5), write(6);
+  });
+  EXPECT_EQ(writer_.statistics().wakes, wakes + 1);
+}
+
 TEST_F(DeliveryTest, WhatAWalkWithinAnAnnouncementShowedIsLookedUpAfterwards) {
   mount();
   write(1);
@@ -295,56 +306,7 @@ TEST_F(DeliveryTest, WhatAWalkWithinAnAnnouncementShowedIsLookedUpAfterwards) {
   reader.mount(folder_.options(Mode::keyshadow));
   reader.deliver();
   reader.deliver();
-  EXPECT_EQ(told, 1U) << "the walk has shown the second change";
-}
-
-TEST_F(DeliveryTest, AnImageThatFindsNoMemoryCanBeMountedLater) {
-  if (TestSupport::isSanitized) GTEST_SKIP() << "the sanitizer's memory does not run out";
-  start(3);
-  writer_.unmount();
-  editFile(folder_, 0, 8, [](std::string& magic) { magic[0] ^= 1; });
-  mount(true);
-  editFile(folder_, 0, testLayout.fileBytes(0), [this](std::string const& image) {
-    copy_.table.unmount();
-    memoryIsOut = true;  // For the keys of the former file, which stay shown.
-    EXPECT_EQ(copy_.table.mountImage(std::as_bytes(std::span(image)), Mode::keyshadow),
-              MountStatus::noResources);
-    memoryIsOut = false;
-    EXPECT_FALSE(copy_.table.isReadable());
-    EXPECT_EQ(copy_.table.mountImage(std::as_bytes(std::span(image)), Mode::keyshadow), MountStatus::mounted);
-    copy_.deliver();
-    expectCopied(writer_);
-    copy_.table.unmount();
-  });
-}
-
-TEST(Shadow, ForgetsNoKeyWhereMemoryRunsOut) {
-  if (TestSupport::isSanitized) GTEST_SKIP() << "the sanitizer's memory does not run out";
-  Brine::Shadow<TestRow> shadow;
-  uint64_t const key[] = {1, 1};
-  shadow.show(key, 1, 5);
-  memoryIsOut = true;
-  EXPECT_THROW(shadow.show(key, 1000, 9), std::bad_alloc);
-  memoryIsOut = false;
-  EXPECT_TRUE(shadow.erase(key, 1000)) << "so the reader would not hear of its removal";
-}
-
-TEST(Shadow, TakesNoMoreRoomForTheFilesThatWentBy) {
-  Brine::Shadow<TestRow> shadow;
-  for (uint64_t file = 1; file < 5; ++file) {
-    for (uint32_t id = 0; id < 50; ++id) {
-      uint64_t const key[] = {id, 1};
-      EXPECT_TRUE(shadow.show(key, id, file << 32));
-    }
-    shadow.forgetVersions();
-    EXPECT_EQ(shadow.size(), 50U);
-    EXPECT_EQ(shadow.strays(), 50U);
-  }
-  uint64_t const other[] = {50, 1}, key[] = {0, 1};
-  shadow.show(other, 7, 1);
-  EXPECT_TRUE(shadow.show(key, 7, 9)) << "another key has its place";
-  EXPECT_EQ(shadow.strays(), 50U);
-  EXPECT_TRUE(shadow.erase(key, 7));
+  EXPECT_EQ(told, 2U) << "the walk has told the second change";
 }
 
 }  // namespace

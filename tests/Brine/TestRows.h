@@ -86,6 +86,7 @@ class TestFolder {
     options.directory = path_;
     options.name = name;
     options.mode = mode;
+    options.turns = true;
     // Small, so that growth and laps happen.
     options.initialRows = 16;
     options.ringEntries = 16;

@@ -63,6 +63,89 @@ TEST_F(RxSm, CleanupWithdrawsWhatTheRowsPutThereAndKeepsNoMemory) {
   EXPECT_EQ(content(), all);
 }
 
+/// In either reading mode.
+class RxSmAndOnlookers : public testing::TestWithParam<Brine::Mode> {
+ protected:
+  struct Machine {
+    explicit Machine(Tables const& tables)
+        : sm(VxlanController::qorEvpnRxSmFactory(tables.hostTable, tables.floodTable, dir)) {}
+    Ptr<VniStatusDirV2> dir = makePtr<VniStatusDirV2>("evpn");
+    Ptr<QorEvpnRxSm> sm;
+  };
+  void write(uint32_t vni, uint32_t vtep = 1) {
+    evpns.hostTable->hostIs(host(vni, 1, vtep)), evpns.floodTable->floodEntryIs(flood(vni, 1)),
+        evpns.endTurn();
+  }
+  void remove(uint32_t vni) {
+    evpns.hostTable->hostDel(host(vni, 1, 1).key());
+    evpns.floodTable->floodEntryDel(flood(vni, 1).key());
+    evpns.endTurn();
+  }
+  void lookUp(uint32_t vni) const {
+    own.hostTable->host(host(vni, 1, 1).key()), own.floodTable->floodEntry(flood(vni, 1).key());
+  }
+  void walk() const {
+    for (auto walk = own.hostTable->hostWalk(); walk.next() != nullptr;) continue;
+    for (auto walk = own.floodTable->floodEntryWalk(); walk.next() != nullptr;) continue;
+  }
+  static std::string content(Machine const& machine) { return text(*machine.dir); }
+
+  Tables evpns{Brine::Mode::writer}, own{GetParam(), evpns.folder};
+};
+
+INSTANTIATE_TEST_SUITE_P(Modes, RxSmAndOnlookers,
+                         testing::Values(Brine::Mode::reader, Brine::Mode::keyshadow));
+
+TEST_P(RxSmAndOnlookers, NoLookUpAndNoWalkTakesANotificationAway) {
+  Machine const machine(own);
+  write(5);
+  lookUp(5);
+  own.deliver();
+  EXPECT_EQ(content(machine), "5[1>1/1/16 bum>1 ] ");
+  remove(5);
+  lookUp(5);
+  own.deliver();
+  EXPECT_EQ(content(machine), "");
+  write(6);
+  walk();
+  EXPECT_EQ(content(machine), "6[1>1/1/16 bum>1 ] ") << "a walk tells of what it meets";
+  remove(6);
+  walk();
+  own.deliver();
+  EXPECT_EQ(content(machine), "");
+  write(7), remove(7);
+  own.deliver();
+  EXPECT_EQ(content(machine), "") << "nor is it told of the absence of what came and went";
+}
+
+TEST_P(RxSmAndOnlookers, EachOfTwoMachinesIsToldOfEveryDifferenceAndOfNoAbsenceMore) {
+  write(1), write(2), write(3);
+  own.deliver();
+  Machine const one(own);
+  remove(1), write(4), write(2, 9);
+  Machine const other(own);
+  own.deliver();
+  std::string const now = "2[1>9/1/16 bum>1 ] 3[1>1/1/16 bum>1 ] 4[1>1/1/16 bum>1 ] ";
+  EXPECT_EQ(content(one), now);
+  EXPECT_EQ(content(other), now);
+  // While the tables are not mounted, too.
+  own.hostTable->unmount(), own.floodTable->unmount();
+  remove(3);
+  Machine const late(own);
+  own.hostTable->mount(optionsOf(*own.folder, GetParam()));
+  own.floodTable->mount(optionsOf(*own.folder, GetParam()));
+  own.deliver();
+  std::string const left = "2[1>9/1/16 bum>1 ] 4[1>1/1/16 bum>1 ] ";
+  EXPECT_EQ(content(one), left);
+  EXPECT_EQ(content(other), left);
+  EXPECT_EQ(content(late), "") << "told of nothing that has not changed since it came";
+  late.sm->initSm();
+  EXPECT_EQ(content(late), left);
+  remove(2), remove(4);
+  own.deliver();
+  for (Machine const* const machine : {&one, &other, &late}) EXPECT_EQ(content(*machine), "");
+}
+
 TEST_F(RxSm, DamageEndsItsWalkAndCountsAsAbsence) {
   for (uint32_t m : {1u, 2u, 3u}) hosts->hostIs(host(10, m, m)), floods->floodEntryIs(flood(10, m));
   delivered();

@@ -53,6 +53,7 @@ inline Brine::MountOptions optionsOf(TestSupport::ScratchFolder const& folder, B
   Brine::MountOptions options;
   options.directory = folder.path();
   options.mode = mode;
+  options.turns = true;
   return options;
 }
 

@@ -21,6 +21,7 @@ class SiteWriter {
     table.mount({.directory = Agent::placeOf<Row>(learned).directory(site_),
                  .name = std::string(Agent::TableKind<Row>::file),
                  .mode = Brine::Mode::writer,
+                 .turns = true,
                  .initialRows = 16,
                  .ringEntries = ringEntries_});
   }

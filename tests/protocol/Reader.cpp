@@ -56,8 +56,8 @@ void Reader::act(std::string const& what, Act&& act) {
 bool Reader::see(TestKey const& key, std::optional<TestRow> const& row, bool isTold) {
   auto const time = world_.timeOf(key, row, std::max(began_, seen_[key]));
   if (time) seen_[key] = *time;
-  // A plain reader's owner keeps what it was told.
-  if (mode_ != Mode::keyshadow && !isTold) return time.has_value();
+  // Its owner keeps what it was told; a keyshadow reader's is told by a walk too.
+  if (!isTold) return time.has_value();
   if (row) {
     copy_[key] = *row;
   } else {

@@ -39,6 +39,11 @@ class StandardTable : public Orb::Entity {
       row_ = place->second;
       return &*row_;
     }
+    /// Nothing is ever damaged here.
+    template <class Handle>
+    Row const* next(Handle&&) {
+      return next();
+    }
 
    private:
     StandardTable const& table_;

@@ -57,6 +57,8 @@ inline constexpr uint32_t lanesPerLine = 10;
 using ColumnWord = uint16_t;
 /// Stands for every word with this high byte: no row lives here.
 inline constexpr ColumnWord noColumn = 0xFF00U;
+/// How many words there are of rows that live.
+inline constexpr uint32_t columnWords = noColumn;
 /// What stands in the column for a row of that column value. Values that lie a multiple of 65,280 apart share
 /// a word, so who finds one looks at the row too.
 constexpr ColumnWord columnWordOf(uint32_t value) { return static_cast<ColumnWord>(value % noColumn); }

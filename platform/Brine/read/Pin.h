@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "Brine/read/Shadow.h"
+#include "Brine/rows/KeyWords.h"
 
 namespace Brine {
 

@@ -21,14 +21,9 @@ class Checker {
 
   std::vector<Violation> run() {
     Header const* const header = segment_.header();
-    if (!isSealed(segment_.seed(), geometryPlace, loadAcquire(&header->geometry)))
-      report("geometry seal", "the header");
-    try {
-      highWater_ = segment_.highWater();
-    } catch (CorruptionError const&) {
-      report("high-water seal", "the header");
-      highWater_ = segment_.capacity();
-    }
+    geometry_ = loadAcquire(&header->geometry);
+    if (!isSealed(segment_.seed(), geometryPlace, geometry_)) report("geometry seal", "the header");
+    highWater_ = highWaterNow();
     passed_.resize(index_.lineCount());
     for (uint32_t id = 0; id < segment_.capacity() && violations_.size() < maxViolations; ++id) checkRow(id);
     // Where not all rows were looked at, the rest does not fit them.
@@ -40,6 +35,16 @@ class Checker {
   void report(char const* invariant, std::string detail) {
     if (violations_.size() < maxViolations) violations_.push_back({invariant, std::move(detail)});
   }
+
+  uint32_t highWaterNow() {
+    try {
+      return segment_.highWater();
+    } catch (CorruptionError const&) {
+      report("high-water seal", "the header");
+      return segment_.capacity();
+    }
+  }
+
   void checkTidiness() {
     for (uint32_t number = 0; number < index_.lineCount() && violations_.size() < maxViolations; ++number) {
       checkLine(number);
@@ -50,12 +55,12 @@ class Checker {
   void checkProgress() {
     uint64_t const head = loadAcquire(&segment_.header()->head);
     for (uint32_t place = 0; place < layout_.ringEntries(); ++place) {
-      uint64_t const sequence = loadAcquire(segment_.ringEntry(place));
+      uint64_t const sequence = loadAcquire(segment_.ring().entry(place));
       if (sequence != 0 && (sequence > head || (sequence & (layout_.ringEntries() - 1)) != place)) {
         report("ring entry", "entry " + std::to_string(place));
       }
     }
-    if (loadAcquire(segment_.ringEntry(head)) != head) report("ring entry", "the head's");
+    if (loadAcquire(segment_.ring().entry(head)) != head) report("ring entry", "the head's");
     if (loadAcquire(&segment_.header()->quiet) != head) report("sequence", "the head");
     if (newest_ > head) report("sequence", "a row is newer than the head");
     if (loadAcquire(&segment_.header()->rows) != rows_) {
@@ -70,7 +75,7 @@ class Checker {
                                    layout_.valueWords(), words, version);
     std::string const name = "row " + std::to_string(id);
     if (state == RowState::damaged) return report("row check", name);
-    if (version != 0 && id >= highWater_) report("high water", name);
+    if (version != 0 && id >= highWater_ && id >= highWaterNow()) report("high water", name);
     newest_ = std::max(newest_, sequenceOf(version));
     ColumnWord const column = segment_.column(id).word(id);
     if (state == RowState::dead) {
@@ -80,8 +85,10 @@ class Checker {
     if (!shape_.isValid(words)) return report("row values", name);
     ++rows_;
     uint32_t const twin = checkFound(id, words);
-    // A row that has changed meanwhile is another one.
-    if (loadAcquire(segment_.slot(id)) != version) return;
+    // A row that has changed meanwhile is another one; where the table has grown, the row may be of after
+    // that, and the index is another one.
+    if (loadAcquire(segment_.slot(id)) != version || loadAcquire(&segment_.header()->geometry) != geometry_)
+      return;
     if (column != columnWordOf(shape_.column(words))) report("row column", name);
     if (twin == noRow) report("row found", name);
     if (twin != id && twin != noRow) report("key unique", name + " and row " + std::to_string(twin));
@@ -137,6 +144,7 @@ class Checker {
   RowShape const& shape_;
   Index const index_;
   bool const tidy_;
+  uint64_t geometry_ = 0;
   uint64_t newest_ = 0;
   uint32_t highWater_ = 0;
   uint64_t rows_ = 0;

@@ -1,8 +1,5 @@
 #include "Brine/rows/Column.h"
 
-#include <algorithm>
-#include <vector>
-
 #if defined(__x86_64__)
 #include <immintrin.h>
 #endif
@@ -81,54 +78,19 @@ unsigned searchByWords(uint8_t const* low, uint8_t const* high, unsigned blocks,
   return count;
 }
 
-[[gnu::target("avx512bw"), gnu::always_inline]] inline __m512i load64(uint8_t const* bytes) {
-  __m512i loaded;
-  asm("vmovdqu64 %1, %0" : "=v"(loaded) : "m"(*static_cast<__m512i const*>(static_cast<void const*>(bytes))));
-  return loaded;
-}
-
-[[gnu::target("avx512bw")]] unsigned searchBy64(uint8_t const* low, uint8_t const* high, unsigned blocks,
-                                                ColumnWord word, ColumnBlock* found) {
-  __m512i const lows = _mm512_set1_epi8(static_cast<char>(word));
-  __m512i const highs = _mm512_set1_epi8(static_cast<char>(word >> 8));
-  uint8_t likely[Column::blocksPerSearch];
-  unsigned likelyCount = 0;
-  for (unsigned block = 0; block < blocks; ++block) {
-    likely[likelyCount] = static_cast<uint8_t>(block);
-    likelyCount += _mm512_cmpeq_epi8_mask(load64(low + block * blockRows), lows) != 0;
-  }
-  unsigned count = 0;
-  for (unsigned i = 0; i < likelyCount; ++i) {
-    uint32_t const first = likely[i] * blockRows;
-    uint64_t const rows = _mm512_cmpeq_epi8_mask(load64(low + first), lows) &
-                          _mm512_cmpeq_epi8_mask(load64(high + first), highs);
-    found[count] = {first, rows};
-    count += rows != 0;
-  }
-  return count;
-}
-
 #endif
 
 }  // namespace
 
-std::span<ColumnSearch const> columnSearches() {
-  static auto const searches = [] {
-    std::vector<ColumnSearch> known;
-#if defined(__x86_64__)
-    if (__builtin_cpu_supports("avx512bw")) known.push_back(searchBy64);
-    if (__builtin_cpu_supports("avx2")) known.push_back(searchBy32);
-#endif
-    known.push_back(searchByWords);
-    return known;
-  }();
-  return searches;
-}
-
 unsigned Column::find(uint32_t from, uint32_t to, ColumnWord word, ColumnBlock* found) const {
   uint32_t const begin = (from - first_) / blockRows * blockRows;
   uint32_t const blocks = (to - first_ - begin + blockRows - 1) / blockRows;
-  unsigned const count = columnSearches().front()(low_ + begin, high_ + begin, blocks, word, found);
+#if defined(__x86_64__)
+  static auto const search = __builtin_cpu_supports("avx2") ? searchBy32 : searchByWords;
+#else
+  constexpr auto search = searchByWords;
+#endif
+  unsigned const count = search(low_ + begin, high_ + begin, blocks, word, found);
   unsigned kept = 0;
   for (unsigned i = 0; i < count; ++i) {
     ColumnBlock block = found[i];

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 
 #include "Brine/layout/Layout.h"
 #include "Brine/layout/Word.h"
@@ -53,13 +52,5 @@ class Column {
   uint8_t* high_ = nullptr;
   uint32_t first_ = 0;
 };
-
-/// Finds the rows, numbered from 0 on, with that word among `blocks` blocks whose bytes begin at `low` and
-/// `high`, on 8 bytes. Returns the number of blocks that have such rows; `found` has room for all.
-using ColumnSearch = unsigned (*)(uint8_t const* low, uint8_t const* high, unsigned blocks, ColumnWord word,
-                                  ColumnBlock* found);
-
-/// The ways to search that this processor has, the fastest first. All find the same.
-std::span<ColumnSearch const> columnSearches();
 
 }  // namespace Brine

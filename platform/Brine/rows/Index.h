@@ -12,18 +12,7 @@
 namespace Brine {
 
 /// The lanes of an index line that have the tag, bit i for lane i. The words are the line's first three.
-constexpr uint32_t lanesWithTagAnywhere(uint16_t tag, uint64_t first, uint64_t second, uint64_t third) {
-  uint64_t const words[] = {first, second, third};
-  uint32_t lanes = 0;
-  for (unsigned lane = 0; lane < lanesPerLine; ++lane) {
-    bool const isHit = static_cast<uint16_t>(words[lane / 4] >> (lane % 4 * 16)) == tag;
-    lanes |= uint32_t{isHit} << lane;
-  }
-  return lanes;
-}
-
-/// The same in few steps, which all wait for the line. Without a branch, since which lane it is cannot be
-/// foreseen, and a wrong guess would wait for the line.
+/// Without a branch, since which lane it is cannot be foreseen, and a wrong guess would wait for the line.
 [[gnu::always_inline]] inline uint32_t lanesWithTag(uint16_t tag, uint64_t first, uint64_t second,
                                                     uint64_t third) {
 #if defined(__SSE2__)
@@ -33,7 +22,13 @@ constexpr uint32_t lanesWithTagAnywhere(uint16_t tag, uint64_t first, uint64_t s
   __m128i const back = _mm_cmpeq_epi16(_mm_cvtsi64_si128(number(third)), wanted);
   return static_cast<uint32_t>(_mm_movemask_epi8(_mm_packs_epi16(front, back))) & ((1U << lanesPerLine) - 1);
 #else
-  return lanesWithTagAnywhere(tag, first, second, third);
+  uint64_t const words[] = {first, second, third};
+  uint32_t lanes = 0;
+  for (unsigned lane = 0; lane < lanesPerLine; ++lane) {
+    bool const isHit = static_cast<uint16_t>(words[lane / 4] >> (lane % 4 * 16)) == tag;
+    lanes |= uint32_t{isHit} << lane;
+  }
+  return lanes;
 #endif
 }
 

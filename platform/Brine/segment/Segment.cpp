@@ -89,20 +89,6 @@ uint64_t identityCheckOf(Header const& header) {
   return sum;
 }
 
-uint64_t RowShape::fingerprint() const {
-  uint64_t sum = mixWords(layoutVersion ^ 0xA0761D6478BD642FU, uint64_t{keyWords} << 32 | rowWords);
-  auto const add = [&sum](uint64_t word) { sum = mixWords(sum ^ word, 0x9E3779B97F4A7C15U) + 1; };
-  for (char const c : rowType) add(static_cast<unsigned char>(c));
-  // The hash and the column are known by what they give for some keys.
-  for (uint64_t probe = 1; probe <= 8; ++probe) {
-    uint64_t key[maxKeyWords];
-    for (uint64_t i = 0; i < maxKeyWords; ++i) key[i] = mixWords(probe, 0xD6E8FEB86659FD93U + i);
-    add(hash(key));
-    add(column(key));
-  }
-  return sum;
-}
-
 Segment::Segment(RowShape const& shape, int fd, bool writable, bool repair)
     : shape_(shape), fd_(fd), writable_(writable) {
   // Never moved: another thread may fork while an extent is added.
@@ -178,11 +164,9 @@ void Segment::attach(bool repair) {
   highWaterWord_ = sealWord(seed_, highWaterPlace, 0);
   generation_ = identity.generation;
   shift_ = static_cast<unsigned>(std::countr_zero(layout_.initialRows()));
-  ringMask_ = layout_.ringEntries() - 1;
-  ringStride_ = layout_.ringStride();
   slotBytes_ = uintptr_t{layout_.rowStride()} * sizeof(uint64_t);
-  ring_ = static_cast<uint64_t*>(
-      static_cast<void*>(map(layout_.ringOffset(), layout_.extentOffset(0) - layout_.ringOffset())));
+  auto* const ring = map(layout_.ringOffset(), layout_.extentOffset(0) - layout_.ringOffset());
+  ring_ = Ring(static_cast<uint64_t*>(static_cast<void*>(ring)), layout_);
   uint64_t word = loadAcquire(&header_->geometry);
   bool const isEarlier = writable_ && isSealed(seed_, geometryPlace, word) &&
                          reachesBeyond(Geometry::ofPayload(static_cast<uint32_t>(word)));

@@ -13,6 +13,7 @@
 #include "Brine/layout/Word.h"
 #include "Brine/rows/Column.h"
 #include "Brine/rows/Index.h"
+#include "Brine/rows/Ring.h"
 #include "Brine/system/System.h"
 
 namespace Brine {
@@ -77,7 +78,7 @@ class Segment {
   uint32_t pieceEnd(uint32_t id) const { return layout_.initialRows() << extentOf(id); }
   Index& index() { return index_; }
   Index const& index() const { return index_; }
-  uint64_t* ringEntry(uint64_t sequence) const { return ring_ + (sequence & ringMask_) * ringStride_; }
+  Ring const& ring() const { return ring_; }
 
   // For the claim's holder.
 
@@ -133,9 +134,7 @@ class Segment {
   mutable uint64_t highWaterWord_ = 0;
   uint64_t seed_ = 0;
   Index index_;
-  uint64_t* ring_ = nullptr;
-  uint64_t ringMask_ = 0;
-  uint64_t ringStride_ = 0;
+  Ring ring_;
   uint32_t capacity_ = 0;
   unsigned shift_ = 0;
   uintptr_t slotBytes_ = 0;

@@ -3,102 +3,82 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <functional>
 
 #include "Brine/Errors.h"
+#include "Brine/rows/Row.h"
 
 namespace Brine {
-namespace {
 
-std::string wordsOf(std::vector<uint32_t> const& rows, char const* what) {
-  if (rows.empty()) return {};
-  return "row " + std::to_string(rows.front()) + " is " + what + ", " + std::to_string(rows.size()) +
-         " in all";
+Writer::Writer(RowShape const& shape, MountOptions const& options, Mounted& mounted)
+    : Writer(shape, options, mounted, Folder(options.directory, options.name, true)) {}
+
+Writer::Writer(RowShape const& shape, MountOptions const& options, Mounted& mounted, Folder const& folder)
+    : mounted_(mounted), claim_(folder) {
+  try {
+    if (!open(shape, folder, options.repair)) make(shape, folder, options);
+  } catch (...) {
+    folder.removeNew();
+    mounted_.letGo();
+    throw;
+  }
+  claim_.segmentIs(segment_);
+  ++mounted_.serial;
 }
 
-}  // namespace
-
-std::string Writer::Scan::damage() const {
-  return wordsOf(damaged, "damaged") + (damaged.empty() || twins.empty() ? "" : "; ") +
-         wordsOf(twins, "an older one of its key");
+Writer::~Writer() {
+  if (isHeld()) {
+    endTurn();
+    // Readers are woken by the close of the file.
+    storeRelease(&segment_->header()->writerProcess, uint64_t{0});
+  }
+  claim_.segmentIs(nullptr);
+  mounted_.letGo();
 }
 
-/// Enters a row that lives into an index that is being made. False where it must not live: of two rows of one
-/// key, which an index that was damaged meanwhile lets come about, the later one stays.
-bool Writer::enter(Index& index, uint32_t id, SurveyedRow const& row, Scan& found) {
-  uint32_t twin = noRow;
-  bool const isAlone = index.insertNew(row.hash, row.tag, id, [&](uint32_t other) {
-    uint64_t const* const key = segment_.slot(id) + 2;
-    bool const same = std::equal(key, key + segment_.shape().keyWords, segment_.slot(other) + 2);
-    if (same) twin = other;
-    return same;
-  });
-  if (isAlone || twin == noRow) return isAlone;
-  if (loadRelaxed(segment_.slot(twin)) > row.version) {
-    found.twins.push_back(id);
+/// Opens the table that is there; false if there is none, or with `repair` none that can be used.
+bool Writer::open(RowShape const& shape, Folder const& folder, bool repair) {
+  Fd file = folder.openTable(true);
+  if (!file) return false;
+  try {
+    claim_.tableIs(std::move(file));
+    take(shape, repair);
+    // The lock says who may write; this catches a lock file that was removed under a running writer.
+    if (mounted_.writerLiveness() == Liveness::alive &&
+        loadAcquire(&segment_->header()->writerProcess) != ProcessIdentity::self().number) {
+      throw MountFailure(MountStatus::busy, "another process writes the table without its lock");
+    }
+    recover(repair);
+    return true;
+  } catch (MountFailure const& failure) {
+    bool const isUseless =
+        failure.status() == MountStatus::corrupt || failure.status() == MountStatus::incompatible;
+    if (!repair || !isUseless) throw;
+    mounted_.segment.reset();
     return false;
   }
-  index.erase(row.hash, row.tag, twin);
-  found.twins.push_back(twin);
-  found.columns.push_back({twin, noColumn});
-  --found.rows;
-  return index.insert(row.hash, row.tag, id);
 }
 
-/// Verifies the rows below `end` and enters those that live into `index`, which is empty.
-Writer::Scan Writer::scan(Index index, uint32_t end) {
-  constexpr uint32_t batchRows = 16;
-  struct Batch {
-    uint32_t first = 0;
-    uint32_t end = 0;
-    SurveyedRow rows[batchRows];
-  };
-  Batch batches[2];
-  Scan found;
-  // One batch ahead, so that its index lines arrive while the other's are written.
-  auto const survey = [&](Batch& batch, uint32_t first) {
-    batch.first = batch.end = first;
-    if (first == end) return;
-    batch.end = std::min({end, first + batchRows, segment_.pieceEnd(first)});
-    segment_.shape().survey(segment_.slot(first), first, batch.end - first, segment_.seed(), batch.rows);
-    for (uint32_t id = first; id < batch.end; ++id) {
-      SurveyedRow const& row = batch.rows[id - first];
-      if (row.state == RowState::live) index.prefetchForWriting(row.hash);
-    }
-  };
-  uint64_t lastVersion = 0;
-  survey(batches[0], 0);
-  for (unsigned turn = 0; batches[turn].first < end; turn = 1 - turn) {
-    Batch const& batch = batches[turn];
-    survey(batches[1 - turn], batch.end);
-    Column const column = segment_.column(batch.first);
-    for (uint32_t id = batch.first; id < batch.end; ++id) {
-      SurveyedRow const& row = batch.rows[id - batch.first];
-      bool const isLive = row.state == RowState::live && enter(index, id, row, found);
-      ColumnWord const word = isLive ? row.column : noColumn;
-      if (column.word(id) != word) found.columns.push_back({id, word});
-      if (row.version != 0) found.end = id + 1;
-      if (isLive) {
-        ++found.rows;
-      } else if (row.state == RowState::dead) {
-        found.free.push_back(id);
-      } else {
-        if (row.state == RowState::damaged) found.damaged.push_back(id);
-        continue;
-      }
-      lastVersion = std::max(lastVersion, row.version);
-    }
-  }
-  found.lastSequence = sequenceOf(lastVersion);
-  return found;
+/// Makes an empty table, in the place of one that cannot be used.
+void Writer::make(RowShape const& shape, Folder const& folder, MountOptions const& options) {
+  Fd file = folder.openNew();
+  Segment::format(shape, file.get(), options.initialRows, options.ringEntries);
+  Fd const replaced = claim_.releaseTable();
+  claim_.tableIs(std::move(file));
+  take(shape, false);
+  recover(false);
+  folder.publishNew();
+  // Readers of the old file look for the new one. They also see the directory change, should this not come to
+  // be.
+  uint64_t const retired = 1;
+  if (replaced) sys.writeAt(replaced.get(), &retired, sizeof retired, offsetof(Header, retired));
 }
 
-/// Right words are left alone: readers may be walking.
-void Writer::repairColumn(Scan const& found, uint32_t end) {
-  for (auto const& [id, value] : found.columns) segment_.column(id).wordIs(id, value);
-  for (uint32_t id = end; id < segment_.capacity(); ++id) {
-    Column const column = segment_.column(id);
-    if (column.word(id) != noColumn) column.wordIs(id, noColumn);
-  }
+void Writer::take(RowShape const& shape, bool repair) {
+  mounted_.file = claim_.table();
+  mounted_.segment = std::make_unique<Segment>(shape, claim_.table(), true, repair);
+  segment_ = mounted_.segment.get();
+  ring_ = segment_->ring();
 }
 
 /// A number to go on from, where that of the rows' last change is `last`. The last change may have been of a
@@ -106,30 +86,54 @@ void Writer::repairColumn(Scan const& found, uint32_t end) {
 /// out: what readers saw under a number is never mistaken for something new. Nor is it where the file is an
 /// earlier copy that was put back: by the clock, all lives of a table begin behind what the others wrote.
 uint64_t Writer::sequenceBehind(uint64_t last) const {
-  Header const* const header = segment_.header();
+  Header const* const header = segment_->header();
   uint64_t const head = loadRelaxed(&header->head);
   uint64_t sequence = std::max({last, loadRelaxed(&header->firstSequence), sequenceByClock()});
   if (head > sequence && head - sequence < uint64_t{1} << 40) sequence = head;
-  sequence += std::max<uint64_t>(segment_.layout().ringEntries(), publishStep);
-  return sequence;
+  return sequence + std::max<uint64_t>(ring_.entries(), publishStep);
 }
 
 /// Commits the row as dead, whatever its slot holds.
-void Writer::drop(uint32_t id, uint64_t sequence) {
-  RowWriter row(segment_.slot(id), id, segment_.seed());
-  row.prepareRemoval(sequence);
+void Writer::drop(uint32_t id) {
+  RowWriter row(segment_->slot(id), id, segment_->seed());
+  row.prepareRemoval(++sequence_);
   row.commit();
 }
 
+/// No row lives at or above that id. Right words are left alone: readers may be walking.
+void Writer::clearColumn(uint32_t from) {
+  for (uint32_t id = from; id < segment_->capacity(); ++id) {
+    Column const column = segment_->column(id);
+    if (column.word(id) != noColumn) column.wordIs(id, noColumn);
+  }
+}
+
+std::vector<uint32_t> Writer::repairColumn() {
+  std::vector<uint32_t> hidden;
+  for (uint32_t id = 0; id < nextFresh_; ++id) {
+    SurveyedRow row;
+    segment_->shape().survey(segment_->slot(id), id, 1, segment_->seed(), &row);
+    // Of a damaged row nobody knows.
+    if (row.state == RowState::damaged) continue;
+    bool const isLive = row.state == RowState::live;
+    ColumnWord const word = isLive ? row.column : noColumn;
+    if (segment_->column(id).word(id) == word) continue;
+    segment_->column(id).wordIs(id, word);
+    damage_ = "the column's word of row " + std::to_string(id) + " was damaged";
+    if (isLive) hidden.push_back(id);
+  }
+  return hidden;
+}
+
 void Writer::recover(bool repair) {
-  segment_.secureSpace();
-  uint32_t end = segment_.capacity();
+  segment_->secureSpace();
+  uint32_t end = segment_->capacity();
   try {
-    end = segment_.verifiedHighWater();
+    end = segment_->verifiedHighWater();
   } catch (CorruptionError const& error) {
     if (!repair) throw MountFailure(MountStatus::corrupt, error.what());
   }
-  Scan found = scan(segment_.spareIndex(segment_.geometry().level), end);
+  Survey found = surveyTable(*segment_, segment_->spareIndex(segment_->geometry().level), end);
   if (std::string const damage = found.damage(); !damage.empty() && !repair) {
     throw MountFailure(MountStatus::corrupt, damage);
   }
@@ -139,44 +143,45 @@ void Writer::recover(bool repair) {
   sign();
   sequence_ = sequenceBehind(found.lastSequence);
   for (uint32_t const id : found.damaged) {
-    drop(id, ++sequence_);
+    drop(id);
     found.free.push_back(id);
   }
-  repairColumn(found, end);
-  segment_.publishSpare(segment_.geometry().level);
+  for (auto const& [id, word] : found.columns) segment_->column(id).wordIs(id, word);
+  clearColumn(end);
+  segment_->publishSpare(segment_->geometry().level);
   free_ = std::move(found.free);
   std::erase_if(free_, [&](uint32_t id) { return id >= found.end; });
   std::sort(free_.begin(), free_.end(), std::greater<>());
   nextFresh_ = found.end;
   highWater_ =
-      std::min(segment_.capacity(), (nextFresh_ + highWaterStep - 1) / highWaterStep * highWaterStep);
+      std::min(segment_->capacity(), (nextFresh_ + highWaterStep - 1) / highWaterStep * highWaterStep);
   rows_ = found.rows;
+  rowsByWord_ = std::move(found.rowsByWord);
   publishRecovery(found.damaged.size());
 }
 
 void Writer::publishRecovery(uint64_t dropped) {
-  Header* const header = segment_.header();
+  Header* const header = segment_->header();
   published_ = sequence_;
   quiet_ = true;
-  segment_.publishHighWater(highWater_);
+  segment_->publishHighWater(highWater_);
   storeRelaxed(&header->dropped, loadRelaxed(&header->dropped) + dropped);
   storeRelaxed(&header->rows, rows_);
   // What stands in the ring is of an earlier life, or damaged, and readers compare everything anyway.
-  for (uint64_t place = 0; place < segment_.layout().ringEntries(); ++place)
-    storeRelaxed(segment_.ringEntry(place), uint64_t{0});
+  for (uint64_t place = 0; place < ring_.entries(); ++place) storeRelaxed(ring_.entry(place), uint64_t{0});
   // The head's entry bears its number, always; nobody reads more of this one.
-  storeRelease(segment_.ringEntry(sequence_), sequence_);
+  storeRelease(ring_.entry(sequence_), sequence_);
   storeRelease(&header->head, sequence_);
   storeRelease(&header->quiet, sequence_);
   // Last: a reader that compares everything because of this sees all of the above.
   storeRelease(&header->incarnation, loadRelaxed(&header->incarnation) + 1);
-  ring();
+  wakeReaders();
 }
 
 /// Before the first change of a recovery: a table whose recovery is cut short has a writer that died, not
 /// none.
 void Writer::sign() {
-  Header* const header = segment_.header();
+  Header* const header = segment_->header();
   struct stat status {};
   if (sys.status(claim_.table(), &status) != 0) throw MountFailure::ofErrno(errno, "looking at the table");
   ProcessIdentity const self = ProcessIdentity::self();
@@ -193,58 +198,54 @@ uint32_t Writer::takeId() {
     free_.pop_back();
     return id;
   }
-  if (nextFresh_ == segment_.capacity()) grow();
+  if (nextFresh_ == segment_->capacity()) grow();
   uint32_t const id = nextFresh_++;
   if (nextFresh_ > highWater_) {
-    highWater_ = std::min(segment_.capacity(), highWater_ + highWaterStep);
-    segment_.publishHighWater(highWater_);
+    highWater_ = std::min(segment_->capacity(), highWater_ + highWaterStep);
+    segment_->publishHighWater(highWater_);
   }
   return id;
 }
 
 /// No slot is free.
 void Writer::grow() {
-  unsigned const level = segment_.geometry().level + 1;
+  unsigned const level = segment_->geometry().level + 1;
   try {
-    segment_.addExtent();
+    segment_->addExtent();
   } catch (SpaceError const& error) {
     throw SpaceError(claim_.path() + ": " + error.what());
   }
-  Scan const found = scan(segment_.spareIndex(level), nextFresh_);
+  Survey const found = surveyTable(*segment_, segment_->spareIndex(level), nextFresh_);
+  // In words before anything is published, since this may run out of memory.
   if (std::string damage = found.damage(); !damage.empty()) damage_ = std::move(damage);
-  segment_.publishSpare(level);
+  segment_->publishSpare(level);
 }
 
 void Writer::publish() {
   published_ = sequence_;
-  storeRelaxed(&segment_.header()->rows, rows_);
-  storeRelease(&segment_.header()->head, sequence_);
+  storeRelaxed(&segment_->header()->rows, rows_);
+  storeRelease(&segment_->header()->head, sequence_);
 }
 
 void Writer::endQuiet() {
   quiet_ = false;
   // Before the turn's first commit: a reader that has seen any of the turn does not take the writer for
   // quiet.
-  storeRelease(&segment_.header()->quiet, uint64_t{0});
+  storeRelease(&segment_->header()->quiet, uint64_t{0});
 }
 
 bool Writer::endTurn() {
   if (quiet_) return false;
   publish();
   quiet_ = true;
-  storeRelease(&segment_.header()->quiet, sequence_);
-  ring();
+  storeRelease(&segment_->header()->quiet, sequence_);
+  wakeReaders();
   return true;
 }
 
-void Writer::sayGoodbye() {
-  endTurn();
-  storeRelease(&segment_.header()->writerProcess, uint64_t{0});
-}
-
-void Writer::ring() {
+void Writer::wakeReaders() {
   ++wakes_;
-  uint64_t const value = loadRelaxed(&segment_.header()->doorbell) + 1;
+  uint64_t const value = loadRelaxed(&segment_->header()->doorbell) + 1;
   // Cannot fail for want of space, since it is reserved; a reader that was not woken is woken by the next
   // turn.
   [[maybe_unused]] ssize_t const written =

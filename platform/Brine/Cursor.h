@@ -1,0 +1,202 @@
+#pragma once
+
+#include <algorithm>
+#include <bit>
+#include <cstdint>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "Brine/read/TableReader.h"
+#include "Brine/rows/Column.h"
+#include "Brine/write/TableWriter.h"
+
+namespace Brine {
+
+template <TableRow Row>
+class Table;
+
+/// Walks over rows in the order of their ids: every row that is present from the walk's beginning to its end
+/// once, one that comes or goes meanwhile once or not at all; a key whose row goes and comes back may be met
+/// in both places. Rows may be written and removed during the walk, the current one too. Ends when the table
+/// is unmounted or its file replaced.
+template <TableRow Row>
+class [[nodiscard]] Cursor {
+ public:
+  Cursor(Cursor const&) = delete;
+  Cursor& operator=(Cursor const&) = delete;
+
+  /// The next row, verified and copied, or null at the end. Valid until the next call or the cursor's end;
+  /// so long, but for `inspect()`, look-ups of a reader give this row too. A keyshadow reader's owner is told
+  /// of the row before, if it was not. Raises `CorruptionError` for a damaged row, which the next call
+  /// passes, and for a damaged header, which ends the walk; and what the owner's hook raises.
+  Row const* next() { return step() ? show() : nullptr; }
+  /// The same, but damage that the walk meets goes to `handle(message)` and ends it. What a hook raises is
+  /// none of the walk's and leaves.
+  template <class Handle>
+  Row const* next(Handle&& handle) {
+    try {
+      if (!step()) return nullptr;
+    } catch (CorruptionError const& error) {
+      handle(error.what());
+      return nullptr;
+    }
+    return show();
+  }
+
+ private:
+  friend class Table<Row>;
+  using C = Codec<Row>;
+
+  /// `reader` and `writer` may be null, or both: for an onlooker.
+  Cursor(Mounted const& mounted, uint32_t first, std::optional<uint32_t> column, TableReader<Row>* reader,
+         TableWriter<Row>* writer)
+      : mounted_(mounted),
+        serial_(mounted.serial),
+        reader_(reader),
+        writer_(writer),
+        audience_(reader != nullptr ? reader->audience() : 0),
+        id_(first),
+        column_(column) {
+    if (writer != nullptr && column) expected_ = writer->writer().rowsOf(columnWordOf(*column));
+  }
+
+  /// Moves on to the next row; false at the end.
+  [[gnu::always_inline]] bool step() {
+    pin_.unlink();
+    if (!mounted_.segment || mounted_.serial != serial_) return false;
+    uint64_t const seed = mounted_.segment->seed();
+    uint32_t id = noRow;
+    while (uint64_t const* const slot = nextSlot(id)) {
+      uint64_t words[C::rowWords];  // Its address goes nowhere, so it lies in registers.
+      uint64_t version = 0;
+      RowState const state = readSlot<Row>(slot, id, seed, words, version);
+      if (state == RowState::dead) continue;
+      if (state == RowState::damaged) throwRowDamage(id);
+      // Another column value may have the same word, or the slot have gone to another row since it was read.
+      if (column_) {
+        met_ += columnWordOf(C::column(words)) == columnWordOf(*column_);
+        if (C::column(words) != *column_) continue;
+      }
+      decodeRow(words, id, row_);
+      shownId_ = id;
+      if (reader_ != nullptr) {
+        shownVersion_ = version;
+        for (unsigned i = 0; i < C::keyWords; ++i) shownKey_[i] = words[i];
+      }
+      return true;
+    }
+    return false;
+  }
+
+  [[gnu::always_inline]] Row const* show() {
+    if (writer_ != nullptr) writer_->lastIdIs(shownId_);
+    if (reader_ != nullptr) reader_->meet(shownKey_, shownId_, shownVersion_, row_, pin_, audience_);
+    return &row_;
+  }
+
+  /// The slot of the next row to look at, with its id, or null.
+  [[gnu::always_inline]] uint64_t const* nextSlot(uint32_t& id) {
+    constexpr unsigned stride = Layout(16, 16, C::keyWords, C::rowWords).rowStride();
+    // The processor's own prefetch stops at the end of a page.
+    constexpr unsigned rowsAhead = 24;
+    if (!column_) {
+      if (id_ >= pieceEnd_ && !hasMore()) return nullptr;
+      id = id_++;
+      prefetch(slot_ + rowsAhead * stride);
+      return std::exchange(slot_, slot_ + stride);
+    }
+    while (match_ == matchCount_) {
+      if (block_ == blockCount_ && id_ >= end_ && !hasMore()) {
+        if (!findHidden()) return nullptr;
+      } else {
+        gatherMatches();
+      }
+    }
+    id = matches_[match_++];
+    return mounted_.segment->slot(id);
+  }
+
+  /// Looks how far the table has grown, and where the next rows lie in one piece; false at the table's end.
+  /// The writer at the end of a filtered walk: where it has met fewer rows than there were, a byte of the
+  /// column may be damaged. Rows that came and went meanwhile have the same look, so this only looks. False
+  /// if it finds none.
+  bool findHidden() {
+    if (met_ < expected_) {
+      expected_ = 0;
+      hidden_ = writer_->writer().repairColumn();
+    }
+    match_ = matchCount_ = 0;
+    for (; !hidden_.empty() && matchCount_ < std::size(matches_); hidden_.pop_back())
+      matches_[matchCount_++] = hidden_.back();
+    return matchCount_ != 0;
+  }
+
+  bool hasMore() {
+    Segment& segment = *mounted_.segment;
+    if (id_ >= end_) {
+      // A walk whose end is damaged is over: whoever passes over damage must come to an end too.
+      uint64_t const serial = std::exchange(serial_, 0);
+      segment.follow();
+      end_ = segment.highWater();
+      serial_ = serial;
+      if (id_ >= end_) return false;
+    }
+    pieceEnd_ = std::min(end_, segment.pieceEnd(id_));
+    slot_ = segment.slot(id_);
+    return true;
+  }
+
+  void gatherMatches() {
+    Segment const& segment = *mounted_.segment;
+    match_ = matchCount_ = 0;
+    while (matchCount_ < std::size(matches_)) {
+      if (block_ == blockCount_) {
+        if (id_ == end_) return;
+        uint32_t const stop = std::min({end_, segment.pieceEnd(id_), Column::searchEnd(id_)});
+        block_ = 0;
+        blockCount_ = segment.column(id_).find(id_, stop, columnWordOf(*column_), blocks_);
+        id_ = stop;
+        continue;
+      }
+      ColumnBlock& block = blocks_[block_];
+      uint32_t const id = block.first + static_cast<uint32_t>(std::countr_zero(block.rows));
+      block.rows &= block.rows - 1;
+      block_ += block.rows == 0;
+      prefetch(segment.slot(id));
+      matches_[matchCount_++] = id;
+    }
+  }
+
+  Mounted const& mounted_;
+  uint64_t serial_;
+  TableReader<Row>* reader_;
+  TableWriter<Row>* writer_;
+  uint32_t audience_;  ///< Observers who are to know of the rows that it meets.
+  uint32_t id_;
+  uint32_t end_ = 0;  ///< Below it ids are known to be in use; looked at again where the walk reaches it.
+  // Not filtered: the slot of row `id_`, and the id behind the last one that lies in one piece with it.
+  uint64_t const* slot_ = nullptr;
+  uint32_t pieceEnd_ = 0;
+  std::optional<uint32_t> column_;
+  // Filtered: what a search of the column found and is not gathered yet; the next matches, gathered so that
+  // their rows arrive while others are looked at.
+  ColumnBlock blocks_[Column::blocksPerSearch];
+  unsigned block_ = 0;
+  unsigned blockCount_ = 0;
+  uint32_t matches_[16];
+  unsigned match_ = 0;
+  unsigned matchCount_ = 0;
+  // Filtered, of the writer: rows of that column word that it knows of, and that the walk has met.
+  uint32_t expected_ = 0;
+  uint32_t met_ = 0;
+  std::vector<uint32_t> hidden_;
+  // The row that is shown.
+  uint32_t shownId_ = noRow;
+  uint64_t shownVersion_ = 0;
+  uint64_t shownKey_[C::keyWords];
+  Row row_;
+  Pin<Row> pin_;  // After the row, which it points to.
+};
+
+}  // namespace Brine

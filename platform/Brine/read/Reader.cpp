@@ -1,0 +1,121 @@
+#include "Brine/read/Reader.h"
+
+#include <utility>
+
+#include "Brine/Errors.h"
+
+namespace Brine {
+
+Reader::Reader(RowShape const& shape, MountOptions const& options, Mounted& mounted)
+    : shape_(shape),
+      options_(options),
+      mounted_(mounted),
+      watch_(options.directory, Folder::tableFileOf(options.name)) {
+  // The first delivery has everything to tell.
+  kick();
+}
+
+template <class Step>
+Reader::Outlook Reader::guarded(MountStatus status, Step&& step) {
+  Outlook outlook{status, {}};
+  try {
+    step(outlook);
+  } catch (MountFailure const& failure) {
+    // What is mounted stays mounted: a successor that cannot be used does not take the rows away.
+    if (!mounted_.segment || failure.status() == MountStatus::noResources)
+      return {failure.status(), failure.what()};
+  } catch (SpaceError const& error) {
+    // The table has grown beyond what can be mapped: what is mapped can be read, but not brought up to date.
+    return {MountStatus::noResources, error.what(), outlook.mustCompareAll, true};
+  }
+  return outlook;
+}
+
+Reader::Outlook Reader::lookFirst() {
+  return guarded(MountStatus::unmounted, [this](Outlook& outlook) { attach(outlook); });
+}
+
+Reader::Outlook Reader::look(MountStatus status) {
+  return guarded(status, [this](Outlook& outlook) {
+    WatchEvents const events = watch_.take();
+    if (!mounted_.segment) {
+      attach(outlook);
+    } else if ((events.renamed || successorFailed_ ||
+                loadAcquire(&mounted_.segment->header()->retired) != 0) &&
+               isReplaced()) {
+      successorFailed_ = true;
+      attach(outlook);
+    } else {
+      followWriter(events, outlook);
+    }
+    try {
+      mounted_.segment->follow();
+    } catch (CorruptionError const&) {
+      return;  // Who reads rows comes upon it.
+    }
+    if (outlook.status == MountStatus::noResources)
+      judgeWriter(mounted_.writerLiveness() == Liveness::ended, outlook);
+  });
+}
+
+void Reader::attach(Outlook& outlook) {
+  Folder const folder(options_.directory, options_.name, false);
+  Fd file;
+  // Between the opening and the watching of a name another file may take it.
+  for (int attempt = 0; attempt < 8; ++attempt) {
+    file = folder.openTable(false);
+    if (!file)
+      throw MountFailure(MountStatus::noTable,
+                         "no writer has made " + folder.path() + "/" + folder.tableFile());
+    watch_.watchTable();
+    if (folder.isTable(file.get())) break;
+  }
+  mounted_.segment = std::make_unique<Segment>(shape_, file.get(), false);
+  mounted_.file = file.get();
+  ++mounted_.serial;
+  file_ = std::move(file);
+  incarnation_ = loadAcquire(&mounted_.segment->header()->incarnation);
+  successorFailed_ = false;
+  outlook.mustCompareAll = true;
+  judgeWriter(mounted_.writerLiveness() == Liveness::ended, outlook);
+}
+
+bool Reader::isReplaced() {
+  successorFailed_ = false;
+  try {
+    Folder const folder(options_.directory, options_.name, false);
+    Fd const file = folder.openTable(false);
+    return file && !folder.isTable(file_.get());
+  } catch (MountFailure const& failure) {
+    if (failure.status() != MountStatus::noResources) return false;
+    // To be asked again.
+    successorFailed_ = true;
+    throw;
+  }
+}
+
+void Reader::followWriter(WatchEvents const& events, Outlook& outlook) {
+  uint64_t const incarnation = loadAcquire(&mounted_.segment->header()->incarnation);
+  bool const another = std::exchange(incarnation_, incarnation) != incarnation;
+  outlook.mustCompareAll = another;
+  // Events are older than what the header says, and anybody may close a file: the writer itself is looked at.
+  bool const isAsked = events.writerClosed || events.mustLook || another;
+  if (outlook.status == MountStatus::mounted && isAsked) {
+    Liveness const liveness = mounted_.writerLiveness();
+    judgeWriter(liveness == Liveness::ended || (liveness == Liveness::unknown && events.writerClosed),
+                outlook);
+  } else if (outlook.status == MountStatus::writerGone && (isAsked || events.rung)) {
+    Liveness const liveness = mounted_.writerLiveness();
+    bool const isNew = another || (events.rung && !events.writerClosed);
+    if (liveness == Liveness::alive || (liveness == Liveness::unknown && isNew)) judgeWriter(false, outlook);
+  }
+}
+
+void Reader::judgeWriter(bool hasEnded, Outlook& outlook) const {
+  // It may have died with changes made but not published.
+  if (hasEnded) outlook.mustCompareAll = true;
+  outlook.status = hasEnded ? MountStatus::writerGone : MountStatus::mounted;
+  outlook.detail = hasEnded ? "the table's writer has ended" : "";
+}
+
+}  // namespace Brine

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "Brine/segment/Segment.h"
+
+namespace Brine {
+
+/// What a pass over all rows found.
+struct Survey {
+  struct ColumnFix {
+    uint32_t id;
+    ColumnWord word;
+  };
+
+  std::vector<uint32_t> damaged;
+  std::vector<uint32_t> twins;     ///< Rows of a key that a later one is of too.
+  std::vector<uint32_t> free;      ///< Slots without a row.
+  std::vector<ColumnFix> columns;  ///< Where the column is wrong, and what is right.
+  /// How many rows that live have each column word.
+  std::vector<uint32_t> rowsByWord = std::vector<uint32_t>(columnWords);
+  uint64_t rows = 0;
+  uint32_t end = 0;  ///< One above the last id that ever held a row.
+  uint64_t lastSequence = 0;
+
+  /// What is wrong with the rows, in words; empty if nothing.
+  std::string damage() const;
+};
+
+/// Verifies the rows below `end` and enters those that live into `index`, which is empty. Of two rows of one
+/// key, which an index that is damaged while it is in use lets come about, only the later one is entered.
+Survey surveyTable(Segment const& segment, Index index, uint32_t end);
+
+}  // namespace Brine

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "Brine/segment/Segment.h"
+#include "Brine/system/Process.h"
+
+namespace Brine {
+
+/// What both roles have in common: the table's file in this process's memory.
+struct Mounted {
+  std::unique_ptr<Segment> segment;
+  /// The file's descriptor, which the role owns; -1 for an image.
+  int file = -1;
+  /// Counts files taken on and let go, so that loops with hooks in them notice.
+  uint64_t serial = 0;
+
+  /// Whether the process that the header names as writer lives. A copy of a file has none, whatever the
+  /// original's is doing.
+  Liveness writerLiveness() const;
+  void letGo() {
+    segment.reset();
+    file = -1;
+    ++serial;
+  }
+};
+
+}  // namespace Brine
