@@ -70,6 +70,8 @@ std::vector<Excuse> const excuses{
     {"Ring.h", "loadAcquire(words) != sequence", "the head, loaded before, brought the entry"},
     {"Ring.h", "storeRelease(words, sequence)", "the same: no entry behind the head is read"},
     {"TableReader.h", "entry(head)) >= head", "only damage makes a difference"},
+    {"TableReader.h", "segment().slot(id)) : 0",
+     "a later turn's removal takes more steps than these courses have"},
     {"Table.h", "loadAcquire(slot", "any life of the key gives a place where a walk may go on"},
     {"Column.h", "",
      "found rows are looked at, whose commits bring their words along; what is not found is dead"},
