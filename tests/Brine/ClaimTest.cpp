@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -171,6 +172,41 @@ TEST(Claim, IsKeptByAProcessWhoseMainThreadHasEnded) {
   writer.kill();
   copy.await(MountStatus::writerGone);
   EXPECT_EQ(tryToWrite(folder), MountStatus::mounted);
+}
+
+TEST(Claim, AForkedChildMapsNothingForWritingAlsoWhereItCanOpenNothing) {
+  TestFolder const folder;
+  TestSupport::Shared<std::atomic<pid_t>> child;
+  Child writer([&](Child& parent) {
+    Table table;
+    table.mount(folder.options(Mode::writer));
+    rlimit const none{0, 0};
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    pid_t const forked = ::fork();
+    if (forked != 0) {
+      *child = forked;
+      parent.tell();
+    }
+    for (;;) ::pause();
+  });
+  ASSERT_TRUE(writer.hear());
+  // Its guard has run as soon as it waits.
+  std::ifstream maps;
+  std::string line, table;
+  auto const isWritable = [&] {
+    maps = std::ifstream("/proc/" + std::to_string(*child) + "/maps");
+    bool found = false;
+    for (table.clear(); std::getline(maps, line);) {
+      if (line.find("table.table") == std::string::npos) continue;
+      table += line;
+      found |= line.find(" rw-s ") != std::string::npos;
+    }
+    return found;
+  };
+  for (int look = 0; look < 10000 && isWritable(); ++look) ::sched_yield();
+  EXPECT_FALSE(isWritable()) << table;
+  EXPECT_FALSE(table.empty());
+  EXPECT_EQ(::kill(*child, SIGKILL), 0);
 }
 
 }  // namespace
