@@ -11,6 +11,7 @@
 #include <charconv>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 #include <vector>
 
 namespace Gobgp {

@@ -1,4 +1,4 @@
-/// Agent::Fd: a descriptor that is closed with its owner.
+/// Agent::Fd: a descriptor that is closed with its owner; errors of system calls.
 #pragma once
 
 #include <unistd.h>
@@ -6,29 +6,13 @@
 #include <cerrno>
 #include <string>
 #include <system_error>
-#include <utility>
+
+#include "Brine/system/System.h"
 
 namespace Agent {
 
-class Fd {
- public:
-  Fd() = default;
-  explicit Fd(int fd) : fd_(fd) {}
-  Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  Fd& operator=(Fd&& other) noexcept {
-    std::swap(fd_, other.fd_);
-    return *this;
-  }
-  ~Fd() {
-    if (fd_ >= 0) ::close(fd_);
-  }
-
-  int get() const { return fd_; }
-  explicit operator bool() const { return fd_ >= 0; }
-
- private:
-  int fd_ = -1;
-};
+/// The same class that the table engine has.
+using Brine::Fd;
 
 /// The error of the last system call, with what was attempted.
 [[noreturn]] inline void throwErrno(std::string const& what) {

@@ -8,6 +8,7 @@
 #include "agent/commands/Child.h"
 #include "agent/commands/Commands.h"
 #include "agent/commands/DemoScreen.h"
+#include "agent/commands/Ranges.h"
 #include "agent/commands/Verdict.h"
 #include "agent/feed/Event.h"
 #include "agent/site/Control.h"
@@ -280,10 +281,10 @@ void addDemoCommand(CLI::App& app, Run& run) {
   command->add_option("--dir", options->dir, "Where the sites are made; must not exist yet")
       ->default_str("/dev/shm/qorevpn-demo-PID");
   command->add_option("--pace", options->pace, "How many times as fast as recorded")
-      ->check(CLI::Range(0.1, 1000.0))
+      ->check(numberFrom("0.1", "1000"))
       ->capture_default_str();
   command->add_option("--rows", options->rows, "Rows of each table to show; 0 is all of them")
-      ->check(CLI::Range(0U, 1000000000U))
+      ->check(numberFrom("0", "1000000000"))
       ->capture_default_str();
   command->add_flag("--keep", options->keep, "Leave the tables, feeds and logs behind");
   command->footer(

@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Orb/Text.h"
+#include "agent/base/MacNotation.h"
 
 namespace Agent {
 

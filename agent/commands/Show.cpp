@@ -120,10 +120,10 @@ class Show {
     }
   }
 
-  /// Where events come from: all of it, or the switches, or the speaker.
+  /// Where events come from: all of them, or the switches, or the speaker.
   void sources(std::string const& subject) {
     requireRows(subject);
-    nlohmann::ordered_json const said = sourcesOf(stateOf(site_), subject);
+    nlohmann::ordered_json const said = sourcesOf(site_, subject);
     if (options_.json) {
       title(subject, subject);
       out_.write(toLine(said));

@@ -44,12 +44,12 @@ Faults common(SiteRows const& left, SiteRows const& right) {
   return faults;
 }
 
-/// What another site is to learn of it.
-SiteRows sentBy(SiteRows exported) {
+/// Those of the kinds that one side exports for the other to learn.
+SiteRows exchanged(SiteRows rows) {
   forEachKind([&]<class Row>(std::type_identity<Row>) {
-    if (!TableKind<Row>::isLearned) exported.of<Row>().clear();
+    if (!TableKind<Row>::isExported || !TableKind<Row>::isLearned) rows.of<Row>().clear();
   });
-  return exported;
+  return rows;
 }
 
 std::string counted(SiteRows const& rows) {
@@ -66,13 +66,13 @@ std::string both(std::string first, std::string const& second) {
 }
 
 void checkWay(std::vector<Check>& checks, SiteState const& from, SiteState const& to) {
-  SiteRows const sent = sentBy(from.exported);
+  SiteRows const sent = exchanged(from.exported);
   std::string fault = missing(sent, to.learned).text("did not arrive");
   if (fault.empty() && to.evpnStatus != evpnStatusOf(sent)) fault = "the controller's status is another one";
   checks.push_back(
       {"every row that " + from.name + " exports has reached " + to.name + "'s controller", fault});
   checks.push_back({"nothing is left over at " + to.name + " that " + from.name + " does not export",
-                    missing(to.learned, sent).text("left over")});
+                    missing(exchanged(to.learned), sent).text("left over")});
   checks.push_back({"nothing is echoed: " + to.name + " exports no row that it learned",
                     common(to.learned, to.exported).text("echoed")});
 }

@@ -62,7 +62,11 @@ class RowWatcher : public Watcher {
   using Codec = Brine::Codec<Row>;
   using Key = typename Codec::Key;
   struct Hash {
-    std::size_t operator()(Key const& key) const { return key.hash(); }
+    std::size_t operator()(Key const& key) const {
+      std::uint64_t words[Codec::keyWords];
+      Codec::encodeKey(key, words);
+      return Codec::hash(words);
+    }
   };
 
   void mount() {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <nlohmann/json.hpp>
@@ -10,6 +9,7 @@
 #include <string>
 
 #include "Orb/Text.h"
+#include "agent/base/MacNotation.h"
 
 namespace Agent {
 
@@ -93,28 +93,26 @@ bool boolean(Json const& object, char const* key, bool otherwise) {
   return found->get<bool>();
 }
 
-/// Takes capitals as well, which other systems write in MAC addresses.
-template <class Address>
-Address address(Json const& value, char const* key, char const* wanted) {
-  if (value.is_string()) {
-    auto text = value.get<std::string>();
-    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    try {
-      return Orb::parseWhole<Address>(text);
-    } catch (Orb::Error const&) {
-    }
-  }
-  fail(key, value, wanted);
-}
-
 Wirix::EthAddr macOf(Json const& object) {
   auto const found = object.find("mac");
   if (found == object.end()) return {};
-  return address<Wirix::EthAddr>(*found, "mac", "a MAC address such as \"02:00:00:00:00:01\"");
+  if (found->is_string()) {
+    try {
+      return macFromPeople(found->get<std::string>());
+    } catch (Orb::Error const&) {
+    }
+  }
+  fail("mac", *found, "a MAC address such as \"02:00:00:00:00:01\"");
 }
 
 Wirix::IpAddr vtepOf(Json const& value, char const* key) {
-  return address<Wirix::IpAddr>(value, key, "an IPv4 address such as \"10.99.0.11\"");
+  if (value.is_string()) {
+    try {
+      return Orb::parseWhole<Wirix::IpAddr>(value.get<std::string>());
+    } catch (Orb::Error const&) {
+    }
+  }
+  fail(key, value, "an IPv4 address such as \"10.99.0.11\"");
 }
 
 std::vector<Wirix::IpAddr> vtepsOf(Json const& value) {

@@ -1,11 +1,10 @@
 #include "agent/site/Control.h"
 
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-
-#include <cstring>
 
 #include "agent/views/Json.h"
 
@@ -18,39 +17,67 @@ constexpr std::size_t requestLimit = 4096;
 /// More clients wait, so that idle ones cannot take every descriptor.
 constexpr std::size_t clientLimit = 64;
 
-sockaddr_un address(std::string const& path) {
-  sockaddr_un result{};
-  result.sun_family = AF_UNIX;
-  if (path.size() >= sizeof result.sun_path) {
-    throw std::system_error(ENAMETOOLONG, std::generic_category(), "control socket " + path);
+/// Where a socket is, for bind and connect. A path that an address cannot hold is reached through its folder.
+class Place {
+ public:
+  explicit Place(std::string path) {
+    if (path.size() >= sizeof address_.sun_path) {
+      auto const slash = path.rfind('/');
+      folder_ =
+          Fd(checked(open(path.substr(0, slash).c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC), path.c_str()));
+      path = "/proc/self/fd/" + std::to_string(folder_.get()) + path.substr(slash);
+    }
+    address_.sun_family = AF_UNIX;
+    path.copy(address_.sun_path, sizeof address_.sun_path - 1);
   }
-  std::memcpy(result.sun_path, path.data(), path.size());
-  return result;
-}
 
-sockaddr const* generic(sockaddr_un const& specific) {
-  return static_cast<sockaddr const*>(static_cast<void const*>(&specific));
+  sockaddr const* address() const {
+    return static_cast<sockaddr const*>(static_cast<void const*>(&address_));
+  }
+  static constexpr socklen_t size = sizeof(sockaddr_un);
+
+ private:
+  Fd folder_;
+  sockaddr_un address_{};
+};
+
+/// One side of a site, as people call it.
+struct Asked {
+  std::string who;
+  std::string socket;
+};
+
+Asked askedOf(Site const& site, ControlSide side) {
+  if (side == ControlSide::agent) return {"agent", site.controlSocket()};
+  return {"EVPN side", site.evpnControlSocket()};
 }
 
 Fd newSocket(int flags) {
   return Fd(checked(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0), "socket"));
 }
 
-Fd connectedTo(Site const& site) {
+Fd connectedTo(Site const& site, Asked const& asked) {
   Fd fd = newSocket(0);
-  // An agent that is stopped does not keep whoever asks it.
+  // A process that is stopped does not keep whoever asks it.
   timeval const patience{5, 0};
   checked(setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), "setsockopt");
   checked(setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience), "setsockopt");
-  sockaddr_un const place = address(site.controlSocket());
-  if (connect(fd.get(), generic(place), sizeof place) == 0) return fd;
-  switch (errno) {
+  int error = 0;
+  try {
+    if (connect(fd.get(), Place(asked.socket).address(), Place::size) == 0) return fd;
+    error = errno;
+  } catch (std::system_error const& folder) {
+    error = folder.code().value();
+  }
+  switch (error) {
     case ENOENT:
     case ECONNREFUSED:
-      throw std::runtime_error("no agent runs for " + site.dir() + ", and only a running one can tell");
+      throw std::runtime_error("no " + asked.who + " runs for " + site.dir() +
+                               ", and only a running one can tell");
     case EACCES:
-    case EPERM: throw std::runtime_error("only its user and root may ask the agent of " + site.dir());
-    default: throwErrno("control socket " + site.controlSocket());
+    case EPERM:
+      throw std::runtime_error("only its user and root may ask the " + asked.who + " of " + site.dir());
+    default: throw std::system_error(error, std::generic_category(), "control socket " + asked.socket);
   }
 }
 
@@ -62,10 +89,10 @@ ControlServer::ControlServer(Loop& loop, std::string path, Answer answer)
       answer_(std::move(answer)),
       listening_(newSocket(SOCK_NONBLOCK)),
       later_(loop, [this] { watchForClients(); }) {
-  sockaddr_un const place = address(path_);
+  Place const place(path_);
   unlink(path_.c_str());
   mode_t const mask = umask(0177);
-  int const bound = bind(listening_.get(), generic(place), sizeof place);
+  int const bound = bind(listening_.get(), place.address(), Place::size);
   umask(mask);
   if (bound != 0 || listen(listening_.get(), 8) != 0) throwErrno("control socket " + path_);
   watchForClients();
@@ -136,14 +163,15 @@ void ControlServer::drop(int fd) {
   clients_.erase(fd);
 }
 
-nlohmann::ordered_json controlRequest(Site const& site, std::string_view request) {
+nlohmann::ordered_json controlRequest(Site const& site, std::string_view request, ControlSide side) {
   if (request.find('\n') != std::string_view::npos) throw std::runtime_error("a request is one line");
-  Fd const fd = connectedTo(site);
+  Asked const asked = askedOf(site, side);
+  Fd const fd = connectedTo(site, asked);
   std::string line(request);
   line += '\n';
   for (std::size_t sent = 0; sent < line.size();) {
     ssize_t const count = send(fd.get(), line.data() + sent, line.size() - sent, MSG_NOSIGNAL);
-    if (count < 0 && errno != EINTR) throwErrno("control socket " + site.controlSocket());
+    if (count < 0 && errno != EINTR) throwErrno("control socket " + asked.socket);
     if (count > 0) sent += static_cast<std::size_t>(count);
   }
   std::string answer;
@@ -151,13 +179,14 @@ nlohmann::ordered_json controlRequest(Site const& site, std::string_view request
     char buffer[65536];
     ssize_t const count = read(fd.get(), buffer, sizeof buffer);
     if (count < 0 && errno == EAGAIN)
-      throw std::runtime_error("the agent of " + site.dir() + " does not answer");
-    if (count < 0 && errno != EINTR) throwErrno("control socket " + site.controlSocket());
+      throw std::runtime_error("the " + asked.who + " of " + site.dir() + " does not answer");
+    if (count < 0 && errno != EINTR) throwErrno("control socket " + asked.socket);
     if (count == 0) break;
     if (count > 0) answer.append(buffer, static_cast<std::size_t>(count));
   }
   auto document = nlohmann::ordered_json::parse(answer, nullptr, false);
-  if (document.is_discarded()) throw std::runtime_error("the agent of " + site.dir() + " gave no answer");
+  if (document.is_discarded())
+    throw std::runtime_error("the " + asked.who + " of " + site.dir() + " gave no answer");
   if (auto const error = document.find("error"); error != document.end()) {
     throw std::runtime_error(error->get<std::string>());
   }

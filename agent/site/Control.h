@@ -1,7 +1,9 @@
-/// The control socket of a running agent: asks it for what no table shows, and switches its trace levels.
+/// The control sockets of a site: ask the running agent and the EVPN side for what no table shows, and switch
+/// the agent's trace levels.
 ///
-/// A client connects to the unix stream socket `Site::controlSocket()` (mode 0600: the agent's own user and
-/// root), writes one request line and reads one JSON document up to the end of the stream.
+/// A client connects to the unix stream socket `Site::controlSocket()`, or `evpnControlSocket()` (mode 0600:
+/// the process's own user and root), writes one request line and reads one JSON document up to the end of the
+/// stream. The EVPN side answers `state` alone.
 ///
 ///   request                answer
 ///   evpn-status            {"5000": {"floods": ["10.99.0.2"],
@@ -63,8 +65,11 @@ class ControlServer {
   Timer later_;  ///< Runs while clients are not looked for, since one could not be taken on.
 };
 
-/// Asks the agent of that site and returns its answer. Raises std::runtime_error that says so where no agent
-/// runs or this user may not ask it, and with the agent's own error.
-nlohmann::ordered_json controlRequest(Site const& site, std::string_view request);
+enum class ControlSide { agent, evpn };
+
+/// Asks that side of a site and returns its answer. Raises std::runtime_error that says so where it does not
+/// run or this user may not ask it, and with its own error.
+nlohmann::ordered_json controlRequest(Site const& site, std::string_view request,
+                                      ControlSide side = ControlSide::agent);
 
 }  // namespace Agent

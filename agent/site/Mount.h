@@ -1,4 +1,4 @@
-/// Mounting a site's tables, with errors for people.
+/// Mounting a site's tables, with errors for people: what the agent and the EVPN side do at their start.
 #pragma once
 
 #include <chrono>
@@ -9,6 +9,7 @@
 
 #include "Brine/TableBase.h"
 #include "VxlanController/QorEvpnBrine.h"
+#include "VxlanController/QorEvpnWalk.h"
 #include "agent/base/Loop.h"
 #include "agent/tables/Tables.h"
 
@@ -20,8 +21,8 @@ class MountError : public std::runtime_error {
   MountError(Brine::MountOptions const& options, Brine::MountStatus status, std::string const& detail);
 };
 
-/// Mounts a table for writing or raises MountError. A writer that was killed still holds the table until the
-/// system has buried it, so a busy table is tried again for a second.
+/// Mounts a table for writing or raises MountError. A writer that was killed holds the table until the system
+/// has ended its process, so a busy table is tried again for a second. `repair`: damaged rows are dropped.
 template <class Table>
 void mountAsWriter(Table& table, std::string const& folder, std::string_view name, bool repair) {
   Brine::MountOptions const options{.directory = folder,
@@ -44,13 +45,16 @@ void mountAsWriter(Table& table, std::string const& folder, std::string_view nam
 struct Tables {
   Tables(std::string const& name, std::string folder);
 
+  /// Raises MountError.
   void mountAsWriter(bool repair);
   /// Tables that are not there yet mount themselves at a later delivery.
   void mountAsReader(Brine::Mode mode = Brine::Mode::keyshadow);
   void unmount();
+  /// Reader: notifies of what has changed; raises what an observer raises.
   void deliver();
+  /// Writer: wakes readers, at the end of a turn of the loop.
   void endTurn();
-  /// Both tables' rows.
+  /// How many there are in both.
   std::uint64_t rows() const;
 
   std::string folder;
@@ -74,6 +78,7 @@ class Follower {
   Follower(Follower const&) = delete;
   Follower& operator=(Follower const&) = delete;
 
+  /// Notifies the tables' observers now, without waiting for the loop.
   void deliver();
 
  private:
@@ -87,14 +92,10 @@ class Follower {
   Timer again_;
 };
 
-/// Calls `visit` for each row of a walk. Damage is reported as the table reports it, and ends the walk.
+/// Calls `visit` for each row of a walk, which ends at damage as the machines' walks do.
 template <class Table, class Walk, class Visit>
 void forEachRow(Table const& table, Walk&& walk, Visit&& visit) {
-  try {
-    while (auto const* const row = walk.next()) visit(*row);
-  } catch (Brine::CorruptionError const& error) {
-    table.handleCorruption(error.what());
-  }
+  while (auto const* const row = QorEvpn::nextRow(table, walk)) visit(*row);
 }
 
 }  // namespace Agent

@@ -3,6 +3,7 @@
 ///   DIR/              0755; --dir, by default a directory of its own below /dev/shm
 ///     exported/       tables that the agent writes and the EVPN side reads
 ///     learned/        tables that the EVPN side writes and the agent reads
+///       control       socket of the running EVPN side
 ///     control         socket of the running agent (agent/site/Control.h)
 ///
 /// The two folders of tables are made by their writers, so that the EVPN side may run as another user: make
@@ -25,6 +26,8 @@ class Site {
   std::string exported() const { return dir_ + "/exported"; }
   std::string learned() const { return dir_ + "/learned"; }
   std::string controlSocket() const { return dir_ + "/control"; }
+  /// The EVPN side's, in the folder that it may write.
+  std::string evpnControlSocket() const { return learned() + "/control"; }
 
   /// The site, after making its directory, not its folders. Raises std::system_error naming the directory,
   /// also where it is no directory, or where we are root and it is another user's; UsageError as above.

@@ -1,4 +1,4 @@
-/// Agent::RowFilter: which rows people want to see, and how they write MAC addresses and prefixes.
+/// Agent::RowFilter: which rows people want to see.
 #pragma once
 
 #include <string_view>
@@ -34,9 +34,5 @@ struct RowFilter {
   bool takesMac(Wirix::EthAddr mac) const;
   bool takesVtep(Wirix::IpAddr vtep) const;
 };
-
-/// A MAC address in any of the usual notations, capitals or not: 02:00:00:00:00:01, 02-00-00-00-00-01,
-/// 0200.0000.0001, 020000000001. Raises `Orb::ParseError`.
-Wirix::EthAddr macFromPeople(std::string_view text);
 
 }  // namespace Agent

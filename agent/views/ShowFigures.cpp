@@ -174,12 +174,26 @@ std::vector<std::string> SourceFigure::notes() const {
   return lines;
 }
 
-nlohmann::ordered_json sourcesOf(nlohmann::ordered_json const& state, std::string_view subject) {
+nlohmann::ordered_json sourcesOf(Site const& site, std::string_view subject) {
   auto result = nlohmann::ordered_json::array();
-  for (auto const& each : state.value("sources", nlohmann::ordered_json::array())) {
-    std::string const kind = each.at("kind");
-    if (subject == "sources" || (subject == "switches" && kind == "switch") || subject == kind)
-      result.push_back(each);
+  auto const add = [&](ControlSide side) {
+    nlohmann::ordered_json const state = controlRequest(site, "state", side);
+    for (auto const& each : state.value("sources", nlohmann::ordered_json::array())) {
+      std::string const kind = each.at("kind");
+      if (subject == "sources" || (subject == "switches" && kind == "switch") || subject == kind)
+        result.push_back(each);
+    }
+  };
+  bool runsEvpn = true;
+  try {
+    add(ControlSide::evpn);
+  } catch (std::runtime_error const&) {
+    runsEvpn = false;
+  }
+  try {
+    add(ControlSide::agent);
+  } catch (std::runtime_error const&) {
+    if (!runsEvpn) throw;
   }
   return result;
 }

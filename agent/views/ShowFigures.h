@@ -87,8 +87,9 @@ struct TableFigure {
 /// The agent's. Raise where none runs, or where its socket may not be used; the message says so.
 std::vector<CounterFigure> countersOf(Site const& site);
 nlohmann::ordered_json stateOf(Site const& site);
-/// Of the agent's state, the sources that `subject` names: "sources", "switches" or "speaker".
-nlohmann::ordered_json sourcesOf(nlohmann::ordered_json const& state, std::string_view subject);
+/// Of what the agent and the EVPN side say, the sources that `subject` names: "sources", "switches" or
+/// "speaker". Raises where neither runs.
+nlohmann::ordered_json sourcesOf(Site const& site, std::string_view subject);
 std::vector<SourceFigure> sourceFiguresOf(nlohmann::ordered_json const& sources);
 /// The entries that are wanted, in the order in which rows are shown.
 std::vector<FdbFigure> fdbOf(Site const& site, RowFilter const& filter);

@@ -63,6 +63,9 @@ TEST(FeedTest, FillsInDefaultsAndTakesCapitals) {
   Agent::Event const mac =
       parseEvent(R"({"t":1.5,"from":"evpn","op":"mac","vni":0,"mac":"02:00:00:00:AB:cD","vtep":"10.0.0.1"})");
   EXPECT_EQ(mac.mac, Wirix::EthAddr(0x0200, 0, 0xabcd));
+  Agent::Event const dotted =
+      parseEvent(R"({"from":"evpn","op":"mac","vni":0,"mac":"0200.0000.ABcD","vtep":"10.0.0.1"})");
+  EXPECT_EQ(dotted.mac, mac.mac);
   EXPECT_TRUE(mac.time == 1.5 && mac.seq == Seqno32(0) && mac.preference == 16);
 }
 

@@ -4,7 +4,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "agent/tables/RowFilter.h"
+#include "agent/base/MacNotation.h"
 #include "tests/agent/SiteWriter.h"
 
 namespace {

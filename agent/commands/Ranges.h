@@ -1,0 +1,21 @@
+/// Numbers of the command line that have limits.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <string>
+
+namespace Agent {
+
+/// Refuses what is not a number from `min` to `max`, in these words.
+inline CLI::Validator numberFrom(std::string const& min, std::string const& max) {
+  return CLI::Validator(
+      [=](std::string& text) {
+        double value = 0;
+        bool const fits =
+            CLI::detail::lexical_cast(text, value) && value >= std::stod(min) && value <= std::stod(max);
+        return fits ? std::string() : "'" + text + "' is not a number from " + min + " to " + max;
+      },
+      "from " + min + " to " + max);
+}
+
+}  // namespace Agent
