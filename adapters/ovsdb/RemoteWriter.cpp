@@ -28,10 +28,6 @@ std::string refusalIn(Session::Reply const& reply) {
   return {};
 }
 
-std::string pauseText(std::chrono::milliseconds pause) {
-  return "; tries again in " + std::to_string(pause.count()) + " ms";
-}
-
 }  // namespace
 
 /// Operations for the database, and the keys that they serve.
@@ -292,7 +288,7 @@ void RemoteWriter::answered(std::string const& refusal) {
     } else {
       text += std::to_string(keys.size()) + " MACs";
     }
-    handlers_.report(text + ": " + refusal + pauseText(wait));
+    handlers_.report(text + ": " + refusal + againText(wait));
   }
   handlers_.wake();
 }

@@ -6,6 +6,11 @@ namespace Ovsdb {
 
 namespace {
 
+std::string timeText(std::chrono::milliseconds time) {
+  auto const count = time.count();
+  return count % 1000 == 0 ? std::to_string(count / 1000) + " s" : std::to_string(count) + " ms";
+}
+
 std::string shown(Json const& value) {
   std::string text = value.dump(-1, ' ', false, Json::error_handler_t::replace);
   if (text.size() > 200) text.replace(197, std::string::npos, "...");
@@ -13,6 +18,8 @@ std::string shown(Json const& value) {
 }
 
 }  // namespace
+
+std::string againText(std::chrono::milliseconds pause) { return "; tries again in " + timeText(pause); }
 
 Session::Session(Agent::Loop& loop, Endpoint endpoint, TlsFiles files, Pauses pauses, Handlers handlers)
     : loop_(loop),
@@ -134,7 +141,7 @@ void Session::call(Json const& skeleton, std::vector<Message::Table>&& tables) {
 }
 
 void Session::silent() {
-  auto const limit = std::to_string(pauses_.silence.count()) + " ms";
+  std::string const limit = timeText(pauses_.silence);
   if (!open_) return fail("no connection within " + limit);
   if (!answers_.empty() || probed_) return fail("no answer within " + limit);
   probed_ = true;

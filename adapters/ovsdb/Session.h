@@ -29,6 +29,9 @@ struct Pauses {
   std::chrono::milliseconds silence{10'000};
 };
 
+/// "; tries again in 2 s".
+std::string againText(std::chrono::milliseconds pause);
+
 /// A pause that doubles until it is reset.
 class GrowingPause {
  public:

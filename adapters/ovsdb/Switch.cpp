@@ -65,7 +65,7 @@ std::size_t Switch::remoteRows() const {
 }
 
 void Switch::report(std::string const& line) {
-  handlers_.report("switch " + options_.name + " (" + options_.endpoint + "): " + line);
+  handlers_.report(options_.name + ": " + options_.endpoint + ": " + line);
 }
 
 void Switch::stateIs(SourceState state, std::string const& cause) {
@@ -168,7 +168,6 @@ void Switch::finishMessage() {
 
 void Switch::failed(std::string const& cause, std::chrono::milliseconds pause) {
   lastError_ = cause;
-  report(cause + "; tries again in " + std::to_string(pause.count()) + " ms");
   taking_ = false;
   untaken_.clear();
   local_.clear();
@@ -177,7 +176,8 @@ void Switch::failed(std::string const& cause, std::chrono::milliseconds pause) {
   refusalsNamed_ = 0;
   former_.push_back(std::exchange(replica_, newReplica()));
   bool const wasThere = state_ != SourceState::connecting;
-  stateIs(wasThere ? SourceState::lost : SourceState::connecting, cause);
+  stateIs(wasThere ? SourceState::lost : SourceState::connecting,
+          options_.endpoint + ": " + cause + againText(pause));
   if (!work_.isRunning()) work_.start({});
 }
 

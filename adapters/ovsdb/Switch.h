@@ -7,8 +7,8 @@
 ///   has told all of them                   synced
 ///   went away, or is of no use             lost, until it tells its rows again
 ///
-/// Big messages are taken in slices, one a turn of the loop, so that nothing else waits for them. An error is reported
-/// with the endpoint and its cause, kept as lastError(), and followed by another attempt after a pause that grows.
+/// Big messages are taken in slices, one a turn of the loop, so that nothing else waits for them. After an error, which
+/// the state's cause tells together with the endpoint, another attempt follows after a pause that grows.
 #pragma once
 
 #include <chrono>

@@ -88,7 +88,7 @@ class SwitchUser {
              [this](Agent::SourceState state, std::string const& cause) {
                if (state == Agent::SourceState::syncing) entries.clear();
                if (state == Agent::SourceState::synced) ++syncs;
-               causes.push_back(cause);
+               if (!cause.empty()) reports.push_back(cause);
              },
              [this](std::string const& line) { reports.push_back(line); }},
             wanted) {}
@@ -128,8 +128,7 @@ class SwitchUser {
   Agent::Loop loop;
   WantedRows wanted;
   std::set<std::string> entries;
-  std::vector<std::string> reports;
-  std::vector<std::string> causes;
+  std::vector<std::string> reports;  ///< What was said for people.
   int syncs = 0;
   Ovsdb::Switch tor;
 
