@@ -46,7 +46,7 @@ void Loop::run() {
 
 void Loop::turn() {
   std::array<epoll_event, 16> events;
-  int const count = epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), work_ ? 0 : -1);
+  int const count = epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), -1);
   if (count < 0 && errno != EINTR) throwErrno("epoll_wait");
   for (int i = 0; i < count && !stopped_; ++i) {
     // An earlier handler of this turn may have taken this one off.
@@ -54,10 +54,6 @@ void Loop::turn() {
     if (found == handlers_.end()) continue;
     auto const handler = found->second;
     (*handler)();
-  }
-  if (work_ && !stopped_) {
-    Handler const work = work_;
-    work();
   }
   if (turnEnd_) turnEnd_();
 }

@@ -28,9 +28,6 @@ class Loop {
   /// any descriptor, its own too.
   void unwatch(int fd);
 
-  /// Calls `work` once a turn, without waiting in between, until it is replaced by an empty one.
-  void workIs(Handler work) { work_ = std::move(work); }
-
   /// Calls `handler` at the end of each turn, before the wait of the next one: what it leaves undone is not
   /// done while the loop waits.
   void turnEndIs(Handler handler) { turnEnd_ = std::move(handler); }
@@ -53,7 +50,6 @@ class Loop {
   Fd signals_;
   /// Shared, for a handler that takes itself off lives until it returns.
   std::map<int, std::shared_ptr<Handler>> handlers_;
-  Handler work_;
   Handler turnEnd_;
   Handler hangup_;
   bool stopped_ = false;

@@ -36,7 +36,7 @@ class RemoteRows {
     std::function<void(Vxlan::Vni, Wirix::EthAddr)> mac;
     /// The flood list of this MAC, 00:00:00:00:00:00 being all BUM traffic.
     std::function<void(Vxlan::Vni, Wirix::EthAddr)> flood;
-    /// isSettled() is another one.
+    /// isSettled() from now on.
     std::function<void()> settled;
   };
   /// The VTEPs of a flood list that are on, by address; never none.

@@ -4,8 +4,8 @@
 #include "agent/commands/Commands.h"
 #include "agent/commands/FeedOptions.h"
 #include "agent/commands/LogOptions.h"
-#include "agent/evpn/Learned.h"
-#include "agent/feed/Feed.h"
+#include "agent/evpn/EvpnSide.h"
+#include "agent/feed/Feeds.h"
 #include "agent/site/Control.h"
 #include "agent/site/Module.h"
 #include "agent/site/SiteWatch.h"
@@ -41,73 +41,74 @@ class AgentProcess {
   AgentProcess(AgentOptions const& options, Loop& loop)
       : options_(options),
         loop_(loop),
-        feed_(loop_, options.feed.feed(),
-              {[this](Event const& event) { apply(event); }, [this] { release(); },
-               [this](bool failed) { feedEnded(failed); }, logger(LogLevel::warning)}),
+        feeds_(loop_, options.feed.feeds(), options.feed.exitAtEnd),
         site_(Site::made(options.dir)),
-        module_(loop_, site_, options.repair, logger()),
+        module_(loop_, site_, options.repair, options.feed.hold(), logs()),
         control_(loop_, site_.controlSocket(),
                  [this](std::string_view command, std::string_view argument) {
                    return answer(command, argument);
                  }),
         siteWatch_(loop_, site_, logger(LogLevel::warning)) {
-    if (options.withEvpn) learned_.emplace(site_, options.repair);
+    if (options.withEvpn) evpn_.emplace(loop_, site_, options.repair, options.feed.hold(), logs());
     loop_.turnEndIs([this] {
       module_.endTurn();
-      if (learned_) learned_->endTurn();
+      if (evpn_) evpn_->learned().endTurn();
     });
   }
 
   int run() {
-    log("started, " + countText(module_.rowsFound(), "row") + " found; feed: " + feed_.name());
+    log("started, " + countText(module_.rowsFound(), "row") + " found; feed: " + feeds_.names());
+    feeds_.start([this](Feed const& feed) { return sidesOf(feed); }, logs());
     loop_.run();
     if (options_.cleanup && loop_.stopSignal() != 0) {
       module_.cleanup();
       module_.endTurn();
-      if (learned_) learned_->clear();
+      if (evpn_) evpn_->learned().clear();
       log("cleaned up");
     }
-    return status_;
+    return feeds_.haveFailed() ? exitFailed : exitOk;
   }
 
  private:
   std::function<void(std::string const&)> logger(LogLevel level = LogLevel::info) const {
     return loggerOf("agent " + options_.dir, level);
   }
+  Logs logs() const { return {logger(), logger(LogLevel::warning)}; }
   void log(std::string const& line) const { logger()(line); }
 
-  void apply(Event const& event) {
-    if (event.op == Op::enabled) {
-      module_.enabledIs(event.value);
-    } else if (event.op == Op::capability) {
-      module_.capabilityIs(event.value);
-    } else if (event.from == Origin::controller) {
-      module_.controller().apply(event);
-    } else if (learned_) {
-      learned_->apply(event);
-      learned_->endTurn();
+  /// The controller's events, and `capability`; EVPN's too where its side is played, and each at once.
+  Feeds::Sides sidesOf(Feed const& feed) {
+    SourceHandlers const controller = module_.sources().add(aboutFeed(feed));
+    SourceHandlers evpn;
+    if (evpn_) {
+      Sources::About about = aboutFeed(feed);
+      about.name += " (evpn)";
+      evpn = evpn_->sources().add(std::move(about));
+    }
+    auto const deliver = [this] {
+      evpn_->learned().endTurn();
       module_.deliver();
+    };
+    SourceHandlers both;
+    both.event = [=](Event const& event) {
+      if (event.op == Op::capability) controller.event(event);
+      if (!evpn.event) return;
+      evpn.event(event);
+      deliver();
+    };
+    if (evpn.state) {
+      both.state = [=](SourceState state, std::string const& cause) {
+        evpn.state(state, cause);
+        deliver();
+      };
     }
-  }
-
-  /// The feed has been read as far as it goes.
-  void release() {
-    if (learned_ && learned_->isHeld()) learned_->release();
-    module_.release();
-  }
-
-  void feedEnded(bool failed) {
-    log("feed ended: " + feed_.tally());
-    if (failed) {
-      status_ = exitFailed;
-      loop_.stop();
-    } else if (options_.feed.exitAtEnd) {
-      loop_.stop();
-    }
+    return {controller, both};
   }
 
   nlohmann::ordered_json answer(std::string_view command, std::string_view argument) {
     if (command == "evpn-status") return module_.evpnStatus(argument);
+    if (command == "fdb")
+      return module_.controller().fdb([this](SourceId id) { return module_.sources().name(id); });
     if (command == "counters") return countersJson();
     if (command == "state") return state();
     if (command == "trace") {
@@ -120,22 +121,21 @@ class AgentProcess {
   nlohmann::ordered_json state() const {
     nlohmann::ordered_json result = {{"pid", getpid()}};
     result.update(module_.state());
-    result["feed"] = {{"name", feed_.name()},
-                      {"events", feed_.events()},
-                      {"badLines", feed_.errors()},
-                      {"ended", feed_.hasEnded()}};
+    result["feed"] = feeds_.state();
+    if (evpn_) {
+      for (auto& each : evpn_->sources().state()) result["sources"].push_back(std::move(each));
+    }
     return result;
   }
 
   AgentOptions const& options_;
   Loop& loop_;
-  Feed feed_;  ///< Before the site is made: a feed that cannot be opened leaves nothing behind.
+  Feeds feeds_;  ///< Before the site is made: a feed that cannot be opened leaves nothing behind.
   Site site_;
   Module module_;
-  std::optional<Learned> learned_;
+  std::optional<EvpnSide> evpn_;
   ControlServer control_;  ///< Behind the module and the rest that its answers are about: gone first.
   SiteWatch siteWatch_;    ///< Behind the socket, whose removal is no news.
-  int status_ = exitOk;
 };
 
 int runAgent(AgentOptions const& options) {
@@ -169,11 +169,13 @@ void addAgentCommand(CLI::App& app, Run& run) {
       ->allow_extra_args(false);
   command->add_option("--trace-file", options->traceFile, "Append traces to this file, not standard error");
   command->footer(
-      "Takes every `controller` event of its feed, and `capability`. Runs until it is told to stop, and\n"
-      "then leaves its rows for the next start.\n\n"
+      "Takes every `controller` event of its feeds, and `capability`. Runs until it is told to stop, and\n"
+      "then leaves its rows for the next start, which withdraws none of them before each feed has told its\n"
+      "state: at its end, or with the line {\"from\":\"controller\",\"op\":\"synced\"}.\n\n"
       "Examples:\n"
       "  qorevpn agent --feed events.jsonl              apply a file and stay\n"
-      "  tail -f events.jsonl | qorevpn agent --feed -  follow a growing file\n"
+      "  mkfifo switches && qorevpn agent --feed switches    follow one writer after the other\n"
+      "  tail -n +1 -f events.jsonl | qorevpn agent --feed -    follow a growing file, which says synced\n"
       "  qorevpn agent --feed events.jsonl --pace 10    ten times as fast as recorded\n"
       "  qorevpn agent --feed events.jsonl --trace QorEvpnModeSm/8 --trace VxlanControllerEvpnTxSm/3,4,8\n"
       "  qorevpn agent --feed events.jsonl --with-evpn --exit-at-end   both sides, to the end, no more");

@@ -5,9 +5,9 @@
 #include "agent/commands/Commands.h"
 #include "agent/commands/FeedOptions.h"
 #include "agent/commands/LogOptions.h"
+#include "agent/evpn/EvpnSide.h"
 #include "agent/evpn/Exchange.h"
-#include "agent/evpn/Learned.h"
-#include "agent/feed/Feed.h"
+#include "agent/feed/Feeds.h"
 #include "agent/views/Format.h"
 
 namespace Agent {
@@ -24,29 +24,18 @@ struct EvpnOptions {
 
 int runFeed(EvpnOptions const& options) {
   auto const log = loggerOf("evpn " + options.dir);
-  int status = exitOk;
+  Logs const logs{log, loggerOf("evpn " + options.dir, LogLevel::warning)};
   Loop loop;
   loop.takeSignals();
   options.log.begin(loop);
-  std::optional<Learned> learned;
-  std::optional<Feed> feed;
-  feed.emplace(loop, options.feed.feed(),
-               Feed::Handlers{[&](Event const& event) {
-                                if (event.from == Origin::evpn) learned->apply(event);
-                              },
-                              [&] { learned->release(); },
-                              [&](bool failed) {
-                                log("feed ended: " + feed->tally());
-                                if (failed) status = exitFailed;
-                                if (failed || options.feed.exitAtEnd) loop.stop();
-                              },
-                              loggerOf("evpn " + options.dir, LogLevel::warning)});
+  Feeds feeds(loop, options.feed.feeds(), options.feed.exitAtEnd);
   // Now only: a feed that cannot be opened leaves nothing behind.
-  learned.emplace(Site::made(options.dir), options.repair);
-  loop.turnEndIs([&] { learned->endTurn(); });
-  log("started, " + countText(learned->rows(), "row") + " found; feed: " + feed->name());
+  EvpnSide side(loop, Site::made(options.dir), options.repair, options.feed.hold(), logs);
+  loop.turnEndIs([&] { side.learned().endTurn(); });
+  log("started, " + countText(side.learned().rows(), "row") + " found; feed: " + feeds.names());
+  feeds.start([&](Feed const& feed) { return Feeds::Sides{{}, side.sources().add(aboutFeed(feed))}; }, logs);
   loop.run();
-  return status;
+  return feeds.haveFailed() ? exitFailed : exitOk;
 }
 
 /// Of directories that may have to be made still.
@@ -104,7 +93,7 @@ void addEvpnCommand(CLI::App& app, Run& run) {
       "  qorevpn evpn --dir /dev/shm/west --peer /dev/shm/east    for both sites\n"
       "  qorevpn evpn --dir /dev/shm/a --peer /dev/shm/b --peer /dev/shm/c");
   command->callback([options, &run] {
-    if (options->peers.empty() && options->feed.file.empty()) {
+    if (options->peers.empty() && options->feed.files.empty()) {
       throw CLI::RequiredError("--feed or --peer");
     }
     run = [options] { return options->peers.empty() ? runFeed(*options) : runExchange(*options); };

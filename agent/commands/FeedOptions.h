@@ -1,23 +1,27 @@
-/// The options of the commands that play a feed.
+/// The options of the commands that have sources.
 #pragma once
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <string>
+#include <vector>
 
 #include "agent/feed/Feed.h"
 
 namespace Agent {
 
 struct FeedOptions {
-  std::string file;
+  std::vector<std::string> files;
   bool isPaced = false;
   double pace = 1;
   bool strict = false;
   bool exitAtEnd = false;
+  unsigned holdSeconds = 300;
 
   /// The option --feed itself is returned, for what the command demands of it.
   CLI::Option* addTo(CLI::App& command);
-  Feed::Options feed() const { return {.file = file, .strict = strict, .pace = isPaced ? pace : 0}; }
+  std::vector<Feed::Options> feeds() const;
+  std::chrono::seconds hold() const { return std::chrono::seconds(holdSeconds); }
 };
 
 }  // namespace Agent

@@ -1,129 +1,68 @@
 #include "agent/controller/Controller.h"
 
+#include <algorithm>
+
+#include "Orb/Text.h"
 #include "Orb/Type.h"
 
 namespace Agent {
 
-namespace {
+using Wirix::EthAddr;
+using Wirix::IpAddr;
 
-/// The MAC whose flood list is the one for all BUM traffic.
-constexpr Wirix::EthAddr allBum;
+class Controller::Remote : public RemoteRows {
+ public:
+  explicit Remote(Controller const& controller) : controller_(controller) {}
 
-}  // namespace
+  Handlers const& handlers() const { return handlers_; }
+  void handlersIs(Handlers handlers) override { handlers_ = std::move(handlers); }
+  void ownVtepsIs(std::set<IpAddr> vteps) override { own_ = std::move(vteps); }
 
-ServedVni::ServedVni(Vxlan::Vni vni)
-    : vniFdbStatus_(
-          Orb::makePtr<VxlanController::VniFdbStatusV2>(Orb::Name(std::to_string(vni.value())), vni)) {}
-
-void ServedVni::learnedIs(VxlanController::MacVtepV2 const& entry) {
-  learned_.put(entry.macAddr(), entry);
-  handleMac(entry.macAddr());
-}
-
-void ServedVni::learnedDel(Wirix::EthAddr mac) {
-  learned_.erase(mac);
-  handleMac(mac);
-}
-
-void ServedVni::floodIs(Wirix::EthAddr mac, Wirix::IpAddr vtep, bool on) {
-  floods_[mac][vtep] = on;
-  mergeFlood(mac, vtep);
-}
-
-void ServedVni::floodDel(Wirix::EthAddr mac, Wirix::IpAddr vtep) {
-  auto const list = floods_.find(mac);
-  if (list == floods_.end() || list->second.erase(vtep) == 0) return;
-  if (list->second.empty()) floods_.erase(list);
-  mergeFlood(mac, vtep);
-}
-
-/// Everything that was merged, perhaps from a status that is no longer there, and what EVPN has now. What the
-/// switches know is always among the former.
-void ServedVni::handleInitialized() {
-  for (auto const& entry : vniFdbStatus_->macVtepTable()) handleMac(Wirix::EthAddr(entry.key));
-  if (EvpnStatusPtr const status = vniStatusFromEvpn()) {
-    for (auto const& entry : status->macVtepTable()) handleMac(Wirix::EthAddr(entry.key));
+  std::optional<IpAddr> mac(Vxlan::Vni vni, EthAddr mac) const override {
+    auto const* const status = controller_.vniFdbStatus(vni);
+    auto const* const entry = status ? status->macVtepTable().find(mac) : nullptr;
+    if (!entry || own_.contains(entry->vtepAddr())) return std::nullopt;
+    return entry->vtepAddr();
   }
-  handleFloodList(allBum);
-}
 
-void ServedVni::handleMac(Wirix::EthAddr const& mac) {
-  VxlanController::MacVtepV2 const* winner = learned_.find(mac);
-  if (EvpnStatusPtr const& status = vniStatusFromEvpn()) {
-    VxlanController::MacVtepV2 const* const evpns = status->macVtepTable().find(mac);
-    if (evpns && (!winner || evpns->seqNo() > winner->seqNo())) winner = evpns;
+  Vteps flood(Vxlan::Vni vni, EthAddr mac) const override {
+    auto const* const status = controller_.vniFdbStatus(vni);
+    auto const list = status ? status->macVtepFloodListTable(mac) : nullptr;
+    return list ? vtepsOf(*list) : Vteps();
   }
-  if (winner) {
-    vniFdbStatus_->macVtepTableIs(VxlanController::MacVtepV2(*winner));
-  } else {
-    vniFdbStatus_->macVtepTableDel(mac);
-  }
-}
 
-void ServedVni::handleFloodList(Wirix::EthAddr const& mac) {
-  if (mac != allBum) return;  // EVPN has no others
-  Orb::Ptr<VxlanController::MacVtepFloodListV2 const> list;
-  if (EvpnStatusPtr const& status = vniStatusFromEvpn()) list = status->macVtepFloodListTable(allBum);
-  if (list != floodListFromEvpn_.notifier()) {
-    floodListFromEvpn_.del();
-    floodListFromEvpn_.connect(this, list);
-  }
-  if (auto const merged = vniFdbStatus_->macVtepFloodListTable(allBum)) {
-    for (auto const& entry : merged->vtepIpFloodList()) handleFloodVtep(Wirix::IpAddr(entry.key));
-  }
-  if (!list) return;
-  for (auto const& entry : list->vtepIpFloodList()) handleFloodVtep(Wirix::IpAddr(entry.key));
-}
-
-void ServedVni::handleFloodVtep(Wirix::IpAddr const& vtep) { mergeFlood(allBum, vtep); }
-
-/// Whether either side has the VTEP in the list; if so, `on` is whether one of them has it on.
-bool ServedVni::isOn(Wirix::EthAddr mac, Wirix::IpAddr vtep, bool& on) const {
-  bool found = false;
-  on = false;
-  if (auto const list = floods_.find(mac); list != floods_.end()) {
-    if (auto const entry = list->second.find(vtep); entry != list->second.end()) {
-      found = true;
-      on = entry->second;
+  void forEachMac(Vxlan::Vni vni, std::function<void(EthAddr, IpAddr)> const& visit) const override {
+    auto const* const status = controller_.vniFdbStatus(vni);
+    if (!status) return;
+    for (auto const& entry : status->macVtepTable()) {
+      if (!own_.contains(entry.value.vtepAddr())) visit(entry.key, entry.value.vtepAddr());
     }
   }
-  if (mac == allBum && floodListFromEvpn_.notifier()) {
-    if (bool const* const evpns = floodListFromEvpn_.notifier()->vtepIpFloodList().find(vtep)) {
-      found = true;
-      on = on || *evpns;
+
+  void forEachFlood(Vxlan::Vni vni, std::function<void(EthAddr, Vteps const&)> const& visit) const override {
+    auto const* const status = controller_.vniFdbStatus(vni);
+    if (!status) return;
+    for (auto const& entry : status->macVtepFloodListTable()) {
+      if (Vteps const vteps = vtepsOf(*entry.value); !vteps.empty()) visit(entry.key, vteps);
     }
   }
-  return found;
-}
 
-void ServedVni::mergeFlood(Wirix::EthAddr mac, Wirix::IpAddr vtep) {
-  Orb::Ptr<VxlanController::MacVtepFloodListV2> const list = vniFdbStatus_->macVtepFloodListTable(mac);
-  if (bool on; isOn(mac, vtep, on)) {
-    if (list) {
-      list->vtepIpFloodListIs(vtep, on);
-    } else {
-      auto const made = Orb::makePtr<VxlanController::MacVtepFloodListV2>(mac);
-      made->vtepIpFloodListIs(vtep, on);
-      vniFdbStatus_->macVtepFloodListTableIs(made);
+  bool isSettled() const override { return controller_.isSettled(); }
+
+ private:
+  Vteps vtepsOf(VxlanController::MacVtepFloodListV2 const& list) const {
+    Vteps vteps;
+    for (auto const& entry : list.vtepIpFloodList()) {
+      if (entry.value && !own_.contains(entry.key)) vteps.push_back(entry.key);
     }
-    return;
+    std::sort(vteps.begin(), vteps.end());
+    return vteps;
   }
-  if (!list || !list->vtepIpFloodList().contains(vtep)) return;
-  if (list->vtepIpFloodList().size() == 1) {
-    vniFdbStatus_->macVtepFloodListTableDel(mac);
-  } else {
-    list->vtepIpFloodListDel(vtep);
-  }
-}
 
-Orb::TypeDescriptor const& ServedVni::type() {
-  using A = Orb::Attributes<ServedVni>;
-  static Orb::TypeDescriptor const descriptor(
-      "Agent::ServedVni", {A::value<&ServedVni::vniFdbStatus>("vniFdbStatus"),
-                           A::value<&ServedVni::vniStatusFromEvpn>("vniStatusFromEvpn"),
-                           A::handler<&ServedVni::handleInitialized>("handleInitialized")});
-  return descriptor;
-}
+  Controller const& controller_;
+  Handlers handlers_;
+  std::set<IpAddr> own_;
+};
 
 Orb::Ptr<Controller> Controller::ControllerIs(VniStatusDirPtr const& vniStatusDirFromEvpn) {
   return Orb::create<Controller>(vniStatusDirFromEvpn);
@@ -134,31 +73,148 @@ Controller::Controller(VniStatusDirPtr const& vniStatusDirFromEvpn)
   vniStatusDirFromEvpn_.connect(this, vniStatusDirFromEvpn);
 }
 
-void Controller::apply(Event const& event) {
-  ServedVni* known = nullptr;
-  if (Orb::Ptr<ServedVni> const* const found = served_.find(event.vni)) known = found->get();
-  switch (event.op) {
-    case Op::vni: serve(event.vni); break;
-    case Op::vniDel: unserve(event.vni); break;
-    case Op::mac:
-      serve(event.vni).learnedIs(
-          VxlanController::MacVtepV2(event.mac, event.vtep, event.seq, event.preference));
-      break;
-    case Op::macDel:
-      if (known) known->learnedDel(event.mac);
-      break;
-    case Op::flood: serve(event.vni).floodIs(event.mac, event.vtep, event.on); break;
-    case Op::floodDel:
-      if (known) known->floodDel(event.mac, event.vtep);
-      break;
-    case Op::multipath:
-      serve(event.vni).vniFdbStatus()->macVtepMultiPathTableIs({event.mac, event.vteps});
-      break;
-    case Op::multipathDel:
-      if (known) known->vniFdbStatus()->macVtepMultiPathTableDel(event.mac);
-      break;
-    case Op::enabled:
-    case Op::capability: break;  // the integration's
+Controller::~Controller() { teardown(); }
+
+VxlanController::VniFdbStatusV2 const* Controller::vniFdbStatus(Vxlan::Vni vni) const {
+  Orb::Ptr<ServedVni> const* const found = served_.find(vni);
+  return found ? (*found)->vniFdbStatus().get() : nullptr;
+}
+
+void Controller::sourceIs(SourceId source, bool isNumbered) {
+  if (sources_.size() <= source) sources_.resize(source + 1);
+  sources_[source].isNumbered = isNumbered;
+}
+
+void Controller::begin(SourceId source) {
+  for (auto const& each : served_) each.value->begin(source);
+}
+
+void Controller::apply(SourceId source, Event const& event) {
+  SourceRecord const& record = sources_[source];
+  bool const isTold =
+      event.op == Op::vni || event.op == Op::mac || event.op == Op::flood || event.op == Op::multipath;
+  if (!isTold) return takeBack(source, event);
+  ServedVni& served = serve(event.vni);
+  SourcePart& part = served.part(source, record.isNumbered);
+  part.told.serves = true;
+  if (event.op == Op::mac) {
+    served.macIs(part, event.mac, {event.vtep, event.seq, 0, event.preference}, record.isKnown);
+  } else if (event.op == Op::flood) {
+    served.floodIs(part, event.mac, event.vtep, event.on);
+  } else if (event.op == Op::multipath) {
+    served.multipathIs(part, event.mac, event.vteps);
+  }
+}
+
+void Controller::takeBack(SourceId source, Event const& event) {
+  Orb::Ptr<ServedVni> const* const found = served_.find(event.vni);
+  if (!found) return;
+  Orb::Ptr<ServedVni> const served = *found;
+  SourcePart* const part = served->part(source);
+  if (!part) return;
+  if (event.op == Op::macDel) {
+    served->macDel(*part, event.mac);
+  } else if (event.op == Op::floodDel) {
+    served->floodDel(*part, event.mac, event.vtep);
+  } else if (event.op == Op::multipathDel) {
+    served->multipathDel(*part, event.mac);
+  } else if (event.op == Op::vniDel) {
+    drop(*served, *part, &SourcePart::told);
+  }
+}
+
+void Controller::whole(SourceId source) {
+  sources_[source].isKnown = true;
+  for (auto const& each : served_) {
+    Orb::Ptr<ServedVni> const served = each.value;
+    if (SourcePart* const part = served->part(source)) drop(*served, *part, &SourcePart::kept);
+  }
+}
+
+void Controller::withdraw(SourceId source) {
+  sources_[source].isKnown = false;
+  for (auto const ledger : {&SourcePart::kept, &SourcePart::told}) {
+    for (auto const& each : served_) {
+      Orb::Ptr<ServedVni> const served = each.value;
+      if (SourcePart* const part = served->part(source)) drop(*served, *part, ledger);
+    }
+  }
+}
+
+std::size_t Controller::entries(SourceId source) const {
+  std::size_t count = 0;
+  for (auto const& each : served_) {
+    if (SourcePart const* const part = each.value->part(source)) {
+      count += part->told.entries() + part->kept.entries();
+    }
+  }
+  return count;
+}
+
+/// A VNI that nobody serves any more goes as a whole.
+void Controller::drop(ServedVni& served, SourcePart& part, VniLedger SourcePart::*ledger) {
+  VniLedger const dropped = std::exchange(part.*ledger, {});
+  if (!part.serves()) served.partDel(part);
+  if (served.isServed()) {
+    served.mergeAll(dropped);
+  } else {
+    unserve(served.vniFdbStatus()->vni());
+  }
+}
+
+void Controller::earlierDel() {
+  for (auto const& each : served_) {
+    Orb::Ptr<ServedVni> const served = each.value;
+    VniLedger const dropped = served->takeEarlier();
+    if (served->isServed()) {
+      served->mergeAll(dropped);
+    } else {
+      unserve(Vxlan::Vni(each.key));
+    }
+  }
+}
+
+nlohmann::ordered_json Controller::fdb(std::function<std::string(SourceId)> const& nameOf) const {
+  auto result = nlohmann::ordered_json::array();
+  for (auto const& each : served_) {
+    for (auto const& entry : each.value->vniFdbStatus()->macVtepTable()) {
+      auto const [source, why] = each.value->verdict(entry.key);
+      std::string const from = !source ? "evpn" : *source == earlierRun ? "earlier run" : nameOf(*source);
+      result.push_back({{"vni", each.key.value()},
+                        {"mac", Orb::toText(entry.key)},
+                        {"vtep", Orb::toText(entry.value.vtepAddr())},
+                        {"seq", entry.value.seqNo().value()},
+                        {"from", from},
+                        {"why", why}});
+    }
+  }
+  return result;
+}
+
+RemoteRows& Controller::remoteRows() { return *remotes_.emplace_back(std::make_unique<Remote>(*this)); }
+
+void Controller::settledIs() {
+  if (std::exchange(isSettled_, true)) return;
+  for (auto const& remote : remotes_) {
+    if (remote->handlers().settled) remote->handlers().settled();
+  }
+}
+
+void Controller::vniChanged(Vxlan::Vni vni) {
+  for (auto const& remote : remotes_) {
+    if (remote->handlers().vni) remote->handlers().vni(vni);
+  }
+}
+
+void Controller::macChanged(Vxlan::Vni vni, EthAddr mac) {
+  for (auto const& remote : remotes_) {
+    if (remote->handlers().mac) remote->handlers().mac(vni, mac);
+  }
+}
+
+void Controller::floodChanged(Vxlan::Vni vni, EthAddr mac) {
+  for (auto const& remote : remotes_) {
+    if (remote->handlers().flood) remote->handlers().flood(vni, mac);
   }
 }
 
@@ -171,16 +227,19 @@ void Controller::handleVniStatus(Vxlan::Vni const& vni) {
 
 ServedVni& Controller::serve(Vxlan::Vni vni) {
   if (Orb::Ptr<ServedVni> const* const found = served_.find(vni)) return **found;
-  auto const served = Orb::create<ServedVni>(vni);
+  auto const served = Orb::create<ServedVni>(*this, vni);
   served_.put(vni, served);
   handleVniStatus(vni);
   vniDir_->entryIs(served->vniFdbStatus());
+  vniChanged(vni);
   return *served;
 }
 
 void Controller::unserve(Vxlan::Vni vni) {
   Orb::Ptr<ServedVni> removed;
-  if (served_.take(vni, removed)) vniDir_->entryDel(removed->vniFdbStatus()->name());
+  if (!served_.take(vni, removed)) return;
+  vniDir_->entryDel(removed->vniFdbStatus()->name());
+  vniChanged(vni);
 }
 
 Orb::TypeDescriptor const& Controller::type() {

@@ -1,16 +1,24 @@
-/// The controller's stand-in: Controller, and a ServedVni for each VNI that its switches serve.
+/// The controller's stand-in: Controller, and a ServedVni for each VNI that a source of it serves.
 ///
 ///   input                                       handler                   output
-///   feed: vni, mac, flood, multipath and -del   apply(event)              what the switches know, merged
+///   sources: vni, mac, flood, multipath, -del   apply(source, event)      what the sources know, merged
 ///   VniStatusDirV2.vniStatusV2 (from EVPN)      handleVniStatus(vni)      the ServedVni's view of EVPN
-///   VniStatusV2.macVtepTable                    handleMac(mac)            VniFdbStatusV2.macVtepTable
-///   VniStatusV2.macVtepFloodListTable           handleFloodList(mac)      the list is watched, and as below
-///   MacVtepFloodListV2.vtepIpFloodList          handleFloodVtep(address)  the all-BUM list of VniFdbStatusV2
+///   (a ServedVni's own)                                                   RemoteRows of every switch
 ///
-/// Rule: of the switches' entry of a MAC and EVPN's, the higher sequence number wins, on a tie the
-/// switches'; an entry of EVPN's that wins is stored unchanged. The flood list for all BUM traffic is the
-/// union of both sides' VTEPs, each on if either side has it on (EVPN's always are); a list without VTEPs
-/// does not exist.
+/// Rule of a MAC: the highest sequence number wins; on a tie the sources' entry before EVPN's, and of the
+/// sources' the lower VTEP. An entry of EVPN's that wins is stored unchanged. A flood list is the union of all
+/// VTEPs, each on if anybody has it on (EVPN's always are); a list without VTEPs does not exist. A multipath
+/// entry is the union of the sources'. A VNI is served as long as any source serves it.
+///
+/// Switches have no sequence numbers, so of all entries that they list of a MAC the one that was heard last
+/// counts, and the controller numbers it: 0 at first; one more when the MAC's VTEP changes, also when it falls
+/// back to a switch that still lists it; at least one more than the entry in force when a switch newly hears a
+/// MAC that is EVPN's or a feed's. What a switch lists when it tells its state for the first time was not newly
+/// heard: a restart takes nothing away from whoever had it.
+///
+/// What an earlier run left (earlierIs()) counts as a switch's entry with the number that it had, until
+/// earlierDel(): so it stays in force until a source tells something newer, numbers go on where they were, and
+/// nothing is withdrawn in between.
 ///
 /// Order: these reactors must be registered before those of the transmit machines, on every object of EVPN's
 /// status, so that a change is merged before it is compared with what is merged; otherwise a withdrawn entry
@@ -19,85 +27,57 @@
 /// VNI into the directory.
 #pragma once
 
-#include <map>
+#include <memory>
 
-#include "DataModel/VniFdbStatusV2.h"
-#include "DataModel/VniStatusV2.h"
 #include "Orb/Dir.h"
-#include "Orb/StateMachine.h"
-#include "agent/feed/Event.h"
+#include "agent/base/Remote.h"
+#include "agent/controller/ServedVni.h"
 
 namespace Agent {
-
-/// Merges one VNI.
-class ServedVni : public Orb::StateMachine<ServedVni> {
- public:
-  using EvpnStatusPtr = Orb::Ptr<VxlanController::VniStatusV2 const>;
-
-  explicit ServedVni(Vxlan::Vni vni);
-  ~ServedVni() override { teardown(); }
-  static Orb::TypeDescriptor const& type();
-
-  /// What the controller publishes about the VNI.
-  Orb::Ptr<VxlanController::VniFdbStatusV2> const& vniFdbStatus() const { return vniFdbStatus_; }
-
-  /// EVPN's status of the VNI, or null. Another one, or none, merges everything again.
-  EvpnStatusPtr const& vniStatusFromEvpn() const { return vniStatusFromEvpn_.notifier(); }
-  void vniStatusFromEvpnIs(EvpnStatusPtr const& status) { vniStatusFromEvpn_.lateIs(this, status); }
-
-  // What the switches know.
-  void learnedIs(VxlanController::MacVtepV2 const& entry);
-  void learnedDel(Wirix::EthAddr mac);
-  void floodIs(Wirix::EthAddr mac, Wirix::IpAddr vtep, bool on);
-  void floodDel(Wirix::EthAddr mac, Wirix::IpAddr vtep);
-
-  void handleInitialized();
-  void handleMac(Wirix::EthAddr const& mac);
-  void handleFloodList(Wirix::EthAddr const& mac);
-  void handleFloodVtep(Wirix::IpAddr const& vtep);
-
-  class OrbVniStatusFromEvpn
-      : public Reactor<
-            VxlanController::VniStatusV2,
-            On<VxlanController::VniStatusV2::macVtepTableAttr, &ServedVni::handleMac>,
-            On<VxlanController::VniStatusV2::macVtepFloodListTableAttr, &ServedVni::handleFloodList>> {
-    using Reactor::Reactor;
-  };
-  class OrbFloodListFromEvpn
-      : public Reactor<
-            VxlanController::MacVtepFloodListV2,
-            On<VxlanController::MacVtepFloodListV2::vtepIpFloodListAttr, &ServedVni::handleFloodVtep>> {
-    using Reactor::Reactor;
-  };
-
- private:
-  friend StateMachine;
-  auto inputs() { return std::tie(vniStatusFromEvpn_, floodListFromEvpn_); }
-  bool isOn(Wirix::EthAddr mac, Wirix::IpAddr vtep, bool& on) const;
-  void mergeFlood(Wirix::EthAddr mac, Wirix::IpAddr vtep);
-
-  Orb::Ptr<VxlanController::VniFdbStatusV2> vniFdbStatus_;
-  Orb::FlatMap<Wirix::EthAddr, VxlanController::MacVtepV2> learned_;
-  std::map<Wirix::EthAddr, std::map<Wirix::IpAddr, bool>> floods_;
-  Orb::Input<OrbVniStatusFromEvpn> vniStatusFromEvpn_;
-  Orb::Input<OrbFloodListFromEvpn> floodListFromEvpn_;
-};
 
 class Controller : public Orb::StateMachine<Controller> {
  public:
   using VniStatusDirPtr = Orb::Ptr<VxlanController::VniStatusDirV2 const>;
+  /// A MAC's entry went from one site to another.
+  using Moved = std::function<void(Vxlan::Vni, VxlanController::MacVtepV2 const& from,
+                                   VxlanController::MacVtepV2 const& to)>;
 
   static Orb::Ptr<Controller> ControllerIs(VniStatusDirPtr const& vniStatusDirFromEvpn);
   explicit Controller(VniStatusDirPtr const& vniStatusDirFromEvpn);
-  ~Controller() override { teardown(); }
+  ~Controller() override;
   static Orb::TypeDescriptor const& type();
 
   /// A VniFdbStatusV2 for each VNI that is served, under the VNI in decimal.
   Orb::Ptr<Orb::Dir> const& vniDir() const { return vniDir_; }
+  /// The same by VNI, or null.
+  VxlanController::VniFdbStatusV2 const* vniFdbStatus(Vxlan::Vni vni) const;
 
-  /// Takes what the switches learned: every op of the controller's but `enabled`. Taking back what is not
-  /// there does nothing.
-  void apply(Event const& event);
+  // Ledgers of sources, as SourceLedgers has them. Taking back what is not there does nothing.
+  void sourceIs(SourceId source, bool isNumbered);
+  void begin(SourceId source);
+  /// Every op of the controller's but `enabled`.
+  void apply(SourceId source, Event const& event);
+  void whole(SourceId source);
+  void withdraw(SourceId source);
+  std::size_t entries(SourceId source) const;
+
+  // What an earlier run left.
+  void earlierIs(Vxlan::Vni vni) { serve(vni).earlierIsPublished(); }
+  void earlierIs(Vxlan::Vni vni, VxlanController::MacVtepV2 const& entry) { serve(vni).earlierMacIs(entry); }
+  void earlierIs(Vxlan::Vni vni, Wirix::IpAddr floodVtep) { serve(vni).earlierFloodIs(floodVtep); }
+  void earlierDel();
+
+  /// [{"vni": 5000, "mac": "02:00:00:00:00:01", "vtep": "10.99.0.11", "seq": 0, "from": "leaf1",
+  ///   "why": "heard last"}, ..], of every MAC; `from` "evpn" or what `nameOf` calls the source.
+  nlohmann::ordered_json fdb(std::function<std::string(SourceId)> const& nameOf) const;
+
+  /// A switch's view of what others know. The controller owns it.
+  RemoteRows& remoteRows();
+  /// Every source has told its state or was given up (RemoteRows::isSettled()).
+  void settledIs();
+  bool isSettled() const { return isSettled_; }
+
+  void movedIs(Moved moved) { moved_ = std::move(moved); }
 
   void handleVniStatus(Vxlan::Vni const& vni);
 
@@ -109,13 +89,30 @@ class Controller : public Orb::StateMachine<Controller> {
 
  private:
   friend StateMachine;
+  friend ServedVni;
+  class Remote;
+  struct SourceRecord {
+    bool isNumbered = true;
+    bool isKnown = false;  ///< It has been whole: what it tells now is news.
+  };
+
   auto inputs() { return std::tie(vniStatusDirFromEvpn_); }
   ServedVni& serve(Vxlan::Vni vni);
   void unserve(Vxlan::Vni vni);
+  void takeBack(SourceId source, Event const& event);
+  void drop(ServedVni& served, SourcePart& part, VniLedger SourcePart::*ledger);
+  void vniChanged(Vxlan::Vni vni);
+  // What a ServedVni tells.
+  void macChanged(Vxlan::Vni vni, Wirix::EthAddr mac);
+  void floodChanged(Vxlan::Vni vni, Wirix::EthAddr mac);
 
   Orb::Input<OrbVniStatusDirFromEvpn> vniStatusDirFromEvpn_;
   Orb::Ptr<Orb::Dir> vniDir_;
   Orb::FlatMap<Vxlan::Vni, Orb::Ptr<ServedVni>> served_;
+  std::vector<SourceRecord> sources_;
+  std::vector<std::unique_ptr<Remote>> remotes_;
+  Moved moved_;
+  bool isSettled_ = false;
 };
 
 }  // namespace Agent

@@ -57,7 +57,10 @@ Exchange::Exchange(Loop& loop, std::vector<Site> const& sites, bool repair,
     followers_.push_back(std::make_unique<Follower>(loop, sites_.back()->exported(), [this] { report(); }));
   }
   for (auto const& site : sites_) site->readAll();
-  for (auto const& site : sites_) site->learned().release();
+  areAllRead_ = true;
+  for (auto const& entry : hosts_) settleHost(entry.key, entry.value);
+  for (auto const& entry : floods_) settleFlood(entry.key, entry.value);
+  for (auto const& site : sites_) sweep(site->learned());
   report();
 }
 
@@ -74,7 +77,19 @@ void Exchange::hostIs(std::size_t site, MacVniPair const& key, std::optional<Hos
   } else {
     hosts_.put(key, rows);
   }
-  settleHost(key, rows);
+  if (areAllRead_) settleHost(key, rows);
+}
+
+/// What a site learned in an earlier run, and nobody exports any more.
+void Exchange::sweep(Learned& learned) const {
+  learned.forEach(
+      [&](Host const& row) {
+        if (MacVniPair const key = row.key(); !hosts_.contains(key)) learned.hostDel(key);
+      },
+      [&](FloodEntry const& row) {
+        if (VniVtepPair const key = row.key(); !floods_.contains(key)) learned.floodDel(key);
+      });
+  learned.stateIs({EvpnState::Capability::unsaid, true});
 }
 
 void Exchange::settleHost(MacVniPair const& key, Hosts const& rows) {
@@ -96,12 +111,16 @@ void Exchange::floodIs(std::size_t site, VniVtepPair const& key, bool present) {
   Floods const* const known = floods_.find(key);
   Floods exporters = known ? *known : Floods(sites_.size());
   exporters[site] = present;
-  auto const count = std::count(exporters.begin(), exporters.end(), true);
-  if (count == 0) {
+  if (std::count(exporters.begin(), exporters.end(), true) == 0) {
     floods_.erase(key);
   } else {
     floods_.put(key, exporters);
   }
+  if (areAllRead_) settleFlood(key, exporters);
+}
+
+void Exchange::settleFlood(VniVtepPair const& key, Floods const& exporters) {
+  auto const count = std::count(exporters.begin(), exporters.end(), true);
   for (std::size_t learner = 0; learner < sites_.size(); ++learner) {
     if (count > (exporters[learner] ? 1 : 0)) {
       sites_[learner]->learned().floodIs(key);

@@ -83,6 +83,8 @@ class Exchange {
   using Floods = std::vector<bool>;
 
   void settleHost(QorEvpn::MacVniPair const& key, Hosts const& rows);
+  void settleFlood(QorEvpn::VniVtepPair const& key, Floods const& exporters);
+  void sweep(Learned& learned) const;
   void report();
 
   std::function<void(std::string const&)> log_;
@@ -91,6 +93,7 @@ class Exchange {
   std::vector<std::string> reports_;
   Orb::FlatMap<QorEvpn::MacVniPair, Hosts> hosts_;
   Orb::FlatMap<QorEvpn::VniVtepPair, Floods> floods_;
+  bool areAllRead_ = false;
 };
 
 }  // namespace Agent

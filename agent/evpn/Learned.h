@@ -1,15 +1,10 @@
-/// The tables that the EVPN side of a site writes, as the EVPN side has them.
-///
-/// Where an earlier run left rows, changes are collected until release(), which brings the tables to what was
-/// collected: rows that still hold are never touched, and what is no longer known goes. Only what differs is
-/// written, at any time.
+/// The tables that the EVPN side of a site writes, as the EVPN side has them. Only what differs is written, at
+/// any time. What an earlier run left is there from the beginning.
 #pragma once
 
-#include <map>
-#include <optional>
-#include <set>
+#include <functional>
 
-#include "agent/feed/Event.h"
+#include "agent/site/EvpnState.h"
 #include "agent/site/Mount.h"
 #include "agent/site/Site.h"
 
@@ -25,27 +20,25 @@ class Learned {
   void floodIs(QorEvpn::VniVtepPair const& key);
   void floodDel(QorEvpn::VniVtepPair const& key);
 
-  /// Takes an event from EVPN: `mac`, `flood` and what takes them back.
-  void apply(Event const& event);
+  EvpnState state() const { return state_.state(); }
+  void stateIs(EvpnState const& state) { state_.stateIs(state); }
 
-  /// Removes every row.
+  /// Visits every row; a visit may remove it.
+  void forEach(std::function<void(QorEvpn::Host const&)> const& visitHost,
+               std::function<void(QorEvpn::FloodEntry const&)> const& visitFlood) const;
+  /// Removes every row, and what was said of them.
   void clear();
 
-  bool isHeld() const { return held_.has_value(); }
-  void release();
-
   /// At the end of each turn of the loop.
-  void endTurn() { tables_.endTurn(); }
+  void endTurn() {
+    tables_.endTurn();
+    state_.endTurn();
+  }
   std::uint64_t rows() const { return tables_.rows(); }
 
  private:
-  struct Held {
-    std::map<QorEvpn::MacVniPair, QorEvpn::Host> hosts;
-    std::set<QorEvpn::VniVtepPair> floods;
-  };
-
   Tables tables_;
-  std::optional<Held> held_;
+  EvpnStateWriter state_;
 };
 
 }  // namespace Agent

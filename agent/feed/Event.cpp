@@ -43,7 +43,7 @@ constexpr std::array<std::pair<std::string_view, unsigned>, 11> keys{{{"t", keyT
                                                                       {"on", keyOn},
                                                                       {"value", keyValue}}};
 
-/// What an op takes, by where it comes from; an op that takes no key at all is none of that side's.
+/// What an op takes, by where it comes from.
 struct OpRule {
   std::string_view name;
   Op op;
@@ -52,18 +52,20 @@ struct OpRule {
   unsigned fromEvpn;
 };
 constexpr unsigned macKeys = keyVni | keyMac | keyVtep | keySeq | keyPreference;
-constexpr std::array<OpRule, 10> opRules{{
-    {"vni", Op::vni, keyVni, keyVni, 0},
-    {"vni-del", Op::vniDel, keyVni, keyVni, 0},
+constexpr unsigned notThere = ~0U;  ///< Instead of keys: no op of that side's.
+constexpr std::array<OpRule, 11> opRules{{
+    {"vni", Op::vni, keyVni, keyVni, notThere},
+    {"vni-del", Op::vniDel, keyVni, keyVni, notThere},
     {"mac", Op::mac, keyVni | keyMac | keyVtep, macKeys, macKeys},
     {"mac-del", Op::macDel, keyVni | keyMac, macKeys, macKeys},
     {"flood", Op::flood, keyVni | keyVtep, keyVni | keyVtep | keyMac | keyOn, keyVni | keyVtep | keyOn},
     {"flood-del", Op::floodDel, keyVni | keyVtep, keyVni | keyVtep | keyMac | keyOn,
      keyVni | keyVtep | keyOn},
-    {"multipath", Op::multipath, keyVni | keyMac | keyVteps, keyVni | keyMac | keyVteps, 0},
-    {"multipath-del", Op::multipathDel, keyVni | keyMac, keyVni | keyMac | keyVteps, 0},
-    {"enabled", Op::enabled, keyValue, keyValue, 0},
-    {"capability", Op::capability, keyValue, 0, keyValue},
+    {"multipath", Op::multipath, keyVni | keyMac | keyVteps, keyVni | keyMac | keyVteps, notThere},
+    {"multipath-del", Op::multipathDel, keyVni | keyMac, keyVni | keyMac | keyVteps, notThere},
+    {"enabled", Op::enabled, keyValue, keyValue, notThere},
+    {"capability", Op::capability, keyValue, notThere, keyValue},
+    {"synced", Op::synced, 0, 0, 0},
 }};
 
 /// A value or a key as JSON, cut short.
@@ -187,7 +189,7 @@ void requireKeys(OpRule const& rule, Origin from, unsigned present) {
   unsigned const allowed = isControllers ? rule.fromController : rule.fromEvpn;
   std::string const op =
       "op '" + std::string(rule.name) + "' from " + (isControllers ? "controller" : "evpn");
-  if (allowed == 0) throw EventError(op + " does not exist");
+  if (allowed == notThere) throw EventError(op + " does not exist");
   if (unsigned const missing = rule.required & ~present)
     throw EventError(op + " needs key " + keyName(missing));
   if (unsigned const extra = present & ~(allowed | keyT | keyFrom | keyOp)) {

@@ -26,6 +26,7 @@
 ///   multipath-del  vni* mac*                        it does not               -
 ///   enabled        value*                           controller database on    -
 ///   capability     value*                           -                         EVPN is on
+///   synced                                          all of its state is told  the same
 ///
 /// A -del may repeat the keys of what it takes back. Any other key is an error, and so is one that occurs
 /// twice.
@@ -56,7 +57,8 @@ enum class Op : std::uint8_t {
   multipath,
   multipathDel,
   enabled,
-  capability
+  capability,
+  synced
 };
 
 /// Keys that an op does not have hold their defaults.

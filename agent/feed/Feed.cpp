@@ -1,7 +1,6 @@
 #include "agent/feed/Feed.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,11 +11,6 @@ namespace Agent {
 namespace {
 
 constexpr std::size_t pieceSize = 16384;
-
-bool isReadable(int fd) {
-  pollfd poll{fd, POLLIN, 0};
-  return ::poll(&poll, 1, 0) > 0;
-}
 
 }  // namespace
 
@@ -41,16 +35,23 @@ std::optional<LineCutter::Line> LineCutter::next() {
   return line;
 }
 
-Feed::Feed(Loop& loop, Options options, Handlers handlers)
+Feed::Feed(Loop& loop, Options options)
     : loop_(loop),
       options_(std::move(options)),
-      handlers_(std::move(handlers)),
       name_(options_.file == "-" ? "standard input" : options_.file),
-      fd_(STDIN_FILENO),
-      timer_(loop, [this] { takeLines(); }) {
-  if (options_.file != "-") {
-    opened_ = Fd(open(options_.file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!opened_) throwErrno("cannot open the feed " + name_);
+      timer_(loop, [this] { takeLines(); }),
+      piece_(loop, [this] { readPiece(); }) {
+  open();
+}
+
+/// A former descriptor is closed only now, so that what the next writer has written already is not lost.
+void Feed::open() {
+  if (options_.file == "-") {
+    fd_ = STDIN_FILENO;
+  } else {
+    Fd opened(::open(options_.file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!opened) throwErrno("cannot open the feed " + name_);
+    opened_ = std::move(opened);
     fd_ = opened_.get();
   }
   struct stat status;
@@ -58,6 +59,12 @@ Feed::Feed(Loop& loop, Options options, Handlers handlers)
   if (S_ISDIR(status.st_mode)) throw std::system_error(EISDIR, std::generic_category(), name_);
   // Everything else than these can be read at once, and cannot be waited for.
   isFile_ = !S_ISFIFO(status.st_mode) && !S_ISSOCK(status.st_mode) && isatty(fd_) == 0;
+  isFifo_ = options_.file != "-" && S_ISFIFO(status.st_mode);
+}
+
+void Feed::start(Handlers handlers) {
+  handlers_ = std::move(handlers);
+  if (!isFifo_) state(SourceState::syncing);  // a FIFO may have no writer yet
   resume();
 }
 
@@ -71,7 +78,7 @@ void Feed::resume() {
   if (reading_ || readToEnd_) return;
   reading_ = true;
   if (isFile_) {
-    loop_.workIs([this] { readPiece(); });
+    piece_.start({});
   } else {
     loop_.watchInput(fd_, [this] { readPiece(); });
   }
@@ -81,7 +88,7 @@ void Feed::pause() {
   if (!reading_) return;
   reading_ = false;
   if (isFile_) {
-    loop_.workIs({});
+    piece_.cancel();
   } else {
     loop_.unwatch(fd_);
   }
@@ -92,17 +99,21 @@ void Feed::readPiece() {
   ssize_t const count = read(fd_, piece, sizeof piece);
   if (count < 0) {
     if (errno == EAGAIN || errno == EINTR) return;
-    handlers_.report(name_ + ": " + std::generic_category().message(errno));
-    finish(true);
-    return;
+    std::string const cause = std::generic_category().message(errno);
+    handlers_.report(name_ + ": " + cause);
+    state(SourceState::lost, cause);
+    return finish(true);
   }
   if (count == 0) {
     lines_.end();
     readToEnd_ = true;
     pause();
   } else {
+    if (isFifo_ && !hasWriter_) state(SourceState::syncing);
+    hasWriter_ = true;
     lines_.append({piece, static_cast<std::size_t>(count)});
-    if (isFile_ && options_.pace <= 0) reportProgress();
+    if (isRecording()) reportProgress();
+    if (isFile_) piece_.start({});
   }
   takeLines();
 }
@@ -114,21 +125,16 @@ void Feed::takeLines() {
       auto const wait = waitFor(*waiting_);
       if (wait.count() > 0) {
         pause();
-        reportIdle();
         timer_.start(wait);
         return;
       }
-      Event const due = *std::exchange(waiting_, std::nullopt);
-      ++events_;
-      handlers_.event(due);
+      apply(*std::exchange(waiting_, std::nullopt));
     } else if (auto const line = lines_.next()) {
       take(*line);
     } else if (readToEnd_) {
-      finish(false);
+      return endOfInput();
     } else {
-      resume();
-      if (!isFile_ && !isReadable(fd_)) reportIdle();
-      return;
+      return resume();
     }
   }
 }
@@ -149,10 +155,23 @@ void Feed::take(LineCutter::Line const& line) {
   lastTime_ = *waiting_->time;
 }
 
+void Feed::apply(Event const& event) {
+  ++events_;
+  ++writersEvents_;
+  if (event.op == Op::synced) {
+    sync(event.from);
+  } else if (auto const& handler = side(event.from).event) {
+    handler(event);
+  }
+}
+
 void Feed::bad(LineCutter::Line const& line, std::string const& what) {
   ++errors_;
+  ++writersErrors_;
   handlers_.report(name_ + ':' + std::to_string(line.number) + ": " + what);
-  if (options_.strict) finish(true);
+  if (!options_.strict) return;
+  state(SourceState::lost, "a bad line");
+  finish(true);
 }
 
 std::chrono::nanoseconds Feed::waitFor(Event const& event) {
@@ -166,17 +185,59 @@ std::chrono::nanoseconds Feed::waitFor(Event const& event) {
   return std::chrono::duration_cast<std::chrono::nanoseconds>(due) - (now - *start_);
 }
 
+SourceHandlers const& Feed::side(Origin origin) const {
+  return origin == Origin::controller ? handlers_.controller : handlers_.evpn;
+}
+
+void Feed::state(Origin origin, SourceState state, std::string const& cause) {
+  states_[static_cast<std::size_t>(origin)] = state;
+  if (auto const& handler = side(origin).state) handler(state, cause);
+}
+
+void Feed::state(SourceState next, std::string const& cause) {
+  for (Origin const origin : {Origin::controller, Origin::evpn}) state(origin, next, cause);
+}
+
+/// All that the side has to say of its state has been said.
+void Feed::sync(Origin origin) {
+  if (states_[static_cast<std::size_t>(origin)] == SourceState::synced) return;
+  if (writersErrors_ == 0) return state(origin, SourceState::synced);
+  state(origin, SourceState::syncing, "not whole: " + countText(writersErrors_, "bad line"));
+}
+
+void Feed::endOfInput() {
+  if (isFifo_ && options_.reopens) return nextWriter();
+  if (writersEvents_ == 0) {
+    // Who dies before it says anything has not said that nothing is there.
+    state(SourceState::lost, "it ended before its first event");
+  } else {
+    // What EVPN learned comes first: it decides what is exported.
+    for (Origin const origin : {Origin::evpn, Origin::controller}) sync(origin);
+  }
+  finish(false);
+}
+
+void Feed::nextWriter() {
+  state(SourceState::lost, "its writer ended");
+  lines_ = {};
+  readToEnd_ = hasWriter_ = false;
+  writersEvents_ = writersErrors_ = 0;
+  lastTime_ = 0;
+  start_.reset();
+  try {
+    open();
+  } catch (std::system_error const& error) {
+    handlers_.report(error.what());
+    return finish(true);
+  }
+  resume();
+}
+
 void Feed::finish(bool failed) {
   pause();
   ended_ = true;
   readToEnd_ = true;
-  if (!failed) reportIdle();
   handlers_.end(failed);
-}
-
-/// A source that has not said anything yet, or died before it did, has not said that nothing is there.
-void Feed::reportIdle() {
-  if (events_ != 0) handlers_.idle();
 }
 
 void Feed::reportProgress() {

@@ -14,26 +14,35 @@ Orb::Ptr<Entity> make(char const* name) {
 
 }  // namespace
 
-Module::Module(Loop& loop, Site const& site, bool repair, std::function<void(std::string const&)> log)
+Module::Module(Loop& loop, Site const& site, bool repair, std::chrono::seconds hold, Logs const& logs)
     : loop_(loop),
       site_(site),
-      log_(std::move(log)),
+      log_(logs.info),
       exported_("exported", site.exported()),
       status_(make<Controllerdb::Status>("status")),
       capability_(make<QorEvpn::EvpnCapability>("evpnCapability")),
       config_(make<QorEvpn::QorEvpnConfig>("qorEvpnConfig")),
       brIdList_(make<QorEvpn::QorBrIdList>("qorBrIdList")),
-      vniStatusDir_(make<VxlanController::VniStatusDirV2>("vniStatusDir")) {
+      vniStatusDir_(make<VxlanController::VniStatusDirV2>("vniStatusDir")),
+      evpnState_(loop, site, [this] { deliver(); }),
+      sources_(loop, *this, hold, logs),
+      evpnHold_(loop, [this] {
+        evpnIsOverdue_ = true;
+        settleRemotes();
+      }) {
   exported_.mountAsWriter(repair);
   mountAsWriter(brIdTable_, site.exported(), TableKind<Bridging::BridgeId>::file, repair);
   rowsFound_ = exported_.rows() + brIdTable_.statistics().rows;
-  held_ = rowsFound_ != 0;
 
   qorBrIdList_.connect(this, brIdList_);
   seedBrIdList();
   controller_ = Controller::ControllerIs(vniStatusDir_);
+  seedController();
+  sources_.keepsEarlierIs(rowsFound_ != 0);
+  if (hold.count() != 0) evpnHold_.start(hold);
   qorEvpnConfig_.connect(this, config_);
   mode_ = QorEvpn::qorEvpnIntegrationModeSmFactory(status_, capability_, config_);
+  capabilityIs();
 }
 
 /// What was written stays; the machines and this object merely stop watching.
@@ -47,26 +56,50 @@ void Module::enabledIs(bool enabled) {
   handleFlag(enabled);
 }
 
-void Module::capabilityIs(bool capability) {
-  capability_->evpnEnabledIs(capability);
-  handleFlag(capability);
+void Module::flag(SourceId, Event const& event) {
+  if (event.op == Op::enabled) return enabledIs(event.value);
+  feedsCapability_ = event.value;
+  capabilityIs();
 }
 
-/// A flag that is off also removes what an earlier run left, at once or when the holding back ends.
+/// What the EVPN side says counts, whatever feeds say. Where nobody has said anything, nothing is off.
+void Module::capabilityIs() {
+  using enum EvpnState::Capability;
+  std::optional<EvpnState> const evpns = evpnState_.state();
+  std::optional<bool> capability = feedsCapability_;
+  if (evpns && evpns->capability != unsaid) capability = evpns->capability == on;
+  if (!capability) return capability_->evpnEnabledIs(false);
+  capability_->evpnEnabledIs(*capability);
+  handleFlag(*capability);
+}
+
+/// A flag that is off also removes what an earlier run left.
 void Module::handleFlag(bool on) {
   toldOff_ = toldOff_ || !on;
-  if (!on && !held_ && !tx_) clearExported();
+  if (!on && !tx_) clearExported();
 }
 
-void Module::release() {
-  if (!held_) return;
-  held_ = false;
-  handleMode();
-  if (!tx_ && toldOff_) clearExported();
+/// Every source has told its state or was given up.
+void Module::settled() {
+  controller_->earlierDel();
+  settleRemotes();
+}
+
+void Module::forgetEarlier() {
+  controller_->earlierDel();
+  sources_.keepsEarlierIs(false);
+}
+
+/// Rows of other origin in switches may go once EVPN's side has told all that it knows, too; a side that is not
+/// wanted has nothing to tell.
+void Module::settleRemotes() {
+  if (!sources_.isSettled() || controller_->isSettled()) return;
+  bool const isWhole = learned_ && Brine::isReadable(learned_->host->mountStatus()) &&
+                       evpnState_.state().value_or(EvpnState{.isWhole = true}).isWhole;
+  if (isWhole || evpnIsOverdue_ || (toldOff_ && !tx_)) controller_->settledIs();
 }
 
 void Module::handleMode() {
-  if (held_) return;
   bool const on = config_->qorEvpnIntegrationMode();
   if (on && !tx_) start();
   if (!on && tx_) stop();
@@ -75,13 +108,17 @@ void Module::handleMode() {
 void Module::start() {
   // The receive machine comes first: the transmit machines' first pass then knows what EVPN supplied.
   learned_.emplace("learned", site_.learned());
-  follower_.emplace(loop_, *learned_, [this] { reportLearned(); });
+  follower_.emplace(loop_, *learned_, [this] {
+    reportLearned();
+    settleRemotes();
+  });
   rx_ = VxlanController::qorEvpnRxSmFactory(learned_->host, learned_->flood, vniStatusDir_);
   seedBrIdList();
   tx_ = QorEvpn::qorEvpnTxSmFactory(controller_->vniDir(), vniStatusDir_, brIdList_, exported_.host,
                                     exported_.flood);
   log_("integration on");
   reportLearned();
+  settleRemotes();
 }
 
 void Module::stop() {
@@ -93,7 +130,9 @@ void Module::stop() {
   follower_.reset();
   learned_.reset();
   learnedReport_.clear();
+  forgetEarlier();
   log_("integration off: what it wrote is removed");
+  settleRemotes();
 }
 
 /// The receive machine's cleanup() withdraws the rows that the tables hold now. They are another process's,
@@ -122,6 +161,7 @@ void Module::cleanup() {
 }
 
 void Module::clearExported() {
+  forgetEarlier();
   brIdList_->brIdListDelAll();
   exported_.host->hostDelAll();
   exported_.flood->floodEntryDelAll();
@@ -145,6 +185,18 @@ void Module::seedBrIdList() {
              [&](QorEvpn::FloodEntry const& row) { add(row.key().vni()); });
 }
 
+/// What an earlier run left is kept as an entry of its own.
+void Module::seedController() {
+  for (auto const& entry : brIdList_->brIdList()) controller_->earlierIs(Bridging::BridgeId(entry.key).vni());
+  forEachRow(*exported_.host, exported_.host->hostWalk(), [&](QorEvpn::Host const& row) {
+    controller_->earlierIs(row.key().vni(), VxlanController::MacVtepV2(row.key().macAddr(), row.vtepAddr(),
+                                                                       row.seqNo(), row.preference()));
+  });
+  forEachRow(*exported_.flood, exported_.flood->floodEntryWalk(), [&](QorEvpn::FloodEntry const& row) {
+    controller_->earlierIs(row.key().vni(), row.key().vtepAddr());
+  });
+}
+
 void Module::handleBrId(Bridging::BridgeId const& brId) {
   if (brIdList_->brIdList().contains(brId)) {
     brIdTable_.write(brId);
@@ -153,8 +205,12 @@ void Module::handleBrId(Bridging::BridgeId const& brId) {
   }
 }
 
+/// The state first: it is written last.
 void Module::deliver() {
+  evpnState_.deliver();
   if (follower_) follower_->deliver();
+  capabilityIs();
+  settleRemotes();
 }
 
 /// Says it when the EVPN side comes or goes.
@@ -190,13 +246,15 @@ nlohmann::ordered_json Module::state() const {
   result["enabled"] = status_->enabled();
   result["capability"] = capability_->evpnEnabled();
   result["integration"] = integrationIsOn();
-  result["held"] = held_;
+  result["held"] = sources_.isKeeping();
+  result["settled"] = controller_->isSettled();
   result["servedVnis"] = controller_->vniDir()->entry().size();
   result["evpnVnis"] = vniStatusDir_->vniStatusV2().size();
   result["exportedHosts"] = exported_.host->statistics().rows;
   result["exportedFloods"] = exported_.flood->statistics().rows;
   result["bridgeIds"] = brIdList_->brIdList().size();
   result["learned"] = learned_ ? learnedReport_ : "not mounted";
+  result["sources"] = sources_.state();
   return result;
 }
 

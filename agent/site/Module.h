@@ -1,18 +1,15 @@
 /// Agent::Module: hosts the module for a site. It owns the entities that the machines work on, the tables,
 /// and the machines, which it builds through their factories.
 ///
-///   feed: enabled, capability ─► QorEvpnIntegrationModeSm ─► on: receive machine, then transmit root
-///                                                           off: both are cleaned up and dropped
-///   feed: switches ─► Controller ─► transmit machines ─► exported tables, QorBrIdList ─► brId table
+///   sources: enabled, capability ─► QorEvpnIntegrationModeSm ─► on: receive machine, then transmit root
+///   learned/state: capability    ─┘                            off: both are cleaned up and dropped
+///   sources: switches, feeds ─► Controller ─► transmit machines ─► exported tables, QorBrIdList ─► brId table
 ///   learned tables ─► receive machine ─► VniStatusDirV2 ─► Controller, then transmit machines
 ///
 /// Start: the list of bridge identifiers is seeded with what the last run left in its table and with the VNI
 /// of every exported row, so that the transmit root sweeps whatever belongs to a VNI that is gone, at
-/// whatever instruction the last run died.
-///
-/// Where the last run left rows, the machines are held back until release(): the feed is read as far as it
-/// goes first, so that rows which still hold are never withdrawn in between. Once released, the integration
-/// follows its two flags at once.
+/// whatever instruction the last run died. The rows themselves are the Controller's to keep until every source
+/// has told its state or was given up, so none that still holds is ever withdrawn.
 ///
 /// The learned tables are mounted while the integration is on only, by objects made for the purpose: a
 /// machine that is built must be told of removals of what it was shown, and of no others.
@@ -31,26 +28,36 @@
 #include "VxlanController/QorEvpnTxSm.h"
 #include "agent/base/Loop.h"
 #include "agent/controller/Controller.h"
+#include "agent/feed/Sources.h"
+#include "agent/site/EvpnState.h"
 #include "agent/site/Mount.h"
 #include "agent/site/Site.h"
 
 namespace Agent {
 
-class Module : public Orb::StateMachine<Module> {
+class Module : public Orb::StateMachine<Module>, public SourceLedgers {
  public:
-  /// `log` takes lines for people. Raises MountError where another agent has the site.
-  Module(Loop& loop, Site const& site, bool repair, std::function<void(std::string const&)> log);
+  /// `hold`: how long what a lost source told is kept; 0 is for ever. Raises MountError where another agent has the site.
+  Module(Loop& loop, Site const& site, bool repair, std::chrono::seconds hold, Logs const& logs);
   ~Module() override;
   static Orb::TypeDescriptor const& type();
 
+  /// Where the controller's sources are added: its switches and feeds.
+  Sources& sources() { return sources_; }
   Controller& controller() { return *controller_; }
-  /// The two sides' flags. Saying that one is off also removes what an earlier run left.
+  /// The controller's database is on, or not. Saying that it is off also removes what an earlier run left.
   void enabledIs(bool enabled);
-  void capabilityIs(bool capability);
 
-  bool isHeld() const { return held_; }
-  /// The feed has been read as far as it goes; ends the holding back.
-  void release();
+  // Ledgers of the controller's sources, called by sources().
+  void sourceIs(SourceId source, bool isNumbered) override { controller_->sourceIs(source, isNumbered); }
+  void begin(SourceId source) override { controller_->begin(source); }
+  void apply(SourceId source, Event const& event) override { controller_->apply(source, event); }
+  void flag(SourceId source, Event const& event) override;
+  void whole(SourceId source) override { controller_->whole(source); }
+  void withdraw(SourceId source) override { controller_->withdraw(source); }
+  void settled() override;
+  std::size_t entries(SourceId source) const override { return controller_->entries(source); }
+
   bool integrationIsOn() const { return tx_ != nullptr; }
   std::uint64_t rowsFound() const { return rowsFound_; }
 
@@ -84,6 +91,10 @@ class Module : public Orb::StateMachine<Module> {
   auto inputs() { return std::tie(qorEvpnConfig_, qorBrIdList_); }
 
   void handleFlag(bool on);
+  void capabilityIs();
+  void seedController();
+  void forgetEarlier();
+  void settleRemotes();
   void start();
   void stop();
   void seedBrIdList();
@@ -93,7 +104,7 @@ class Module : public Orb::StateMachine<Module> {
 
   Loop& loop_;
   Site site_;
-  std::function<void(std::string const&)> log_;
+  Log log_;
 
   Tables exported_;
   Brine::Table<Bridging::BridgeId> brIdTable_;
@@ -114,7 +125,11 @@ class Module : public Orb::StateMachine<Module> {
   Orb::Ptr<QorEvpn::QorEvpnTxSm> tx_;
   Orb::Ptr<VxlanController::QorEvpnRxSm> rx_;
   std::uint64_t rowsFound_ = 0;
-  bool held_ = false;
+  EvpnStateReader evpnState_;
+  std::optional<bool> feedsCapability_;
+  Sources sources_;
+  Timer evpnHold_;  ///< Until EVPN's side is given up, as a source is.
+  bool evpnIsOverdue_ = false;
   bool toldOff_ = false;  ///< By either flag, in this run.
 };
 

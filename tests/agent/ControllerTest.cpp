@@ -22,13 +22,14 @@ TEST(ControllerTest, AVniTakesUpWhatEvpnHadLearnedAndGivesItUpWithTheStatus) {
   learned->macVtepFloodListTableIs(list);
 
   auto const controller = Agent::Controller::ControllerIs(dir);
+  controller->sourceIs(0, true);
   for (EthAddr const& mac : {own, both}) {
     Agent::Event event;
     event.op = Agent::Op::mac;
     event.vni = vni;
     event.mac = mac;
     event.vtep = local;
-    controller->apply(event);
+    controller->apply(0, event);
   }
   auto const merged =
       Orb::ptrCast<VxlanController::VniFdbStatusV2>(controller->vniDir()->entityPtr(Orb::Name("7")));

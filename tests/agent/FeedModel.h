@@ -2,7 +2,7 @@
 
 #include <map>
 
-#include "agent/feed/Event.h"
+#include "agent/feed/Sources.h"
 #include "agent/views/SiteView.h"
 
 /// What a site's tables must hold after some events, as a pure function of what both sides know. (Of an entry
@@ -12,6 +12,7 @@ class FeedModel {
  public:
   void apply(Agent::Event const& event) {
     using Agent::Op;
+    if (!Agent::refusalOf(event).empty()) return;
     Place const place{event.vni, event.mac};
     auto& [on, macs, floods, multipaths] = event.from == Agent::Origin::evpn ? evpn_ : controller_;
     switch (event.op) {
@@ -23,6 +24,7 @@ class FeedModel {
       case Op::floodDel: floods.erase({place, event.vtep}); return;
       case Op::multipath: multipaths.insert(place); break;
       case Op::multipathDel: multipaths.erase(place); return;
+      case Op::synced: return;
       case Op::vni: break;
       case Op::vniDel:
         served_.erase(event.vni);

@@ -1,0 +1,321 @@
+#include "agent/controller/ServedVni.h"
+
+#include <algorithm>
+
+#include "Orb/Type.h"
+#include "agent/controller/Controller.h"
+
+namespace Agent {
+
+using VxlanController::MacVtepV2;
+using Wirix::EthAddr;
+using Wirix::IpAddr;
+
+namespace {
+
+/// The MAC whose flood list is the one for all BUM traffic.
+constexpr EthAddr allBum;
+
+/// The number behind it, at most the last one.
+Seqno32 after(Seqno32 seq) { return seq.value() == Seqno32::max ? seq : Seqno32(seq.value() + 1); }
+
+}  // namespace
+
+void SourcePart::begin() {
+  VniLedger before = std::exchange(kept, std::exchange(told, {}));
+  for (auto const& entry : before.macs) {
+    if (!kept.macs.contains(entry.key)) kept.macs.put(entry.key, entry.value);
+  }
+  for (auto& [mac, list] : before.floods) kept.floods[mac].merge(list);
+  kept.multipaths.merge(before.multipaths);
+  kept.serves = kept.serves || before.serves;
+}
+
+ServedVni::ServedVni(Controller& controller, Vxlan::Vni vni)
+    : controller_(controller),
+      vniFdbStatus_(
+          Orb::makePtr<VxlanController::VniFdbStatusV2>(Orb::Name(std::to_string(vni.value())), vni)) {}
+
+SourcePart* ServedVni::part(SourceId source) const {
+  auto const found =
+      std::find_if(parts_.begin(), parts_.end(), [&](auto const& part) { return part->source == source; });
+  return found == parts_.end() ? nullptr : found->get();
+}
+
+SourcePart& ServedVni::part(SourceId source, bool isNumbered) {
+  if (SourcePart* const found = part(source)) return *found;
+  return *parts_.emplace_back(std::make_unique<SourcePart>(SourcePart{source, isNumbered, {}, {}}));
+}
+
+void ServedVni::partDel(SourcePart const& part) {
+  std::erase_if(parts_, [&](auto const& each) { return each.get() == &part; });
+}
+
+void ServedVni::begin(SourceId source) {
+  if (SourcePart* const found = part(source)) found->begin();
+}
+
+void ServedVni::macIs(SourcePart& part, EthAddr mac, Claim claim, bool isNews) {
+  if (!part.isNumbered) {
+    Claim const* const former = part.claim(mac);
+    if (former ? former->vtep != claim.vtep : isNews) {
+      claim.order = ++heard_;
+      renumber(mac, claim.vtep);
+    } else if (former) {
+      claim.order = former->order;
+    }
+  }
+  part.told.macs.put(mac, claim);
+  mergeMac(mac, false);
+}
+
+/// A switch has newly heard the MAC: its entry comes before the one that is in force, whosoever that is.
+void ServedVni::renumber(EthAddr mac, IpAddr vtep) {
+  Number number{vtep, {}};
+  Number const* const former = numbers_.find(mac);
+  if (former) number.seq = former->vtep == vtep ? former->seq : after(former->seq);
+  if (MacVtepV2 const* const inForce = vniFdbStatus_->macVtepTable().find(mac)) {
+    bool const isSwitches = former && former->vtep == inForce->vtepAddr() && former->seq == inForce->seqNo();
+    if (!isSwitches) number.seq = std::max(number.seq, after(inForce->seqNo()));
+  }
+  numbers_.put(mac, number);
+}
+
+void ServedVni::macDel(SourcePart& part, EthAddr mac) {
+  if (part.told.macs.erase(mac)) mergeMac(mac, false);
+}
+
+void ServedVni::floodIs(SourcePart& part, EthAddr mac, IpAddr vtep, bool on) {
+  part.told.floods[mac][vtep] = on;
+  mergeFlood(mac, vtep);
+}
+
+void ServedVni::floodDel(SourcePart& part, EthAddr mac, IpAddr vtep) {
+  auto const list = part.told.floods.find(mac);
+  if (list == part.told.floods.end() || list->second.erase(vtep) == 0) return;
+  if (list->second.empty()) part.told.floods.erase(list);
+  mergeFlood(mac, vtep);
+}
+
+void ServedVni::multipathIs(SourcePart& part, EthAddr mac, std::vector<IpAddr> vteps) {
+  part.told.multipaths.insert_or_assign(mac, std::move(vteps));
+  mergeMultipath(mac);
+}
+
+void ServedVni::multipathDel(SourcePart& part, EthAddr mac) {
+  if (part.told.multipaths.erase(mac) != 0) mergeMultipath(mac);
+}
+
+VniLedger& ServedVni::earlier() {
+  if (!earlier_) earlier_ = std::make_unique<VniLedger>();
+  return *earlier_;
+}
+
+void ServedVni::earlierMacIs(MacVtepV2 const& entry) {
+  EthAddr const mac = entry.macAddr();
+  earlier().macs.put(mac, {entry.vtepAddr(), entry.seqNo(), 0, entry.preference()});
+  numbers_.put(mac, {entry.vtepAddr(), entry.seqNo()});
+  mergeMac(mac, false);
+}
+
+void ServedVni::earlierFloodIs(IpAddr vtep) {
+  earlier().floods[allBum][vtep] = true;
+  mergeFlood(allBum, vtep);
+}
+
+/// A VNI is published while there is anything in it, so an entry without a VTEP stands for what is not known.
+void ServedVni::earlierIsPublished() {
+  earlier().multipaths[allBum];
+  mergeMultipath(allBum);
+}
+
+VniLedger ServedVni::takeEarlier() {
+  VniLedger dropped;
+  if (earlier_) dropped = std::move(*earlier_);
+  earlier_.reset();
+  return dropped;
+}
+
+/// Everything that was merged, perhaps from a status that is no longer there, and what EVPN has now. What the
+/// sources know is always among the former.
+void ServedVni::handleInitialized() {
+  for (auto const& entry : vniFdbStatus_->macVtepTable()) handleMac(EthAddr(entry.key));
+  if (EvpnStatusPtr const status = vniStatusFromEvpn()) {
+    for (auto const& entry : status->macVtepTable()) handleMac(EthAddr(entry.key));
+  }
+  handleFloodList(allBum);
+}
+
+MacVtepV2 const* ServedVni::evpnsMac(EthAddr mac) const {
+  EvpnStatusPtr const& status = vniStatusFromEvpn_.notifier();
+  return status ? status->macVtepTable().find(mac) : nullptr;
+}
+
+/// Of feeds' entries: the highest sequence number, then the lowest VTEP.
+ServedVni::Found ServedVni::numberedClaim(EthAddr mac) const {
+  Found best;
+  for (auto const& part : parts_) {
+    Claim const* const claim = part->isNumbered ? part->claim(mac) : nullptr;
+    bool const isBetter = claim && (!best || claim->seq > best.claim->seq ||
+                                    (claim->seq == best.claim->seq && claim->vtep < best.claim->vtep));
+    if (isBetter) best = {claim, part->source};
+  }
+  return best;
+}
+
+/// Of what switches list, and of what an earlier run left: what was heard last, else what is in force, else the
+/// lowest VTEP.
+ServedVni::Found ServedVni::switchesClaim(EthAddr mac, Number const* number) const {
+  Found best;
+  auto const rank = [&](Claim const& claim) {
+    return std::tuple(claim.order, number && claim.vtep == number->vtep, ~claim.vtep.value());
+  };
+  auto const add = [&](Claim const* claim, SourceId source) {
+    if (claim && (!best || rank(*claim) > rank(*best.claim))) best = {claim, source};
+  };
+  for (auto const& part : parts_) {
+    if (!part->isNumbered) add(part->claim(mac), part->source);
+  }
+  if (earlier_) add(earlier_->macs.find(mac), earlierRun);
+  return best;
+}
+
+/// What the sources know of a MAC, merged.
+std::optional<ServedVni::Own> ServedVni::ownMac(EthAddr mac) {
+  Found const best = numberedClaim(mac);
+  Number* number = numbers_.find(mac);
+  Found const heard = switchesClaim(mac, number);
+  if (!heard) {
+    if (number) numbers_.erase(mac);
+  } else if (!number) {
+    numbers_.put(mac, {heard.claim->vtep, {}});
+    number = numbers_.find(mac);
+  } else if (number->vtep != heard.claim->vtep) {
+    *number = {heard.claim->vtep, after(number->seq)};
+  }
+  if (!best && !heard) return std::nullopt;
+  bool const isTie = best && heard && best.claim->seq == number->seq;
+  bool const isHeard =
+      heard && (!best || (isTie ? heard.source != earlierRun && heard.claim->vtep < best.claim->vtep
+                                : best.claim->seq < number->seq));
+  auto const& [claim, source] = isHeard ? heard : best;
+  std::string_view why = isTie ? "lowest VTEP of equals" : "highest sequence number";
+  if (isHeard && !best) why = claim->order != 0 ? "heard last" : "listed";
+  if (source == earlierRun) why = "kept from an earlier run";
+  return Own{MacVtepV2(mac, claim->vtep, isHeard ? number->seq : claim->seq, claim->preference), source, why};
+}
+
+ServedVni::Verdict ServedVni::verdict(EthAddr mac) {
+  std::optional<Own> const own = ownMac(mac);
+  MacVtepV2 const* const evpns = evpnsMac(mac);
+  if (!own) return {std::nullopt, "nobody else has it"};
+  if (!evpns) return {own->source, own->why};
+  if (evpns->seqNo() > own->entry.seqNo()) return {std::nullopt, "highest sequence number"};
+  bool const isTie = evpns->seqNo() == own->entry.seqNo();
+  return {own->source, isTie ? "before EVPN's of the same number" : "higher sequence number than EVPN's"};
+}
+
+void ServedVni::mergeMac(EthAddr mac, bool isEvpns) {
+  std::optional<MacVtepV2> winner;
+  if (auto const own = ownMac(mac)) winner = own->entry;
+  MacVtepV2 const* const evpns = evpnsMac(mac);
+  bool const evpnWins = evpns && (!winner || evpns->seqNo() > winner->seqNo());
+  if (evpnWins) winner = *evpns;
+  std::optional<MacVtepV2> former;
+  if (MacVtepV2 const* const found = vniFdbStatus_->macVtepTable().find(mac)) former = *found;
+  if (winner == former) return;
+  if (winner) {
+    vniFdbStatus_->macVtepTableIs(*winner);
+  } else {
+    vniFdbStatus_->macVtepTableDel(mac);
+  }
+  controller_.macChanged(vniFdbStatus_->vni(), mac);
+  if (!winner || !former || winner->vtepAddr() == former->vtepAddr()) return;
+  // It arrived where it was heard; that the other side gave it up is no move.
+  bool const hasMoved = isEvpns ? evpnWins : !evpnWins && evpns && *evpns == *former;
+  if (hasMoved && controller_.moved_) controller_.moved_(vniFdbStatus_->vni(), *former, *winner);
+}
+
+void ServedVni::handleFloodList(EthAddr const& mac) {
+  if (mac != allBum) return;  // EVPN has no others
+  Orb::Ptr<VxlanController::MacVtepFloodListV2 const> list;
+  if (EvpnStatusPtr const& status = vniStatusFromEvpn()) list = status->macVtepFloodListTable(allBum);
+  if (list != floodListFromEvpn_.notifier()) {
+    floodListFromEvpn_.del();
+    floodListFromEvpn_.connect(this, list);
+  }
+  if (auto const merged = vniFdbStatus_->macVtepFloodListTable(allBum)) {
+    for (auto const& entry : merged->vtepIpFloodList()) handleFloodVtep(IpAddr(entry.key));
+  }
+  if (!list) return;
+  for (auto const& entry : list->vtepIpFloodList()) handleFloodVtep(IpAddr(entry.key));
+}
+
+void ServedVni::handleFloodVtep(IpAddr const& vtep) { mergeFlood(allBum, vtep); }
+
+/// Whether anybody has the VTEP in the list; if so, whether one of them has it on.
+std::optional<bool> ServedVni::isOn(EthAddr mac, IpAddr vtep) const {
+  std::optional<bool> on;
+  auto const add = [&on](bool const* entry) {
+    if (entry) on = on.value_or(false) || *entry;
+  };
+  for (auto const& part : parts_) add(part->flood(mac, vtep));
+  if (!on && earlier_) add(earlier_->flood(mac, vtep));
+  if (mac == allBum && floodListFromEvpn_.notifier()) {
+    add(floodListFromEvpn_.notifier()->vtepIpFloodList().find(vtep));
+  }
+  return on;
+}
+
+void ServedVni::mergeFlood(EthAddr mac, IpAddr vtep) {
+  Orb::Ptr<VxlanController::MacVtepFloodListV2> const list = vniFdbStatus_->macVtepFloodListTable(mac);
+  bool const* const entry = list ? list->vtepIpFloodList().find(vtep) : nullptr;
+  std::optional<bool> const on = isOn(mac, vtep);
+  if (on ? entry && *entry == *on : !entry) return;
+  if (on && list) {
+    list->vtepIpFloodListIs(vtep, *on);
+  } else if (on) {
+    auto const made = Orb::makePtr<VxlanController::MacVtepFloodListV2>(mac);
+    made->vtepIpFloodListIs(vtep, *on);
+    vniFdbStatus_->macVtepFloodListTableIs(made);
+  } else if (list->vtepIpFloodList().size() == 1) {
+    vniFdbStatus_->macVtepFloodListTableDel(mac);
+  } else {
+    list->vtepIpFloodListDel(vtep);
+  }
+  controller_.floodChanged(vniFdbStatus_->vni(), mac);
+}
+
+void ServedVni::mergeMultipath(EthAddr mac) {
+  std::optional<std::vector<IpAddr>> vteps;
+  auto const add = [&vteps](std::vector<IpAddr> const* entry) {
+    if (!entry) return;
+    if (!vteps) vteps.emplace();
+    vteps->insert(vteps->end(), entry->begin(), entry->end());
+  };
+  for (auto const& part : parts_) add(part->multipath(mac));
+  if (earlier_) add(earlier_->multipath(mac));
+  if (!vteps) return vniFdbStatus_->macVtepMultiPathTableDel(mac);
+  std::sort(vteps->begin(), vteps->end());
+  vteps->erase(std::unique(vteps->begin(), vteps->end()), vteps->end());
+  vniFdbStatus_->macVtepMultiPathTableIs({mac, *vteps});
+}
+
+void ServedVni::mergeAll(VniLedger const& ledger) {
+  for (auto const& entry : ledger.macs) mergeMac(entry.key, false);
+  for (auto const& [mac, list] : ledger.floods) {
+    for (auto const& each : list) mergeFlood(mac, each.first);
+  }
+  for (auto const& each : ledger.multipaths) mergeMultipath(each.first);
+}
+
+Orb::TypeDescriptor const& ServedVni::type() {
+  using A = Orb::Attributes<ServedVni>;
+  static Orb::TypeDescriptor const descriptor(
+      "Agent::ServedVni", {A::value<&ServedVni::vniFdbStatus>("vniFdbStatus"),
+                           A::value<&ServedVni::vniStatusFromEvpn>("vniStatusFromEvpn"),
+                           A::handler<&ServedVni::handleInitialized>("handleInitialized")});
+  return descriptor;
+}
+
+}  // namespace Agent

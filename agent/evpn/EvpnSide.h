@@ -1,0 +1,30 @@
+/// Agent::EvpnSide: the EVPN side of a site that learns from sources - speakers, feeds.
+#pragma once
+
+#include "agent/evpn/LearnedSources.h"
+
+namespace Agent {
+
+class EvpnSide {
+ public:
+  /// Raises MountError where another process writes the tables. `hold`: how long what a lost source told is
+  /// kept; 0 is for ever.
+  EvpnSide(Loop& loop, Site const& site, bool repair, std::chrono::seconds hold, Logs logs)
+      : learned_(site, repair), ledgers_(learned_), sources_(loop, ledgers_, hold, std::move(logs)) {
+    sources_.keepsEarlierIs(learned_.rows() != 0);
+  }
+  EvpnSide(EvpnSide const&) = delete;
+  EvpnSide& operator=(EvpnSide const&) = delete;
+
+  /// Where sources of EVPN events are added.
+  Sources& sources() { return sources_; }
+  Sources const& sources() const { return sources_; }
+  Learned& learned() { return learned_; }
+
+ private:
+  Learned learned_;
+  LearnedSources ledgers_;
+  Sources sources_;
+};
+
+}  // namespace Agent

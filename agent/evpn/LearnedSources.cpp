@@ -1,0 +1,132 @@
+#include "agent/evpn/LearnedSources.h"
+
+#include <algorithm>
+
+namespace Agent {
+
+using namespace QorEvpn;
+
+LearnedSources::LearnedSources(Learned& learned) : learned_(learned) {
+  learned_.forEach([this](Host const& row) { earlier_.hosts.put(row.key(), row); },
+                   [this](FloodEntry const& row) { earlier_.floods.insert(row.key()); });
+}
+
+void LearnedSources::sourceIs(SourceId source, bool) {
+  records_.resize(std::max(records_.size(), source + 1));
+  mergeState();
+}
+
+void LearnedSources::begin(SourceId source) {
+  auto& [told, kept, capability] = records_[source];
+  Ledger before = std::exchange(kept, std::exchange(told, {}));
+  for (auto const& entry : before.hosts) {
+    if (!kept.hosts.contains(entry.key)) kept.hosts.put(entry.key, entry.value);
+  }
+  kept.floods.merge(before.floods);
+}
+
+void LearnedSources::apply(SourceId source, Event const& event) {
+  Ledger& told = records_[source].told;
+  MacVniPair const key(event.mac, event.vni);
+  VniVtepPair const flood(event.vni, event.vtep);
+  if (event.op == Op::mac) {
+    Host row(key);
+    row.vtepAddrIs(event.vtep);
+    row.seqNoIs(event.seq);
+    row.preferenceIs(event.preference);
+    if (told.hosts.put(key, row)) mergeHost(key);
+  } else if (event.op == Op::macDel) {
+    if (told.hosts.erase(key)) mergeHost(key);
+  } else if (event.op == Op::flood) {
+    if (told.floods.insert(flood).second) mergeFlood(flood);
+  } else if (event.op == Op::floodDel) {
+    if (told.floods.erase(flood) != 0) mergeFlood(flood);
+  }
+}
+
+void LearnedSources::flag(SourceId source, Event const& event) {
+  if (event.op != Op::capability) return;
+  records_[source].capability = event.value;
+  mergeState();
+}
+
+void LearnedSources::whole(SourceId source) { mergeAll(std::exchange(records_[source].kept, {})); }
+
+void LearnedSources::withdraw(SourceId source) {
+  Record const dropped = std::exchange(records_[source], {});
+  mergeAll(dropped.kept);
+  mergeAll(dropped.told);
+  if (dropped.capability) {
+    records_[source].capability = false;
+    mergeState();
+  }
+}
+
+void LearnedSources::settled() {
+  isSettled_ = true;
+  mergeAll(std::exchange(earlier_, {}));
+  mergeState();
+}
+
+std::size_t LearnedSources::entries(SourceId source) const {
+  auto const& [told, kept, capability] = records_[source];
+  return told.hosts.size() + told.floods.size() + kept.hosts.size() + kept.floods.size();
+}
+
+Host const* LearnedSources::newer(Host const* before, Host const* now) {
+  return now && !(before && now->seqNo() < before->seqNo()) ? now : before;
+}
+
+Host const* LearnedSources::best(MacVniPair const& key) const {
+  Host const* best = nullptr;
+  for (Record const& record : records_) {
+    Host const* const row = newer(record.kept.hosts.find(key), record.told.hosts.find(key));
+    bool const isBetter = row && (!best || row->seqNo() > best->seqNo() ||
+                                  (row->seqNo() == best->seqNo() && row->vtepAddr() < best->vtepAddr()));
+    if (isBetter) best = row;
+  }
+  return newer(earlier_.hosts.find(key), best);
+}
+
+bool LearnedSources::hasFlood(VniVtepPair const& key) const {
+  return earlier_.floods.contains(key) ||
+         std::any_of(records_.begin(), records_.end(), [&](Record const& record) {
+           return record.told.floods.contains(key) || record.kept.floods.contains(key);
+         });
+}
+
+void LearnedSources::mergeHost(MacVniPair const& key) {
+  if (Host const* const row = best(key)) {
+    learned_.hostIs(*row);
+  } else {
+    learned_.hostDel(key);
+  }
+}
+
+void LearnedSources::mergeFlood(VniVtepPair const& key) {
+  if (hasFlood(key)) {
+    learned_.floodIs(key);
+  } else {
+    learned_.floodDel(key);
+  }
+}
+
+void LearnedSources::mergeAll(Ledger const& ledger) {
+  for (auto const& entry : ledger.hosts) mergeHost(entry.key);
+  for (VniVtepPair const& key : ledger.floods) mergeFlood(key);
+}
+
+/// Until every source is whole, the last word of an earlier run on the capability stays where none speaks.
+void LearnedSources::mergeState() {
+  EvpnState state = learned_.state();
+  state.isWhole = isSettled_;
+  auto said = EvpnState::Capability::unsaid;
+  for (Record const& record : records_) {
+    if (!record.capability || said == EvpnState::Capability::on) continue;
+    said = *record.capability ? EvpnState::Capability::on : EvpnState::Capability::off;
+  }
+  if (isSettled_ || said != EvpnState::Capability::unsaid) state.capability = said;
+  learned_.stateIs(state);
+}
+
+}  // namespace Agent

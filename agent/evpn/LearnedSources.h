@@ -1,0 +1,60 @@
+/// Agent::LearnedSources: what sources of EVPN events hold - speakers, feeds - each in a ledger of its own, and
+/// merged into the tables that the agent reads.
+///
+/// Rule: of several entries of a MAC the highest sequence number wins, then the lowest VTEP. A flood row is
+/// there if any source has it. The EVPN side is capable if any source says so; it has an opinion if any has.
+///
+/// Rows that an earlier run left stay until every source is whole or given up; until then one with a higher
+/// sequence number than what sources tell stays as it is, for a recording tells what was before what is.
+/// Likewise what a source told before it begins to tell its state again.
+#pragma once
+
+#include <set>
+
+#include "Orb/FlatMap.h"
+#include "agent/evpn/Learned.h"
+#include "agent/feed/Sources.h"
+
+namespace Agent {
+
+class LearnedSources : public SourceLedgers {
+ public:
+  /// What the tables hold now is an earlier run's.
+  explicit LearnedSources(Learned& learned);
+
+  void sourceIs(SourceId source, bool isNumbered) override;
+  void begin(SourceId source) override;
+  /// Takes `mac`, `flood` and what takes them back.
+  void apply(SourceId source, Event const& event) override;
+  void flag(SourceId source, Event const& event) override;
+  void whole(SourceId source) override;
+  void withdraw(SourceId source) override;
+  void settled() override;
+  std::size_t entries(SourceId source) const override;
+
+ private:
+  struct Ledger {
+    Orb::FlatMap<QorEvpn::MacVniPair, QorEvpn::Host> hosts;
+    std::set<QorEvpn::VniVtepPair> floods;
+  };
+  struct Record {
+    Ledger told, kept;
+    std::optional<bool> capability;
+  };
+
+  /// Of what one told before and tells now, what counts.
+  static QorEvpn::Host const* newer(QorEvpn::Host const* before, QorEvpn::Host const* now);
+  QorEvpn::Host const* best(QorEvpn::MacVniPair const& key) const;
+  bool hasFlood(QorEvpn::VniVtepPair const& key) const;
+  void mergeHost(QorEvpn::MacVniPair const& key);
+  void mergeFlood(QorEvpn::VniVtepPair const& key);
+  void mergeAll(Ledger const& ledger);
+  void mergeState();
+
+  Learned& learned_;
+  Ledger earlier_;
+  std::vector<Record> records_;
+  bool isSettled_ = false;
+};
+
+}  // namespace Agent

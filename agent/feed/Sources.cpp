@@ -1,0 +1,198 @@
+#include "agent/feed/Sources.h"
+
+#include <algorithm>
+
+#include "agent/views/Format.h"
+
+namespace Agent {
+
+namespace {
+
+/// Refusals of one reason that are named; the others are counted.
+constexpr std::uint64_t namedRefusals = 5;
+
+std::string_view refusalOf(Wirix::IpAddr vtep) {
+  if (vtep == Wirix::IpAddr()) return "VTEP 0.0.0.0";
+  if (vtep.value() == 0xFFFFFFFF) return "broadcast VTEP";
+  if (vtep.value() >> 28 == 0xE) return "multicast VTEP";
+  return {};
+}
+
+bool isGroup(Wirix::EthAddr mac) { return (mac.word(0) & 0x0100) != 0; }
+
+std::string entriesText(std::size_t count) { return count == 1 ? "1 entry" : countText(count, "entrie"); }
+
+std::string described(Event const& event) {
+  std::string text = "vni ";
+  appendText(text, event.vni);
+  text += " mac ";
+  appendText(text, event.mac);
+  for (Wirix::IpAddr const& vtep : event.op == Op::multipath ? event.vteps : std::vector{event.vtep}) {
+    text += " vtep ";
+    appendText(text, vtep);
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string_view refusalOf(Event const& event) {
+  if (event.op == Op::mac || event.op == Op::multipath) {
+    if (isGroup(event.mac)) return "group MAC";
+    if (event.op == Op::mac && event.mac == Wirix::EthAddr()) return "zero MAC";
+  }
+  if (event.op == Op::mac || event.op == Op::flood) return refusalOf(event.vtep);
+  if (event.op == Op::multipath) {
+    for (Wirix::IpAddr const& vtep : event.vteps) {
+      if (auto const reason = refusalOf(vtep); !reason.empty()) return reason;
+    }
+  }
+  return {};
+}
+
+std::string_view toText(SourceState state) {
+  switch (state) {
+    case SourceState::connecting: return "connecting";
+    case SourceState::syncing: return "syncing";
+    case SourceState::synced: return "synced";
+    case SourceState::lost: return "lost";
+  }
+  return {};
+}
+
+Sources::Sources(Loop& loop, SourceLedgers& ledgers, std::chrono::seconds hold, Logs logs)
+    : loop_(loop), ledgers_(ledgers), hold_(hold), logs_(std::move(logs)) {}
+
+SourceHandlers Sources::add(About about) {
+  SourceId const id = records_.size();
+  ledgers_.sourceIs(id, about.isNumbered);
+  Record& record = records_.emplace_back();
+  record.about = std::move(about);
+  if (hold_.count() != 0) {
+    record.timer = std::make_unique<Timer>(loop_, [this, id] { holdEnds(id); });
+    record.timer->start(hold_);
+  }
+  return {[this, id](Event const& each) { event(id, each); },
+          [this, id](SourceState next, std::string const& cause) { state(id, next, cause); }, logs_.warning};
+}
+
+void Sources::event(SourceId source, Event const& event) {
+  if (event.op == Op::enabled || event.op == Op::capability) {
+    flag(source, event);
+  } else if (!refuse(records_[source], event)) {
+    ledgers_.apply(source, event);
+  }
+}
+
+bool Sources::refuse(Record& record, Event const& event) {
+  std::string_view const reason = refusalOf(event);
+  if (reason.empty()) return false;
+  std::uint64_t const count = ++record.refused[std::string(reason)];
+  if (count <= namedRefusals) {
+    logs_.warning(record.about.name + ": refused: " + described(event) + ": " + std::string(reason) +
+                  (count == namedRefusals ? " (more of them are counted, not named)" : ""));
+  }
+  return true;
+}
+
+void Sources::state(SourceId source, SourceState next, std::string const& cause) {
+  Record& record = records_[source];
+  bool const isAnother = record.state != next;
+  bool const isWorthALine =
+      cause.empty() ? isAnother && next != SourceState::syncing : isAnother || cause != record.error;
+  if (isAnother) {
+    record.state = next;
+    record.since = std::chrono::system_clock::now();
+  }
+  if (!cause.empty()) record.error = cause;
+  std::string line = record.about.name + ": " + std::string(toText(next));
+  if (next == SourceState::syncing && cause.empty()) {
+    record.flags.clear();
+    if (record.givenUp) record.givenUp = record.isOverdue = false;
+    record.isAgain = record.hasTold;
+    if (record.isAgain) ledgers_.begin(source);
+    record.hasTold = true;
+  } else if (next == SourceState::syncing) {
+    applyFlags(source);  // it has said what it will
+  } else if (next == SourceState::synced && isAnother) {
+    record.givenUp = record.isOverdue = false;
+    if (record.timer) record.timer->cancel();
+    ledgers_.whole(source);
+    applyFlags(source);
+    line += ", " + entriesText(ledgers_.entries(source));
+  } else if (next != SourceState::synced && isAnother) {
+    if (record.isOverdue) {
+      giveUp(source);
+    } else if (record.timer && !record.timer->isRunning()) {
+      record.timer->start(hold_);
+    }
+  }
+  if (isWorthALine)
+    (next == SourceState::synced ? logs_.info : logs_.warning)(cause.empty() ? line : line + ": " + cause);
+  settle();
+}
+
+void Sources::flag(SourceId source, Event const& event) {
+  Record& record = records_[source];
+  bool const isTelling = record.state == SourceState::syncing;
+  bool const waits =
+      isTelling && (isKeeping() || record.isAgain) && (record.about.isRecording || !event.value);
+  if (waits) {
+    record.flags.insert_or_assign(event.op, event);
+  } else {
+    record.flags.erase(event.op);
+    ledgers_.flag(source, event);
+  }
+}
+
+void Sources::applyFlags(SourceId source) {
+  for (auto const& [op, event] : std::exchange(records_[source].flags, {})) ledgers_.flag(source, event);
+}
+
+void Sources::holdEnds(SourceId source) {
+  Record& record = records_[source];
+  record.isOverdue = true;
+  if (record.state != SourceState::syncing) return giveUp(source);
+  if (isKeeping())
+    logs_.warning(record.about.name + ": not synced yet: what an earlier run left stays until it is");
+}
+
+void Sources::giveUp(SourceId source) {
+  Record& record = records_[source];
+  if (record.givenUp) return;
+  record.givenUp = true;
+  logs_.warning(record.about.name + ": given up after " + std::to_string(hold_.count()) +
+                " s: " + entriesText(ledgers_.entries(source)) + " withdrawn");
+  record.hasTold = false;
+  record.flags.clear();
+  ledgers_.withdraw(source);
+  settle();
+}
+
+void Sources::settle() {
+  if (isSettled_) return;
+  isSettled_ = std::all_of(records_.begin(), records_.end(), [](Record const& record) {
+    return record.state == SourceState::synced || record.givenUp;
+  });
+  if (isSettled_) ledgers_.settled();
+}
+
+nlohmann::ordered_json Sources::state() const {
+  auto result = nlohmann::ordered_json::array();
+  for (SourceId id = 0; id < records_.size(); ++id) {
+    Record const& record = records_[id];
+    auto const since = std::chrono::duration_cast<std::chrono::seconds>(record.since.time_since_epoch());
+    result.push_back({{"name", record.about.name},
+                      {"kind", record.about.kind},
+                      {"endpoint", record.about.endpoint},
+                      {"state", toText(record.state)},
+                      {"since", since.count()},
+                      {"entries", ledgers_.entries(id)},
+                      {"refused", record.refused},
+                      {"givenUp", record.givenUp},
+                      {"lastError", record.error}});
+  }
+  return result;
+}
+
+}  // namespace Agent

@@ -1,0 +1,125 @@
+/// Agent::Sources: listens to the sources of one side of a site, the controller's or EVPN's, and tells the
+/// ledgers of that side what each one holds.
+///
+///   a source says           its ledger
+///   syncing                 begin(): what it told before is kept beside what it tells now
+///   an entry                apply(), unless it cannot be: then it is refused, named and counted
+///   synced                  whole(): what was kept goes
+///   lost, for `hold`        withdraw(): all of it goes, with a line in the log
+///
+/// settled(), once: every source is synced or given up, so nothing of an earlier run has to be kept any longer.
+/// A source is given up when it has been connecting or lost for `hold`. One that tells its state without an end
+/// is not, nor is one that was not understood: who knows what it would still say.
+///
+/// `enabled` and `capability` count at once, but for this: where entries are kept, a recording's count once it
+/// has been read, and `false` from a stream once it is synced, for it may be history that is told again.
+#pragma once
+
+#include <chrono>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <vector>
+
+#include "agent/base/Loop.h"
+#include "agent/base/Source.h"
+
+namespace Agent {
+
+/// Takes lines for people.
+using Log = std::function<void(std::string const&)>;
+struct Logs {
+  Log info, warning;
+};
+
+/// Counts the sources of a side from 0, in the order in which they were added.
+using SourceId = std::size_t;
+
+/// What a side's sources hold, kept apart by source and merged by its rule.
+class SourceLedgers {
+ public:
+  virtual ~SourceLedgers() = default;
+  /// A source comes to be. `isNumbered`: its entries have sequence numbers of their own.
+  virtual void sourceIs(SourceId source, bool isNumbered) = 0;
+  virtual void begin(SourceId source) = 0;
+  virtual void apply(SourceId source, Event const& event) = 0;
+  /// `enabled` or `capability`.
+  virtual void flag(SourceId source, Event const& event) = 0;
+  virtual void whole(SourceId source) = 0;
+  virtual void withdraw(SourceId source) = 0;
+  virtual void settled() = 0;
+  /// How many entries a source has there.
+  virtual std::size_t entries(SourceId source) const = 0;
+};
+
+class Sources {
+ public:
+  struct About {
+    std::string name;      ///< For people: "leaf1", "events.jsonl".
+    std::string kind;      ///< "feed", "switch", "speaker".
+    std::string endpoint;  ///< "unix:/run/db.sock".
+    bool isNumbered = true;
+    bool isRecording = false;  ///< Read from its beginning to its end, as fast as it goes.
+  };
+
+  /// `hold` of 0: for ever.
+  Sources(Loop& loop, SourceLedgers& ledgers, std::chrono::seconds hold, Logs logs);
+  Sources(Sources const&) = delete;
+  Sources& operator=(Sources const&) = delete;
+
+  /// Adds a source, before the loop turns; what is returned is for the source to call.
+  SourceHandlers add(About about);
+
+  std::string const& name(SourceId source) const { return records_[source].about.name; }
+  bool isSettled() const { return isSettled_; }
+  /// Entries of an earlier run are being kept.
+  bool isKeeping() const { return keepsEarlier_ && !isSettled_; }
+  /// Whether there are any.
+  void keepsEarlierIs(bool keepsEarlier) { keepsEarlier_ = keepsEarlier; }
+  /// [{"name": "leaf1", "kind": "switch", "endpoint": "unix:/run/db.sock", "state": "synced",
+  ///   "since": 1763796324, "entries": 12, "refused": {"group MAC": 1}, "givenUp": false, "lastError": ""}, ..]
+  /// `since` in seconds of Unix time; `lastError` also where it is over.
+  nlohmann::ordered_json state() const;
+
+ private:
+  struct Record {
+    About about;
+    SourceState state = SourceState::connecting;
+    std::chrono::system_clock::time_point since = std::chrono::system_clock::now();
+    std::string error;
+    std::map<std::string, std::uint64_t, std::less<>> refused;
+    std::map<Op, Event> flags;  ///< That wait.
+    bool hasTold = false;       ///< In this run, and not withdrawn.
+    bool isAgain = false;       ///< It tells what it told before.
+    bool givenUp = false;
+    bool isOverdue = false;  ///< `hold` has passed since it was last synced.
+    std::unique_ptr<Timer> timer;
+  };
+
+  void event(SourceId source, Event const& event);
+  void state(SourceId source, SourceState state, std::string const& cause);
+  void flag(SourceId source, Event const& event);
+  void applyFlags(SourceId source);
+  bool refuse(Record& record, Event const& event);
+  void holdEnds(SourceId source);
+  void giveUp(SourceId source);
+  void settle();
+
+  Loop& loop_;
+  SourceLedgers& ledgers_;
+  bool keepsEarlier_ = false;
+  std::chrono::seconds hold_;
+  Logs logs_;
+  std::vector<Record> records_;
+  bool isSettled_ = false;
+};
+
+/// "connecting", "syncing", "synced", "lost".
+std::string_view toText(SourceState state);
+
+/// Why an entry cannot be ("group MAC"), or nothing: a host's MAC is no group and not 00:00:00:00:00:00, which
+/// stands for all BUM traffic in flood lists and multipath entries; a VTEP is neither 0.0.0.0 nor multicast nor
+/// broadcast. What takes an entry back is never refused.
+std::string_view refusalOf(Event const& event);
+
+}  // namespace Agent

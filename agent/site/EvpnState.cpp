@@ -1,0 +1,58 @@
+#include "agent/site/EvpnState.h"
+
+#include "agent/site/Mount.h"
+
+namespace Agent {
+
+EvpnStateWriter::EvpnStateWriter(Site const& site, bool repair) {
+  mountAsWriter(table_, site.learned(), EvpnState::file, repair);
+}
+
+EvpnState EvpnStateWriter::state() const { return table_.find(0).value_or(EvpnState()); }
+
+void EvpnStateWriter::stateIs(EvpnState const& state) {
+  if (table_.find(0) != state) table_.write(state);
+}
+
+EvpnStateReader::EvpnStateReader(Loop& loop, Site const& site, Loop::Handler told)
+    : loop_(loop), site_(site), told_(std::move(told)), again_(loop, [this] {
+        deliver();
+        told_();
+      }) {
+  mount();
+  take();
+}
+
+EvpnStateReader::~EvpnStateReader() { loop_.unwatch(table_.fd()); }
+
+void EvpnStateReader::deliver() {
+  if (table_.fd() < 0) {  // it does not even wait
+    table_.unmount();
+    mount();
+  }
+  take();
+}
+
+void EvpnStateReader::mount() {
+  table_.mount(
+      {.directory = site_.learned(), .name = std::string(EvpnState::file), .mode = Brine::Mode::keyshadow});
+  if (table_.fd() < 0) return;
+  loop_.watchInput(table_.fd(), [this] {
+    deliver();
+    told_();
+  });
+}
+
+/// What cannot be read at the moment is as it was.
+void EvpnStateReader::take() {
+  table_.deliver();
+  if (table_.isReadable()) {
+    try {
+      state_ = table_.find(0);
+    } catch (Brine::CorruptionError const&) {
+    }
+  }
+  if (mustLookAgain(table_.mountStatus()) && !again_.isRunning()) again_.start(lookAgainDelay);
+}
+
+}  // namespace Agent
