@@ -1,6 +1,7 @@
 #include "agent/feed/Feed.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,6 +43,7 @@ Feed::Feed(Loop& loop, Options options)
       timer_(loop, [this] { takeLines(); }),
       piece_(loop, [this] { readPiece(); }) {
   open();
+  isPartial_ = isPartlyRead();
 }
 
 /// A former descriptor is closed only now, so that what the next writer has written already is not lost.
@@ -60,6 +62,12 @@ void Feed::open() {
   // Everything else than these can be read at once, and cannot be waited for.
   isFile_ = !S_ISFIFO(status.st_mode) && !S_ISSOCK(status.st_mode) && isatty(fd_) == 0;
   isFifo_ = options_.file != "-" && S_ISFIFO(status.st_mode);
+}
+
+/// What lies in a FIFO when it is opened was written to a reader that is gone, who may have read the beginning.
+bool Feed::isPartlyRead() const {
+  int bytes = 0;
+  return isFifo_ && ioctl(fd_, FIONREAD, &bytes) == 0 && bytes != 0;
 }
 
 void Feed::start(Handlers handlers) {
@@ -201,8 +209,13 @@ void Feed::state(SourceState next, std::string const& cause) {
 /// All that the side has to say of its state has been said.
 void Feed::sync(Origin origin) {
   if (states_[static_cast<std::size_t>(origin)] == SourceState::synced) return;
-  if (writersErrors_ == 0) return state(origin, SourceState::synced);
-  state(origin, SourceState::syncing, "not whole: " + countText(writersErrors_, "bad line"));
+  if (isPartial_) {
+    state(origin, SourceState::syncing, "not whole: its writer began before this program did");
+  } else if (writersErrors_ != 0) {
+    state(origin, SourceState::syncing, "not whole: " + countText(writersErrors_, "bad line"));
+  } else {
+    state(origin, SourceState::synced);
+  }
 }
 
 void Feed::endOfInput() {
@@ -220,7 +233,7 @@ void Feed::endOfInput() {
 void Feed::nextWriter() {
   state(SourceState::lost, "its writer ended");
   lines_ = {};
-  readToEnd_ = hasWriter_ = false;
+  readToEnd_ = hasWriter_ = isPartial_ = false;
   writersEvents_ = writersErrors_ = 0;
   lastTime_ = 0;
   start_.reset();

@@ -11,7 +11,8 @@
 ///
 /// A line that is no event, is longer than a mebibyte, or goes back in time is reported with its number and
 /// skipped; strict, it ends the feed. Events before it stay in force. Who has skipped a line does not know all:
-/// such a feed is not synced, whatever it says.
+/// such a feed is not synced, whatever it says. Nor is what is found in a FIFO at the start, for a reader that is
+/// gone may have had the beginning.
 #pragma once
 
 #include <array>
@@ -93,6 +94,7 @@ class Feed {
   using Clock = std::chrono::steady_clock;
 
   void open();
+  bool isPartlyRead() const;
   void resume();
   void pause();
   void readPiece();
@@ -119,6 +121,7 @@ class Feed {
   bool isFile_ = false;
   bool isFifo_ = false;
   bool hasWriter_ = false;               ///< A FIFO that something has come out of.
+  bool isPartial_ = false;               ///< Its writer has told somebody else the beginning, perhaps.
   std::array<SourceState, 2> states_{};  ///< By origin.
   bool reading_ = false;
   bool readToEnd_ = false;

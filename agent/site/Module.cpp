@@ -68,8 +68,10 @@ void Module::capabilityIs() {
   std::optional<EvpnState> const evpns = evpnState_.state();
   std::optional<bool> capability = feedsCapability_;
   if (evpns && evpns->capability != unsaid) capability = evpns->capability == on;
-  if (!capability) return capability_->evpnEnabledIs(false);
-  capability_->evpnEnabledIs(*capability);
+  if (capability == saidCapability_) return;
+  saidCapability_ = capability;
+  capability_->evpnEnabledIs(capability.value_or(false));
+  if (!capability) return;
   handleFlag(*capability);
 }
 

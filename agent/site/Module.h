@@ -127,6 +127,7 @@ class Module : public Orb::StateMachine<Module>, public SourceLedgers {
   std::uint64_t rowsFound_ = 0;
   EvpnStateReader evpnState_;
   std::optional<bool> feedsCapability_;
+  std::optional<bool> saidCapability_;  ///< Of both together, as it was last.
   Sources sources_;
   Timer evpnHold_;  ///< Until EVPN's side is given up, as a source is.
   bool evpnIsOverdue_ = false;

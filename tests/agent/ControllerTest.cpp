@@ -1,58 +1,202 @@
 #include "agent/controller/Controller.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+
+#include <map>
+
+#include "Orb/Text.h"
 
 namespace {
 
 using Orb::makePtr;
+using testing::ElementsAre, testing::IsEmpty;
+using VxlanController::MacVtepV2;
 using Wirix::EthAddr;
 using Wirix::IpAddr;
 
-// What EVPN learned may be there before the switches serve the VNI, and go while others hold its objects.
-TEST(ControllerTest, AVniTakesUpWhatEvpnHadLearnedAndGivesItUpWithTheStatus) {
-  Vxlan::Vni const vni(7);
-  EthAddr const evpns("02:00:00:00:00:01"), own("02:00:00:00:00:02"), both("02:00:00:00:00:03"), allBum;
-  IpAddr const local("10.99.0.1"), remote("10.99.0.2"), late("10.99.0.3");
-  auto const dir = makePtr<VxlanController::VniStatusDirV2>(Orb::Name("evpn"));
-  auto const learned = dir->vniStatusV2Is(vni);
-  learned->macVtepTableIs(VxlanController::MacVtepV2(evpns, remote));
-  learned->macVtepTableIs(VxlanController::MacVtepV2(both, remote, Seqno32(2)));
-  auto const list = makePtr<VxlanController::MacVtepFloodListV2>(allBum);
-  list->vtepIpFloodListIs(remote, true);
-  learned->macVtepFloodListTableIs(list);
+class ControllerTest : public testing::Test {
+ protected:
+  ControllerTest() {
+    controller->sourceIs(feed, true);
+    for (Agent::SourceId const each : {leaf1, leaf2}) {
+      controller->sourceIs(each, false);
+      controller->begin(each);
+    }
+  }
 
-  auto const controller = Agent::Controller::ControllerIs(dir);
-  controller->sourceIs(0, true);
-  for (EthAddr const& mac : {own, both}) {
+  void tell(Agent::SourceId source, Agent::Op op, EthAddr mac = {}, IpAddr vtep = {}, unsigned seq = 0) {
     Agent::Event event;
-    event.op = Agent::Op::mac;
+    event.op = op;
     event.vni = vni;
     event.mac = mac;
-    event.vtep = local;
-    controller->apply(0, event);
+    event.vtep = vtep;
+    event.vteps = {vtep};
+    event.seq = Seqno32(seq);
+    controller->apply(source, event);
   }
-  auto const merged =
-      Orb::ptrCast<VxlanController::VniFdbStatusV2>(controller->vniDir()->entityPtr(Orb::Name("7")));
-  auto const vtepOf = [&](EthAddr mac) {
-    auto const* const entry = merged->macVtepTable().find(mac);
-    return entry ? entry->vtepAddr() : IpAddr();
-  };
-  auto const floods = [&] {
-    auto const all = merged->macVtepFloodListTable(allBum);
-    return all ? all->vtepIpFloodList().size() : 0;
-  };
-  EXPECT_EQ(vtepOf(evpns), remote);
-  EXPECT_EQ(vtepOf(own), local);
-  EXPECT_EQ(vtepOf(both), remote);
-  EXPECT_EQ(floods(), 1U);
+  void mac(Agent::SourceId source, IpAddr vtep, unsigned seq = 0) {
+    tell(source, Agent::Op::mac, m, vtep, seq);
+  }
+  void del(Agent::SourceId source) { tell(source, Agent::Op::macDel, m); }
+  void evpnIs(IpAddr vtep, unsigned seq) {
+    evpn->vniStatusV2Is(vni)->macVtepTableIs(MacVtepV2(m, vtep, Seqno32(seq)));
+  }
+  /// The merged entry of the MAC: "10.0.0.1/3", or "-".
+  std::string entry() const {
+    auto const* const status = controller->vniFdbStatus(vni);
+    auto const* const found = status ? status->macVtepTable().find(m) : nullptr;
+    return found ? Orb::toText(found->vtepAddr()) + '/' + std::to_string(found->seqNo().value()) : "-";
+  }
 
-  dir->vniStatusV2Del(vni);
-  learned->macVtepTableIs(VxlanController::MacVtepV2(evpns, late));
-  list->vtepIpFloodListIs(late, true);
-  EXPECT_EQ(vtepOf(evpns), IpAddr());
-  EXPECT_EQ(vtepOf(own), local);
-  EXPECT_EQ(vtepOf(both), local);
-  EXPECT_EQ(floods(), 0U);
+  static constexpr Agent::SourceId feed = 0, leaf1 = 1, leaf2 = 2;
+  Vxlan::Vni const vni{7};
+  EthAddr const m{"02:00:00:00:00:01"}, allBum;
+  IpAddr const v1{"10.0.0.1"}, v2{"10.0.0.2"}, far{"10.9.0.1"}, far2{"10.9.0.2"};
+  Orb::Ptr<VxlanController::VniStatusDirV2> const evpn =
+      makePtr<VxlanController::VniStatusDirV2>(Orb::Name("evpn"));
+  Orb::Ptr<Agent::Controller> const controller = Agent::Controller::ControllerIs(evpn);
+};
+
+// What EVPN learned may be there before the switches serve the VNI, and go while others hold its objects.
+TEST_F(ControllerTest, AVniTakesUpWhatEvpnHadLearnedAndGivesItUpWithTheStatus) {
+  EthAddr const evpns("02:00:00:00:00:02"), own("02:00:00:00:00:03");
+  auto const learned = evpn->vniStatusV2Is(vni);
+  learned->macVtepTableIs(MacVtepV2(evpns, far));
+  learned->macVtepTableIs(MacVtepV2(m, far, Seqno32(2)));
+  auto const list = makePtr<VxlanController::MacVtepFloodListV2>(allBum);
+  list->vtepIpFloodListIs(far, true);
+  learned->macVtepFloodListTableIs(list);
+  mac(feed, v1);
+  tell(feed, Agent::Op::mac, own, v1);
+  auto const& merged = *controller->vniFdbStatus(vni);
+  EXPECT_EQ(merged.macVtepTable(evpns).vtepAddr(), far);
+  EXPECT_EQ(merged.macVtepTable(own).vtepAddr(), v1);
+  EXPECT_EQ(entry(), "10.9.0.1/2");
+  EXPECT_EQ(merged.macVtepFloodListTable(allBum)->vtepIpFloodList().size(), 1U);
+
+  evpn->vniStatusV2Del(vni);
+  learned->macVtepTableIs(MacVtepV2(evpns, far2));
+  list->vtepIpFloodListIs(far2, true);
+  EXPECT_FALSE(merged.macVtepTable().contains(evpns));
+  EXPECT_EQ(merged.macVtepTable(own).vtepAddr(), v1);
+  EXPECT_EQ(entry(), "10.0.0.1/0");
+  EXPECT_FALSE(merged.macVtepFloodListTable(allBum));
+}
+
+TEST_F(ControllerTest, NumbersWhatSwitchesHear) {
+  mac(leaf1, v1);
+  mac(leaf2, v2);
+  EXPECT_EQ(entry(), "10.0.0.1/0") << "what is listed at first was not newly heard";
+  for (Agent::SourceId const each : {leaf1, leaf2}) controller->whole(each);
+  del(leaf2);
+  mac(leaf2, v2);
+  EXPECT_EQ(entry(), "10.0.0.2/1");
+  mac(leaf1, v1);
+  EXPECT_EQ(entry(), "10.0.0.2/1") << "the same again is no news";
+  del(leaf2);
+  EXPECT_EQ(entry(), "10.0.0.1/2") << "falls back to who still lists it";
+  evpnIs(far, 7);
+  EXPECT_EQ(entry(), "10.9.0.1/7");
+  mac(leaf2, v2);
+  EXPECT_EQ(entry(), "10.0.0.2/8") << "newly heard, EVPN's before";
+  mac(feed, far2, 20);
+  del(leaf2);
+  EXPECT_EQ(entry(), "10.9.0.2/20");
+  mac(leaf2, v2);
+  EXPECT_EQ(entry(), "10.0.0.2/21");
+  mac(feed, far2, 4294967295);
+  del(leaf2);
+  mac(leaf2, v2);
+  EXPECT_EQ(entry(), "10.0.0.2/4294967295") << "the last number";
+  for (Agent::SourceId const each : {leaf1, leaf2, feed}) del(each);
+  evpn->vniStatusV2Del(vni);
+  EXPECT_EQ(entry(), "-");
+  mac(leaf1, v1);
+  EXPECT_EQ(entry(), "10.0.0.1/0");
+}
+
+TEST_F(ControllerTest, ASwitchThatListsItsStateAgainTakesNothingFromAnybody) {
+  mac(leaf1, v1);
+  controller->whole(leaf1);
+  controller->whole(leaf2);
+  mac(leaf2, v2);
+  controller->begin(leaf1);
+  mac(leaf1, v1);
+  controller->whole(leaf1);
+  EXPECT_EQ(entry(), "10.0.0.2/1");
+  controller->begin(leaf2);
+  EXPECT_EQ(entry(), "10.0.0.2/1");
+  controller->whole(leaf2);
+  EXPECT_EQ(entry(), "10.0.0.1/2") << "not repeated";
+  controller->withdraw(leaf1);
+  EXPECT_EQ(entry(), "-");
+  EXPECT_FALSE(controller->vniFdbStatus(vni)) << "served by nobody";
+}
+
+TEST_F(ControllerTest, WhatAnEarlierRunLeftStaysWithItsNumberUntilItIsSweptOrOutdone) {
+  controller->earlierIs(vni, MacVtepV2(m, v2, Seqno32(5)));
+  controller->earlierIs(vni, far);
+  controller->earlierIs(vni);
+  mac(feed, v1, 4);
+  EXPECT_EQ(entry(), "10.0.0.2/5") << "a recording tells what was";
+  tell(feed, Agent::Op::vniDel);
+  mac(leaf1, v1);
+  EXPECT_EQ(entry(), "10.0.0.2/5") << "a list does not say when it was heard";
+  mac(leaf2, v2);
+  controller->earlierDel();
+  EXPECT_EQ(entry(), "10.0.0.2/5");
+  auto const& merged = *controller->vniFdbStatus(vni);
+  EXPECT_TRUE(merged.macVtepFloodListTable().empty() && merged.macVtepMultiPathTable().empty());
+  controller->withdraw(leaf2);
+  EXPECT_EQ(entry(), "10.0.0.1/6");
+  mac(feed, far, 6);
+  EXPECT_EQ(entry(), "10.0.0.1/6") << "of equals the lowest VTEP";
+  tell(leaf1, Agent::Op::vniDel);
+  EXPECT_EQ(entry(), "10.9.0.1/6");
+  tell(feed, Agent::Op::vniDel);
+  EXPECT_FALSE(controller->vniFdbStatus(vni));
+}
+
+TEST_F(ControllerTest, FeedsAreMergedByNumberAndWhatOneRepeatsLateIsKept) {
+  controller->sourceIs(leaf2, true);
+  mac(feed, v1, 3);
+  mac(leaf2, v2, 3);
+  EXPECT_EQ(entry(), "10.0.0.1/3");
+  mac(leaf2, v2, 4);
+  controller->begin(leaf2);
+  mac(leaf2, v1, 1);
+  del(leaf2);
+  EXPECT_EQ(entry(), "10.0.0.2/4") << "told of old";
+  mac(leaf2, far, 4);
+  EXPECT_EQ(entry(), "10.9.0.1/4");
+  controller->begin(leaf2);
+  controller->whole(leaf2);
+  EXPECT_EQ(entry(), "10.0.0.1/3");
+}
+
+TEST_F(ControllerTest, ASwitchIsToldOfAllButItself) {
+  Agent::RemoteRows& rows = controller->remoteRows();
+  std::vector<std::string> told;
+  bool isSettled = false;
+  rows.ownVtepsIs({v1});
+  rows.handlersIs({[&](auto) { told.push_back("vni"); }, [&](auto, auto) { told.push_back("mac"); },
+                   [&](auto, auto) { told.push_back("flood"); }, [&] { isSettled = rows.isSettled(); }});
+  mac(leaf1, v1);
+  tell(leaf1, Agent::Op::flood, allBum, v1);
+  EXPECT_THAT(told, ElementsAre("vni", "mac", "flood"));
+  EXPECT_FALSE(rows.mac(vni, m));
+  EXPECT_THAT(rows.flood(vni, allBum), IsEmpty());
+  tell(leaf2, Agent::Op::flood, allBum, v2);
+  tell(leaf2, Agent::Op::multipath, allBum, v2);
+  evpnIs(far, 1);
+  EXPECT_THAT(told, ElementsAre("vni", "mac", "flood", "flood", "mac"));
+  EXPECT_EQ(rows.mac(vni, m), far);
+  EXPECT_THAT(rows.flood(vni, allBum), ElementsAre(v2));
+  std::map<EthAddr, IpAddr> macs;
+  rows.forEachMac(vni, [&](EthAddr mac, IpAddr vtep) { macs[mac] = vtep; });
+  EXPECT_EQ(macs, (std::map<EthAddr, IpAddr>{{m, far}}));
+  controller->settledIs();
+  EXPECT_TRUE(isSettled);
 }
 
 }  // namespace
