@@ -229,7 +229,7 @@ class PlainLine {
     if (rule_ == nullptr || (present_ & keyFrom) == 0) return false;
     bool const isControllers = event_.from == Origin::controller;
     unsigned const allowed = isControllers ? rule_->fromController : rule_->fromEvpn;
-    return allowed != 0 && (rule_->required & ~present_) == 0 &&
+    return allowed != notThere && (rule_->required & ~present_) == 0 &&
            (present_ & ~(allowed | keyT | keyFrom | keyOp)) == 0 && (isControllers || event_.on);
   }
 
