@@ -36,7 +36,7 @@ void MacVtepFloodListSm::handleVtepIp(Wirix::IpAddr ipAddr) {
               ipAddr, ")");
   VniVtepPair const key(parent->vni(), ipAddr);
   bool const* const on = macVtepFloodList() ? macVtepFloodList()->vtepIpFloodList().find(ipAddr) : nullptr;
-  FloodTable& floodTableOut = *parent->qorEvpnTxSm()->floodTableOut();
+  FloodTable& floodTableOut = ORB_REF(parent->qorEvpnTxSm()->floodTableOut());
   if (on && *on && !floodIpProvidedByEvpn(ipAddr)) {
     floodTableOut.floodEntryIs(FloodEntry(key));
   } else {
@@ -56,7 +56,7 @@ void MacVtepFloodListSm::cleanup() {
     for (auto const& entry : list->vtepIpFloodList()) {
       VniVtepPair const key(vniFdbStatusSm_->vni(), entry.key);
       TRACE(txTrace, 8, traced, " Deleting flood list entry (ip: ", key.vtepAddr(), ")");
-      vniFdbStatusSm_->qorEvpnTxSm()->floodTableOut()->floodEntryDel(key);
+      ORB_REF(vniFdbStatusSm_->qorEvpnTxSm()->floodTableOut()).floodEntryDel(key);
     }
   }
   initializedIs(false);

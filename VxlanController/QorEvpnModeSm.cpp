@@ -20,14 +20,14 @@ QorEvpnIntegrationModeSm::QorEvpnIntegrationModeSm(StatusPtr const& controllerdb
 
 void QorEvpnIntegrationModeSm::setQorEvpnIntegrationMode() {
   TRACE(traceHandle, 8, "void QorEvpn::QorEvpnIntegrationModeSm::setQorEvpnIntegrationMode()");
-  TRACE(traceHandle, 8, "controllerdbStatus()->enabled() ", controllerdbStatus()->enabled(),
-        " evpnCapability()->evpnEnabled() ", evpnCapability()->evpnEnabled());
-  if (controllerdbStatus()->enabled() && evpnCapability()->evpnEnabled()) {
+  TRACE(traceHandle, 8, "controllerdbStatus()->enabled() ", ORB_REF(controllerdbStatus()).enabled(),
+        " evpnCapability()->evpnEnabled() ", ORB_REF(evpnCapability()).evpnEnabled());
+  if (ORB_REF(controllerdbStatus()).enabled() && ORB_REF(evpnCapability()).evpnEnabled()) {
     TRACE(traceHandle, 8, "Turning qorEvpnIntegrationMode ON");
-    qorEvpnConfig()->qorEvpnIntegrationModeIs(true);
+    ORB_REF(qorEvpnConfig()).qorEvpnIntegrationModeIs(true);
   } else {
     TRACE(traceHandle, 8, "Turning qorEvpnIntegrationMode OFF");
-    qorEvpnConfig()->qorEvpnIntegrationModeIs(false);
+    ORB_REF(qorEvpnConfig()).qorEvpnIntegrationModeIs(false);
   }
   TRACE(traceHandle, 8, "void QorEvpn::QorEvpnIntegrationModeSm::setQorEvpnIntegrationMode() return ");
 }

@@ -31,7 +31,7 @@ void QorEvpnRxSm::handleHost() {
 }
 
 void QorEvpnRxSm::handleHost(MacVniPair const& key) {
-  Host const row = hostTable()->host(key);
+  Host const row = ORB_REF(hostTable()).host(key);
   if (row == Host()) {
     deleteHostEntry(key);
     return;
@@ -54,7 +54,7 @@ void QorEvpnRxSm::handleFloodEntry() {
 }
 
 void QorEvpnRxSm::handleFloodEntry(VniVtepPair const& key) {
-  FloodEntry const row = floodTable()->floodEntry(key);
+  FloodEntry const row = ORB_REF(floodTable()).floodEntry(key);
   if (row == FloodEntry()) {
     deleteFloodEntry(key);
     return;

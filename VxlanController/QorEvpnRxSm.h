@@ -10,8 +10,8 @@
 /// Invariants: a VNI's status is made by its first row and removed by the deletion that leaves both its
 /// MAC table and its flood lists empty. A row that equals the default row counts as absent. A deletion for
 /// a VNI without status, or of a flood VTEP without list, fails an assertion: a HostTable or FloodTable,
-/// in either reading mode, never announces the removal of a row that it did not announce. Nobody else may fill
-/// the multipath or the IP-to-MAC table of a status that this machine manages (asserted). Never give it
+/// in either reading mode, never announces the removal of a row that it did not announce. Nobody else may
+/// fill the multipath or the IP-to-MAC table of a status that this machine manages (asserted). Never give it
 /// the tables that the same agent's transmit machines write: export and import would feed each other for
 /// ever.
 ///

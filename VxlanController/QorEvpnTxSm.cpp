@@ -46,7 +46,8 @@ void QorEvpnTxSm::handleVniFdbStatus() {
 void QorEvpnTxSm::handleVniFdbStatus(Orb::Name name) {
   if (!initialized()) return;
   TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::handleVniFdbStatus(", name, ")");
-  auto const vniFdbStatus = Orb::ptrCast<VxlanController::VniFdbStatusV2 const>(vniDir()->entityPtr(name));
+  auto const vniFdbStatus =
+      Orb::ptrCast<VxlanController::VniFdbStatusV2 const>(ORB_REF(vniDir()).entityPtr(name));
   Vxlan::Vni const vni = vniOfName(name);
   if (!vniFdbStatus) {
     cleanupStaleVniEntries(this, {vni});
@@ -54,7 +55,7 @@ void QorEvpnTxSm::handleVniFdbStatus(Orb::Name name) {
     return;
   }
   Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSmIs(vni, vniFdbStatus);
-  child->vniStatusFromEvpnIs(vniStatusDirFromEvpn()->vniStatusV2(vni));
+  child->vniStatusFromEvpnIs(ORB_REF(vniStatusDirFromEvpn()).vniStatusV2(vni));
   child->initializedIs(true);
 }
 
@@ -64,15 +65,15 @@ void QorEvpnTxSm::handleVniStatusFromEvpn(Vxlan::Vni vni) {
   if (!initialized()) return;
   Orb::Ptr<VniFdbStatusSm> const child = vniFdbStatusSm(vni);
   if (!child) return;
-  child->vniStatusFromEvpnIs(vniStatusDirFromEvpn()->vniStatusV2(vni));
+  child->vniStatusFromEvpnIs(ORB_REF(vniStatusDirFromEvpn()).vniStatusV2(vni));
 }
 
 void QorEvpnTxSm::cleanup() {
   if (!initialized()) return;
   TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::cleanup()");
-  qorBrIdList()->brIdListDelAll();
-  hostTableOut()->hostDelAll();
-  floodTableOut()->floodEntryDelAll();
+  ORB_REF(qorBrIdList()).brIdListDelAll();
+  ORB_REF(hostTableOut()).hostDelAll();
+  ORB_REF(floodTableOut()).floodEntryDelAll();
   for (Orb::Ptr<VniFdbStatusSm> const& child : vniFdbStatusSm_) {
     vniFdbStatusSmDel(child->vni());
     child->cleanup();
@@ -84,24 +85,25 @@ void QorEvpnTxSm::publishBrId(Bridging::BridgeId brId) {
   if (!initialized()) return;
   Vxlan::VniExt const vni = brId.vni();  // asserts the type, whatever is traced
   TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::publishBrId(", vni, ")");
-  if (!qorBrIdList()->brIdList().contains(brId)) qorBrIdList()->brIdListIs(brId, true);
+  if (!ORB_REF(qorBrIdList()).brIdList().contains(brId)) ORB_REF(qorBrIdList()).brIdListIs(brId, true);
 }
 
 void QorEvpnTxSm::unpublishBrId(Bridging::BridgeId brId) {
   if (!initialized()) return;
   Vxlan::VniExt const vni = brId.vni();
   TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::unpublishBrId(", vni, ")");
-  if (qorBrIdList()->brIdList().contains(brId)) qorBrIdList()->brIdListDel(brId);
+  if (ORB_REF(qorBrIdList()).brIdList().contains(brId)) ORB_REF(qorBrIdList()).brIdListDel(brId);
 }
 
 void QorEvpnTxSm::cleanupStaleBrIdEntries() {
   if (!initialized()) return;
   TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::cleanupStaleBrIdEntries()");
   std::set<Vxlan::Vni> staleVnis;
-  for (auto const& entry : qorBrIdList()->brIdList()) {
+  for (auto const& entry : ORB_REF(qorBrIdList()).brIdList()) {
     // By existence only: an entry of another type is not stale here, and handleVniFdbStatus(name) sweeps it.
     Vxlan::VniExt const vni = entry.key.vni();
-    if (!vniDir()->entityPtr(Orb::Name(vni.stringValue(false)))) staleVnis.insert(Vxlan::Vni(vni.value()));
+    if (!ORB_REF(vniDir()).entityPtr(Orb::Name(vni.stringValue(false))))
+      staleVnis.insert(Vxlan::Vni(vni.value()));
   }
   cleanupStaleVniEntries(this, staleVnis);
 }

@@ -8,11 +8,11 @@ void cleanupStaleVniEntries(Orb::Ptr<QorEvpnTxSm> sm, std::set<Vxlan::Vni> const
   TRACE_SCOPE(traced, txTrace, "cleanupStaleVniEntries()");
   for (Vxlan::Vni const& vni : staleVnis) {
     TRACE(txTrace, 3, traced, " Deleting stale VNI ", vni);
-    sm->qorBrIdList()->brIdListDel(Bridging::BridgeId::ofVni(vni));
+    ORB_REF(sm->qorBrIdList()).brIdListDel(Bridging::BridgeId::ofVni(vni));
   }
 
   // For a single VNI the walk itself passes over the rows of all others.
-  HostTable& hosts = *sm->hostTableOut();
+  HostTable& hosts = ORB_REF(sm->hostTableOut());
   for (auto walk = staleVnis.size() == 1 ? hosts.hostWalk(*staleVnis.begin()) : hosts.hostWalk();
        Host const* row = nextRow(hosts, walk);) {
     MacVniPair const key = row->key();
@@ -22,7 +22,7 @@ void cleanupStaleVniEntries(Orb::Ptr<QorEvpnTxSm> sm, std::set<Vxlan::Vni> const
     hosts.hostDel(key);
   }
 
-  FloodTable& floods = *sm->floodTableOut();
+  FloodTable& floods = ORB_REF(sm->floodTableOut());
   for (auto walk = staleVnis.size() == 1 ? floods.floodEntryWalk(*staleVnis.begin())
                                          : floods.floodEntryWalk();
        FloodEntry const* row = nextRow(floods, walk);) {

@@ -48,7 +48,7 @@ void VniFdbStatusSm::handleHost() {
   StatusPtr const status = vniFdbStatus();
   if (!status) return;
   auto const keyOf = [this](auto const& entry) { return MacVniPair(entry.key, vni_); };
-  forEachKey(*qorEvpnTxSm_->hostTableOut(), status->macVtepTable(), keyOf,
+  forEachKey(ORB_REF(qorEvpnTxSm_->hostTableOut()), status->macVtepTable(), keyOf,
              [this](MacVniPair const& key) { handleHost(key.macAddr()); });
 }
 
@@ -59,16 +59,16 @@ void VniFdbStatusSm::handleHost(Wirix::EthAddr const& macAddr) {
   // Who hears of the identifier must not have the VNI removed; where he has, nothing may be asked of EVPN's.
   if (!initialized()) return traced.dismiss();
   MacVniPair const key(macAddr, vni_);
-  VxlanController::MacVtepV2 const& entry = vniFdbStatus()->macVtepTable(macAddr);
+  VxlanController::MacVtepV2 const& entry = ORB_REF(vniFdbStatus()).macVtepTable(macAddr);
   if (entry == VxlanController::MacVtepV2() || macEntryProvidedByEvpn(macAddr)) {
-    qorEvpnTxSm_->hostTableOut()->hostDel(key);
+    ORB_REF(qorEvpnTxSm_->hostTableOut()).hostDel(key);
     return traced.dismiss();
   }
   Host row(key);
   row.vtepAddrIs(entry.vtepAddr());
   row.seqNoIs(entry.seqNo());
   row.preferenceIs(entry.preference());
-  qorEvpnTxSm_->hostTableOut()->hostIs(row);
+  ORB_REF(qorEvpnTxSm_->hostTableOut()).hostIs(row);
 }
 
 bool VniFdbStatusSm::macEntryProvidedByEvpn(Wirix::EthAddr const& macAddr) const {
@@ -76,7 +76,7 @@ bool VniFdbStatusSm::macEntryProvidedByEvpn(Wirix::EthAddr const& macAddr) const
   EvpnStatusPtr const& fromEvpn = vniStatusFromEvpn();
   if (!fromEvpn) return false;
   VxlanController::MacVtepV2 const* const evpnEntry = fromEvpn->macVtepTable().find(macAddr);
-  return evpnEntry && *evpnEntry == vniFdbStatus()->macVtepTable(macAddr);
+  return evpnEntry && *evpnEntry == ORB_REF(vniFdbStatus()).macVtepTable(macAddr);
 }
 
 void VniFdbStatusSm::handleMultiPath() {
@@ -113,7 +113,7 @@ void VniFdbStatusSm::handleFloodList(Wirix::EthAddr const& macAddr) {
     return traced.dismiss();
   }
   updateBrIdList();
-  FloodListPtr const floodList = vniFdbStatus()->macVtepFloodListTable(macAddr);
+  FloodListPtr const floodList = ORB_REF(vniFdbStatus()).macVtepFloodListTable(macAddr);
   if (!floodList) {
     if (Orb::Ptr<MacVtepFloodListSm> const child = macVtepFloodListSmDel(macAddr)) child->cleanup();
     return;
@@ -127,7 +127,7 @@ void VniFdbStatusSm::handleFloodList(Wirix::EthAddr const& macAddr) {
 void VniFdbStatusSm::updateBrIdList() {
   TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::updateBrIdList()");
   ORB_ASSERT(initialized());
-  auto const& status = *vniFdbStatus();
+  auto const& status = ORB_REF(vniFdbStatus());
   if (status.macVtepTables() || status.macVtepMultiPathTables() || status.macVtepFloodListTables()) {
     qorEvpnTxSm_->publishBrId(Bridging::BridgeId::ofVni(vni_));
   } else {
@@ -138,10 +138,10 @@ void VniFdbStatusSm::updateBrIdList() {
 void VniFdbStatusSm::cleanupStaleHostEntries() {
   if (!initialized()) return;
   TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::cleanupStaleHostEntries()");
-  HostTable& hosts = *qorEvpnTxSm_->hostTableOut();
+  HostTable& hosts = ORB_REF(qorEvpnTxSm_->hostTableOut());
   for (auto walk = hosts.hostWalk(vni_); Host const* row = nextRow(hosts, walk);) {
     MacVniPair const key = row->key();
-    if (vniFdbStatus()->macVtepTable(key.macAddr()) != VxlanController::MacVtepV2()) continue;
+    if (ORB_REF(vniFdbStatus()).macVtepTable(key.macAddr()) != VxlanController::MacVtepV2()) continue;
     TRACE(txTrace, 8, traced, " Deleting stale host entry (macAddr: ", key.macAddr(),
           ", ip: ", row->vtepAddr(), ")");
     hosts.hostDel(key);
@@ -151,8 +151,8 @@ void VniFdbStatusSm::cleanupStaleHostEntries() {
 void VniFdbStatusSm::cleanupStaleFloodListEntries() {
   if (!initialized()) return;
   TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::cleanupStaleFloodListEntries()");
-  FloodListPtr const floodList = vniFdbStatus()->macVtepFloodListTable(MacVtepFloodListV2::allBum);
-  FloodTable& floods = *qorEvpnTxSm_->floodTableOut();
+  FloodListPtr const floodList = ORB_REF(vniFdbStatus()).macVtepFloodListTable(MacVtepFloodListV2::allBum);
+  FloodTable& floods = ORB_REF(qorEvpnTxSm_->floodTableOut());
   for (auto walk = floods.floodEntryWalk(vni_); FloodEntry const* row = nextRow(floods, walk);) {
     VniVtepPair const key = row->key();
     if (floodList && floodList->vtepIpFloodList().contains(key.vtepAddr())) continue;

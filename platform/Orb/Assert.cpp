@@ -45,14 +45,21 @@ class Report {
   size_t used_ = 0;
 };
 
+[[noreturn]] void report(std::string_view fault, char const* expression, SourceLocation where) {
+  Report report;
+  report << fault << expression << ", function " << where.function << ", " << where.file << ":";
+  report.number(where.line, 10);
+  report.writeAndAbort();
+}
+
 }  // namespace
 
 void assertionFailed(char const* expression, SourceLocation where) {
-  Report report;
-  report << "assertion failed: " << expression << ", function " << where.function << ", " << where.file
-         << ":";
-  report.number(where.line, 10);
-  report.writeAndAbort();
+  report("assertion failed: ", expression, where);
+}
+
+void nullReference(char const* expression, SourceLocation where) {
+  report("null Orb::Ptr dereferenced: ", expression, where);
 }
 
 void nullDereference(char const* function) {

@@ -15,6 +15,18 @@ namespace Orb::Impl {
 /// return address.
 [[noreturn, gnu::cold, gnu::noinline]] void nullDereference(char const* function);
 
+/// Prints "null Orb::Ptr dereferenced: <expression>, function <signature>, <file>:<line>" and aborts. For
+/// `ORB_REF` only.
+[[noreturn, gnu::cold, gnu::noinline]] void nullReference(char const* expression, SourceLocation where);
+
+template <class Pointer>
+[[gnu::always_inline]] inline auto& reference(Pointer const& pointer, char const* expression,
+                                              SourceLocation where) {
+  if (!pointer) [[unlikely]]
+    nullReference(expression, where);
+  return *pointer.get();
+}
+
 }  // namespace Orb::Impl
 
 /// Stops the process when `expr` is false, in every build type: an invariant that does not hold leaves no
@@ -23,3 +35,9 @@ namespace Orb::Impl {
   (static_cast<bool>(expr)    \
        ? static_cast<void>(0) \
        : ::Orb::Impl::assertionFailed(#expr, {__FILE__, uint32_t{__LINE__}, __PRETTY_FUNCTION__}))
+
+/// The object that a counted reference refers to, such as `ORB_REF(hostTableOut()).hostDel(key)`: as `->`
+/// does, but a null one is reported with its expression, function, file and line. `pointer` is evaluated
+/// exactly once.
+#define ORB_REF(pointer) \
+  (::Orb::Impl::reference((pointer), #pointer, {__FILE__, uint32_t{__LINE__}, __PRETTY_FUNCTION__}))

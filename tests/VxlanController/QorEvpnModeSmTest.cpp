@@ -104,9 +104,11 @@ TEST_F(ModeSm, LooksAtTheCapabilityOnlyWhereItMatters) {
     EXPECT_FALSE(mode());
     EXPECT_EQ(sm->orbEvpnCapability(), nullptr);
     EXPECT_EQ(sm->evpnCapabilityDel(), nullptr);
-    EXPECT_DEATH(status->enabledIs(true), "null Orb::Ptr dereferenced.*EvpnCapability");
+    EXPECT_DEATH(status->enabledIs(true), "null Orb::Ptr dereferenced: evpnCapability");
   }
-  EXPECT_DEATH(sm->handleInitialized(), "null Orb::Ptr dereferenced.*EvpnCapability");
+  EXPECT_DEATH(sm->handleInitialized(),
+               "null Orb::Ptr dereferenced: evpnCapability\\(\\), function .*, "
+               "VxlanController/QorEvpnModeSm.cpp:[0-9]+");
 }
 
 }  // namespace
