@@ -72,8 +72,7 @@ template <TableRow Row>
 /// Finds the key's row. Raises `RowDamage` where it may be one that is damaged, `CorruptionError` and
 /// `SpaceError` as `Segment::follow()`.
 template <TableRow Row>
-[[gnu::always_inline]] inline bool findRow(Segment& segment, KeyWords<Row> const& key,
-                                           FoundRow<Row>& found) {
+[[gnu::always_inline]] inline bool findRow(Segment& segment, KeyWords<Row> const& key, FoundRow<Row>& found) {
   segment.follow();
   uint32_t damaged = noRow;
   auto const isWanted = [&](uint32_t id) __attribute__((always_inline)) {
