@@ -6,6 +6,7 @@
 #include "agent/commands/LogOptions.h"
 #include "agent/evpn/EvpnSide.h"
 #include "agent/feed/Feeds.h"
+#include "agent/live/SwitchSide.h"
 #include "agent/site/Control.h"
 #include "agent/site/Module.h"
 #include "agent/site/SiteWatch.h"
@@ -20,6 +21,7 @@ struct AgentOptions {
   std::string dir{Site::defaultDir};
   FeedOptions feed;
   LogOptions log;
+  SwitchOptions switches;
   bool withEvpn = false;
   bool cleanup = false;
   bool repair = false;
@@ -50,6 +52,11 @@ class AgentProcess {
                  }),
         siteWatch_(loop_, site_, logger(LogLevel::warning)) {
     if (options.withEvpn) evpn_.emplace(loop_, site_, options.repair, options.feed.hold(), logs());
+    if (options.switches.areGiven()) {
+      switches_.emplace(loop_, options.switches, module_.sources(), module_.controller());
+      // A switch has no such word; that it was given is one.
+      module_.enabledIs(true);
+    }
     loop_.turnEndIs([this] {
       module_.endTurn();
       if (evpn_) evpn_->learned().endTurn();
@@ -57,7 +64,8 @@ class AgentProcess {
   }
 
   int run() {
-    log("started, " + countText(module_.rowsFound(), "row") + " found; feed: " + feeds_.names());
+    log("started, " + countText(module_.rowsFound(), "row") + " found" +
+        (feeds_.names().empty() ? "" : "; feed: " + feeds_.names()));
     feeds_.start([this](Feed const& feed) { return sidesOf(feed); }, logs());
     loop_.run();
     if (options_.cleanup && loop_.stopSignal() != 0) {
@@ -134,11 +142,13 @@ class AgentProcess {
   Site site_;
   Module module_;
   std::optional<EvpnSide> evpn_;
+  std::optional<SwitchSide> switches_;
   ControlServer control_;  ///< Behind the module and the rest that its answers are about: gone first.
   SiteWatch siteWatch_;    ///< Behind the socket, whose removal is no news.
 };
 
 int runAgent(AgentOptions const& options) {
+  options.switches.check();
   if (!options.traceFile.empty()) traceFileIs(options.traceFile);
   for (std::string const& trace : options.traces) {
     try {
@@ -159,7 +169,8 @@ void addAgentCommand(CLI::App& app, Run& run) {
   auto const options = std::make_shared<AgentOptions>();
   CLI::App* const command = app.add_subcommand("agent", "Host the module for a site");
   command->add_option("--dir", options->dir, "The site's directory")->capture_default_str();
-  options->feed.addTo(*command)->required();
+  options->feed.addTo(*command);
+  options->switches.addTo(*command);
   options->log.addTo(*command);
   command->add_flag("--with-evpn", options->withEvpn,
                     "Play the EVPN side from the same feed, each event in its recorded order");
@@ -178,8 +189,13 @@ void addAgentCommand(CLI::App& app, Run& run) {
       "  tail -n +1 -f events.jsonl | qorevpn agent --feed -    follow a growing file, which says synced\n"
       "  qorevpn agent --feed events.jsonl --pace 10    ten times as fast as recorded\n"
       "  qorevpn agent --feed events.jsonl --trace QorEvpnModeSm/8 --trace VxlanControllerEvpnTxSm/3,4,8\n"
-      "  qorevpn agent --feed events.jsonl --with-evpn --exit-at-end   both sides, to the end, no more");
-  command->callback([options, &run] { run = [options] { return runAgent(*options); }; });
+      "  qorevpn agent --feed events.jsonl --with-evpn --exit-at-end   both sides, to the end, no more\n"
+      "  qorevpn agent --switch leaf1=tcp:10.0.0.11:6640 --switch leaf2=tcp:10.0.0.12:6640");
+  command->callback([options, &run] {
+    if (options->feed.files.empty() && !options->switches.areGiven())
+      throw CLI::RequiredError("--feed or --switch");
+    run = [options] { return runAgent(*options); };
+  });
 }
 
 }  // namespace Agent

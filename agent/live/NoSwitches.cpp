@@ -1,0 +1,15 @@
+/// A program without adapters: --switch is an unknown option.
+
+#include "agent/live/SwitchSide.h"
+
+namespace Agent {
+
+struct SwitchSide::Parts {};
+
+void SwitchOptions::addTo(CLI::App&) {}
+void SwitchOptions::check() const {}
+
+SwitchSide::SwitchSide(Loop&, SwitchOptions const&, Sources&, Controller&) {}
+SwitchSide::~SwitchSide() = default;
+
+}  // namespace Agent
