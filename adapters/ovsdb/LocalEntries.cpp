@@ -25,13 +25,12 @@ bool LocalEntries::step(Replica const& replica) {
   return true;
 }
 
-void LocalEntries::clear() {
-  changedVnis_.clear();
-  changedKeys_.clear();
-  vnis_.clear();
-  macs_.clear();
-  floods_.clear();
-  multipaths_.clear();
+bool LocalEntries::shrink(std::size_t limit) {
+  shrinkMap(macs_, limit);
+  shrinkMap(floods_, limit);
+  shrinkMap(multipaths_, limit);
+  shrinkMap(changedKeys_, limit);
+  return limit == 0;
 }
 
 bool LocalEntries::tells(Key const& key, Wirix::IpAddr vtep) const {

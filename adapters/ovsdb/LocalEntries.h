@@ -28,8 +28,8 @@ class LocalEntries {
   void changed(Key const& key) { changedKeys_.insert(key); }
   /// Tells what is different about a key or a VNI; false where nothing is left.
   bool step(Replica const& replica);
-  /// Nothing has been told any more.
-  void clear();
+  /// Forgets at most `limit` entries, telling nothing; false where none is left.
+  bool shrink(std::size_t limit);
 
   std::size_t vnis() const { return vnis_.size(); }
   std::size_t macs() const { return macs_.size(); }

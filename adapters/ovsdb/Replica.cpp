@@ -58,12 +58,6 @@ bool isGroup(Wirix::EthAddr mac) { return (mac.word(0) & 0x100) != 0; }
 bool isRemote(MacTable table) { return table == MacTable::ucastRemote || table == MacTable::mcastRemote; }
 bool isUnicast(MacTable table) { return table == MacTable::ucastLocal || table == MacTable::ucastRemote; }
 
-/// Takes elements off the front of a map, as many as `limit` allows.
-template <class Map>
-void shrinkMap(Map& map, std::size_t& limit) {
-  for (; limit != 0 && !map.empty(); --limit) map.erase(map.begin());
-}
-
 }  // namespace
 
 std::string_view nameOf(MacTable table) { return macTables[static_cast<std::size_t>(table)]; }

@@ -61,6 +61,12 @@ std::string_view nameOf(MacTable table);
 /// The table of addresses in order, each once.
 using VtepList = std::vector<Wirix::IpAddr>;
 
+/// Takes as many elements off the front of a map or a set as `limit` allows, and counts it down.
+template <class Map>
+void shrinkMap(Map& map, std::size_t& limit) {
+  for (; limit != 0 && !map.empty(); --limit) map.erase(map.begin());
+}
+
 class Replica {
  public:
   struct Handlers {

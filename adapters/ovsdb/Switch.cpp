@@ -28,7 +28,7 @@ Switch::Switch(Agent::Loop& loop, Options options, Agent::SourceHandlers handler
     : options_(std::move(options)),
       handlers_(std::move(handlers)),
       rows_(rows),
-      local_([this](Agent::Event const& event) { handlers_.event(event); }),
+      local_(newEntries()),
       replica_(newReplica()),
       work_(loop, [this] { work(); }),
       remote_(loop, rows, options_.pauses,
@@ -150,7 +150,7 @@ bool Switch::workStep() {
   }
   if (session_.isOpen() && remote_.step(session_, *replica_, local_)) return true;
   if (former_.empty()) return false;
-  if (!former_.back()->shrink(64)) former_.pop_back();
+  if (!former_.back().replica->shrink(64) && !former_.back().local.shrink(64)) former_.pop_back();
   return true;
 }
 
@@ -170,11 +170,10 @@ void Switch::failed(std::string const& cause, std::chrono::milliseconds pause) {
   lastError_ = cause;
   taking_ = false;
   untaken_.clear();
-  local_.clear();
   remote_.sessionLost();
   refusedBefore_ += replica_->refused();
   refusalsNamed_ = 0;
-  former_.push_back(std::exchange(replica_, newReplica()));
+  former_.push_back({std::exchange(replica_, newReplica()), std::exchange(local_, newEntries())});
   bool const wasThere = state_ != SourceState::connecting;
   stateIs(wasThere ? SourceState::lost : SourceState::connecting,
           options_.endpoint + ": " + cause + againText(pause));

@@ -66,6 +66,15 @@ class Switch {
   void stateIs(Agent::SourceState state, std::string const& cause);
   void report(std::string const& line);
   std::unique_ptr<Replica> newReplica();
+  LocalEntries newEntries() {
+    return LocalEntries([this](Agent::Event const& event) { handlers_.event(event); });
+  }
+
+  /// What was known in a session that ended.
+  struct Former {
+    std::unique_ptr<Replica> replica;
+    LocalEntries local;
+  };
 
   Options options_;
   Agent::SourceHandlers handlers_;
@@ -77,8 +86,8 @@ class Switch {
   std::size_t refusalsNamed_ = 0;
   LocalEntries local_;
   std::unique_ptr<Replica> replica_;
-  std::vector<std::unique_ptr<Replica>> former_;  ///< Of sessions that ended: freed bit by bit.
-  std::deque<Message::Table> untaken_;            ///< Rows of the message that is being taken in.
+  std::vector<Former> former_;          ///< Freed bit by bit.
+  std::deque<Message::Table> untaken_;  ///< Rows of the message that is being taken in.
   bool taking_ = false;
   Agent::Timer work_;
   RemoteWriter remote_;
