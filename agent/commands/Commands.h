@@ -26,6 +26,7 @@ void addShowCommand(CLI::App& app, Run& run);
 void addWatchCommand(CLI::App& app, Run& run);
 void addCheckCommand(CLI::App& app, Run& run);
 void addTraceCommand(CLI::App& app, Run& run);
+void addWhyCommand(CLI::App& app, Run& run);
 void addManualCommand(CLI::App& app, Run& run);
 
 /// The whole program, from its command line to its exit status. Called once, by main().

@@ -68,6 +68,7 @@ int program(int argc, char** argv) {
   addShowCommand(app, run);
   addWatchCommand(app, run);
   addCheckCommand(app, run);
+  addWhyCommand(app, run);
   addTraceCommand(app, run);
   addHelpCommand(app, run);
   addManualCommand(app, run);

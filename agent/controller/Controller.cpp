@@ -191,6 +191,12 @@ nlohmann::ordered_json Controller::fdb(std::function<std::string(SourceId)> cons
   return result;
 }
 
+std::optional<ServedVni::Verdict> Controller::verdict(Vxlan::Vni vni, Wirix::EthAddr mac) const {
+  Orb::Ptr<ServedVni> const* const served = served_.find(vni);
+  if (!served) return std::nullopt;
+  return (*served)->verdict(mac);
+}
+
 RemoteRows& Controller::remoteRows() { return *remotes_.emplace_back(std::make_unique<Remote>(*this)); }
 
 void Controller::settledIs() {

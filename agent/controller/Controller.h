@@ -6,19 +6,19 @@
 ///   (a ServedVni's own)                                                   RemoteRows of every switch
 ///
 /// Rule of a MAC: the highest sequence number wins; on a tie the sources' entry before EVPN's, and of the
-/// sources' the lower VTEP. An entry of EVPN's that wins is stored unchanged. A flood list is the union of all
-/// VTEPs, each on if anybody has it on (EVPN's always are); a list without VTEPs does not exist. A multipath
-/// entry is the union of the sources'. A VNI is served as long as any source serves it.
+/// sources' the lower VTEP. An entry of EVPN's that wins is stored unchanged. A flood list is the union of
+/// all VTEPs, each on if anybody has it on (EVPN's always are); a list without VTEPs does not exist. A
+/// multipath entry is the union of the sources'. A VNI is served as long as any source serves it.
 ///
 /// Switches have no sequence numbers, so of all entries that they list of a MAC the one that was heard last
-/// counts, and the controller numbers it: 0 at first; one more when the MAC's VTEP changes, also when it falls
-/// back to a switch that still lists it; at least one more than the entry in force when a switch newly hears a
-/// MAC that is EVPN's or a feed's. What a switch lists when it tells its state for the first time was not newly
-/// heard: a restart takes nothing away from whoever had it.
+/// counts, and the controller numbers it: 0 at first; one more when the MAC's VTEP changes, also when it
+/// falls back to a switch that still lists it; at least one more than the entry in force when a switch newly
+/// hears a MAC that is EVPN's or a feed's. What a switch lists when it tells its state for the first time was
+/// not newly heard: a restart takes nothing away from whoever had it.
 ///
 /// What an earlier run left (earlierIs()) counts as a switch's entry with the number that it had, until
-/// earlierDel(): so it stays in force until a source tells something newer, numbers go on where they were, and
-/// nothing is withdrawn in between.
+/// earlierDel(): so it stays in force until a source tells something newer, numbers go on where they were,
+/// and nothing is withdrawn in between.
 ///
 /// Order: these reactors must be registered before those of the transmit machines, on every object of EVPN's
 /// status, so that a change is merged before it is compared with what is merged; otherwise a withdrawn entry
@@ -70,6 +70,14 @@ class Controller : public Orb::StateMachine<Controller> {
   /// [{"vni": 5000, "mac": "02:00:00:00:00:01", "vtep": "10.99.0.11", "seq": 0, "from": "leaf1",
   ///   "why": "heard last"}, ..], of every MAC; `from` "evpn" or what `nameOf` calls the source.
   nlohmann::ordered_json fdb(std::function<std::string(SourceId)> const& nameOf) const;
+
+  /// Why the merged entry of a MAC is as it is; nothing where the VNI is not served.
+  std::optional<ServedVni::Verdict> verdict(Vxlan::Vni vni, Wirix::EthAddr mac) const;
+  /// Calls `visit` with each VNI that is served. For who only reads.
+  template <class Visit>
+  void forEachVni(Visit visit) const {
+    for (auto const& each : served_) visit(each.key);
+  }
 
   /// A switch's view of what others know. The controller owns it.
   RemoteRows& remoteRows();

@@ -1,8 +1,8 @@
 /// What sources told the controller about one VNI, each in a ledger of its own.
 ///
-/// A source that begins to tell its state again has two: what it told before is kept beside what it tells now,
-/// until it is whole. Of a key that stands in both, what it tells now counts; a numbered entry only if its
-/// sequence number is not lower, for a recording tells what was before what is.
+/// A source that begins to tell its state again has two: what it told before is kept beside what it tells
+/// now, until it is whole. Of a key that stands in both, what it tells now counts; a numbered entry only if
+/// its sequence number is not lower, for a recording tells what was before what is.
 #pragma once
 
 #include <map>

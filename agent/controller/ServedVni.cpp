@@ -163,8 +163,8 @@ ServedVni::Found ServedVni::numberedClaim(EthAddr mac) const {
   return best;
 }
 
-/// Of what switches list, and of what an earlier run left: what was heard last, else what is in force, else the
-/// lowest VTEP.
+/// Of what switches list, and of what an earlier run left: what was heard last, else what is in force, else
+/// the lowest VTEP.
 ServedVni::Found ServedVni::switchesClaim(EthAddr mac, Number const* number) const {
   Found best;
   auto const rank = [&](Claim const& claim) {

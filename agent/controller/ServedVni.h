@@ -1,4 +1,5 @@
-/// Agent::ServedVni: merges what sources and EVPN know of one VNI; agent/controller/Controller.h has the rules.
+/// Agent::ServedVni: merges what sources and EVPN know of one VNI; agent/controller/Controller.h has the
+/// rules.
 ///
 ///   input                                   handler                    output
 ///   VniStatusV2.macVtepTable                handleMac(mac)             VniFdbStatusV2.macVtepTable

@@ -1,5 +1,5 @@
-/// The tables that the EVPN side of a site writes, as the EVPN side has them. Only what differs is written, at
-/// any time. What an earlier run left is there from the beginning.
+/// The tables that the EVPN side of a site writes, as the EVPN side has them. Only what differs is written,
+/// at any time. What an earlier run left is there from the beginning.
 #pragma once
 
 #include <functional>

@@ -1,5 +1,5 @@
-/// Agent::LearnedSources: what sources of EVPN events hold - speakers, feeds - each in a ledger of its own, and
-/// merged into the tables that the agent reads.
+/// Agent::LearnedSources: what sources of EVPN events hold - speakers, feeds - each in a ledger of its own,
+/// and merged into the tables that the agent reads.
 ///
 /// Rule: of several entries of a MAC the highest sequence number wins, then the lowest VTEP. A flood row is
 /// there if any source has it. The EVPN side is capable if any source says so; it has an opinion if any has.

@@ -64,7 +64,8 @@ void Feed::open() {
   isFifo_ = options_.file != "-" && S_ISFIFO(status.st_mode);
 }
 
-/// What lies in a FIFO when it is opened was written to a reader that is gone, who may have read the beginning.
+/// What lies in a FIFO when it is opened was written to a reader that is gone, who may have read the
+/// beginning.
 bool Feed::isPartlyRead() const {
   int bytes = 0;
   return isFifo_ && ioctl(fd_, FIONREAD, &bytes) == 0 && bytes != 0;

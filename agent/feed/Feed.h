@@ -4,15 +4,15 @@
 /// turns; a stream (pipe, terminal, socket) as its lines come, and it may stay open for ever. Paced, an
 /// event waits until as much time has passed since the first one as their timestamps say.
 ///
-/// A feed is a source for each side that it has events of (agent/base/Source.h). Its line `synced` says that the
-/// side's state has been told; the end of a file and of standard input says so for both sides, unless not one
-/// event came before it. When the writer of a FIFO ends, both are lost, and the FIFO is opened again for the
-/// next one.
+/// A feed is a source for each side that it has events of (agent/base/Source.h). Its line `synced` says that
+/// the side's state has been told; the end of a file and of standard input says so for both sides, unless not
+/// one event came before it. When the writer of a FIFO ends, both are lost, and the FIFO is opened again for
+/// the next one.
 ///
 /// A line that is no event, is longer than a mebibyte, or goes back in time is reported with its number and
-/// skipped; strict, it ends the feed. Events before it stay in force. Who has skipped a line does not know all:
-/// such a feed is not synced, whatever it says. Nor is what is found in a FIFO at the start, for a reader that is
-/// gone may have had the beginning.
+/// skipped; strict, it ends the feed. Events before it stay in force. Who has skipped a line does not know
+/// all: such a feed is not synced, whatever it says. Nor is what is found in a FIFO at the start, for a
+/// reader that is gone may have had the beginning.
 #pragma once
 
 #include <array>

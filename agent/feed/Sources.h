@@ -7,12 +7,12 @@
 ///   synced                  whole(): what was kept goes
 ///   lost, for `hold`        withdraw(): all of it goes, with a line in the log
 ///
-/// settled(), once: every source is synced or given up, so nothing of an earlier run has to be kept any longer.
-/// A source is given up when it has been connecting or lost for `hold`. One that tells its state without an end
-/// is not, nor is one that was not understood: who knows what it would still say.
+/// settled(), once: every source is synced or given up, so nothing of an earlier run has to be kept any
+/// longer. A source is given up when it has been connecting or lost for `hold`. One that tells its state
+/// without an end is not, nor is one that was not understood: who knows what it would still say.
 ///
-/// `enabled` and `capability` count at once, but for this: where entries are kept, a recording's count once it
-/// has been read, and `false` from a stream once it is synced, for it may be history that is told again.
+/// `enabled` and `capability` count at once, but for this: where entries are kept, a recording's count once
+/// it has been read, and `false` from a stream once it is synced, for it may be history that is told again.
 #pragma once
 
 #include <chrono>
@@ -77,7 +77,8 @@ class Sources {
   /// Whether there are any.
   void keepsEarlierIs(bool keepsEarlier) { keepsEarlier_ = keepsEarlier; }
   /// [{"name": "leaf1", "kind": "switch", "endpoint": "unix:/run/db.sock", "state": "synced",
-  ///   "since": 1763796324, "entries": 12, "refused": {"group MAC": 1}, "givenUp": false, "lastError": ""}, ..]
+  ///   "since": 1763796324, "entries": 12, "refused": {"group MAC": 1}, "givenUp": false, "lastError": ""},
+  ///   ..]
   /// `since` in seconds of Unix time; `lastError` also where it is over.
   nlohmann::ordered_json state() const;
 
@@ -117,9 +118,9 @@ class Sources {
 /// "connecting", "syncing", "synced", "lost".
 std::string_view toText(SourceState state);
 
-/// Why an entry cannot be ("group MAC"), or nothing: a host's MAC is no group and not 00:00:00:00:00:00, which
-/// stands for all BUM traffic in flood lists and multipath entries; a VTEP is neither 0.0.0.0 nor multicast nor
-/// broadcast. What takes an entry back is never refused.
+/// Why an entry cannot be ("group MAC"), or nothing: a host's MAC is no group and not 00:00:00:00:00:00,
+/// which stands for all BUM traffic in flood lists and multipath entries; a VTEP is neither 0.0.0.0 nor
+/// multicast nor broadcast. What takes an entry back is never refused.
 std::string_view refusalOf(Event const& event);
 
 }  // namespace Agent

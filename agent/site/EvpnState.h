@@ -1,10 +1,10 @@
 /// What the EVPN side of a site says of itself to the agent: at most one row, in the table `learned/state`. A
-/// table of its own, so that the agent knows it before it reads a route, and the last word stays when the EVPN
-/// side has gone.
+/// table of its own, so that the agent knows it before it reads a route, and the last word stays when the
+/// EVPN side has gone.
 ///
-/// The agent takes the capability from here where it has been said, whatever its own feeds say; where there is
-/// no table, no row, or nothing was said, from its feeds. Someone else's EVPN side need not write this table:
-/// what its other tables hold is then taken for whole.
+/// The agent takes the capability from here where it has been said, whatever its own feeds say; where there
+/// is no table, no row, or nothing was said, from its feeds. Someone else's EVPN side need not write this
+/// table: what its other tables hold is then taken for whole.
 #pragma once
 
 #include <optional>

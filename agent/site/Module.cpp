@@ -92,8 +92,8 @@ void Module::forgetEarlier() {
   sources_.keepsEarlierIs(false);
 }
 
-/// Rows of other origin in switches may go once EVPN's side has told all that it knows, too; a side that is not
-/// wanted has nothing to tell.
+/// Rows of other origin in switches may go once EVPN's side has told all that it knows, too; a side that is
+/// not wanted has nothing to tell.
 void Module::settleRemotes() {
   if (!sources_.isSettled() || controller_->isSettled()) return;
   bool const isWhole = learned_ && Brine::isReadable(learned_->host->mountStatus()) &&

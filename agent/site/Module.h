@@ -3,13 +3,14 @@
 ///
 ///   sources: enabled, capability ─► QorEvpnIntegrationModeSm ─► on: receive machine, then transmit root
 ///   learned/state: capability    ─┘                            off: both are cleaned up and dropped
-///   sources: switches, feeds ─► Controller ─► transmit machines ─► exported tables, QorBrIdList ─► brId table
+///   sources: switches, feeds ─► Controller ─► transmit machines ─► exported tables, QorBrIdList ─► brId
+///   table
 ///   learned tables ─► receive machine ─► VniStatusDirV2 ─► Controller, then transmit machines
 ///
 /// Start: the list of bridge identifiers is seeded with what the last run left in its table and with the VNI
 /// of every exported row, so that the transmit root sweeps whatever belongs to a VNI that is gone, at
-/// whatever instruction the last run died. The rows themselves are the Controller's to keep until every source
-/// has told its state or was given up, so none that still holds is ever withdrawn.
+/// whatever instruction the last run died. The rows themselves are the Controller's to keep until every
+/// source has told its state or was given up, so none that still holds is ever withdrawn.
 ///
 /// The learned tables are mounted while the integration is on only, by objects made for the purpose: a
 /// machine that is built must be told of removals of what it was shown, and of no others.
@@ -28,6 +29,7 @@
 #include "VxlanController/QorEvpnTxSm.h"
 #include "agent/base/Loop.h"
 #include "agent/controller/Controller.h"
+#include "agent/explain/Why.h"
 #include "agent/feed/Sources.h"
 #include "agent/site/EvpnState.h"
 #include "agent/site/Mount.h"
@@ -37,7 +39,8 @@ namespace Agent {
 
 class Module : public Orb::StateMachine<Module>, public SourceLedgers {
  public:
-  /// `hold`: how long what a lost source told is kept; 0 is for ever. Raises MountError where another agent has the site.
+  /// `hold`: how long what a lost source told is kept; 0 is for ever. Raises MountError where another agent
+  /// has the site.
   Module(Loop& loop, Site const& site, bool repair, std::chrono::seconds hold, Logs const& logs);
   ~Module() override;
   static Orb::TypeDescriptor const& type();
@@ -70,6 +73,10 @@ class Module : public Orb::StateMachine<Module>, public SourceLedgers {
 
   /// EVPN's status of one VNI, or of all: {"5000": {"floods": [..], "hosts": [..]}}, sorted.
   nlohmann::ordered_json evpnStatus(std::string_view vni) const;
+  /// Why a row is exported or not, "MAC", "MAC VNI" or "VTEP VNI": an array with a document a VNI, of what
+  /// both sides have, the row, and what explain() says (agent/explain/Why.h). Empty where nobody knows the
+  /// MAC. Raises Orb::Error or std::runtime_error for another argument.
+  nlohmann::ordered_json why(std::string_view argument) const;
   /// What the module is doing, for people and for tests.
   nlohmann::ordered_json state() const;
 
@@ -90,6 +97,9 @@ class Module : public Orb::StateMachine<Module>, public SourceLedgers {
   friend StateMachine;
   auto inputs() { return std::tie(qorEvpnConfig_, qorBrIdList_); }
 
+  nlohmann::ordered_json whyHost(QorEvpn::MacVniPair const& key) const;
+  nlohmann::ordered_json whyFlood(QorEvpn::VniVtepPair const& key) const;
+  ExportState exportState(bool isServed) const;
   void handleFlag(bool on);
   void capabilityIs();
   void seedController();

@@ -1,0 +1,78 @@
+/// Why a MAC or a flood-list VTEP is exported, or is not: the rule that decided, from what both sides know.
+///
+/// Pure functions: whoever asks collects the facts - a running agent from its machines' inputs, a test from
+/// nothing - and both get the same answer.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "DataModel/MacVtepV2.h"
+#include "VxlanController/QorEvpnValues.h"
+
+namespace Agent {
+
+/// What decided. In the order in which the rules are asked: the first that applies is the answer.
+enum class Rule {
+  databaseOff,    ///< The integration is off: the controller's database is not enabled.
+  notCapable,     ///< The integration is off: EVPN is not capable.
+  notServed,      ///< No source of the controller serves the VNI.
+  notKnown,       ///< The controller has no entry of the MAC; or its flood list has no such VTEP.
+  multipathOnly,  ///< The MAC is in the multipath table only, which is not exported.
+  notAllBum,      ///< The VTEP is in the list of one MAC only; lists for all BUM traffic alone are exported.
+  defaultEntry,   ///< The entry equals the default one, which counts as absent.
+  entryOff,       ///< The flood list has the VTEP switched off.
+  evpnSupplied,   ///< EVPN supplied exactly this entry, or this VTEP; it is not echoed.
+  held,           ///< Exported as an earlier run left it, until every source has told its state.
+  exported        ///< Nothing keeps it out.
+};
+
+/// The rule's name for programs: "evpn-supplied".
+std::string_view toText(Rule rule);
+
+/// What holds for a whole site and a VNI.
+struct ExportState {
+  bool isEnabled = false;
+  bool isCapable = false;
+  bool isKeeping = false;  ///< Rows of an earlier run stay until every source has told its state.
+  bool isServed = false;
+};
+
+struct HostFacts {
+  QorEvpn::MacVniPair key;
+  ExportState state;
+  std::optional<VxlanController::MacVtepV2> controller;  ///< Merged, as the machines read it.
+  std::optional<VxlanController::MacVtepV2> evpn;        ///< As the receive machine stored it.
+  bool isMultipath = false;                              ///< In the controller's multipath table.
+  bool isEarlier = false;                                ///< The controller's entry is an earlier run's.
+  std::optional<QorEvpn::Host> row;                      ///< In the exported table.
+};
+
+struct FloodFacts {
+  QorEvpn::VniVtepPair key;
+  ExportState state;
+  std::optional<bool> controller;  ///< In the list for all BUM traffic: on or off.
+  bool isInListOfOneMac = false;   ///< In the list of another MAC.
+  bool isEvpns = false;            ///< In EVPN's list for all BUM traffic.
+  bool isRow = false;              ///< In the exported table.
+};
+
+struct Explanation {
+  Rule rule;
+  std::string text;  ///< One sentence for people.
+  /// Fields in which the two sides' entries differ: "vtep", "seq", "preference". Empty where one has none.
+  std::vector<std::string_view> differences;
+  /// Whether the table is as the rule says; always so while rows of an earlier run are kept.
+  bool isAsItShouldBe;
+};
+
+Explanation explain(HostFacts const& facts);
+Explanation explain(FloodFacts const& facts);
+
+/// {"rule": "evpn-supplied", "text": "..", "differences": ["vtep"], "asItShouldBe": true}
+nlohmann::ordered_json toJson(Explanation const& explanation);
+
+}  // namespace Agent
