@@ -72,6 +72,13 @@ int program(int argc, char** argv) {
   addTraceCommand(app, run);
   addHelpCommand(app, run);
   addManualCommand(app, run);
+  app.set_config("--config", "", "Take options from this file: below [agent] those of `agent`, and so on")
+      ->type_name("FILE");
+  app.allow_config_extras(CLI::config_extras_mode::error);
+  for (CLI::App* const command : app.get_subcommands({})) {
+    CLI::Option* const dir = command->get_option_no_throw("--dir");
+    if (dir && command->get_name() != "demo") dir->envname("QOREVPN_DIR");  // the demo makes sites of its own
+  }
   try {
     app.parse(argc, argv);
     if (!run) throw CLI::RequiredError("A command");
