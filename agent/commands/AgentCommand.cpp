@@ -22,6 +22,8 @@ struct AgentOptions {
   FeedOptions feed;
   LogOptions log;
   SwitchOptions switches;
+  Duplicates::Rule duplicates;
+  unsigned duplicateSeconds = 180;
   bool withEvpn = false;
   bool cleanup = false;
   bool repair = false;
@@ -51,6 +53,9 @@ class AgentProcess {
                    return answer(command, argument);
                  }),
         siteWatch_(loop_, site_, logger(LogLevel::warning)) {
+    Duplicates::Rule duplicates = options.duplicates;
+    duplicates.window = std::chrono::seconds(options.duplicateSeconds);
+    module_.duplicatesIs(duplicates);
     if (options.withEvpn) evpn_.emplace(loop_, site_, options.repair, options.feed.hold(), logs());
     if (options.switches.areGiven()) {
       switches_.emplace(loop_, options.switches, module_.sources(), module_.controller());
@@ -175,6 +180,15 @@ void addAgentCommand(CLI::App& app, Run& run) {
   options->log.addTo(*command);
   command->add_flag("--with-evpn", options->withEvpn,
                     "Play the EVPN side from the same feed, each event in its recorded order");
+  command
+      ->add_option("--duplicate-moves", options->duplicates.moves,
+                   "Report a MAC as a duplicate that moves between sites so often; 0 reports none")
+      ->capture_default_str();
+  command->add_option("--duplicate-seconds", options->duplicateSeconds, "The time within which it does")
+      ->check(CLI::Range(1U, 86400U))
+      ->capture_default_str();
+  command->add_flag("--freeze-duplicates", options->duplicates.freezes,
+                    "Leave a duplicate to the other site for that time, whatever switches hear");
   command->add_flag("--cleanup", options->cleanup, "On SIGINT or SIGTERM remove what was written");
   command->add_flag("--repair", options->repair, "Drop damaged rows of the tables instead of giving up");
   command->add_option("--trace", options->traces, "Trace HANDLE/LEVELS, such as QorEvpnModeSm/8")

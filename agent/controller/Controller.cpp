@@ -98,7 +98,8 @@ void Controller::apply(SourceId source, Event const& event) {
   SourcePart& part = served.part(source, record.isNumbered);
   part.told.serves = true;
   if (event.op == Op::mac) {
-    served.macIs(part, event.mac, {event.vtep, event.seq, 0, event.preference}, record.isKnown);
+    bool const isNews = record.isKnown && !(duplicates_ && duplicates_->isFrozen(event.vni, event.mac));
+    served.macIs(part, event.mac, {event.vtep, event.seq, 0, event.preference}, isNews);
   } else if (event.op == Op::flood) {
     served.floodIs(part, event.mac, event.vtep, event.on);
   } else if (event.op == Op::multipath) {

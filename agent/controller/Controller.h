@@ -31,6 +31,7 @@
 
 #include "Orb/Dir.h"
 #include "agent/base/Remote.h"
+#include "agent/controller/Duplicates.h"
 #include "agent/controller/ServedVni.h"
 
 namespace Agent {
@@ -38,10 +39,6 @@ namespace Agent {
 class Controller : public Orb::StateMachine<Controller> {
  public:
   using VniStatusDirPtr = Orb::Ptr<VxlanController::VniStatusDirV2 const>;
-  /// A MAC's entry went from one site to another.
-  using Moved = std::function<void(Vxlan::Vni, VxlanController::MacVtepV2 const& from,
-                                   VxlanController::MacVtepV2 const& to)>;
-
   static Orb::Ptr<Controller> ControllerIs(VniStatusDirPtr const& vniStatusDirFromEvpn);
   explicit Controller(VniStatusDirPtr const& vniStatusDirFromEvpn);
   ~Controller() override;
@@ -85,7 +82,8 @@ class Controller : public Orb::StateMachine<Controller> {
   void settledIs();
   bool isSettled() const { return isSettled_; }
 
-  void movedIs(Moved moved) { moved_ = std::move(moved); }
+  /// Is told of moves between sites, and may freeze MACs; null for none. It outlives the controller.
+  void duplicatesIs(Duplicates* duplicates) { duplicates_ = duplicates; }
 
   void handleVniStatus(Vxlan::Vni const& vni);
 
@@ -119,7 +117,7 @@ class Controller : public Orb::StateMachine<Controller> {
   Orb::FlatMap<Vxlan::Vni, Orb::Ptr<ServedVni>> served_;
   std::vector<SourceRecord> sources_;
   std::vector<std::unique_ptr<Remote>> remotes_;
-  Moved moved_;
+  Duplicates* duplicates_ = nullptr;
   bool isSettled_ = false;
 };
 

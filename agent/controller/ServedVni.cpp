@@ -233,7 +233,9 @@ void ServedVni::mergeMac(EthAddr mac, bool isEvpns) {
   if (!winner || !former || winner->vtepAddr() == former->vtepAddr()) return;
   // It arrived where it was heard; that the other side gave it up is no move.
   bool const hasMoved = isEvpns ? evpnWins : !evpnWins && evpns && *evpns == *former;
-  if (hasMoved && controller_.moved_) controller_.moved_(vniFdbStatus_->vni(), *former, *winner);
+  if (hasMoved && controller_.duplicates_) {
+    controller_.duplicates_->moved(vniFdbStatus_->vni(), *former, *winner);
+  }
 }
 
 void ServedVni::handleFloodList(EthAddr const& mac) {

@@ -18,6 +18,7 @@ Module::Module(Loop& loop, Site const& site, bool repair, std::chrono::seconds h
     : loop_(loop),
       site_(site),
       log_(logs.info),
+      warn_(logs.warning),
       exported_("exported", site.exported()),
       status_(make<Controllerdb::Status>("status")),
       capability_(make<QorEvpn::EvpnCapability>("evpnCapability")),
@@ -49,6 +50,11 @@ Module::Module(Loop& loop, Site const& site, bool repair, std::chrono::seconds h
 Module::~Module() {
   follower_.reset();
   teardown();
+}
+
+void Module::duplicatesIs(Duplicates::Rule const& rule) {
+  duplicates_.emplace(rule, warn_);
+  controller_->duplicatesIs(&*duplicates_);
 }
 
 void Module::enabledIs(bool enabled) {
@@ -256,6 +262,7 @@ nlohmann::ordered_json Module::state() const {
   result["exportedFloods"] = exported_.flood->statistics().rows;
   result["bridgeIds"] = brIdList_->brIdList().size();
   result["learned"] = learned_ ? learnedReport_ : "not mounted";
+  if (duplicates_) result["duplicates"] = duplicates_->state();
   result["sources"] = sources_.state();
   return result;
 }

@@ -45,6 +45,9 @@ class Module : public Orb::StateMachine<Module>, public SourceLedgers {
   ~Module() override;
   static Orb::TypeDescriptor const& type();
 
+  /// Which MACs count as duplicates; none until this is said.
+  void duplicatesIs(Duplicates::Rule const& rule);
+
   /// Where the controller's sources are added: its switches and feeds.
   Sources& sources() { return sources_; }
   Controller& controller() { return *controller_; }
@@ -114,7 +117,7 @@ class Module : public Orb::StateMachine<Module>, public SourceLedgers {
 
   Loop& loop_;
   Site site_;
-  Log log_;
+  Log log_, warn_;
 
   Tables exported_;
   Brine::Table<Bridging::BridgeId> brIdTable_;
@@ -130,6 +133,7 @@ class Module : public Orb::StateMachine<Module>, public SourceLedgers {
   Orb::Input<OrbQorEvpnConfig> qorEvpnConfig_;
   Orb::Input<OrbQorBrIdList> qorBrIdList_;
 
+  std::optional<Duplicates> duplicates_;
   Orb::Ptr<Controller> controller_;
   Orb::Ptr<QorEvpn::QorEvpnIntegrationModeSm> mode_;
   Orb::Ptr<QorEvpn::QorEvpnTxSm> tx_;

@@ -174,6 +174,47 @@ TEST_F(ControllerTest, FeedsAreMergedByNumberAndWhatOneRepeatsLateIsKept) {
   EXPECT_EQ(entry(), "10.0.0.1/3");
 }
 
+TEST_F(ControllerTest, AMacThatMovesToAndFroIsReportedOnceAndFrozenIfAsked) {
+  for (bool const freezes : {false, true}) {
+    SCOPED_TRACE(freezes);
+    Agent::Duplicates::Clock::time_point now{};
+    std::vector<std::string> log;
+    Agent::Duplicates duplicates(
+        {4, std::chrono::seconds(10), freezes}, [&](std::string const& line) { log.push_back(line); },
+        [&] { return now; });
+    controller->duplicatesIs(&duplicates);
+    controller->whole(leaf1);
+    unsigned seq = 0;
+    auto const moves = [&] {  // away, and back
+      del(leaf1);
+      mac(leaf1, v1);
+      seq += 10;
+      evpnIs(far, seq);
+      del(leaf1);
+      mac(leaf1, v1);
+      now += std::chrono::seconds(3);
+    };
+    moves();
+    now += std::chrono::seconds(8);
+    moves();
+    EXPECT_THAT(log, IsEmpty()) << "the first ones are too long ago";
+    moves();
+    EXPECT_THAT(
+        log, ElementsAre(testing::HasSubstr("duplicate: vni 7 mac 02:00:00:00:00:01 moved 4 times in 10 s")));
+    EXPECT_EQ(duplicates.state().size(), 1U);
+    moves();
+    EXPECT_EQ(entry(), freezes ? "10.9.0.1/40" : "10.0.0.1/41");
+    EXPECT_EQ(log.size(), 1U);
+    now += std::chrono::seconds(20);
+    EXPECT_TRUE(duplicates.state().empty());
+    moves();
+    EXPECT_EQ(entry(), "10.0.0.1/51");
+    controller->duplicatesIs(nullptr);
+    controller->withdraw(leaf1);
+    evpn->vniStatusV2Del(vni);
+  }
+}
+
 TEST_F(ControllerTest, ASwitchIsToldOfAllButItself) {
   Agent::RemoteRows& rows = controller->remoteRows();
   std::vector<std::string> told;
