@@ -26,7 +26,7 @@ std::optional<std::string> LearnedRoutes::take(apipb::Path const& path, bool isG
 }
 
 LearnedRoutes::Candidates& LearnedRoutes::dirtyOf(RowKey const& key) {
-  if (!rows_.contains(key)) rows_.put(key, {{}, {}, true}), dirty_.push_back(key);
+  if (!rows_.contains(key)) rows_.put(key, {});
   Candidates& candidates = *rows_.find(key);
   if (!candidates.isDirty) dirty_.push_back(key);
   candidates.isDirty = true;

@@ -13,6 +13,7 @@ namespace {
 
 constexpr std::size_t batchLimit = 256;   // the speaker answers nobody else meanwhile
 constexpr std::size_t drainLimit = 1000;  // a turn
+constexpr auto patience = 6;              // times as long as for its first answer: it may have much to do
 constexpr auto pollPause = 10s;
 constexpr auto settlePause = 250ms;
 constexpr std::uint32_t established = 6;
@@ -82,13 +83,10 @@ void Speaker::fail(std::string const& cause) {
   pause_ = std::min(2 * pause_, options_.retryMax);
   retry_.start(pause);
   lastError_ = cause;
-  if (std::exchange(reported_, cause) != cause) {
-    auto const seconds = std::chrono::ceil<std::chrono::seconds>(pause).count();
-    handlers_.report(options_.endpoint + ": " + cause + "; tried again in " + std::to_string(seconds) +
-                     " s, then more rarely");
-  }
   bool const wasThere = state_ == SourceState::syncing || state_ == SourceState::synced;
-  stateIs(wasThere ? SourceState::lost : state_, cause);
+  auto const seconds = std::chrono::ceil<std::chrono::seconds>(pause).count();
+  stateIs(wasThere ? SourceState::lost : state_,
+          options_.endpoint + ": " + cause + "; tried again in " + std::to_string(seconds) + " s");
 }
 
 void Speaker::stateIs(SourceState state, std::string const& cause) {
@@ -99,7 +97,8 @@ void Speaker::stateIs(SourceState state, std::string const& cause) {
 
 template <class Answer>
 void Speaker::call(char const* method, google::protobuf::MessageLite const& request,
-                   std::function<void(Answer const&)> take, std::function<void()> end, bool hasLimit) {
+                   std::function<void(Answer const&)> take, std::function<void()> end,
+                   std::chrono::milliseconds limit) {
   auto const message = [this, method, take = std::move(take)](std::string_view octets) {
     Answer answer;
     if (!answer.ParseFromArray(octets.data(), static_cast<int>(octets.size()))) {
@@ -115,7 +114,7 @@ void Speaker::call(char const* method, google::protobuf::MessageLite const& requ
     fail(what + status.message);
   };
   channel_->call(std::string("/apipb.GobgpApi/") + method, request.SerializeAsString(), {message, ended},
-                 hasLimit ? options_.answer : 0ms);
+                 limit);
 }
 
 void Speaker::askBgp() {
@@ -129,7 +128,7 @@ void Speaker::askBgp() {
         stateIs(SourceState::syncing, {});
         watchEvents();
       },
-      [] {});
+      [] {}, options_.answer);
 }
 
 // ---- Routes of neighbours ------------------------------------------------------------------------------------
@@ -141,7 +140,7 @@ void Speaker::watchEvents() {
   watched_.clear();
   call<apipb::WatchEventResponse>(
       "WatchEvent", request, [this](auto const& event) { takeEvent(event); },
-      [this] { fail("the speaker ended the watch"); }, false);
+      [this] { fail("the speaker ended the watch"); }, 0ms);
 }
 
 void Speaker::takeEvent(apipb::WatchEventResponse const& event) {
@@ -180,7 +179,8 @@ void Speaker::listPaths() {
         own_.compare();
         drain();
         announce();
-      });
+      },
+      patience * options_.answer);
 }
 
 void Speaker::takePath(apipb::Path const& path, bool isGone) {
@@ -208,7 +208,7 @@ void Speaker::listPeers() {
   listing_.clear();
   call<apipb::ListPeerResponse>(
       "ListPeer", apipb::Empty(), [this](auto const& answer) { takePeer(answer.peer()); },
-      [this] { peersListed(); });
+      [this] { peersListed(); }, patience * options_.answer);
 }
 
 void Speaker::takePeer(apipb::Peer const& peer) {
@@ -255,7 +255,6 @@ void Speaker::settleSessions() {
   wasAwaited_ = isFresh;
   if (isFresh && isMoving && now - *connected_ < options_.settle) return;
   pause_ = options_.retryMin;
-  reported_.clear();
   stateIs(SourceState::synced, {});
 }
 
@@ -304,7 +303,7 @@ void Speaker::announce() {
   sent_ += batch_.size();
   channel_->call("/apipb.GobgpApi/AddPathStream", request.SerializeAsString(),
                  {[](std::string_view) {}, [this](Status const& status) { batchEnded(status); }},
-                 options_.answer);
+                 patience * options_.answer);
 }
 
 void Speaker::batchEnded(Status const& status) {
@@ -339,7 +338,7 @@ nlohmann::ordered_json Speaker::show() const {
           {"announced", own_.wanted()},
           {"waiting", own_.queued() + batch_.size()},
           {"sent", sent_},
-          {"refused", refused_},
+          {"refusedRoutes", refused_},
           {"lastError", lastError_}};
 }
 

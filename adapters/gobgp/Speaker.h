@@ -46,7 +46,7 @@ class Speaker {
   struct Options {
     std::string endpoint;  ///< HOST:PORT, as Address takes it.
     Identity identity;
-    std::chrono::milliseconds answer{10'000};  ///< How long an answer may take.
+    std::chrono::milliseconds answer{10'000};  ///< How long its first answer may take.
     std::chrono::milliseconds settle{30'000};
     std::chrono::milliseconds quiet{2'000};
     std::chrono::milliseconds retryMin{1'000};
@@ -85,7 +85,8 @@ class Speaker {
   /// The channel's call, whose failure is the speaker's.
   template <class Answer>
   void call(char const* method, google::protobuf::MessageLite const& request,
-            std::function<void(Answer const&)> take, std::function<void()> end, bool hasLimit = true);
+            std::function<void(Answer const&)> take, std::function<void()> end,
+            std::chrono::milliseconds limit);
 
   void askBgp();
   void watchEvents();
@@ -115,7 +116,6 @@ class Speaker {
   Agent::SourceState state_ = Agent::SourceState::connecting;
   std::chrono::system_clock::time_point since_ = std::chrono::system_clock::now();
   std::string lastError_;
-  std::string reported_;
 
   LearnedRoutes learned_;
   std::unordered_set<std::string> watched_;  ///< Routes that the watch told while they were listed.

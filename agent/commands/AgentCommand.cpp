@@ -6,6 +6,7 @@
 #include "agent/commands/LogOptions.h"
 #include "agent/evpn/EvpnSide.h"
 #include "agent/feed/Feeds.h"
+#include "agent/live/SpeakerSide.h"
 #include "agent/live/SwitchSide.h"
 #include "agent/site/Control.h"
 #include "agent/site/Module.h"
@@ -24,6 +25,7 @@ struct AgentOptions {
   SwitchOptions switches;
   Duplicates::Rule duplicates;
   unsigned duplicateSeconds = 180;
+  SpeakerOptions speaker;
   bool withEvpn = false;
   bool cleanup = false;
   bool repair = false;
@@ -56,7 +58,10 @@ class AgentProcess {
     Duplicates::Rule duplicates = options.duplicates;
     duplicates.window = std::chrono::seconds(options.duplicateSeconds);
     module_.duplicatesIs(duplicates);
-    if (options.withEvpn) evpn_.emplace(loop_, site_, options.repair, options.feed.hold(), logs());
+    if (options.withEvpn || options.speaker.isGiven()) {
+      evpn_.emplace(loop_, site_, options.repair, options.feed.hold(), logs());
+    }
+    if (options.speaker.isGiven()) speaker_.emplace(loop_, site_, options.speaker, evpn_->sources(), logs());
     if (options.switches.areGiven()) {
       switches_.emplace(loop_, options.switches, module_.sources(), module_.controller());
       // A switch has no such word; that it was given is one.
@@ -93,7 +98,7 @@ class AgentProcess {
   Feeds::Sides sidesOf(Feed const& feed) {
     SourceHandlers const controller = module_.sources().add(aboutFeed(feed));
     SourceHandlers evpn;
-    if (evpn_) {
+    if (options_.withEvpn) {
       Sources::About about = aboutFeed(feed);
       about.name += " (evpn)";
       evpn = evpn_->sources().add(std::move(about));
@@ -137,7 +142,9 @@ class AgentProcess {
     result.update(module_.state());
     result["feed"] = feeds_.state();
     if (evpn_) {
-      for (auto& each : evpn_->sources().state()) result["sources"].push_back(std::move(each));
+      auto sources = evpn_->sources().state();
+      if (speaker_) speaker_->describe(sources);
+      for (auto& each : sources) result["sources"].push_back(std::move(each));
     }
     return result;
   }
@@ -149,12 +156,14 @@ class AgentProcess {
   Module module_;
   std::optional<EvpnSide> evpn_;
   std::optional<SwitchSide> switches_;
+  std::optional<SpeakerSide> speaker_;
   ControlServer control_;  ///< Behind the module and the rest that its answers are about: gone first.
   SiteWatch siteWatch_;    ///< Behind the socket, whose removal is no news.
 };
 
 int runAgent(AgentOptions const& options) {
   options.switches.check();
+  if (options.speaker.isGiven()) options.speaker.check();
   if (!options.traceFile.empty()) traceFileIs(options.traceFile);
   for (std::string const& trace : options.traces) {
     try {
@@ -177,6 +186,7 @@ void addAgentCommand(CLI::App& app, Run& run) {
   command->add_option("--dir", options->dir, "The site's directory")->capture_default_str();
   options->feed.addTo(*command);
   options->switches.addTo(*command);
+  options->speaker.addTo(*command);
   options->log.addTo(*command);
   command->add_flag("--with-evpn", options->withEvpn,
                     "Play the EVPN side from the same feed, each event in its recorded order");
@@ -205,7 +215,9 @@ void addAgentCommand(CLI::App& app, Run& run) {
       "  qorevpn agent --feed events.jsonl --pace 10    ten times as fast as recorded\n"
       "  qorevpn agent --feed events.jsonl --trace QorEvpnModeSm/8 --trace VxlanControllerEvpnTxSm/3,4,8\n"
       "  qorevpn agent --feed events.jsonl --with-evpn --exit-at-end   both sides, to the end, no more\n"
-      "  qorevpn agent --switch leaf1=tcp:10.0.0.11:6640 --switch leaf2=tcp:10.0.0.12:6640");
+      "  qorevpn agent --switch leaf1=tcp:10.0.0.11:6640 --switch leaf2=tcp:10.0.0.12:6640\n"
+      "  qorevpn agent --switch leaf1=tcp:10.0.0.11:6640 --speaker 127.0.0.1:50051 --as 65001 \\\n"
+      "                --router-id 10.99.0.1            switches, BGP and what is between, in one process");
   command->callback([options, &run] {
     if (options->feed.files.empty() && !options->switches.areGiven())
       throw CLI::RequiredError("--feed or --switch");

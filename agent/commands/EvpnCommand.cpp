@@ -8,6 +8,8 @@
 #include "agent/evpn/EvpnSide.h"
 #include "agent/evpn/Exchange.h"
 #include "agent/feed/Feeds.h"
+#include "agent/live/SpeakerSide.h"
+#include "agent/site/Control.h"
 #include "agent/views/Format.h"
 
 namespace Agent {
@@ -18,21 +20,34 @@ struct EvpnOptions {
   std::string dir{Site::defaultDir};
   std::vector<std::string> peers;
   FeedOptions feed;
+  SpeakerOptions speaker;
   LogOptions log;
   bool repair = false;
 };
 
-int runFeed(EvpnOptions const& options) {
+int runSources(EvpnOptions const& options) {
   auto const log = loggerOf("evpn " + options.dir);
   Logs const logs{log, loggerOf("evpn " + options.dir, LogLevel::warning)};
   Loop loop;
   loop.takeSignals();
   options.log.begin(loop);
+  if (options.speaker.isGiven()) options.speaker.check();
   Feeds feeds(loop, options.feed.feeds(), options.feed.exitAtEnd);
   // Now only: a feed that cannot be opened leaves nothing behind.
-  EvpnSide side(loop, Site::made(options.dir), options.repair, options.feed.hold(), logs);
+  Site const site = Site::made(options.dir);
+  EvpnSide side(loop, site, options.repair, options.feed.hold(), logs);
   loop.turnEndIs([&] { side.learned().endTurn(); });
-  log("started, " + countText(side.learned().rows(), "row") + " found; feed: " + feeds.names());
+  log("started, " + countText(side.learned().rows(), "row") + " found" +
+      (feeds.names().empty() ? "" : "; feed: " + feeds.names()));
+  std::optional<SpeakerSide> speaker;
+  if (options.speaker.isGiven()) speaker.emplace(loop, site, options.speaker, side.sources(), logs);
+  ControlServer const control(loop, site.evpnControlSocket(), [&](std::string_view command, std::string_view) {
+    if (command != "state")
+      throw std::runtime_error("the EVPN side does not know '" + std::string(command) + "'");
+    nlohmann::ordered_json state = {{"pid", getpid()}, {"sources", side.sources().state()}};
+    if (speaker) speaker->describe(state["sources"]);
+    return state;
+  });
   feeds.start([&](Feed const& feed) { return Feeds::Sides{{}, side.sources().add(aboutFeed(feed))}; }, logs);
   loop.run();
   return feeds.haveFailed() ? exitFailed : exitOk;
@@ -79,24 +94,27 @@ void addEvpnCommand(CLI::App& app, Run& run) {
   CLI::App* const command = app.add_subcommand("evpn", "Stand in for the EVPN side of a site");
   command->add_option("--dir", options->dir, "The site's directory")->capture_default_str();
   CLI::Option* const feed = options->feed.addTo(*command);
-  command->add_option("--peer", options->peers, "Exchange with the site of this directory, both ways")
-      ->allow_extra_args(false)
-      ->excludes(feed);
+  CLI::Option* const peer =
+      command->add_option("--peer", options->peers, "Exchange with the site of this directory, both ways")
+          ->allow_extra_args(false)
+          ->excludes(feed);
+  if (CLI::Option* const speaker = options->speaker.addTo(*command)) peer->excludes(speaker);
   options->log.addTo(*command);
   command->add_flag("--repair", options->repair, "Drop damaged rows of the tables instead of giving up");
   command->footer(
       "Owns the tables that the site's agent reads. Takes them from the `evpn` events of a feed, or from\n"
-      "what the agents of other sites export: of each MAC the row with the highest sequence number, never\n"
-      "one that the site exports itself. Runs until it is told to stop, and then leaves its rows.\n\n"
+      "what the agents of other sites export, or from a BGP speaker, which in turn announces what this site\n"
+      "exports: of each MAC the row with the highest sequence number. Runs until it is told to stop, and\n"
+      "then leaves its rows.\n\n"
       "Examples:\n"
       "  qorevpn evpn --feed events.jsonl\n"
+      "  qorevpn evpn --speaker 127.0.0.1:50051 --as 65001 --router-id 10.99.0.1\n"
       "  qorevpn evpn --dir /dev/shm/west --peer /dev/shm/east    for both sites\n"
       "  qorevpn evpn --dir /dev/shm/a --peer /dev/shm/b --peer /dev/shm/c");
   command->callback([options, &run] {
-    if (options->peers.empty() && options->feed.files.empty()) {
-      throw CLI::RequiredError("--feed or --peer");
-    }
-    run = [options] { return options->peers.empty() ? runFeed(*options) : runExchange(*options); };
+    bool const hasSources = !options->feed.files.empty() || options->speaker.isGiven();
+    if (options->peers.empty() && !hasSources) throw CLI::RequiredError("--feed, --peer or --speaker");
+    run = [options] { return options->peers.empty() ? runSources(*options) : runExchange(*options); };
   });
 }
 

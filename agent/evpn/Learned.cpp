@@ -5,7 +5,7 @@ namespace Agent {
 using namespace QorEvpn;
 
 Learned::Learned(Site const& site, bool repair)
-    : tables_("evpn", site.learned()), state_((tables_.mountAsWriter(repair), site), repair) {}
+    : tables_("evpn", site.learned()), state_((tables_.mountAsWriter(repair), site.learned()), repair) {}
 
 void Learned::hostIs(Host const& row) {
   // A row that readers take for absent says that there is none.

@@ -4,8 +4,8 @@
 
 namespace Agent {
 
-EvpnStateWriter::EvpnStateWriter(Site const& site, bool repair) {
-  mountAsWriter(table_, site.learned(), EvpnState::file, repair);
+EvpnStateWriter::EvpnStateWriter(std::string const& folder, bool repair) {
+  mountAsWriter(table_, folder, EvpnState::file, repair);
 }
 
 EvpnState EvpnStateWriter::state() const { return table_.find(0).value_or(EvpnState()); }
@@ -14,8 +14,8 @@ void EvpnStateWriter::stateIs(EvpnState const& state) {
   if (table_.find(0) != state) table_.write(state);
 }
 
-EvpnStateReader::EvpnStateReader(Loop& loop, Site const& site, Loop::Handler told)
-    : loop_(loop), site_(site), told_(std::move(told)), again_(loop, [this] {
+EvpnStateReader::EvpnStateReader(Loop& loop, std::string folder, Loop::Handler told)
+    : loop_(loop), folder_(std::move(folder)), told_(std::move(told)), again_(loop, [this] {
         deliver();
         told_();
       }) {
@@ -34,8 +34,7 @@ void EvpnStateReader::deliver() {
 }
 
 void EvpnStateReader::mount() {
-  table_.mount(
-      {.directory = site_.learned(), .name = std::string(EvpnState::file), .mode = Brine::Mode::keyshadow});
+  table_.mount({.directory = folder_, .name = std::string(EvpnState::file), .mode = Brine::Mode::keyshadow});
   if (table_.fd() < 0) return;
   loop_.watchInput(table_.fd(), [this] {
     deliver();

@@ -5,6 +5,8 @@
 /// The agent takes the capability from here where it has been said, whatever its own feeds say; where there
 /// is no table, no row, or nothing was said, from its feeds. Someone else's EVPN side need not write this
 /// table: what its other tables hold is then taken for whole.
+///
+/// The agent says in the same way, in `exported/state`, that its own tables are whole; no capability.
 #pragma once
 
 #include <optional>
@@ -65,7 +67,7 @@ namespace Agent {
 class EvpnStateWriter {
  public:
   /// Raises MountError where another process writes it. The row of an earlier run stays.
-  EvpnStateWriter(Site const& site, bool repair);
+  EvpnStateWriter(std::string const& folder, bool repair);
 
   EvpnState state() const;
   void stateIs(EvpnState const& state);
@@ -79,7 +81,7 @@ class EvpnStateWriter {
 class EvpnStateReader {
  public:
   /// `told` is called, from the loop, when it may be another one.
-  EvpnStateReader(Loop& loop, Site const& site, Loop::Handler told);
+  EvpnStateReader(Loop& loop, std::string folder, Loop::Handler told);
   ~EvpnStateReader();
   EvpnStateReader(EvpnStateReader const&) = delete;
   EvpnStateReader& operator=(EvpnStateReader const&) = delete;
@@ -94,7 +96,7 @@ class EvpnStateReader {
   void take();
 
   Loop& loop_;
-  Site site_;
+  std::string folder_;
   Loop::Handler told_;
   Brine::Table<EvpnState> table_;
   Timer again_;

@@ -25,7 +25,7 @@ Module::Module(Loop& loop, Site const& site, bool repair, std::chrono::seconds h
       config_(make<QorEvpn::QorEvpnConfig>("qorEvpnConfig")),
       brIdList_(make<QorEvpn::QorBrIdList>("qorBrIdList")),
       vniStatusDir_(make<VxlanController::VniStatusDirV2>("vniStatusDir")),
-      evpnState_(loop, site, [this] { deliver(); }),
+      evpnState_(loop, site.learned(), [this] { deliver(); }),
       sources_(loop, *this, hold, logs),
       evpnHold_(loop, [this] {
         evpnIsOverdue_ = true;
@@ -33,6 +33,7 @@ Module::Module(Loop& loop, Site const& site, bool repair, std::chrono::seconds h
       }) {
   exported_.mountAsWriter(repair);
   mountAsWriter(brIdTable_, site.exported(), TableKind<Bridging::BridgeId>::file, repair);
+  exportedState_.emplace(site.exported(), repair);
   rowsFound_ = exported_.rows() + brIdTable_.statistics().rows;
 
   qorBrIdList_.connect(this, brIdList_);
@@ -243,6 +244,9 @@ void Module::reportLearned() {
 void Module::endTurn() {
   exported_.endTurn();
   brIdTable_.endTurn();
+  // From now on the tables have every row that holds, whoever starts again.
+  if (controller_->isSettled() && (tx_ || toldOff_)) exportedState_->stateIs({.isWhole = true});
+  exportedState_->endTurn();
 }
 
 nlohmann::ordered_json Module::evpnStatus(std::string_view vni) const {

@@ -121,6 +121,7 @@ class Module : public Orb::StateMachine<Module>, public SourceLedgers {
 
   Tables exported_;
   Brine::Table<Bridging::BridgeId> brIdTable_;
+  std::optional<EvpnStateWriter> exportedState_;
   std::optional<Tables> learned_;
   std::optional<Follower> follower_;
   std::string learnedReport_;

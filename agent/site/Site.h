@@ -2,6 +2,7 @@
 ///
 ///   DIR/              0755; --dir, by default a directory of its own below /dev/shm
 ///     exported/       tables that the agent writes and the EVPN side reads
+///       state         whether they are whole
 ///     learned/        tables that the EVPN side writes and the agent reads
 ///       state         what the EVPN side says of itself: capability, whole (agent/site/EvpnState.h)
 ///       control       socket of the running EVPN side

@@ -1,0 +1,16 @@
+/// A program without adapters: --speaker is an unknown option.
+
+#include "agent/live/SpeakerSide.h"
+
+namespace Agent {
+
+struct SpeakerSide::Parts {};
+
+CLI::Option* SpeakerOptions::addTo(CLI::App&) { return nullptr; }
+void SpeakerOptions::check() const {}
+
+SpeakerSide::SpeakerSide(Loop&, Site const&, SpeakerOptions const&, Sources&, Logs const&) {}
+SpeakerSide::~SpeakerSide() = default;
+void SpeakerSide::describe(nlohmann::ordered_json&) const {}
+
+}  // namespace Agent
