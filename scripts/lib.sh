@@ -13,6 +13,7 @@ packages() {
       test) echo libgtest-dev libgmock-dev dpkg-dev openvswitch-common openvswitch-vtep gobgpd ;;
       package) echo dpkg-dev ;;
       sanitizers) echo clang libclang-rt-14-dev llvm ;;
+      live) echo gobgpd frr openvswitch-common openvswitch-vtep iproute2 ;;
       bench) echo liblmdb-dev libboost-dev libhiredis-dev redis-server ;;
       format) echo git clang-format-14 ;;
       tidy) echo git clang clang-tidy-14 ;;
