@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 
 #include "Counter/Counter.h"
+#include "agent/base/ServiceManager.h"
 #include "agent/commands/Commands.h"
 #include "agent/commands/FeedOptions.h"
 #include "agent/commands/LogOptions.h"
@@ -54,7 +55,8 @@ class AgentProcess {
                  [this](std::string_view command, std::string_view argument) {
                    return answer(command, argument);
                  }),
-        siteWatch_(loop_, site_, logger(LogLevel::warning)) {
+        siteWatch_(loop_, site_, logger(LogLevel::warning)),
+        serviceManager_(loop_) {
     Duplicates::Rule duplicates = options.duplicates;
     duplicates.window = std::chrono::seconds(options.duplicateSeconds);
     module_.duplicatesIs(duplicates);
@@ -70,6 +72,7 @@ class AgentProcess {
     loop_.turnEndIs([this] {
       module_.endTurn();
       if (evpn_) evpn_->learned().endTurn();
+      if (module_.sources().isSettled()) serviceManager_.ready();
     });
   }
 
@@ -78,6 +81,7 @@ class AgentProcess {
         (feeds_.names().empty() ? "" : "; feed: " + feeds_.names()));
     feeds_.start([this](Feed const& feed) { return sidesOf(feed); }, logs());
     loop_.run();
+    serviceManager_.stopping();
     if (options_.cleanup && loop_.stopSignal() != 0) {
       module_.cleanup();
       module_.endTurn();
@@ -159,6 +163,7 @@ class AgentProcess {
   std::optional<SpeakerSide> speaker_;
   ControlServer control_;  ///< Behind the module and the rest that its answers are about: gone first.
   SiteWatch siteWatch_;    ///< Behind the socket, whose removal is no news.
+  ServiceManager serviceManager_;
 };
 
 int runAgent(AgentOptions const& options) {

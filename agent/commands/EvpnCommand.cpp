@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <filesystem>
 
+#include "agent/base/ServiceManager.h"
 #include "agent/commands/Commands.h"
 #include "agent/commands/FeedOptions.h"
 #include "agent/commands/LogOptions.h"
@@ -36,18 +37,23 @@ int runSources(EvpnOptions const& options) {
   // Now only: a feed that cannot be opened leaves nothing behind.
   Site const site = Site::made(options.dir);
   EvpnSide side(loop, site, options.repair, options.feed.hold(), logs);
-  loop.turnEndIs([&] { side.learned().endTurn(); });
+  ServiceManager serviceManager(loop);
+  loop.turnEndIs([&] {
+    side.learned().endTurn();
+    if (side.sources().isSettled()) serviceManager.ready();
+  });
   log("started, " + countText(side.learned().rows(), "row") + " found" +
       (feeds.names().empty() ? "" : "; feed: " + feeds.names()));
   std::optional<SpeakerSide> speaker;
   if (options.speaker.isGiven()) speaker.emplace(loop, site, options.speaker, side.sources(), logs);
-  ControlServer const control(loop, site.evpnControlSocket(), [&](std::string_view command, std::string_view) {
-    if (command != "state")
-      throw std::runtime_error("the EVPN side does not know '" + std::string(command) + "'");
-    nlohmann::ordered_json state = {{"pid", getpid()}, {"sources", side.sources().state()}};
-    if (speaker) speaker->describe(state["sources"]);
-    return state;
-  });
+  ControlServer const control(
+      loop, site.evpnControlSocket(), [&](std::string_view command, std::string_view) {
+        if (command != "state")
+          throw std::runtime_error("the EVPN side does not know '" + std::string(command) + "'");
+        nlohmann::ordered_json state = {{"pid", getpid()}, {"sources", side.sources().state()}};
+        if (speaker) speaker->describe(state["sources"]);
+        return state;
+      });
   feeds.start([&](Feed const& feed) { return Feeds::Sides{{}, side.sources().add(aboutFeed(feed))}; }, logs);
   loop.run();
   return feeds.haveFailed() ? exitFailed : exitOk;
@@ -82,6 +88,8 @@ int runExchange(EvpnOptions const& options) {
   Exchange exchange(loop, sites, options.repair, log);
   loop.turnEndIs([&] { exchange.endTurn(); });
   exchange.endTurn();
+  ServiceManager serviceManager(loop);
+  serviceManager.ready();
   log("started, exchanging between " + std::to_string(sites.size()) + " sites");
   loop.run();
   return exitOk;
