@@ -1,8 +1,8 @@
 /// Gobgp::Channel: calls of a gRPC server over one connection (HTTP/2 without TLS), on the loop.
 ///
-/// A call is one request message, or several, and any number of answers. Every answer and end of a call is told
-/// from the loop, never from within call(). A connection that fails is told once, calls and all: the channel is
-/// then good for nothing but to be destroyed.
+/// A call is one request message, or several, and any number of answers. Every answer and end of a call is
+/// told from the loop, never from within call(). A connection that fails is told once, calls and all: the
+/// channel is then good for nothing but to be destroyed.
 #pragma once
 
 #include <sys/socket.h>
@@ -21,8 +21,8 @@ struct nghttp2_session;
 
 namespace Gobgp {
 
-/// Where a speaker serves its interface: "127.0.0.1:50051", "[::1]:50051", "localhost:50051". Names are refused:
-/// to look one up could hold the loop for as long as a name server likes.
+/// Where a speaker serves its interface: "127.0.0.1:50051", "[::1]:50051", "localhost:50051". Names are
+/// refused: to look one up could hold the loop for as long as a name server likes.
 struct Address {
   /// Raises std::invalid_argument, which says what is wrong with the text.
   explicit Address(std::string_view text);
@@ -55,8 +55,8 @@ class Channel {
   Channel(Channel const&) = delete;
   Channel& operator=(Channel const&) = delete;
 
-  /// Calls a method, "/package.Service/Method". The connection fails where the server says nothing on this call
-  /// for as long as `limit`; 0: no limit.
+  /// Calls a method, "/package.Service/Method". The connection fails where the server says nothing on this
+  /// call for as long as `limit`; 0: no limit.
   void call(std::string method, std::string_view request, CallHandlers handlers,
             std::chrono::nanoseconds limit);
 

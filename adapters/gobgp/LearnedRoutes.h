@@ -1,7 +1,7 @@
 /// Gobgp::LearnedRoutes: what neighbours told the speaker, as events of rows.
 ///
-/// Several routes may say where one MAC address is: of each the highest sequence number counts, then the lowest
-/// VTEP. A route with an IP address is one more route of its MAC.
+/// Several routes may say where one MAC address is: of each the highest sequence number counts, then the
+/// lowest VTEP. A route with an IP address is one more route of its MAC.
 ///
 /// A route is told once it is settled: drain() gives what differs from what it gave before.
 #pragma once

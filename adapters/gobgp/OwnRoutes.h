@@ -1,7 +1,7 @@
 /// Gobgp::OwnRoutes: the routes of the rows that this site exports, beside those that the speaker has of it.
 ///
-/// What differs waits in a queue, a key once, and is taken in batches; what a key's route is by then is what is
-/// sent.
+/// What differs waits in a queue, a key once, and is taken in batches; what a key's route is by then is what
+/// is sent.
 #pragma once
 
 #include <deque>

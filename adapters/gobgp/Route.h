@@ -3,13 +3,13 @@
 ///   host row   MAC/IP advertisement route (type 2) without IP address
 ///   flood row  inclusive multicast Ethernet tag route (type 3), ingress replication
 ///
-/// Of both: next hop and tunnel end the row's VTEP, label the VNI, route target AS:VNI, encapsulation VXLAN; a
-/// host row's sequence number in a MAC mobility community, which is left out for 0.
+/// Of both: next hop and tunnel end the row's VTEP, label the VNI, route target AS:VNI, encapsulation VXLAN;
+/// a host row's sequence number in a MAC mobility community, which is left out for 0.
 ///
-/// A route's key in BGP has the route distinguisher (RD), the Ethernet tag, and the MAC address or the VTEP, but
-/// not the label. So the tag is the VNI and the RD router-id:(VNI mod 65536): router identifiers differ, and so
-/// do the RDs of any two sites. GoBGP takes routes of one tag and MAC for the moves of one host, whatever their
-/// RDs are, which is the other reason for the tag.
+/// A route's key in BGP has the route distinguisher (RD), the Ethernet tag, and the MAC address or the VTEP,
+/// but not the label. So the tag is the VNI and the RD router-id:(VNI mod 65536): router identifiers differ,
+/// and so do the RDs of any two sites. GoBGP takes routes of one tag and MAC for the moves of one host,
+/// whatever their RDs are, which is the other reason for the tag.
 #pragma once
 
 #include <cstdint>

@@ -64,7 +64,7 @@ Speaker::Speaker(Agent::Loop& loop, Options options, Agent::SourceHandlers handl
   retry_.start(0s);
 }
 
-// ---- The connection ------------------------------------------------------------------------------------------
+// ---- The connection ---------------------------------------------------------------------------------------
 
 void Speaker::connect() {
   channel_ = std::make_unique<Channel>(loop_, address_, [this](std::string const& cause) { fail(cause); });
@@ -131,7 +131,7 @@ void Speaker::askBgp() {
       [] {}, options_.answer);
 }
 
-// ---- Routes of neighbours ------------------------------------------------------------------------------------
+// ---- Routes of neighbours ---------------------------------------------------------------------------------
 
 void Speaker::watchEvents() {
   apipb::WatchEventRequest request;
@@ -198,7 +198,7 @@ void Speaker::drain() {
   settleSessions();
 }
 
-// ---- Sessions ------------------------------------------------------------------------------------------------
+// ---- Sessions ---------------------------------------------------------------------------------------------
 
 void Speaker::listPeers() {
   peersChanged_ = true;
@@ -268,7 +268,7 @@ void Speaker::capabilityIs(bool capability) {
   handlers_.event(event);
 }
 
-// ---- Routes of this site -------------------------------------------------------------------------------------
+// ---- Routes of this site ----------------------------------------------------------------------------------
 
 void Speaker::hostIs(QorEvpn::Host const& row) {
   own_.wantedIs(keyOf(row.key()), RowValue{row.vtepAddr(), row.seqNo()});
@@ -320,7 +320,7 @@ void Speaker::batchEnded(Status const& status) {
   announce();
 }
 
-// ---- For people ----------------------------------------------------------------------------------------------
+// ---- For people -------------------------------------------------------------------------------------------
 
 nlohmann::ordered_json Speaker::show() const {
   constexpr std::string_view names[] = {"connecting", "syncing", "synced", "lost"};

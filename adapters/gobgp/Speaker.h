@@ -1,5 +1,5 @@
-/// Gobgp::Speaker: a site's BGP speaker (GoBGP 3) as a source of EVPN's events, and as the announcer of what the
-/// site exports.
+/// Gobgp::Speaker: a site's BGP speaker (GoBGP 3) as a source of EVPN's events, and as the announcer of what
+/// the site exports.
 ///
 ///   exported rows ─► OwnRoutes ─► routes of the speaker's own ─► neighbours
 ///   events        ◄─ LearnedRoutes ◄─ best routes that have a neighbour ◄─ neighbours
@@ -9,19 +9,20 @@
 ///   1  GetBgp      a speaker that knows this interface and runs BGP
 ///   2  WatchEvent  changes from now on; told when the watch stands
 ///   3  ListPath    all routes; one that the watch has told already is known better by the watch
-///   4  ListPeer    every session; again at each change of one, and now and then to see that the speaker answers
+///   4  ListPeer    every session; again at each change of one, and now and then to see that the speaker
+///   answers
 ///
 /// and is synced when the routes are listed and the sessions have settled. A speaker that was started again
-/// lists nothing until its neighbours have told it all they know, and there is no mark for that: so each session
-/// that is not up yet is waited for, for `settle` at most and unless it has been down for longer than that, and
-/// one that is new must have been quiet for `quiet`.
+/// lists nothing until its neighbours have told it all they know, and there is no mark for that: so each
+/// session that is not up yet is waited for, for `settle` at most and unless it has been down for longer than
+/// that, and one that is new must have been quiet for `quiet`.
 ///
 /// The capability event is true while a session that carries EVPN is up, and false after none has been for
 /// `settle`: one that falls and comes again takes back nothing that this site exports.
 ///
-/// Own routes are sent after release(), and after the list: what the speaker has already is not sent again, and
-/// what it has and the site exports no more is withdrawn. A batch is in flight at a time. Routes without a
-/// neighbour and with another RD than this site's are left alone.
+/// Own routes are sent after release(), and after the list: what the speaker has already is not sent again,
+/// and what it has and the site exports no more is withdrawn. A batch is in flight at a time. Routes without
+/// a neighbour and with another RD than this site's are left alone.
 #pragma once
 
 #include <chrono>

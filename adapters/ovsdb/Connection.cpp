@@ -48,7 +48,8 @@ void Connection::send(std::string_view text) {
   } else {
     output_ += text;
   }
-  // It goes out when the socket is ready for it, so that a broken one is found by the loop, not by the caller.
+  // It goes out when the socket is ready for it, so that a broken one is found by the loop, not by the
+  // caller.
   watch();
 }
 
@@ -57,7 +58,8 @@ void Connection::readingIs(bool on) {
   if (socket_) watch();
 }
 
-/// Waits for what can be used, and for nothing else: an end that nobody takes notice of would keep the loop busy.
+/// Waits for what can be used, and for nothing else: an end that nobody takes notice of would keep the loop
+/// busy.
 void Connection::watch() {
   std::uint32_t wanted = 0;
   if (!isConnected_ || !output_.empty()) wanted |= EPOLLOUT;

@@ -1,5 +1,6 @@
-/// Ovsdb::LocalEntries: what a switch knows, as events. Keeps what has been told, takes in which keys of the replica
-/// changed, and tells the differences: a VNI before its entries, the end of a VNI behind the end of its entries.
+/// Ovsdb::LocalEntries: what a switch knows, as events. Keeps what has been told, takes in which keys of the
+/// replica changed, and tells the differences: a VNI before its entries, the end of a VNI behind the end of
+/// its entries.
 ///
 ///   rows of the replica                                   events
 ///   Logical_Switch with a tunnel_key                      vni, vni-del

@@ -1,13 +1,14 @@
-/// Ovsdb::MessageCutter: cuts a stream of JSON-RPC messages, which come one behind the other with no mark between
-/// them, into messages, and the rows of a message apart, so that nobody has to take in a full table at once.
+/// Ovsdb::MessageCutter: cuts a stream of JSON-RPC messages, which come one behind the other with no mark
+/// between them, into messages, and the rows of a message apart, so that nobody has to take in a full table
+/// at once.
 ///
 /// It knows where a value ends and where rows stand in the messages of RFC 7047:
 ///
 ///   {"id":1,"error":null,"result":{"TABLE":{"UUID":ROW,...},...}}
 ///   {"id":null,"method":"update","params":[ID,{"TABLE":{"UUID":ROW,...},...}]}
 ///
-/// Everything else is the skeleton: the same message with `{}` in the place of each table's rows. The cutter does
-/// not check what stands between two brackets or quotes: whoever parses the skeleton and the rows does.
+/// Everything else is the skeleton: the same message with `{}` in the place of each table's rows. The cutter
+/// does not check what stands between two brackets or quotes: whoever parses the skeleton and the rows does.
 #pragma once
 
 #include <cstdint>

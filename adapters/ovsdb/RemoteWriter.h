@@ -1,20 +1,23 @@
-/// Ovsdb::RemoteWriter: writes what the controller knows from elsewhere (Agent::RemoteRows) into Ucast_Macs_Remote and
-/// Mcast_Macs_Remote of one switch's database.
+/// Ovsdb::RemoteWriter: writes what the controller knows from elsewhere (Agent::RemoteRows) into
+/// Ucast_Macs_Remote and Mcast_Macs_Remote of one switch's database.
 ///
 ///   input                                     handler                    output
-///   Agent::RemoteRows: vni, mac, flood        the key is noted           a transaction that writes the differences
-///   Agent::RemoteRows: settled                -                          rows that nobody asked for are removed
+///   Agent::RemoteRows: vni, mac, flood        the key is noted           a transaction that writes the
+///   differences
+///   Agent::RemoteRows: settled                -                          rows that nobody asked for are
+///   removed
 ///   the switch comes to serve a VNI           vniServed(vni)             all keys of the VNI are noted
-///   a remote row of the database              remoteChanged(key)         the key is noted, after a pause, so that
+///   a remote row of the database              remoteChanged(key)         the key is noted, after a pause, so
+///   that
 ///                                                                        two writers do not chase each other
 ///   answer to a transaction                   answered(refusal)          the next one, or a pause
 ///
-/// One transaction is under way at a time, since two would insert the same locator twice; the database tells its
-/// changes before it answers, so that the next one is worked out from what the last one did. Until the controller is
-/// settled, only rows that were wanted in this run, and no longer are, are removed.
+/// One transaction is under way at a time, since two would insert the same locator twice; the database tells
+/// its changes before it answers, so that the next one is worked out from what the last one did. Until the
+/// controller is settled, only rows that were wanted in this run, and no longer are, are removed.
 ///
-/// What the database refuses is tried again after a growing pause, key by key until one is accepted; a key that is
-/// refused by itself waits apart, and the others go on.
+/// What the database refuses is tried again after a growing pause, key by key until one is accepted; a key
+/// that is refused by itself waits apart, and the others go on.
 #pragma once
 
 #include <cstdint>
@@ -49,7 +52,8 @@ class RemoteWriter {
   void ready();
   /// The session is gone, what was under way with it, and what the replica knew.
   void sessionLost();
-  /// Does a part of what there is to do. False where it must wait: for something to do, an answer, or a pause.
+  /// Does a part of what there is to do. False where it must wait: for something to do, an answer, or a
+  /// pause.
   bool step(Session& session, Replica const& replica, LocalEntries const& own);
 
   std::uint64_t transactions() const { return transactions_; }

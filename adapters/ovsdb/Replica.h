@@ -1,4 +1,5 @@
-/// Ovsdb::Replica: the rows of one hardware_vtep database that matter here, as the database's updates tell them.
+/// Ovsdb::Replica: the rows of one hardware_vtep database that matter here, as the database's updates tell
+/// them.
 ///
 ///   Logical_Switch            tunnel_key is the VNI that it serves; none: none
 ///   Physical_Locator          dst_ip is a VTEP
@@ -8,8 +9,8 @@
 ///   Mcast_Macs_Local          flood list of a MAC; of "unknown-dst": 00:00:00:00:00:00, all BUM traffic
 ///   Ucast_ and Mcast_Macs_Remote   the same, as they were written for the switch
 ///
-/// Rows may come in any order. A row that no event can hold (an IPv6 locator, a name for a MAC) is reported, counted
-/// and left out; whether an entry makes sense is for whoever takes the events to say.
+/// Rows may come in any order. A row that no event can hold (an IPv6 locator, a name for a MAC) is reported,
+/// counted and left out; whether an entry makes sense is for whoever takes the events to say.
 #pragma once
 
 #include <array>
@@ -83,8 +84,8 @@ class Replica {
   /// What a schema lacks of them; empty where it lacks nothing. `columns`: of each table that it has.
   static std::string missing(std::map<std::string, Json> const& columns);
 
-  /// Takes a row as an update tells it: a member "UUID":{"old":...,"new":...} of its table. Raises RowError, or the
-  /// JSON library's error.
+  /// Takes a row as an update tells it: a member "UUID":{"old":...,"new":...} of its table. Raises RowError,
+  /// or the JSON library's error.
   void take(std::string const& table, std::string const& member);
   /// Announces at most `limit` entries of logical switches whose VNI changed; false where none is left.
   bool relabel(std::size_t limit);

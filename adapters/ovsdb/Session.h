@@ -1,8 +1,8 @@
-/// Ovsdb::Session: JSON-RPC with a database server, for as long as it lives: a connection that breaks is made again,
-/// after pauses that grow. Answers `echo`, and sends one itself where the server is silent for long.
+/// Ovsdb::Session: JSON-RPC with a database server, for as long as it lives: a connection that breaks is made
+/// again, after pauses that grow. Answers `echo`, and sends one itself where the server is silent for long.
 ///
-/// A message is given whole, but its rows are not parsed: whoever takes it parses as many a turn as he likes, and
-/// no other message comes until he is done.
+/// A message is given whole, but its rows are not parsed: whoever takes it parses as many a turn as he likes,
+/// and no other message comes until he is done.
 #pragma once
 
 #include <chrono>
@@ -59,7 +59,8 @@ class Session {
     std::function<void()> opened;
     std::function<void(std::string const& method, Json const& params, std::vector<Message::Table>&& tables)>
         notified;
-    /// The connection is gone, or could not be made, and no answer comes any more. `pause`: until the next attempt.
+    /// The connection is gone, or could not be made, and no answer comes any more. `pause`: until the next
+    /// attempt.
     std::function<void(std::string const& cause, std::chrono::milliseconds pause)> failed;
   };
 

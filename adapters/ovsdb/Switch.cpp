@@ -109,7 +109,8 @@ void Switch::ownVtepsChanged() {
 
 /// Nothing else comes until all of it has been taken in and told.
 void Switch::takeTables(std::vector<Message::Table>&& tables) {
-  // Logical switches last: an entry that goes together with its logical switch is announced with the VNI that it had.
+  // Logical switches last: an entry that goes together with its logical switch is announced with the VNI that
+  // it had.
   std::stable_partition(tables.begin(), tables.end(),
                         [](Message::Table const& table) { return table.name != "Logical_Switch"; });
   for (Message::Table& table : tables) untaken_.push_back(std::move(table));

@@ -1,5 +1,5 @@
-/// Ovsdb::Switch: one hardware VTEP switch, as a source of events about what it learned, and as a place where what is
-/// behind other VTEPs is written.
+/// Ovsdb::Switch: one hardware VTEP switch, as a source of events about what it learned, and as a place where
+/// what is behind other VTEPs is written.
 ///
 ///   its database                           source state
 ///   cannot be reached, at the start        connecting
@@ -7,8 +7,9 @@
 ///   has told all of them                   synced
 ///   went away, or is of no use             lost, until it tells its rows again
 ///
-/// Big messages are taken in slices, one a turn of the loop, so that nothing else waits for them. After an error, which
-/// the state's cause tells together with the endpoint, another attempt follows after a pause that grows.
+/// Big messages are taken in slices, one a turn of the loop, so that nothing else waits for them. After an
+/// error, which the state's cause tells together with the endpoint, another attempt follows after a pause
+/// that grows.
 #pragma once
 
 #include <chrono>

@@ -1,8 +1,8 @@
-/// Ovsdb::Tls: TLS of a client as a filter of octets, with no socket of its own: what came from the network goes
-/// in, what is to be sent comes out.
+/// Ovsdb::Tls: TLS of a client as a filter of octets, with no socket of its own: what came from the network
+/// goes in, what is to be sent comes out.
 ///
-/// The server's certificate must be signed by the given authority; its name is not compared with the host, as the
-/// database's own tools do not either.
+/// The server's certificate must be signed by the given authority; its name is not compared with the host, as
+/// the database's own tools do not either.
 #pragma once
 
 #include <openssl/ssl.h>

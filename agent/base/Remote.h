@@ -1,17 +1,21 @@
 /// Agent::RemoteRows: what one switch is to be told, which is what the controller knows from elsewhere - the
 /// other switches, feeds, EVPN - without whatever leads to the switch's own VTEPs.
 ///
-/// The controller has one for each switch (Controller::remoteRows()); the adapter that writes the rows into the
-/// switch's database uses it so:
+/// The controller has one for each switch (Controller::remoteRows()); the adapter that writes the rows into
+/// the switch's database uses it so:
 ///
 ///   1. handlersIs(): whenever something may have changed, the controller names it. The calls come in the
-///      middle of the change, in any number: note the key, and look at the end of the turn or in the next one.
+///      middle of the change, in any number: note the key, and look at the end of the turn or in the next
+///      one.
 ///   2. ownVtepsIs() as soon as the switch's tunnel addresses are known, and when they change. Look at
 ///      everything again then; no handler is called for it.
 ///   3. For each key that was noted, mac() or flood() gives the row that should be there, or none. A VNI that
-///      the switch comes to have: forEachMac(), forEachFlood(). Keys of VNIs that it has not got are of no use.
-///   4. Removing rows. What was wanted in this run and no longer is may go at once. A row that was never wanted
-///      in this run, so of an earlier run or of somebody else's, goes once isSettled(): until then it may belong
+///      the switch comes to have: forEachMac(), forEachFlood(). Keys of VNIs that it has not got are of no
+///      use.
+///   4. Removing rows. What was wanted in this run and no longer is may go at once. A row that was never
+///   wanted
+///      in this run, so of an earlier run or of somebody else's, goes once isSettled(): until then it may
+///      belong
 ///      to a source that has not told its state yet. The handler `settled` says when that comes.
 ///
 /// Only from the loop. The controller outlives it, and it the adapter's use of it.

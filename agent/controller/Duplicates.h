@@ -1,5 +1,5 @@
-/// Agent::Duplicates: notices a MAC address that two sites have at a time, for it moves between them again and
-/// again.
+/// Agent::Duplicates: notices a MAC address that two sites have at a time, for it moves between them again
+/// and again.
 #pragma once
 
 #include <chrono>
@@ -32,8 +32,8 @@ class Duplicates {
   void moved(Vxlan::Vni vni, VxlanController::MacVtepV2 const& from, VxlanController::MacVtepV2 const& to);
   bool isFrozen(Vxlan::Vni vni, Wirix::EthAddr mac) const;
 
-  /// [{"vni": 5000, "mac": "02:00:00:00:00:01", "vteps": ["10.0.0.1", "10.9.0.1"], "frozen": false}, ..]: those
-  /// that were reported and have not been quiet for `window` since.
+  /// [{"vni": 5000, "mac": "02:00:00:00:00:01", "vteps": ["10.0.0.1", "10.9.0.1"], "frozen": false}, ..]:
+  /// those that were reported and have not been quiet for `window` since.
   nlohmann::ordered_json state() const;
 
  private:

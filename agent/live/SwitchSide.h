@@ -1,5 +1,5 @@
-/// Agent::SwitchSide: the switches of a site, each a source of the controller's, and told in turn what the controller
-/// knows from elsewhere.
+/// Agent::SwitchSide: the switches of a site, each a source of the controller's, and told in turn what the
+/// controller knows from elsewhere.
 ///
 /// A program that is built without adapters has none (NoSwitches.cpp).
 #pragma once
@@ -21,8 +21,8 @@ struct SwitchOptions {
 
   void addTo(CLI::App& command);
   bool areGiven() const { return !switches.empty(); }
-  /// Raises UsageError for a name that is missing or there twice, an endpoint that cannot be read, or one of ssl
-  /// without its files.
+  /// Raises UsageError for a name that is missing or there twice, an endpoint that cannot be read, or one of
+  /// ssl without its files.
   void check() const;
 };
 

@@ -22,8 +22,8 @@ constexpr char const* local = "00000000-0000-0000-0000-000000000003";
 /// A server of the test's own on the switch's loop, which answers as it is told.
 class FakeServer {
  public:
-  /// The octets to answer a request with; "CLOSE" at their end ends the connection behind them. `attempt`: how many
-  /// connections came before this one.
+  /// The octets to answer a request with; "CLOSE" at their end ends the connection behind them. `attempt`:
+  /// how many connections came before this one.
   using Script = std::function<std::string(Json const& request, int attempt)>;
 
   FakeServer(Agent::Loop& loop, std::string const& path, Script script)

@@ -73,8 +73,8 @@ inline Ovsdb::Key keyOf(std::uint32_t vni, std::string const& mac = "00:00:00:00
   return {Vxlan::Vni(vni), Wirix::EthAddr(mac)};
 }
 
-/// A switch and whoever listens to it: keeps the entries that were told, as lines. A restart of the source that tells
-/// an entry which it told before, or takes one back which it did not tell, fails a check.
+/// A switch and whoever listens to it: keeps the entries that were told, as lines. A restart of the source
+/// that tells an entry which it told before, or takes one back which it did not tell, fails a check.
 class SwitchUser {
  public:
   /// Short pauses, so that tests end soon; nothing depends on how short.
