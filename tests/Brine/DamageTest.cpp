@@ -113,8 +113,8 @@ TEST_F(DamageTest, AHeaderWordOfAnEarlierMomentHidesNoRow) {
       auto const written = rowsOf(writer_);
       writer_.unmount();
       auto const size = std::filesystem::file_size(file);
-      for (auto const& [word, earlier] : former) {
-        editFile(folder_, word, 8, [&](std::string& bytes) { bytes = earlier; });
+      for (auto const& each : former) {
+        editFile(folder_, each.first, 8, [&](std::string& bytes) { bytes = each.second; });
       }
       EXPECT_EQ(writer_.mount(folder_.options(Mode::writer)), MountStatus::corrupt);
       EXPECT_EQ(std::filesystem::file_size(file), size) << "readers may have mapped it";
