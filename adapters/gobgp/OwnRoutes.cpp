@@ -63,7 +63,8 @@ void OwnRoutes::presentDel(apipb::Path const& path) {
   auto const key = ownKeyOf(identity_, path);
   Own* const own = key ? routes_.find(*key) : nullptr;
   if (!own) return;
-  own->present.reset();
+  // This may be of a withdrawal of ours, told after a later announcement was sent.
+  own->present = unlike;
   queue(*key, *own);
 }
 
