@@ -27,6 +27,9 @@ target_include_directories(bench-support PUBLIC ${PROJECT_SOURCE_DIR}/bench)
 target_link_libraries(bench-support PUBLIC qorevpn bench-peers)
 
 file(GLOB benches CONFIGURE_DEPENDS bench/*.cpp)
+if(NOT TARGET qorevpn-adapters)
+  list(FILTER benches EXCLUDE REGEX "/Live\\.cpp$")
+endif()
 add_custom_target(benches)
 foreach(source IN LISTS benches)
   cmake_path(GET source STEM name)
@@ -35,6 +38,15 @@ foreach(source IN LISTS benches)
   set_target_properties(bench-${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bench)
   target_link_libraries(bench-${name} PRIVATE bench-support)
 endforeach()
+
+# BGP takes servers, which the tests can start.
+if(TARGET bench-Live)
+  find_package(GTest REQUIRED)
+  target_sources(bench-Live PRIVATE tests/support/Gobgpd.cpp tests/support/Child.cpp tests/support/Paths.cpp)
+  target_include_directories(bench-Live PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/tests)
+  target_compile_definitions(bench-Live PRIVATE QOREVPN_SOURCE_DIR="" QOREVPN_PROGRAM="" QOREVPN_MODULE="")
+  target_link_libraries(bench-Live PRIVATE qorevpn-adapters GTest::gtest)
+endif()
 
 # The machines once more, in a shared library as ever, but on another platform: bench/substitutes has a header of the
 # same path for the flat map and for the shared tables, over standard maps, and is searched first. Its main.cpp does not
