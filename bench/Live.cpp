@@ -1,5 +1,5 @@
-/// Rows from one site's tables through its BGP speaker and the other site's to the events that the other site is told:
-/// how long it takes, and of that the adapters' processor time beside the two speakers'.
+/// Rows from one site's tables through its BGP speaker and the other site's to the events that the other site
+/// is told: how long it takes, and of that the adapters' processor time beside the two speakers'.
 
 #include <unistd.h>
 
