@@ -10,7 +10,7 @@ packages() {
   for purpose; do
     case $purpose in
       build) echo g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libssl-dev libnghttp2-dev libprotobuf-dev protobuf-compiler ;;
-      test) echo libgtest-dev libgmock-dev dpkg-dev openvswitch-common openvswitch-vtep gobgpd ;;
+      test) echo libgtest-dev libgmock-dev dpkg-dev openssl openvswitch-common openvswitch-vtep gobgpd ;;
       package) echo dpkg-dev ;;
       sanitizers) echo clang libclang-rt-14-dev llvm ;;
       live) echo gobgpd frr openvswitch-common openvswitch-vtep iproute2 ;;
