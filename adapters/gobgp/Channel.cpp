@@ -1,6 +1,5 @@
 #include "adapters/gobgp/Channel.h"
 
-#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <nghttp2/nghttp2.h>
@@ -54,32 +53,6 @@ std::string_view view(std::uint8_t const* data, std::size_t size) {
 }
 
 }  // namespace
-
-Address::Address(std::string_view given) : text(given) {
-  auto const colon = given.rfind(':');
-  unsigned port = 0;
-  bool isPort = colon != std::string_view::npos;
-  if (isPort) {
-    char const* const end = given.data() + given.size();
-    auto const [stop, error] = std::from_chars(given.data() + colon + 1, end, port);
-    isPort = error == std::errc{} && stop == end && port >= 1 && port <= 65535;
-  }
-  if (!isPort) throw std::invalid_argument("'" + text + "' is not HOST:PORT with a port from 1 to 65535");
-
-  std::string host(given.substr(0, colon));
-  if (host.starts_with('[') && host.ends_with(']')) host = host.substr(1, host.size() - 2);
-  if (host == "localhost") host = "127.0.0.1";
-  addrinfo hints{};
-  hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV;
-  hints.ai_socktype = SOCK_STREAM;
-  addrinfo* found = nullptr;
-  if (host.empty() || getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found) != 0) {
-    throw std::invalid_argument("'" + text + "': the host must be an IP address or localhost");
-  }
-  std::memcpy(&socket, found->ai_addr, found->ai_addrlen);
-  length = found->ai_addrlen;
-  freeaddrinfo(found);
-}
 
 /// What the HTTP/2 library calls, with the channel as `user`.
 struct Channel::Callbacks {
@@ -148,7 +121,8 @@ struct Channel::Callbacks {
   }
 };
 
-Channel::Channel(Agent::Loop& loop, Address const& address, std::function<void(std::string const&)> failed)
+Channel::Channel(Agent::Loop& loop, Agent::HostPort const& address,
+                 std::function<void(std::string const&)> failed)
     : loop_(loop),
       failed_(std::move(failed)),
       socket_(Agent::checked(

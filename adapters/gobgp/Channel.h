@@ -15,22 +15,12 @@
 #include <string>
 #include <string_view>
 
+#include "agent/base/HostPort.h"
 #include "agent/base/Loop.h"
 
 struct nghttp2_session;
 
 namespace Gobgp {
-
-/// Where a speaker serves its interface: "127.0.0.1:50051", "[::1]:50051", "localhost:50051". Names are
-/// refused: to look one up could hold the loop for as long as a name server likes.
-struct Address {
-  /// Raises std::invalid_argument, which says what is wrong with the text.
-  explicit Address(std::string_view text);
-
-  std::string text;
-  sockaddr_storage socket{};
-  socklen_t length = 0;
-};
 
 /// How a call ended: gRPC's code, 0 where all is well, and the server's words.
 struct Status {
@@ -50,7 +40,8 @@ class Channel {
   };
 
   /// Connects. `failed`: why the connection failed or ended, for people.
-  Channel(Agent::Loop& loop, Address const& address, std::function<void(std::string const& cause)> failed);
+  Channel(Agent::Loop& loop, Agent::HostPort const& address,
+          std::function<void(std::string const& cause)> failed);
   ~Channel();
   Channel(Channel const&) = delete;
   Channel& operator=(Channel const&) = delete;

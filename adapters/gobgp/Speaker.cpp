@@ -290,13 +290,13 @@ void Speaker::floodDel(QorEvpn::VniVtepPair const& key) {
   announce();
 }
 
-void Speaker::release() {
-  isReleased_ = true;
+void Speaker::beginSending() {
+  isSending_ = true;
   announce();
 }
 
 void Speaker::announce() {
-  if (!isReleased_ || !isListed_ || !batch_.empty()) return;
+  if (!isSending_ || !isListed_ || !batch_.empty()) return;
   apipb::AddPathStreamRequest request;
   batch_ = own_.takeBatch(oneByOne_ != 0 ? 1 : batchLimit, request);
   if (batch_.empty()) return;

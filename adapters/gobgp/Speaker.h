@@ -20,7 +20,7 @@
 /// The capability event is true while a session that carries EVPN is up, and false after none has been for
 /// `settle`: one that falls and comes again takes back nothing that this site exports.
 ///
-/// Own routes are sent after release(), and after the list: what the speaker has already is not sent again,
+/// Own routes are sent after beginSending(), and after the list: what the speaker has already is not sent again,
 /// and what it has and the site exports no more is withdrawn. A batch is in flight at a time. Routes without
 /// a neighbour and with another RD than this site's are left alone.
 #pragma once
@@ -45,7 +45,7 @@ namespace Gobgp {
 class Speaker {
  public:
   struct Options {
-    std::string endpoint;  ///< HOST:PORT, as Address takes it.
+    std::string endpoint;  ///< HOST:PORT, as Agent::HostPort takes it.
     Identity identity;
     std::chrono::milliseconds answer{10'000};  ///< How long its first answer may take.
     std::chrono::milliseconds settle{30'000};
@@ -65,7 +65,7 @@ class Speaker {
   void floodIs(QorEvpn::VniVtepPair const& key);
   void floodDel(QorEvpn::VniVtepPair const& key);
   /// What the site exports is whole: only now routes of the speaker's own may be withdrawn, or announced.
-  void release();
+  void beginSending();
 
   std::string const& endpoint() const { return options_.endpoint; }
   Agent::SourceState state() const { return state_; }
@@ -105,7 +105,7 @@ class Speaker {
 
   Agent::Loop& loop_;
   Options options_;
-  Address address_;
+  Agent::HostPort address_;
   Agent::SourceHandlers handlers_;
   std::unique_ptr<Channel> channel_;
   Agent::Timer retry_;
@@ -138,7 +138,7 @@ class Speaker {
   std::size_t oneByOne_ = 0;  ///< So many routes are sent alone, to find the one that is refused.
   std::uint64_t sent_ = 0;
   std::uint64_t refused_ = 0;
-  bool isReleased_ = false;
+  bool isSending_ = false;
 };
 
 }  // namespace Gobgp

@@ -27,7 +27,6 @@ class Endpoint {
 
  private:
   void unixPathIs(std::string_view path);
-  void hostAndPortAre(std::string_view text);
 
   std::string text_;
   bool isSsl_ = false;

@@ -10,7 +10,7 @@
 #include "agent/live/SpeakerSide.h"
 #include "agent/live/SwitchSide.h"
 #include "agent/site/Control.h"
-#include "agent/site/Module.h"
+#include "agent/site/HostedModule.h"
 #include "agent/site/SiteWatch.h"
 #include "agent/views/Format.h"
 #include "agent/views/TraceOutput.h"
@@ -157,7 +157,7 @@ class AgentProcess {
   Loop& loop_;
   Feeds feeds_;  ///< Before the site is made: a feed that cannot be opened leaves nothing behind.
   Site site_;
-  Module module_;
+  HostedModule module_;
   std::optional<EvpnSide> evpn_;
   std::optional<SwitchSide> switches_;
   std::optional<SpeakerSide> speaker_;

@@ -32,7 +32,7 @@ class ExchangeSite : public Orb::StateMachine<ExchangeSite> {
 
   Site const& site() const { return site_; }
   Learned& learned() { return learned_; }
-  Tables& exported() { return exported_; }
+  TablePair& exported() { return exported_; }
 
   /// Takes every row that is exported now.
   void readAll();
@@ -57,7 +57,7 @@ class ExchangeSite : public Orb::StateMachine<ExchangeSite> {
   std::size_t number_;
   Site site_;
   Learned learned_;
-  Tables exported_;
+  TablePair exported_;
   Orb::Input<OrbHostTable> hostTable_;
   Orb::Input<OrbFloodTable> floodTable_;
 };

@@ -37,7 +37,7 @@ class Learned {
   std::uint64_t rows() const { return tables_.rows(); }
 
  private:
-  Tables tables_;
+  TablePair tables_;
   EvpnStateWriter state_;
 };
 

@@ -24,7 +24,7 @@ Gobgp::Speaker::Options speakerOf(SpeakerOptions const& options) {
     throw UsageError("--router-id " + options.routerId + ": " + error.what());
   }
   try {
-    Gobgp::Address const address(options.endpoint);
+    HostPort const address(options.endpoint);
   } catch (std::invalid_argument const& error) {
     throw UsageError(std::string("--speaker ") + error.what());
   }
@@ -49,7 +49,7 @@ void SpeakerOptions::check() const { speakerOf(*this); }
 /// Has the speaker announce what the tables hold.
 class SpeakerSide::Machine : public Orb::StateMachine<SpeakerSide::Machine> {
  public:
-  Machine(Tables const& exported, Gobgp::Speaker& speaker)
+  Machine(TablePair const& exported, Gobgp::Speaker& speaker)
       : speaker_(speaker), host_(exported.host), flood_(exported.flood) {
     hostTable_.connect(this, host_);
     floodTable_.connect(this, flood_);
@@ -98,27 +98,27 @@ struct SpeakerSide::Parts {
         exported("exported", site.exported()),
         machine(Orb::create<Machine>(exported, speaker)),
         follower(loop, exported, [] {}),
-        state(loop, site.exported(), [this] { release(); }) {
+        state(loop, site.exported(), [this] { beginSending(); }) {
     machine->readAll();
-    release();
+    beginSending();
   }
 
   /// The tables are written before the state that says so.
-  void release() {
-    if (isReleased || !state.state().value_or(EvpnState()).isWhole) return;
-    isReleased = true;
+  void beginSending() {
+    if (isSending || !state.state().value_or(EvpnState()).isWhole) return;
+    isSending = true;
     follower.deliver();
-    speaker.release();
+    speaker.beginSending();
     log("speaker: the exported tables are whole, and announced from now on");
   }
 
   Log log;
   Gobgp::Speaker speaker;
-  Tables exported;
+  TablePair exported;
   Orb::Ptr<Machine> machine;
   Follower follower;
   EvpnStateReader state;
-  bool isReleased = false;
+  bool isSending = false;
 };
 
 SpeakerSide::SpeakerSide(Loop& loop, Site const& site, SpeakerOptions const& options, Sources& sources,
@@ -131,7 +131,7 @@ void SpeakerSide::describe(nlohmann::ordered_json& sources) const {
   for (auto& each : sources) {
     if (each["kind"] != "speaker") continue;
     each.update(parts_->speaker.show());
-    each["released"] = parts_->isReleased;
+    each["sending"] = parts_->isSending;
   }
 }
 

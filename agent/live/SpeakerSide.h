@@ -3,7 +3,7 @@
 ///   input                    handler                 output
 ///   exported host table      handleHost(key)         routes of the speaker's own
 ///   exported flood table     handleFloodEntry(key)   routes of the speaker's own
-///   exported state: whole    release()               only then routes are announced and withdrawn
+///   exported state: whole    beginSending()               only then routes are announced and withdrawn
 ///   routes of neighbours     -                       events, to whoever listens
 ///
 /// The tables that the agent exports are whole once every source that it has was, in this life of the tables.

@@ -25,43 +25,43 @@ MountError::MountError(Brine::MountOptions const& options, Brine::MountStatus st
                        std::string const& detail)
     : runtime_error(message(options, status, detail)) {}
 
-Tables::Tables(std::string const& name, std::string place)
+TablePair::TablePair(std::string const& name, std::string place)
     : folder(std::move(place)),
       host(QorEvpn::hostTableFactory(Orb::Name(name + "/" + std::string(hostFile)))),
       flood(QorEvpn::floodTableFactory(Orb::Name(name + "/" + std::string(floodFile)))) {}
 
-void Tables::mountAsWriter(bool repair) {
+void TablePair::mountAsWriter(bool repair) {
   Agent::mountAsWriter(*host, folder, hostFile, repair);
   Agent::mountAsWriter(*flood, folder, floodFile, repair);
 }
 
-void Tables::mountAsReader(Brine::Mode mode) {
+void TablePair::mountAsReader(Brine::Mode mode) {
   host->mount({.directory = folder, .name = std::string(hostFile), .mode = mode});
   flood->mount({.directory = folder, .name = std::string(floodFile), .mode = mode});
 }
 
-void Tables::unmount() {
+void TablePair::unmount() {
   host->unmount();
   flood->unmount();
 }
 
-void Tables::deliver() {
+void TablePair::deliver() {
   host->deliver();
   flood->deliver();
 }
 
-void Tables::endTurn() {
+void TablePair::endTurn() {
   host->endTurn();
   flood->endTurn();
 }
 
-std::uint64_t Tables::rows() const { return host->statistics().rows + flood->statistics().rows; }
+std::uint64_t TablePair::rows() const { return host->statistics().rows + flood->statistics().rows; }
 
 bool mustLookAgain(Brine::MountStatus status) {
   return status == Brine::MountStatus::noResources || status == Brine::MountStatus::notPermitted;
 }
 
-Follower::Follower(Loop& loop, Tables& tables, Loop::Handler told)
+Follower::Follower(Loop& loop, TablePair& tables, Loop::Handler told)
     : loop_(loop), tables_(tables), told_(std::move(told)), again_(loop, [this] { deliver(); }) {
   mount();
   lookAgain();

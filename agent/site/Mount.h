@@ -42,12 +42,12 @@ void mountAsWriter(Table& table, std::string const& folder, std::string_view nam
 
 /// The host and the flood table of one folder of a site. `name` ("exported") comes before the tables' own
 /// names.
-struct Tables {
-  Tables(std::string const& name, std::string folder);
+struct TablePair {
+  TablePair(std::string const& name, std::string folder);
 
   /// Raises MountError.
   void mountAsWriter(bool repair);
-  /// Tables that are not there yet mount themselves at a later delivery.
+  /// TablePair that are not there yet mount themselves at a later delivery.
   void mountAsReader(Brine::Mode mode = Brine::Mode::keyshadow);
   void unmount();
   /// Reader: notifies of what has changed; raises what an observer raises.
@@ -73,7 +73,7 @@ class Follower {
  public:
   /// `told` is called after each delivery. The tables outlive the follower and are mounted by it, as
   /// keyshadow readers.
-  Follower(Loop& loop, Tables& tables, Loop::Handler told);
+  Follower(Loop& loop, TablePair& tables, Loop::Handler told);
   ~Follower();
   Follower(Follower const&) = delete;
   Follower& operator=(Follower const&) = delete;
@@ -87,7 +87,7 @@ class Follower {
   void lookAgain();
 
   Loop& loop_;
-  Tables& tables_;
+  TablePair& tables_;
   Loop::Handler told_;
   Timer again_;
 };

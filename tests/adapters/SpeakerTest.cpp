@@ -140,7 +140,7 @@ constexpr unsigned lastVni = 0xFFFFFF;
 TEST_F(SpeakerTest, CarriesRowsOfAllVnisToAnotherSiteAndTakesThemBack) {
   Gobgpd const west(1, {2}), east(2, {1});
   Site here(loop, west), there(loop, east);
-  here.speaker.release();
+  here.speaker.beginSending();
   // RD and label alone would take the first two for one route.
   here.host(1, "02:00:00:00:00:01", "10.99.0.11");
   here.host(65537, "02:00:00:00:00:01", "10.99.0.12", 7);
@@ -155,7 +155,7 @@ TEST_F(SpeakerTest, CarriesRowsOfAllVnisToAnotherSiteAndTakesThemBack) {
                                                  "16777215 02:00:00:00:00:01 10.99.0.13 4294967295"));
   EXPECT_THAT(there.capabilities, ElementsAre(true));
 
-  there.speaker.release();
+  there.speaker.beginSending();
   there.host(1, "02:00:00:00:00:02", "10.99.0.21");
   here.host(1, "02:00:00:00:00:01", "10.99.0.12", 1);
   here.hostDel(65537, "02:00:00:00:00:01");
@@ -180,14 +180,14 @@ TEST_F(SpeakerTest, SendsDifferencesOnlyToASpeakerThatHasRoutesOfAnEarlierRun) {
     tell(first, 600);
     await([&] { return first.isSynced(); });
     EXPECT_EQ(first.sent(), 0U);  // not before it is whole
-    first.speaker.release();
+    first.speaker.beginSending();
     await([&] { return first.isQuiet(); });
     EXPECT_EQ(first.sent(), 601U);
   }
   Site second(loop, west);
   tell(second, 598);
   second.host(70001, "02:00:00:00:00:01", "10.99.0.12", 9);
-  second.speaker.release();
+  second.speaker.beginSending();
   await([&] { return second.isQuiet(); });
   EXPECT_EQ(second.sent(), 3U);  // one changed, two withdrawn
 
@@ -201,8 +201,8 @@ TEST_F(SpeakerTest, SendsDifferencesOnlyToASpeakerThatHasRoutesOfAnEarlierRun) {
 TEST_F(SpeakerTest, TakesOfSeveralRoutesTheHighestSequenceNumberThenTheLowestVtep) {
   Gobgpd const west(1, {2}), east(2, {1});
   Site here(loop, west), left(loop, east, "10.99.0.2"), right(loop, east, "10.99.0.3");
-  left.speaker.release();
-  right.speaker.release();
+  left.speaker.beginSending();
+  right.speaker.beginSending();
   std::string const mac = "02:00:00:00:00:01";
   auto const learns = [&](std::string const& value) {
     await([&] { return here.learned.contains("1 " + mac) && here.learned["1 " + mac] == value; });
@@ -236,7 +236,7 @@ TEST_F(SpeakerTest, TakesNothingBackWhenItsSpeakerIsKilledAndStartedAgain) {
   Gobgpd west(1, {2});
   Gobgpd const east(2, {1});
   Site here(loop, west), there(loop, east);
-  for (Site* const site : {&here, &there}) site->speaker.release();
+  for (Site* const site : {&here, &there}) site->speaker.beginSending();
   here.host(1, "02:00:00:00:00:01", "10.99.0.11");
   there.host(1, "02:00:00:00:00:02", "10.99.0.21");
   await([&] { return here.learned.size() == 1 && there.learned.size() == 1; });
@@ -328,7 +328,7 @@ TEST_F(SpeakerTest, NamesEndpointAndCauseOfEachFaultAndTriesAgain) {
     EXPECT_EQ(site.speaker.state(), SourceState::connecting);
   }
   for (char const* const endpoint : {"", "127.0.0.1", "127.0.0.1:0", "127.0.0.1:65536", "host:1", ":1"}) {
-    EXPECT_THROW(Address{endpoint}, std::invalid_argument) << endpoint;
+    EXPECT_THROW(Agent::HostPort{endpoint}, std::invalid_argument) << endpoint;
   }
 }
 

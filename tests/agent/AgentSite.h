@@ -57,7 +57,7 @@ struct AgentSite {
   Agent::SiteView view;
 };
 
-inline std::string tracePath(std::string const& name) { return TestSupport::sourcePath("data/" + name); }
+inline std::string recordingPath(std::string const& name) { return TestSupport::sourcePath("data/" + name); }
 
 inline std::vector<std::string> linesOf(std::string const& path) {
   std::ifstream file(path);

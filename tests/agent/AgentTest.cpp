@@ -27,19 +27,19 @@ std::uint64_t counter(AgentSite const& site, std::string const& owner, std::stri
   return 0;
 }
 
-class TraceTest : public testing::TestWithParam<std::string> {};
+class RecordedRun : public testing::TestWithParam<std::string> {};
 
-INSTANTIATE_TEST_SUITE_P(Traces, TraceTest, testing::Values("fabric-3vni", "corner-cases"),
+INSTANTIATE_TEST_SUITE_P(Traces, RecordedRun, testing::Values("fabric-3vni", "corner-cases"),
                          [](auto const& each) {
                            return each.param == "fabric-3vni" ? "Recorded" : "Written";
                          });
 
-TEST_P(TraceTest, EachEventLeavesWhatBothSidesMakeOfIt) {
+TEST_P(RecordedRun, EachEventLeavesWhatBothSidesMakeOfIt) {
   AgentSite site;
   Program agent({"agent", "--dir", site.dir, "--feed", "-", "--with-evpn", "--strict"});
   FeedModel model;
   std::size_t events = 0;
-  for (std::string const& line : linesOf(tracePath(GetParam() + ".jsonl"))) {
+  for (std::string const& line : linesOf(recordingPath(GetParam() + ".jsonl"))) {
     agent.write(line);
     model.apply(Agent::parseEvent(line));
     ++events;
@@ -55,7 +55,7 @@ TEST_P(TraceTest, EachEventLeavesWhatBothSidesMakeOfIt) {
     what.insert(what.begin(), {"show", "--json", "--dir", site.dir});
     return nlohmann::json::parse(TestSupport::run(what).out);
   };
-  auto expected = nlohmann::json::parse(std::ifstream(tracePath(GetParam() + ".end.json")));
+  auto expected = nlohmann::json::parse(std::ifstream(recordingPath(GetParam() + ".end.json")));
   EXPECT_EQ(show({"hosts", "floods", "bridge-ids", "evpn-status"}), expected);
   agent.signal(SIGKILL);
   agent.wait();
@@ -63,10 +63,10 @@ TEST_P(TraceTest, EachEventLeavesWhatBothSidesMakeOfIt) {
   EXPECT_EQ(show({"hosts", "floods", "bridge-ids"}), expected) << "rows outlive the agent";
 }
 
-TEST_P(TraceTest, TwoProcessesEndAsExpectedAndARestartWithdrawsNothing) {
+TEST_P(RecordedRun, TwoProcessesEndAsExpectedAndARestartWithdrawsNothing) {
   AgentSite site;
-  std::string const feed = tracePath(GetParam() + ".jsonl");
-  Expectation const expected = Expectation::ofFile(tracePath(GetParam() + ".end.json"));
+  std::string const feed = recordingPath(GetParam() + ".jsonl");
+  Expectation const expected = Expectation::ofFile(recordingPath(GetParam() + ".end.json"));
   std::vector<std::string> const arguments = {"agent", "--dir", site.dir, "--feed", feed};
   Program evpn({"evpn", "--dir", site.dir, "--feed", feed});
   std::optional<Program> agent(std::in_place, arguments);
@@ -98,9 +98,9 @@ TEST(AgentTest, EndsInTheSameTablesWhereverEitherSideIsKilled) {
   SCOPED_TRACE("seed " + std::to_string(seed));
   std::mt19937 random(seed);
   AgentSite site;
-  std::string const feed = tracePath("fabric-3vni.jsonl");
+  std::string const feed = recordingPath("fabric-3vni.jsonl");
   std::vector<std::string> const lines = linesOf(feed);
-  Expectation const expected = Expectation::ofFile(tracePath("fabric-3vni.end.json"));
+  Expectation const expected = Expectation::ofFile(recordingPath("fabric-3vni.end.json"));
   std::map<std::string, std::optional<Program>> sides;
   auto const start = [&](std::string const& side, std::string const& from) {
     sides[side].reset();
@@ -139,7 +139,7 @@ TEST(AgentTest, EndsInTheSameTablesWhereverEitherSideIsKilled) {
 TEST(AgentTest, TakesWhatEvpnLearnedOnceItMayReadIt) {
   if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
   AgentSite site;
-  std::string const feed = tracePath("fabric-3vni.jsonl");
+  std::string const feed = recordingPath("fabric-3vni.jsonl");
   std::string const learned = Agent::Site(site.dir).learned();
   std::filesystem::create_directory(site.dir);
   auto const give = [](std::string const& path, uid_t user) {
@@ -155,12 +155,12 @@ TEST(AgentTest, TakesWhatEvpnLearnedOnceItMayReadIt) {
   ASSERT_TRUE(becomes([&] { return site.feedHasEnded(); })) << agent.errors();
   EXPECT_TRUE(site.evpnStatus().empty());
   give(learned, TestSupport::nobody);
-  EXPECT_TRUE(site.settles(Expectation::ofFile(tracePath("fabric-3vni.end.json")))) << agent.errors();
+  EXPECT_TRUE(site.settles(Expectation::ofFile(recordingPath("fabric-3vni.end.json")))) << agent.errors();
 }
 
 TEST(AgentTest, RowsOfTheLastRunStayUntilTheFeedSpeaksAndGoWhereItSaysOff) {
   AgentSite site;
-  std::string const feed = tracePath("fabric-3vni.jsonl");
+  std::string const feed = recordingPath("fabric-3vni.jsonl");
   ASSERT_EQ(
       TestSupport::run({"agent", "--dir", site.dir, "--feed", feed, "--with-evpn", "--exit-at-end"}).status,
       0);

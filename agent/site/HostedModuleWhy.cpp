@@ -1,8 +1,8 @@
-/// Module::why(): the facts behind one row, collected from the machines' inputs and outputs.
+/// HostedModule::why(): the facts behind one row, collected from the machines' inputs and outputs.
 #include <charconv>
 
 #include "agent/explain/Why.h"
-#include "agent/site/Module.h"
+#include "agent/site/HostedModule.h"
 
 namespace Agent {
 
@@ -32,7 +32,7 @@ std::optional<bool> valueIn(Orb::Ptr<MacVtepFloodListV2> const& list, Wirix::IpA
 
 }  // namespace
 
-Json Module::whyHost(QorEvpn::MacVniPair const& key) const {
+Json HostedModule::whyHost(QorEvpn::MacVniPair const& key) const {
   auto const* const status = controller_->vniFdbStatus(key.vni());
   HostFacts facts;
   facts.key = key;
@@ -61,7 +61,7 @@ Json Module::whyHost(QorEvpn::MacVniPair const& key) const {
   return result;
 }
 
-Json Module::whyFlood(QorEvpn::VniVtepPair const& key) const {
+Json HostedModule::whyFlood(QorEvpn::VniVtepPair const& key) const {
   auto const* const status = controller_->vniFdbStatus(key.vni());
   auto const& evpn = vniStatusDir_->vniStatusV2(key.vni());
   FloodFacts facts;
@@ -86,14 +86,14 @@ Json Module::whyFlood(QorEvpn::VniVtepPair const& key) const {
   return result;
 }
 
-ExportState Module::exportState(bool isServed) const {
+ExportState HostedModule::exportState(bool isServed) const {
   return {.isEnabled = status_->enabled(),
           .isCapable = capability_->evpnEnabled(),
           .isKeeping = sources_.isKeeping(),
           .isServed = isServed};
 }
 
-Json Module::why(std::string_view argument) const {
+Json HostedModule::why(std::string_view argument) const {
   auto const blank = argument.find(' ');
   std::string const subject(argument.substr(0, blank));
   std::optional<Vxlan::Vni> vni;

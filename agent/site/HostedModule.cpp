@@ -1,4 +1,4 @@
-#include "agent/site/Module.h"
+#include "agent/site/HostedModule.h"
 
 #include "Orb/Type.h"
 #include "agent/views/EvpnStatus.h"
@@ -14,7 +14,8 @@ Orb::Ptr<Entity> make(char const* name) {
 
 }  // namespace
 
-Module::Module(Loop& loop, Site const& site, bool repair, std::chrono::seconds hold, Logs const& logs)
+HostedModule::HostedModule(Loop& loop, Site const& site, bool repair, std::chrono::seconds hold,
+                           Logs const& logs)
     : loop_(loop),
       site_(site),
       log_(logs.info),
@@ -48,29 +49,29 @@ Module::Module(Loop& loop, Site const& site, bool repair, std::chrono::seconds h
 }
 
 /// What was written stays; the machines and this object merely stop watching.
-Module::~Module() {
+HostedModule::~HostedModule() {
   follower_.reset();
   teardown();
 }
 
-void Module::duplicatesIs(Duplicates::Rule const& rule) {
+void HostedModule::duplicatesIs(Duplicates::Rule const& rule) {
   duplicates_.emplace(rule, warn_);
   controller_->duplicatesIs(&*duplicates_);
 }
 
-void Module::enabledIs(bool enabled) {
+void HostedModule::enabledIs(bool enabled) {
   status_->enabledIs(enabled);
   handleFlag(enabled);
 }
 
-void Module::flag(SourceId, Event const& event) {
+void HostedModule::flag(SourceId, Event const& event) {
   if (event.op == Op::enabled) return enabledIs(event.value);
   feedsCapability_ = event.value;
   capabilityIs();
 }
 
 /// What the EVPN side says counts, whatever feeds say. Where nobody has said anything, nothing is off.
-void Module::capabilityIs() {
+void HostedModule::capabilityIs() {
   using enum EvpnState::Capability;
   std::optional<EvpnState> const evpns = evpnState_.state();
   std::optional<bool> capability = feedsCapability_;
@@ -83,38 +84,38 @@ void Module::capabilityIs() {
 }
 
 /// A flag that is off also removes what an earlier run left.
-void Module::handleFlag(bool on) {
+void HostedModule::handleFlag(bool on) {
   toldOff_ = toldOff_ || !on;
   if (!on && !tx_) clearExported();
 }
 
 /// Every source has told its state or was given up.
-void Module::settled() {
+void HostedModule::settled() {
   controller_->earlierDel();
   settleRemotes();
 }
 
-void Module::forgetEarlier() {
+void HostedModule::forgetEarlier() {
   controller_->earlierDel();
   sources_.keepsEarlierIs(false);
 }
 
 /// Rows of other origin in switches may go once EVPN's side has told all that it knows, too; a side that is
 /// not wanted has nothing to tell.
-void Module::settleRemotes() {
+void HostedModule::settleRemotes() {
   if (!sources_.isSettled() || controller_->isSettled()) return;
   bool const isWhole = learned_ && Brine::isReadable(learned_->host->mountStatus()) &&
                        evpnState_.state().value_or(EvpnState{.isWhole = true}).isWhole;
   if (isWhole || evpnIsOverdue_ || (toldOff_ && !tx_)) controller_->settledIs();
 }
 
-void Module::handleMode() {
+void HostedModule::handleMode() {
   bool const on = config_->qorEvpnIntegrationMode();
   if (on && !tx_) start();
   if (!on && tx_) stop();
 }
 
-void Module::start() {
+void HostedModule::start() {
   // The receive machine comes first: the transmit machines' first pass then knows what EVPN supplied.
   learned_.emplace("learned", site_.learned());
   follower_.emplace(loop_, *learned_, [this] {
@@ -130,7 +131,7 @@ void Module::start() {
   settleRemotes();
 }
 
-void Module::stop() {
+void HostedModule::stop() {
   // The transmit machines go first: they would export what the receive machine withdraws.
   Orb::attributeInvoke(*tx_, "cleanup");
   tx_ = nullptr;
@@ -147,7 +148,7 @@ void Module::stop() {
 /// The receive machine's cleanup() withdraws the rows that the tables hold now. They are another process's,
 /// which may be ahead of what the machine was told, and it takes a row that it never saw for a fault. So it
 /// is asked for each entry that it did write.
-void Module::withdrawLearned() {
+void HostedModule::withdrawLearned() {
   using namespace QorEvpn;
   std::vector<MacVniPair> hosts;
   std::vector<VniVtepPair> floods;
@@ -161,7 +162,7 @@ void Module::withdrawLearned() {
   for (VniVtepPair const& key : floods) rx_->deleteFloodEntry(key);
 }
 
-void Module::cleanup() {
+void HostedModule::cleanup() {
   if (tx_) {
     stop();
   } else {
@@ -169,14 +170,14 @@ void Module::cleanup() {
   }
 }
 
-void Module::clearExported() {
+void HostedModule::clearExported() {
   forgetEarlier();
   brIdList_->brIdListDelAll();
   exported_.host->hostDelAll();
   exported_.flood->floodEntryDelAll();
 }
 
-void Module::seedBrIdList() {
+void HostedModule::seedBrIdList() {
   auto const add = [this](Vxlan::Vni vni) {
     Bridging::BridgeId const brId = Bridging::BridgeId::ofVni(vni);
     if (!brIdList_->brIdList().contains(brId)) brIdList_->brIdListIs(brId, true);
@@ -195,7 +196,7 @@ void Module::seedBrIdList() {
 }
 
 /// What an earlier run left is kept as an entry of its own.
-void Module::seedController() {
+void HostedModule::seedController() {
   for (auto const& entry : brIdList_->brIdList()) controller_->earlierIs(Bridging::BridgeId(entry.key).vni());
   forEachRow(*exported_.host, exported_.host->hostWalk(), [&](QorEvpn::Host const& row) {
     controller_->earlierIs(row.key().vni(), VxlanController::MacVtepV2(row.key().macAddr(), row.vtepAddr(),
@@ -206,7 +207,7 @@ void Module::seedController() {
   });
 }
 
-void Module::handleBrId(Bridging::BridgeId const& brId) {
+void HostedModule::handleBrId(Bridging::BridgeId const& brId) {
   if (brIdList_->brIdList().contains(brId)) {
     brIdTable_.write(brId);
   } else {
@@ -215,7 +216,7 @@ void Module::handleBrId(Bridging::BridgeId const& brId) {
 }
 
 /// The state first: it is written last.
-void Module::deliver() {
+void HostedModule::deliver() {
   evpnState_.deliver();
   if (follower_) follower_->deliver();
   capabilityIs();
@@ -223,7 +224,7 @@ void Module::deliver() {
 }
 
 /// Says it when the EVPN side comes or goes.
-void Module::reportLearned() {
+void HostedModule::reportLearned() {
   std::string report;
   for (auto const& [name, status, detail] :
        {std::tuple(TableKind<QorEvpn::Host>::file, learned_->host->mountStatus(),
@@ -241,7 +242,7 @@ void Module::reportLearned() {
   log_("learned tables: " + report);
 }
 
-void Module::endTurn() {
+void HostedModule::endTurn() {
   exported_.endTurn();
   brIdTable_.endTurn();
   // From now on the tables have every row that holds, whoever starts again.
@@ -249,11 +250,11 @@ void Module::endTurn() {
   exportedState_->endTurn();
 }
 
-nlohmann::ordered_json Module::evpnStatus(std::string_view vni) const {
+nlohmann::ordered_json HostedModule::evpnStatus(std::string_view vni) const {
   return toJson(evpnStatusOf(*vniStatusDir_, vni));
 }
 
-nlohmann::ordered_json Module::state() const {
+nlohmann::ordered_json HostedModule::state() const {
   nlohmann::ordered_json result;
   result["enabled"] = status_->enabled();
   result["capability"] = capability_->evpnEnabled();
@@ -271,10 +272,10 @@ nlohmann::ordered_json Module::state() const {
   return result;
 }
 
-Orb::TypeDescriptor const& Module::type() {
-  using A = Orb::Attributes<Module>;
-  static Orb::TypeDescriptor const descriptor("Agent::Module",
-                                              {A::handler<&Module::handleMode>("handleMode")});
+Orb::TypeDescriptor const& HostedModule::type() {
+  using A = Orb::Attributes<HostedModule>;
+  static Orb::TypeDescriptor const descriptor("Agent::HostedModule",
+                                              {A::handler<&HostedModule::handleMode>("handleMode")});
   return descriptor;
 }
 

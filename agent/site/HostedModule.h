@@ -1,4 +1,4 @@
-/// Agent::Module: hosts the module for a site. It owns the entities that the machines work on, the tables,
+/// Agent::HostedModule: hosts the module for a site. It owns the entities that the machines work on, the tables,
 /// and the machines, which it builds through their factories.
 ///
 ///   sources: enabled, capability ─► QorEvpnIntegrationModeSm ─► on: receive machine, then transmit root
@@ -37,12 +37,12 @@
 
 namespace Agent {
 
-class Module : public Orb::StateMachine<Module>, public SourceLedgers {
+class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedgers {
  public:
   /// `hold`: how long what a lost source told is kept; 0 is for ever. Raises MountError where another agent
   /// has the site.
-  Module(Loop& loop, Site const& site, bool repair, std::chrono::seconds hold, Logs const& logs);
-  ~Module() override;
+  HostedModule(Loop& loop, Site const& site, bool repair, std::chrono::seconds hold, Logs const& logs);
+  ~HostedModule() override;
   static Orb::TypeDescriptor const& type();
 
   /// Which MACs count as duplicates; none until this is said.
@@ -88,11 +88,11 @@ class Module : public Orb::StateMachine<Module>, public SourceLedgers {
 
   class OrbQorEvpnConfig
       : public Reactor<QorEvpn::QorEvpnConfig,
-                       On<QorEvpn::QorEvpnConfig::qorEvpnIntegrationModeAttr, &Module::handleMode>> {
+                       On<QorEvpn::QorEvpnConfig::qorEvpnIntegrationModeAttr, &HostedModule::handleMode>> {
     using Reactor::Reactor;
   };
-  class OrbQorBrIdList
-      : public Reactor<QorEvpn::QorBrIdList, On<QorEvpn::QorBrIdList::brIdListAttr, &Module::handleBrId>> {
+  class OrbQorBrIdList : public Reactor<QorEvpn::QorBrIdList,
+                                        On<QorEvpn::QorBrIdList::brIdListAttr, &HostedModule::handleBrId>> {
     using Reactor::Reactor;
   };
 
@@ -119,10 +119,10 @@ class Module : public Orb::StateMachine<Module>, public SourceLedgers {
   Site site_;
   Log log_, warn_;
 
-  Tables exported_;
+  TablePair exported_;
   Brine::Table<Bridging::BridgeId> brIdTable_;
   std::optional<EvpnStateWriter> exportedState_;
-  std::optional<Tables> learned_;
+  std::optional<TablePair> learned_;
   std::optional<Follower> follower_;
   std::string learnedReport_;
 
