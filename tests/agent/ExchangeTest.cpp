@@ -79,7 +79,7 @@ TEST_F(ExchangeTest, ARestartWithdrawsWhatIsNoLongerExportedAndTouchesNothingEls
   auto const stays = host(5000, 1, 1), goes = host(5000, 2, 1), comes = host(5000, 3, 2);
   sites_[0].write({stays, goes});
   expectLearned({{}, {stays, goes}, {stays, goes}});
-  Agent::Tables learned("learned", sites_[2].site().learned());
+  Agent::TablePair learned("learned", sites_[2].site().learned());
   learned.mountAsReader();
   learned.deliver();
 
