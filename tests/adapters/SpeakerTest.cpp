@@ -111,7 +111,7 @@ class SpeakerTest : public testing::Test {
       isLate = true;
       loop.stop();
     });
-    patience.start(std::chrono::milliseconds(20000));
+    patience.start(std::chrono::milliseconds(60000));
     Agent::Timer tick(loop, [&] {
       if (condition()) return loop.stop();
       tick.start(5ms);
