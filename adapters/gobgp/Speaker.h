@@ -20,9 +20,9 @@
 /// The capability event is true while a session that carries EVPN is up, and false after none has been for
 /// `settle`: one that falls and comes again takes back nothing that this site exports.
 ///
-/// Own routes are sent after beginSending(), and after the list: what the speaker has already is not sent again,
-/// and what it has and the site exports no more is withdrawn. A batch is in flight at a time. Routes without
-/// a neighbour and with another RD than this site's are left alone.
+/// Own routes are sent after beginSending(), and after the list: what the speaker has already is not sent
+/// again, and what it has and the site exports no more is withdrawn. A batch is in flight at a time. Routes
+/// without a neighbour and with another RD than this site's are left alone.
 #pragma once
 
 #include <chrono>

@@ -9,9 +9,9 @@
 namespace Agent {
 
 struct HostPort {
-  /// HOST is an IPv4 address, an IPv6 address, which may stand in brackets, or `localhost`; PORT is 1 to 65535.
-  /// Names are refused: to look one up could hold the loop for as long as the name server likes. Raises
-  /// std::invalid_argument, which quotes `whole`, the text that the user gave.
+  /// HOST is an IPv4 address, an IPv6 address, which may stand in brackets, or `localhost`; PORT is 1 to
+  /// 65535. Names are refused: to look one up could hold the loop for as long as the name server likes.
+  /// Raises std::invalid_argument, which quotes `whole`, the text that the user gave.
   HostPort(std::string_view given, std::string_view whole);
   explicit HostPort(std::string_view given) : HostPort(given, given) {}
 

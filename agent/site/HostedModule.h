@@ -1,5 +1,5 @@
-/// Agent::HostedModule: hosts the module for a site. It owns the entities that the machines work on, the tables,
-/// and the machines, which it builds through their factories.
+/// Agent::HostedModule: hosts the module for a site. It owns the entities that the machines work on, the
+/// tables, and the machines, which it builds through their factories.
 ///
 ///   sources: enabled, capability ─► QorEvpnIntegrationModeSm ─► on: receive machine, then transmit root
 ///   learned/state: capability    ─┘                            off: both are cleaned up and dropped
