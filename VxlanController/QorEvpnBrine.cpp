@@ -6,7 +6,7 @@ template class Brine::Table<QorEvpn::FloodEntry>;
 namespace QorEvpn {
 
 HostTable::HostTable(Orb::Name name)
-    : EntityTable(std::move(name), {"host", "hostIs", "hostDel", "hostNotify"}, hostAttr, hostControlAttr) {}
+    : EntityTable(std::move(name), {"hostIs", "hostDel", "hostNotify"}, hostAttr, hostControlAttr) {}
 
 Orb::TypeDescriptor const& HostTable::fwkType() const {
   using A = Orb::Attributes<HostTable>;
@@ -21,8 +21,8 @@ Orb::TypeDescriptor const& HostTable::fwkType() const {
 }
 
 FloodTable::FloodTable(Orb::Name name)
-    : EntityTable(std::move(name), {"floodEntry", "floodEntryIs", "floodEntryDel", "floodEntryNotify"},
-                  floodEntryAttr, floodEntryControlAttr) {}
+    : EntityTable(std::move(name), {"floodEntryIs", "floodEntryDel", "floodEntryNotify"}, floodEntryAttr,
+                  floodEntryControlAttr) {}
 
 Orb::TypeDescriptor const& FloodTable::fwkType() const {
   using A = Orb::Attributes<FloodTable>;

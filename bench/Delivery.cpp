@@ -39,8 +39,7 @@ class Delivery {
   void round() {
     for (unsigned const readers : {1U, 4U}) {
       std::string const row = readers == 1 ? "delivery-1" : "delivery-4";
-      brine(row, "Brine", "keyshadow", readers);
-      brine(row, "Brine, plain readers", "reader", readers);
+      brine(row, readers);
       redis(row, readers);
       queue(row, readers);
     }
@@ -72,12 +71,12 @@ class Delivery {
     for (auto& child : children) child->wait();
   }
 
-  void brine(std::string const& row, std::string const& subject, std::string const& mode, unsigned readers) {
+  void brine(std::string const& row, unsigned readers) {
     Place const place;
     BrineStore store(place);
     store.insert(hosts_);
-    Children children = start(readers, {"brine", place.path(), mode, std::to_string(rows_)});
-    measure(row, subject, children, rows_, [&] { writeInTurns(store, changed_); });
+    Children children = start(readers, {"brine", place.path(), std::to_string(rows_)});
+    measure(row, "Brine", children, rows_, [&] { writeInTurns(store, changed_); });
   }
 
   void redis(std::string const& row, unsigned readers) {
@@ -133,7 +132,7 @@ class Delivery {
 };
 
 /// Prints "ready" when it has caught up, "done" when it was told of `count` changes.
-void readBrine(std::string const& directory, Brine::Mode mode, uint64_t count) {
+void readBrine(std::string const& directory, uint64_t count) {
   Brine::Table<QorEvpn::Host> table;
   std::vector<bool> changed;
   uint64_t told = 0, sum = 0;
@@ -144,7 +143,7 @@ void readBrine(std::string const& directory, Brine::Mode mode, uint64_t count) {
   Brine::MountOptions options;
   options.directory = directory;
   options.name = "host";
-  options.mode = mode;
+  options.mode = Brine::Mode::keyshadow;
   if (table.mount(options) != Brine::MountStatus::mounted) fail("mount: " + table.mountDetail());
   table.deliver();
   told = 0;
@@ -160,8 +159,7 @@ void readBrine(std::string const& directory, Brine::Mode mode, uint64_t count) {
 
 void runRole(std::vector<std::string> const& role) {
   if (role[0] == "brine") {
-    readBrine(role[1], role[2] == "reader" ? Brine::Mode::reader : Brine::Mode::keyshadow,
-              std::stoull(role[3]));
+    readBrine(role[1], std::stoull(role[2]));
   } else if (role[0] == "spin") {
     BrineStore reader(role[1], Brine::Mode::reader);
     uint64_t changes = 0;

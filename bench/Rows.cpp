@@ -191,11 +191,8 @@ void lookUp(Store& store, std::string const& how, Clock clock, std::vector<QorEv
 void runRole(std::vector<std::string> const& role) {
   auto const keys = keysOf(hosts(static_cast<uint32_t>(std::stoul(role.at(2))), 5));
   if (role[0] == "brine") {
-    BrineStore reader(role[1], Brine::Mode::reader);
-    lookUp(reader, "", Clock::cpu, keys);
-    BrineStore keyshadow(role[1], Brine::Mode::keyshadow);
-    keyshadow.find(keys);
-    lookUp(keyshadow, ", keyshadow", Clock::cpu, keys);
+    BrineStore store(role[1], Brine::Mode::reader);
+    lookUp(store, "", Clock::cpu, keys);
   }
 #if QOREVPN_PEER_LMDB
   if (role[0] == "lmdb") {

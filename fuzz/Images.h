@@ -68,34 +68,32 @@ class Images {
 
   /// Does what a reader can do. Raises `std::logic_error` where it is shown a row that was never written.
   void read(Image const& image) const {
-    for (Brine::Mode const mode : {Brine::Mode::reader, Brine::Mode::keyshadow}) {
-      Brine::Table<TestRow> table;
-      if (table.mountImage(image, mode) != Brine::MountStatus::mounted) return;
-      table.onChanged = [&](TestKey const& key) {
-        attempt([&] {
-          if (auto const row = table.find(key)) judge(*row);
-        });
-      };
-      table.deliver();
-      for (auto const column : {std::optional<uint32_t>(), std::optional<uint32_t>(1)}) {
-        attempt([&] {
-          auto cursor = column ? table.walk(*column) : table.walkAfter({0, 0});
-          while (attempt([&] {
-            TestRow const* const row = cursor.next();
-            if (row != nullptr) judge(*row);
-            return row == nullptr;
-          })) {
-          }
-        });
-      }
-      for (uint64_t number = 0; number < 41; ++number) {
-        attempt([&] {
-          if (auto const row = table.find({number, static_cast<uint32_t>(number % 3)})) judge(*row);
-        });
-      }
-      table.check();
-      table.statistics();
+    Brine::Table<TestRow> table;
+    if (table.mountImage(image) != Brine::MountStatus::mounted) return;
+    table.onChanged = [&](TestKey const& key) {
+      attempt([&] {
+        if (auto const row = table.find(key)) judge(*row);
+      });
+    };
+    table.deliver();
+    for (auto const column : {std::optional<uint32_t>(), std::optional<uint32_t>(1)}) {
+      attempt([&] {
+        auto cursor = column ? table.walk(*column) : table.walkAfter({0, 0});
+        while (attempt([&] {
+          TestRow const* const row = cursor.next();
+          if (row != nullptr) judge(*row);
+          return row == nullptr;
+        })) {
+        }
+      });
     }
+    for (uint64_t number = 0; number < 41; ++number) {
+      attempt([&] {
+        if (auto const row = table.find({number, static_cast<uint32_t>(number % 3)})) judge(*row);
+      });
+    }
+    table.check();
+    table.statistics();
   }
 
   /// Lets a writer repair it. Raises `std::logic_error` where that leaves damage, or a row that was never

@@ -36,10 +36,9 @@ class BrineMap {
 
   bool initialized() const { return entity_ != nullptr; }
 
-  /// Binds the collection of that name of `entity`, which outlives the binding, and switches notifying on.
-  void bind(std::string collection, Orb::Entity const& entity, Callbacks callbacks) {
+  /// Binds the rows of `entity`, which outlives the binding, and switches notifying on.
+  void bind(Orb::Entity const& entity, Callbacks callbacks) {
     entity_ = &entity;
-    collection_ = std::move(collection);
     table_.onChanged = std::move(callbacks.changed);
     table_.onQuiesced = std::move(callbacks.quiesced);
     table_.onMountStatus = std::move(callbacks.mountStatus);
@@ -47,7 +46,6 @@ class BrineMap {
     table_.countAudience = std::move(callbacks.countAudience);
     notifyingIs(true);
   }
-  std::string const& collection() const { return collection_; }
 
   /// Whether deliveries take place. What happens while it is off is delivered when it is on again. Switching
   /// on raises `StateError` before `bind()`.
@@ -92,9 +90,8 @@ class BrineMap {
  private:
   Orb::Entity const* entity_ = nullptr;
   Orb::Entity const* parent_ = nullptr;
-  std::string collection_;
   bool notifying_ = false;
-  Table<Row> table_{true};
+  Table<Row> table_;
 };
 
 }  // namespace Brine

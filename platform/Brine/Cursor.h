@@ -106,7 +106,7 @@ class [[nodiscard]] Cursor {
       prefetch(slot_ + rowsAhead * stride);
       return std::exchange(slot_, slot_ + stride);
     }
-    while (match_ == matchCount_) {
+    while (match_ == matches_.size()) {
       if (block_ == blockCount_ && id_ >= end_ && !hasMore()) {
         if (!findHidden()) return nullptr;
       } else {
@@ -117,21 +117,18 @@ class [[nodiscard]] Cursor {
     return mounted_.segment->slot(id);
   }
 
-  /// Looks how far the table has grown, and where the next rows lie in one piece; false at the table's end.
   /// The writer at the end of a filtered walk: where it has met fewer rows than there were, a byte of the
   /// column may be damaged. Rows that came and went meanwhile have the same look, so this only looks. False
   /// if it finds none.
   bool findHidden() {
-    if (met_ < expected_) {
-      expected_ = 0;
-      hidden_ = writer_->writer().repairColumn();
-    }
-    match_ = matchCount_ = 0;
-    for (; !hidden_.empty() && matchCount_ < std::size(matches_); hidden_.pop_back())
-      matches_[matchCount_++] = hidden_.back();
-    return matchCount_ != 0;
+    if (met_ >= expected_) return false;
+    expected_ = 0;
+    match_ = 0;
+    matches_ = writer_->writer().repairColumn();
+    return !matches_.empty();
   }
 
+  /// Looks how far the table has grown, and where the next rows lie in one piece; false at the table's end.
   bool hasMore() {
     Segment& segment = *mounted_.segment;
     if (id_ >= end_) {
@@ -149,8 +146,9 @@ class [[nodiscard]] Cursor {
 
   void gatherMatches() {
     Segment const& segment = *mounted_.segment;
-    match_ = matchCount_ = 0;
-    while (matchCount_ < std::size(matches_)) {
+    match_ = 0;
+    matches_.clear();
+    while (matches_.size() < matchesAhead) {
       if (block_ == blockCount_) {
         if (id_ == end_) return;
         uint32_t const stop = std::min({end_, segment.pieceEnd(id_), Column::searchEnd(id_)});
@@ -164,7 +162,7 @@ class [[nodiscard]] Cursor {
       block.rows &= block.rows - 1;
       block_ += block.rows == 0;
       prefetch(segment.slot(id));
-      matches_[matchCount_++] = id;
+      matches_.push_back(id);
     }
   }
 
@@ -184,13 +182,12 @@ class [[nodiscard]] Cursor {
   ColumnBlock blocks_[Column::blocksPerSearch];
   unsigned block_ = 0;
   unsigned blockCount_ = 0;
-  uint32_t matches_[16];
-  unsigned match_ = 0;
-  unsigned matchCount_ = 0;
+  static constexpr size_t matchesAhead = 16;
+  std::vector<uint32_t> matches_;
+  size_t match_ = 0;
   // Filtered, of the writer: rows of that column word that it knows of, and that the walk has met.
   uint32_t expected_ = 0;
   uint32_t met_ = 0;
-  std::vector<uint32_t> hidden_;
   // The row that is shown.
   uint32_t shownId_ = noRow;
   uint64_t shownVersion_ = 0;

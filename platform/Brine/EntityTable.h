@@ -16,8 +16,7 @@ namespace Brine {
 
 /// How an entity that presents a table calls its parts.
 struct EntityTableNames {
-  std::string_view collection;
-  // Its operation counters.
+  // Of its operation counters.
   std::string_view is;
   std::string_view del;
   std::string_view notify;
@@ -139,11 +138,10 @@ class EntityTable : public Orb::Entity {
     zeroReferences_ = std::move(zeroReferences);
     control_ = Orb::makePtr<CollectionControl>();
     control_->hasNotificationActiveIs(true);
-    map_.bind(std::string(names.collection), *this,
-              {[this](Key const& key) { rowNotify(key, map_.table().told()); },
-               [this](bool quiesced) { notifyQuiesced(quiesced); }, [this] { notifyMountStatus(); },
-               [this](std::string const& message) { handleCorruption(message); },
-               [this] { return isWatched() ? notifieeList()->registrations() : 0; }});
+    map_.bind(*this, {[this](Key const& key) { rowNotify(key, map_.table().told()); },
+                      [this](bool quiesced) { notifyQuiesced(quiesced); }, [this] { notifyMountStatus(); },
+                      [this](std::string const& message) { handleCorruption(message); },
+                      [this] { return isWatched() ? notifieeList()->registrations() : 0; }});
   }
 
   ~EntityTable() override {

@@ -42,18 +42,14 @@ struct Statistics {
   bool writerAlive = false;
   bool quiesced = false;
   // Of this table object:
-  uint64_t delivered = 0;    ///< Changes told to the owner.
-  uint64_t laps = 0;         ///< Deliveries that compared the whole table since the ring was of no use.
-  uint64_t corruptions = 0;  ///< Reports to the corruption hook.
-  uint64_t wakes = 0;        ///< Writer: doorbells rung.
-  uint64_t shadowKeys = 0;   ///< Keyshadow: keys that the owner was told of.
+  uint64_t delivered = 0;   ///< Changes told to the owner.
+  uint64_t laps = 0;        ///< Deliveries that compared the whole table since the ring was of no use.
+  uint64_t wakes = 0;       ///< Writer: doorbells rung.
+  uint64_t shadowKeys = 0;  ///< Reader: keys that the owner was told of.
 };
 
 struct DeliverResult {
   uint64_t changes = 0;
-  /// Plain reader: the ring had moved on, or the file is another one, and removals may have been missed.
-  /// Never set for a keyshadow reader.
-  bool mayHaveMissedRemovals = false;
 };
 
 /// Which observers a change is for, by the order in which they joined: those behind `after`, up to `upTo`.

@@ -16,13 +16,6 @@ constexpr std::array<std::string_view, 10> statusTexts = {
 
 std::string_view toText(Mode mode) { return modeTexts[static_cast<size_t>(mode)]; }
 
-std::optional<Mode> modeFromText(std::string_view text) {
-  for (size_t i = 0; i < modeTexts.size(); ++i) {
-    if (modeTexts[i] == text) return static_cast<Mode>(i);
-  }
-  return std::nullopt;
-}
-
 std::string_view toText(MountStatus status) { return statusTexts[static_cast<size_t>(status)]; }
 
 std::ostream& operator<<(std::ostream& out, Mode mode) { return out << toText(mode); }

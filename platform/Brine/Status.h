@@ -1,7 +1,6 @@
 #pragma once
 
 #include <iosfwd>
-#include <optional>
 #include <string_view>
 
 namespace Brine {
@@ -10,10 +9,10 @@ namespace Brine {
 enum class Mode {
   /// Writes rows. One at a time: the claim is the process's and ends with it.
   writer,
-  /// Looks up, walks and is told of changes. Keeps nothing of its own, so it is also told of keys that it
-  /// never saw, and may miss removals when the writer laps it; `DeliverResult` says so.
+  /// Looks up, walks and is told of changes. What it was told of it keeps in a local shadow of the keys, which
+  /// makes what it is told exact.
   reader,
-  /// A reader that keeps a local shadow of the keys it was shown, which makes what it is told exact.
+  /// The same, by the name of what it keeps. There is no reader without a shadow.
   keyshadow,
 };
 
@@ -33,7 +32,6 @@ enum class MountStatus {
 
 /// "writer", "reader", "keyshadow".
 std::string_view toText(Mode mode);
-std::optional<Mode> modeFromText(std::string_view text);
 
 /// A word or two for people: "mounted", "no table", "writer gone". Details are in `TableBase::mountDetail()`.
 std::string_view toText(MountStatus status);

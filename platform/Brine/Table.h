@@ -23,7 +23,7 @@ namespace Brine {
 ///   table.mount({.directory = "/dev/shm/qorevpn", .name = "host", .mode = Brine::Mode::keyshadow});
 ///   for (;;) { poll table.fd(); table.deliver(); }
 ///
-/// A keyshadow reader's owner is told of every difference, through `onChanged`, and of nothing else: changes
+/// A reader's owner is told of every difference, through `onChanged`, and of nothing else: changes
 /// of a key merge, and it is never told that a key is gone which it was not told of. A delivery tells, and so
 /// does a walk that meets a row before a delivery does; a look-up takes nothing away.
 ///
@@ -34,9 +34,7 @@ class Table : public TableBase {
  public:
   using Key = typename Codec<Row>::Key;
 
-  /// A table that is `alwaysShadowed` is a keyshadow reader in mode `reader` too.
-  explicit Table(bool alwaysShadowed = false)
-      : TableBase(RowShape::of<Row>()), alwaysShadowed_(alwaysShadowed) {}
+  Table() : TableBase(RowShape::of<Row>()) {}
   /// No hook is called.
   ~Table() override = default;
 
@@ -93,9 +91,12 @@ class Table : public TableBase {
   /// The rows whose key has that column value. Rows of others are not read, but for values that lie a
   /// multiple of 65,280 apart.
   Cursor<Row> walk(uint32_t column) const { return cursor(0, column); }
-  /// The rows behind the key's place in the walk's order; behind the place that it had, where that is still
-  /// known, if the key has been removed; else all rows.
-  Cursor<Row> walkAfter(Key const& key) const { return cursor(placeAfter(key), std::nullopt); }
+  /// The rows behind the key's place in the walk's order; all rows if there is none of the key.
+  Cursor<Row> walkAfter(Key const& key) const {
+    FoundRow<Row> found;
+    bool const isThere = mounted_.segment && findRow(*mounted_.segment, KeyWords<Row>(key), found);
+    return cursor(isThere ? found.id + 1 : 0, std::nullopt);
+  }
   /// All rows for an onlooker: the table's owner is told of nothing, and look-ups stay as they are.
   Cursor<Row> inspect() const { return {mounted_, 0, std::nullopt, nullptr, nullptr}; }
   /// A copy of all rows in the order of their keys, for an onlooker too.
@@ -111,8 +112,7 @@ class Table : public TableBase {
 
   /// Brings the owner up to date through its hooks, on this thread: mount status, then changes, then
   /// quiesced. Does nothing for a writer, and when called from within a delivery. A hook may raise: what it
-  /// was called for counts as told, the rest follows at the next call; a plain reader that was comparing the
-  /// whole table begins that again. A hook must not destroy the table.
+  /// was called for counts as told, the rest follows at the next call. A hook must not destroy the table.
   ///
   /// `fd()` is readable once a second at least, and each time this looks for what no event tells: a directory
   /// that was made, moved or linked to, memory or descriptors that became free (`noResources`). Where `fd()`
@@ -144,33 +144,12 @@ class Table : public TableBase {
     return {mounted_, first, column, writing_ ? nullptr : &reading_, writing_ ? &*writing_ : nullptr};
   }
 
-  uint32_t placeAfter(Key const& key) const {
-    if (!mounted_.segment) return 0;
-    Segment& segment = *mounted_.segment;
-    KeyWords<Row> const words(key);
-    FoundRow<Row> found;
-    if (findRow(segment, words, found)) return found.id + 1;
-    // A dead slot keeps its key until it is used again. Where there are several, the last one counts.
-    uint32_t place = 0;
-    uint64_t latest = 0;
-    for (uint32_t id = 0; id < segment.highWater(); ++id) {
-      uint64_t const* const slot = segment.slot(id);
-      bool same = true;
-      for (unsigned i = 0; i < C::keyWords; ++i) same &= loadAcquire(slot + 2 + i) == words.words[i];
-      uint64_t const version = loadAcquire(slot);
-      if (!same || version <= latest) continue;
-      latest = version;
-      place = id + 1;
-    }
-    return place;
-  }
-
   void handleMounted() override {
     writing_.reset();
     if (writer_) {
       writing_.emplace(*writer_);
     } else {
-      reading_.begin(alwaysShadowed_ || mode() == Mode::keyshadow);
+      reading_.begin();
     }
   }
 
@@ -179,7 +158,6 @@ class Table : public TableBase {
   // One of them is in use. What a reader told outlives its mount.
   mutable std::optional<TableWriter<Row>> writing_;
   mutable TableReader<Row> reading_{*this, onChanged, countAudience};
-  bool const alwaysShadowed_;
 };
 
 }  // namespace Brine

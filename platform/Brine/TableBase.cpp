@@ -45,10 +45,8 @@ MountStatus TableBase::mount(MountOptions const& options) {
   return status_;
 }
 
-MountStatus TableBase::mountImage(std::span<std::byte const> image, Mode mode) {
-  MountOptions options;
-  options.mode = mode == Mode::writer ? Mode::reader : mode;
-  return begin(options, [&] {
+MountStatus TableBase::mountImage(std::span<std::byte const> image) {
+  return begin({}, [&] {
     mounted_.segment = std::make_unique<Segment>(shape_, image);
     ++mounted_.serial;
     return Reader::Outlook{MountStatus::mounted, {}};
@@ -118,7 +116,6 @@ void TableBase::reportQuiesced(bool quiesced) {
 }
 
 void TableBase::reportCorruption(std::string const& message) {
-  ++figures_.corruptions;
   if (onCorruption) onCorruption(message);
 }
 
@@ -151,8 +148,7 @@ std::vector<Violation> TableBase::check() const {
   }
   // Beside a writer only what always holds; and one that died in the middle of a change leaves what the next
   // mount tidies up.
-  bool const isTidy =
-      writer_ ? writer_->isQuiet() : loadAcquire(&mounted_.segment->header()->writerProcess) == 0;
+  bool const isTidy = writer_ ? writer_->isQuiet() : loadAcquire(&mounted_.segment->header()->writer) == 0;
   return checkSegment(*mounted_.segment, isTidy);
 }
 

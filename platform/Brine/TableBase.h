@@ -39,7 +39,7 @@ class TableBase {
   MountStatus mount(MountOptions const& options);
   /// A reader of the table whose file's bytes are `image`, on a multiple of 8, which must outlive the mount.
   /// For tools and tests.
-  MountStatus mountImage(std::span<std::byte const> image, Mode mode = Mode::reader);
+  MountStatus mountImage(std::span<std::byte const> image);
   /// Ends the mount, or a reader's wait for one. A writer's turn is ended first. No effect if not mounted.
   void unmount();
 

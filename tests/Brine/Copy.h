@@ -50,8 +50,8 @@ inline void damageRow(TestFolder const& folder, uint64_t id) {
   editRow(folder, id, [](std::string& row) { row.replace(32, 32, 32, 'x'); });
 }
 
-/// A reader that keeps a copy of what it is shown. As keyshadow it fails where it is told of a removal that
-/// it cannot place, or of nothing new; so every written row must differ from the row before.
+/// A reader that keeps a copy of what it is shown. It fails where it is told of a removal that it cannot
+/// place, or of nothing new; so every written row must differ from the row before.
 class Copy {
  public:
   Copy(TestFolder const& folder, Mode mode) : folder_(folder), mode_(mode) {
@@ -68,8 +68,6 @@ class Copy {
     table.unmount();
     table.mount(folder_.options(mode_));
   }
-  /// Makes up for what a plain reader was not told.
-  void resync() { rows_ = rowsOf(table); }
   void deliver() {
     table.deliver();
     EXPECT_TRUE(quiesced_);
@@ -99,11 +97,9 @@ class Copy {
  private:
   void onChanged(TestKey const& key) {
     auto const row = table.find(key);
-    if (mode_ == Mode::keyshadow) {
-      auto const known = rows_.find(key);
-      EXPECT_TRUE(row || known != rows_.end()) << "told of the removal of " << key << ", which was not shown";
-      EXPECT_FALSE(row && known != rows_.end() && known->second == *row) << "told twice of " << key;
-    }
+    auto const known = rows_.find(key);
+    EXPECT_TRUE(row || known != rows_.end()) << "told of the removal of " << key << ", which was not shown";
+    EXPECT_FALSE(row && known != rows_.end() && known->second == *row) << "told twice of " << key;
     if (row) {
       rows_[key] = *row;
     } else {

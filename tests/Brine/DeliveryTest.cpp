@@ -210,22 +210,6 @@ TEST_F(DeliveryTest, AReaderThatTakesOverInAHookIsNotToldOfItsOwnRows) {
   EXPECT_TRUE(heir.isWritable());
 }
 
-TEST_F(DeliveryTest, APlainReaderIsToldWhereItMayHaveMissedRemovals) {
-  Table reader;
-  mount();
-  fill(0, 3);
-  reader.mount(folder_.options(Mode::reader));
-  reader.onChanged = [](TestKey const&) { throw std::runtime_error("not now"); };
-  EXPECT_THROW(reader.deliver(), std::runtime_error);
-  reader.onChanged = nullptr;
-  EXPECT_TRUE(reader.deliver().mayHaveMissedRemovals);
-  EXPECT_FALSE(reader.deliver().mayHaveMissedRemovals);
-  writer_.unmount();
-  editFile(folder_, 0, 8, [](std::string& magic) { magic[0] ^= 1; });
-  mount(true);
-  EXPECT_TRUE(reader.deliver().mayHaveMissedRemovals);
-}
-
 TEST_F(DeliveryTest, AGrowthThatRanOutOfMemoryCanBeMadeUpForAfterARecovery) {
   mount();
   fill(0, 16);

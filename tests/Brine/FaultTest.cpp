@@ -119,7 +119,7 @@ TEST_F(FaultTest, EverySystemCallMayFail) {
                    &System::changeMode, &System::truncate, &System::allocate, &System::map, &System::unmap,
                    &System::populate, &System::rename, &System::unlink, &System::lock, &System::writeAt,
                    &System::watchOpen, &System::watchAdd, &System::pollOpen, &System::pollAdd,
-                   &System::eventOpen, &System::collapse, &System::timerOpen, &System::readAt>();
+                   &System::collapse, &System::timerOpen, &System::readAt>();
   size_t failures = 0;
   for (int call = 0; call < stubs; ++call) {
     for (int const error : {EACCES, EINTR, ENOSPC, ENOMEM, EMFILE}) {

@@ -8,12 +8,12 @@
 
 namespace Protocol {
 
-Reader::Reader(World const& world, Mode mode) : world_(world), mode_(mode) {
+Reader::Reader(World const& world) : world_(world) {
   memory.beginReader(0);
   table_.onChanged = [this](TestKey const& key) { onChanged(key); };
   table_.onQuiesced = [this](bool quiesced) { quiesced_ = quiesced; };
   table_.onCorruption = [this](std::string const& message) { fail("damage is reported: " + message); };
-  if (table_.mountImage(world.image(), mode) != MountStatus::mounted) fail(table_.mountDetail());
+  if (table_.mountImage(world.image()) != MountStatus::mounted) fail(table_.mountDetail());
 }
 
 void Reader::run(std::string_view script) {
@@ -56,7 +56,7 @@ void Reader::act(std::string const& what, Act&& act) {
 bool Reader::see(TestKey const& key, std::optional<TestRow> const& row, bool isTold) {
   auto const time = world_.timeOf(key, row, std::max(began_, seen_[key]));
   if (time) seen_[key] = *time;
-  // Its owner keeps what it was told; a keyshadow reader's is told by a walk too.
+  // Its owner keeps what it was told, by a walk too.
   if (!isTold) return time.has_value();
   if (row) {
     copy_[key] = *row;
@@ -95,8 +95,6 @@ void Reader::walk(std::optional<uint32_t> column) {
 
 void Reader::onChanged(TestKey const& key) {
   auto const row = table_.find(key);
-  // A plain reader may be told that a key is gone which never was there.
-  if (mode_ == Mode::reader && !row && !world_.keys().contains(key)) return;
   if (quiesced_) fail("told of a change while the writer counts as quiet");
   if (!see(key, row, true)) fail("told of a row that is not there");
 }
@@ -106,14 +104,11 @@ void Reader::deliver() {
     auto published = world_.turns().begin();
     auto const end = world_.turns().end();
     while (published + 1 != end && published[1].end <= began_) ++published;
-    bool const mayMiss = table_.deliver().mayHaveMissedRemovals;
+    table_.deliver();
     for (TestKey const& key : world_.keys()) {
       auto const found = copy_.find(key);
       auto const row = found == copy_.end() ? std::nullopt : std::optional(found->second);
-      // A plain reader is told of a key's last change alone, even if that is not published yet.
-      bool const isTold = mode_ == Mode::reader || world_.timeOf(key, row, published->end);
-      if (!isTold) fail("a change is not told");
-      if (row && mayMiss && !world_.timeOf(key, row, memory.view())) copy_.erase(found);
+      if (!world_.timeOf(key, row, published->end)) fail("a change is not told");
     }
     if (quiesced_ && std::none_of(published, end, [this](auto const& turn) { return turn.rows == copy_; }))
       fail("the writer counts as quiet, but not all was told");
@@ -129,16 +124,15 @@ void Reader::finish() {
 
 namespace {
 
-std::string runReader(World const& world, Mode mode, std::string_view script) {
-  Reader reader(world, mode);
+std::string runReader(World const& world, std::string_view script) {
+  Reader reader(world);
   reader.run(script);
   return reader.fault();
 }
 
 }  // namespace
 
-Outcome explore(World const& world, Mode mode, std::string_view script, size_t limit,
-                std::optional<uint64_t> seed) {
+Outcome explore(World const& world, std::string_view script, size_t limit, std::optional<uint64_t> seed) {
   struct Choice {
     unsigned taken;
     unsigned count;
@@ -158,13 +152,13 @@ Outcome explore(World const& world, Mode mode, std::string_view script, size_t l
   Outcome outcome;
   while (!outcome.isComplete && outcome.executions < limit && outcome.fault.empty()) {
     depth = 0;
-    outcome.fault = runReader(world, mode, script);
+    outcome.fault = runReader(world, script);
     ++outcome.executions;
     if (!outcome.fault.empty()) {
       depth = 0;
       std::vector<std::string> told;
       memory.told = &told;
-      runReader(world, mode, script);
+      runReader(world, script);
       memory.told = nullptr;
       for (std::string const& line : told) outcome.fault += "\n  " + line;
     } else if (seed) {

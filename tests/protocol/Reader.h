@@ -12,7 +12,7 @@ namespace Protocol {
 /// A reader of a world, that notices where what it is shown cannot be.
 class Reader {
  public:
-  Reader(World const& world, Mode mode);
+  explicit Reader(World const& world);
 
   /// Runs a script, then sees all that the writer did and is told of the rest. In scripts a letter looks that
   /// key up, `*` walks, `1` and `2` walk over one column, `>` delivers, `^` is woken by the end of the
@@ -34,7 +34,6 @@ class Reader {
   void finish();
 
   World const& world_;
-  Mode mode_;
   Table table_;
   Model copy_;                    ///< What the owner takes the table to hold.
   std::map<TestKey, Time> seen_;  ///< No key's row may be older than it was shown before.
@@ -53,7 +52,7 @@ struct Outcome {
 
 /// Runs a reader until every execution was run, one has a fault, or there were `limit`. With a `seed`:
 /// `limit` executions whose choices are drawn.
-Outcome explore(World const& world, Mode mode, std::string_view script, size_t limit,
+Outcome explore(World const& world, std::string_view script, size_t limit,
                 std::optional<uint64_t> seed = std::nullopt);
 
 }  // namespace Protocol

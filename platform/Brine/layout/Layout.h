@@ -30,7 +30,7 @@
 ///     checks      63..32 check of copy B | 31..0 check of copy A
 ///
 ///   ring entry    +------------+-----------------------------------+-----------+
-///     (words)     | sequence   | 32 removal | 31..0 row id         | key ...   |
+///     (words)     | sequence   | 31..0 row id                      | key ...   |
 ///                 +------------+-----------------------------------+-----------+
 ///
 ///   index line    +-------------------------+-------------------+------------+-----------------------------+
@@ -44,7 +44,7 @@ namespace Brine {
 inline constexpr uint64_t pageBytes = 4096;
 inline constexpr uint64_t lineBytes = 64;
 inline constexpr uint64_t magicNumber = 0x31304E4952420A1AU;  // Unlike any text, and tells the byte order.
-inline constexpr uint32_t layoutVersion = 9;
+inline constexpr uint32_t layoutVersion = 10;
 inline constexpr uint32_t noRow = 0xFFFFFFFFU;
 inline constexpr uint32_t maxRows = 0x80000000U;
 inline constexpr unsigned maxExtents = 32;
@@ -67,7 +67,10 @@ constexpr ColumnWord columnWordOf(uint32_t value) { return static_cast<ColumnWor
 inline constexpr uint64_t versionLive = 1;
 inline constexpr uint64_t versionCopyB = 2;
 inline constexpr unsigned versionSequenceShift = 2;
-inline constexpr uint64_t ringRemoval = uint64_t{1} << 32;
+
+/// The header's `writer`, while there is one.
+inline constexpr uint64_t markedWriter = 1;
+inline constexpr uint64_t unmarkedWriter = 2;
 
 /// The header. Every line has one reason to be written, so that a line that changes often disturbs no reader
 /// of one that does not; the writer process is the only one to write any of it. Words are plain here and
@@ -86,14 +89,11 @@ struct Header {
   uint64_t identityCheck;
   char rowType[64];  ///< Name of the row type, padded with zeros.
   // Line 2: the writer. Written at mount and unmount.
-  uint64_t incarnation;    ///< Counts recoveries; a change tells readers to compare everything.
-  uint64_t writerProcess;  ///< 0 after a clean unmount.
-  uint64_t writerStart;   ///< Start time of that process, which tells it from a later one of the same number.
-  uint64_t writerSpace;   ///< The process-number space that it lives in.
-  uint64_t retired;       ///< Not 0 once another file has taken this one's name.
-  uint64_t dropped;       ///< Damaged rows dropped by recoveries so far.
-  uint64_t writerFile;    ///< Number of the file that it writes: a copy of the file has no writer.
-  uint64_t writerMarked;  ///< Not 0 if its descriptor of the file is marked; see `Claim`.
+  uint64_t incarnation;  ///< Counts recoveries; a change tells readers to compare everything.
+  uint64_t writer;       ///< 0 after a clean unmount, else whether its writer marked the file; see `Claim`.
+  uint64_t retired;      ///< Not 0 once another file has taken this one's name.
+  uint64_t dropped;      ///< Damaged rows dropped by recoveries so far.
+  uint64_t reserved2[4];
   // Line 3: geometry, sealed. Written at growth and recovery.
   uint64_t geometry;
   uint64_t reserved3[7];
@@ -117,10 +117,8 @@ static_assert(offsetof(Header, generation) == 24 && offsetof(Header, firstSequen
 static_assert(offsetof(Header, initialRows) == 40 && offsetof(Header, ringEntries) == 44);
 static_assert(offsetof(Header, keyWords) == 48 && offsetof(Header, rowWords) == 52);
 static_assert(offsetof(Header, identityCheck) == 56 && offsetof(Header, rowType) == 64);
-static_assert(offsetof(Header, incarnation) == 128 && offsetof(Header, writerProcess) == 136);
-static_assert(offsetof(Header, writerStart) == 144 && offsetof(Header, writerSpace) == 152);
-static_assert(offsetof(Header, retired) == 160 && offsetof(Header, dropped) == 168);
-static_assert(offsetof(Header, writerFile) == 176 && offsetof(Header, writerMarked) == 184);
+static_assert(offsetof(Header, incarnation) == 128 && offsetof(Header, writer) == 136);
+static_assert(offsetof(Header, retired) == 144 && offsetof(Header, dropped) == 152);
 static_assert(offsetof(Header, geometry) == 192 && offsetof(Header, head) == 256);
 static_assert(offsetof(Header, quiet) == 264 && offsetof(Header, rows) == 272);
 static_assert(offsetof(Header, highWater) == 320 && offsetof(Header, doorbell) == 384);

@@ -10,10 +10,7 @@ Reader::Reader(RowShape const& shape, MountOptions const& options, Mounted& moun
     : shape_(shape),
       options_(options),
       mounted_(mounted),
-      watch_(options.directory, Folder::tableFileOf(options.name)) {
-  // The first delivery has everything to tell.
-  kick();
-}
+      watch_(options.directory, Folder::tableFileOf(options.name)) {}
 
 template <class Step>
 Reader::Outlook Reader::guarded(MountStatus status, Step&& step) {
@@ -98,17 +95,15 @@ void Reader::followWriter(WatchEvents const& events, Outlook& outlook) {
   uint64_t const incarnation = loadAcquire(&mounted_.segment->header()->incarnation);
   bool const another = std::exchange(incarnation_, incarnation) != incarnation;
   outlook.mustCompareAll = another;
-  // Events are older than what the header says, and anybody may close a file: the writer itself is looked at.
-  bool const isAsked = events.writerClosed || events.mustLook || another;
-  if (outlook.status == MountStatus::mounted && isAsked) {
-    Liveness const liveness = mounted_.writerLiveness();
-    judgeWriter(liveness == Liveness::ended || (liveness == Liveness::unknown && events.writerClosed),
-                outlook);
-  } else if (outlook.status == MountStatus::writerGone && (isAsked || events.rung)) {
-    Liveness const liveness = mounted_.writerLiveness();
-    bool const isNew = another || (events.rung && !events.writerClosed);
-    if (liveness == Liveness::alive || (liveness == Liveness::unknown && isNew)) judgeWriter(false, outlook);
-  }
+  bool const wasGone = outlook.status == MountStatus::writerGone;
+  if (!events.writerClosed && !events.mustLook && !another && !(wasGone && events.rung)) return;
+  // Events are older than what the file shows, and anybody may close it: they count where its mark does not.
+  Liveness const liveness = mounted_.writerLiveness();
+  bool const seemsGone = events.writerClosed || (wasGone && !another && !events.rung);
+  bool const isGone = liveness == Liveness::ended || (liveness == Liveness::unknown && seemsGone);
+  // A mark goes a moment after its file was closed.
+  if (events.writerClosed && !isGone) kick();
+  if (isGone != wasGone) judgeWriter(isGone, outlook);
 }
 
 void Reader::judgeWriter(bool hasEnded, Outlook& outlook) const {

@@ -15,8 +15,8 @@
 
 namespace Brine {
 
-/// What a reader of rows of one type does: look-ups, and telling its owner of changes. With a shadow it knows
-/// what it told, and tells every difference from that and nothing else; what it told outlives the mount.
+/// What a reader of rows of one type does: look-ups, and telling its owner of changes. From its shadow it
+/// knows what it told, and tells every difference from that and nothing else; what it told outlives the mount.
 template <TableRow Row>
 class TableReader {
  public:
@@ -28,8 +28,7 @@ class TableReader {
       : table_(table), onChanged_(onChanged), countAudience_(countAudience) {}
 
   /// A file was taken on.
-  void begin(bool isShadowed) {
-    isShadowed_ = isShadowed;
+  void begin() {
     nextChange_ = 0;
     if (generation_ != segment().generation()) shadow_.forgetVersions();
     generation_ = segment().generation();
@@ -60,16 +59,11 @@ class TableReader {
   DeliverResult deliver() {
     DeliverResult result;
     if (isDelivering_) return result;
-    struct Guard {
-      bool& flag;
-      explicit Guard(bool& f) : flag(f) { flag = true; }
-      ~Guard() { flag = false; }
-    } const guard(isDelivering_);
+    During const delivering(isDelivering_, true);
     try {
       // A hook may have mounted it as writer.
       if (table_.look() && table_.mode() != Mode::writer) tellChanges(result);
     } catch (...) {
-      hasTold_ |= result.changes != 0;
       onRaised();
     }
     return result;
@@ -87,7 +81,7 @@ class TableReader {
   /// give it while `pin` lasts.
   void meet(uint64_t const* key, uint32_t id, uint64_t version, Row const& row, Pin<Row>& pin,
             uint32_t audience) {
-    if (isShadowed_ && !shadow_.isTold(id, version, audience)) meetNews(key, id, version, row);
+    if (!shadow_.isTold(id, version, audience)) meetNews(key, id, version, row);
     unpin(key);
     pin.link(pins_, key, &row);
   }
@@ -98,6 +92,15 @@ class TableReader {
   using Found = FoundRow<Row>;
   static constexpr unsigned keyWordCount = C::keyWords;
   static constexpr unsigned batch = 32;
+
+  /// Gives a member another value during a scope.
+  template <class Value>
+  struct During {
+    During(Value& place, Value value) : place_(place), outer_(std::exchange(place, value)) {}
+    ~During() { place_ = outer_; }
+    Value& place_;
+    Value const outer_;
+  };
 
   Segment& segment() const { return *table_.mounted_.segment; }
   uint64_t serial() const { return table_.mounted_.serial; }
@@ -137,7 +140,6 @@ class TableReader {
       if (before != serial()) return;
       if (!mustCompare) ++table_.figures_.laps;
       compareAll(result);
-      hasTold_ = true;
       if (before != serial()) return;
       table_.mustCompareAll_ = false;
       nextChange_ = isKnown ? head + 1 : 0;
@@ -160,7 +162,7 @@ class TableReader {
       for (; count < batch && nextChange_ + count <= head; ++count) {
         if (!(complete = segment().ring().read(nextChange_ + count, keyWordCount, read[count]))) break;
         prefetchRow(read[count].id);
-        if (isShadowed_) shadow_.prefetch(read[count].id);
+        shadow_.prefetch(read[count].id);
       }
       for (unsigned i = 0; i < count; ++i) {
         nextChange_ = read[i].sequence + 1;
@@ -173,31 +175,20 @@ class TableReader {
   }
 
   void tellChange(RingEntry const& change, DeliverResult& result) {
-    if (isShadowed_) {
-      uint64_t const before = serial();
-      compareKey(change.key, change.id, result);
-      // Else the row has gone to another key, or the entry's key is damaged.
-      if (before == serial() && !isOf(change.id, change.key) && isNews(change.id))
-        compareRow(change.id, result);
-      return;
-    }
-    Found found;
-    Row row;
-    bool const present = findCurrent(change.key, change.id, found, row);
-    // A change that is not the key's last one is left to the last one, which is still to come.
-    if (present ? sequenceOf(found.version) > change.sequence : !change.removal) return;
-    announce(change.key, present ? &row : nullptr, result);
+    uint64_t const before = serial();
+    compareKey(change.key, change.id, result);
+    // Else the row has gone to another key, or the entry's key is damaged.
+    if (before == serial() && !isOf(change.id, change.key) && isNews(change.id))
+      compareRow(change.id, result);
   }
 
-  /// Compares every row with what was told: versions only, and keys where these differ. Without a shadow,
-  /// tells of every row that is later than the last change that was told.
+  /// Compares every row with what was told: versions only, and keys where these differ.
   void compareAll(DeliverResult& result) {
     uint64_t const before = serial();
-    if (!isShadowed_) result.mayHaveMissedRemovals = hasTold_;
     // The number of rows is a hint from shared memory; their ids are bounded.
     uint32_t const ids = segment().highWater();
-    if (isShadowed_) shadow_.reserve(std::min<uint64_t>(loadRelaxed(&segment().header()->rows), ids), ids);
-    auto const end = [this] { return std::max(segment().highWater(), isShadowed_ ? shadow_.homes() : 0); };
+    shadow_.reserve(std::min<uint64_t>(loadRelaxed(&segment().header()->rows), ids), ids);
+    auto const end = [this] { return std::max(segment().highWater(), shadow_.homes()); };
     for (uint32_t id = 0; id < end();) {
       uint32_t news[batch];
       unsigned count = 0;
@@ -205,7 +196,7 @@ class TableReader {
         prefetchRow(id + batch);
         if (!isNews(id)) continue;
         news[count++] = id;
-        if (!isShadowed_ || shadow_.version(id) != 0 || id >= segment().capacity()) continue;
+        if (shadow_.version(id) != 0 || id >= segment().capacity()) continue;
         uint64_t key[keyWordCount];
         for (unsigned i = 0; i < keyWordCount; ++i) key[i] = loadRelaxed(segment().slot(id) + 2 + i);
         shadow_.prefetchIndex(Words(key));
@@ -215,7 +206,7 @@ class TableReader {
         if (before != serial()) return;
       }
     }
-    for (uint32_t number = 0; isShadowed_ && number < shadow_.strays(); ++number) {
+    for (uint32_t number = 0; number < shadow_.strays(); ++number) {
       if (shadow_.stray(number) == nullptr) continue;
       auto const stray = *shadow_.stray(number);
       compareKey(stray.key, noRow, result);
@@ -226,7 +217,7 @@ class TableReader {
   void compareRow(uint32_t id, DeliverResult& result) {
     uint64_t const before = serial();
     // What was told of it comes first: most likely it is here still, or gone.
-    if (isShadowed_ && shadow_.home(id) != nullptr) {
+    if (shadow_.home(id) != nullptr) {
       auto const told = *shadow_.home(id);
       compareKey(told.key, id, result);
       if (before != serial() || !isNews(id)) return;
@@ -239,7 +230,7 @@ class TableReader {
     if (state == RowState::damaged || (state == RowState::live && !C::decode(found.words, row))) {
       table_.reportCorruption("row " + std::to_string(id) + " is damaged");
     } else if (state == RowState::live) {
-      isShadowed_ ? tell(found.words, id, found.version, row, result) : announce(found.words, &row, result);
+      tell(found.words, id, found.version, row, result);
     }
   }
 
@@ -261,17 +252,12 @@ class TableReader {
     // Acquire: who leaves the row aside because of a later turn's removal must not take the writer for quiet.
     uint64_t const version = id < segment().capacity() ? loadAcquire(segment().slot(id)) : 0;
     bool const isLive = (version & versionLive) != 0;
-    if (!isShadowed_) return isLive && sequenceOf(version) >= nextChange_;
     return (isLive ? version : 0) != shadow_.version(id);
   }
 
   /// A hint too.
   bool isOf(uint32_t id, uint64_t const* key) const {
-    if (id >= segment().capacity()) return false;
-    uint64_t const* const slot = segment().slot(id);
-    bool same = (loadRelaxed(slot) & versionLive) != 0;
-    for (unsigned i = 0; i < keyWordCount; ++i) same &= loadRelaxed(slot + 2 + i) == key[i];
-    return same;
+    return id < segment().capacity() && livesIn(segment().slot(id), key, keyWordCount);
   }
 
   /// Finds the key's row as it is now, in the slot where it most likely is or else through the index. A
@@ -314,11 +300,7 @@ class TableReader {
     if (whom.upTo == 0 || !onChanged_) return;
     Pin<Row> pin;
     link(pin, key, row);
-    struct Guard {
-      Audience& place;
-      Audience const outer;
-      ~Guard() { place = outer; }
-    } const guard{told_, std::exchange(told_, whom)};
+    During const telling(told_, whom);
     table_.call(onChanged_, *decoded);
   }
 
@@ -363,9 +345,7 @@ class TableReader {
   Hook const& onChanged_;
   std::function<uint32_t()> const& countAudience_;
   Audience told_;
-  bool isShadowed_ = false;
   bool isDelivering_ = false;
-  bool hasTold_ = false;  ///< Of anything, in whichever file.
   uint64_t generation_ = 0;
   /// Number of the next change to tell; 0 if it is not known.
   uint64_t nextChange_ = 0;

@@ -7,12 +7,6 @@
 namespace Brine {
 namespace {
 
-std::string wordsOf(std::vector<uint32_t> const& rows, char const* what) {
-  if (rows.empty()) return {};
-  return "row " + std::to_string(rows.front()) + " is " + what + ", " + std::to_string(rows.size()) +
-         " in all";
-}
-
 /// Enters a row that lives; false where a later row of its key is entered already.
 [[gnu::always_inline]] inline bool enter(Segment const& segment, Index& index, uint32_t id,
                                          SurveyedRow const& row, Survey& found) {
@@ -25,11 +19,11 @@ std::string wordsOf(std::vector<uint32_t> const& rows, char const* what) {
   });
   if (isAlone || twin == noRow) return isAlone;
   if (loadRelaxed(segment.slot(twin)) > row.version) {
-    found.twins.push_back(id);
+    found.drop(id, "an older one of its key");
     return false;
   }
   index.erase(row.hash, row.tag, twin);
-  found.twins.push_back(twin);
+  found.drop(twin, "an older one of its key");
   found.columns.push_back({twin, noColumn});
   --found.rows;
   --found.rowsByWord[row.column];
@@ -38,9 +32,13 @@ std::string wordsOf(std::vector<uint32_t> const& rows, char const* what) {
 
 }  // namespace
 
+void Survey::drop(uint32_t id, char const* what) {
+  if (dropped.empty()) firstDamage = "row " + std::to_string(id) + " is " + what;
+  dropped.push_back(id);
+}
+
 std::string Survey::damage() const {
-  return wordsOf(damaged, "damaged") + (damaged.empty() || twins.empty() ? "" : "; ") +
-         wordsOf(twins, "an older one of its key");
+  return dropped.empty() ? "" : firstDamage + ", " + std::to_string(dropped.size()) + " in all";
 }
 
 Survey surveyTable(Segment const& segment, Index index, uint32_t end) {
@@ -81,7 +79,7 @@ Survey surveyTable(Segment const& segment, Index index, uint32_t end) {
       } else if (row.state == RowState::dead) {
         found.free.push_back(id);
       } else {
-        if (row.state == RowState::damaged) found.damaged.push_back(id);
+        if (row.state == RowState::damaged) found.drop(id, "damaged");
         continue;
       }
       lastVersion = std::max(lastVersion, row.version);

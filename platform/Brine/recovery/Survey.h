@@ -15,8 +15,7 @@ struct Survey {
     ColumnWord word;
   };
 
-  std::vector<uint32_t> damaged;
-  std::vector<uint32_t> twins;     ///< Rows of a key that a later one is of too.
+  std::vector<uint32_t> dropped;   ///< Damaged rows, and rows of a key that a later one is of too.
   std::vector<uint32_t> free;      ///< Slots without a row.
   std::vector<ColumnFix> columns;  ///< Where the column is wrong, and what is right.
   /// How many rows that live have each column word.
@@ -24,6 +23,9 @@ struct Survey {
   uint64_t rows = 0;
   uint32_t end = 0;  ///< One above the last id that ever held a row.
   uint64_t lastSequence = 0;
+  std::string firstDamage;
+
+  void drop(uint32_t id, char const* what);
 
   /// What is wrong with the rows, in words; empty if nothing.
   std::string damage() const;

@@ -11,7 +11,6 @@ namespace Brine {
 struct RingEntry {
   uint64_t sequence = 0;
   uint32_t id = noRow;  ///< Anything, where the entry is damaged.
-  bool removal = false;
   uint64_t key[maxKeyWords];
 };
 
@@ -31,11 +30,11 @@ class Ring {
   ///  2. Store row id and key, release each: a reader that sees one of them sees the mark when it looks
   ///     again.
   ///  3. Store the sequence number, release: whoever sees it sees the entry whole, and the row's commit.
-  [[gnu::always_inline]] void enter(uint64_t sequence, uint32_t id, bool removal, uint64_t const* key,
+  [[gnu::always_inline]] void enter(uint64_t sequence, uint32_t id, uint64_t const* key,
                                     unsigned keyWords) const {
     uint64_t* const words = entry(sequence);
     storeRelaxed(words, uint64_t{0});
-    storeRelease(words + 1, uint64_t{id} | (removal ? ringRemoval : 0));
+    storeRelease(words + 1, uint64_t{id});
     for (unsigned i = 0; i < keyWords; ++i) storeRelease(words + 2 + i, key[i]);
     storeRelease(words, sequence);
   }
@@ -48,12 +47,10 @@ class Ring {
   [[gnu::always_inline]] bool read(uint64_t sequence, unsigned keyWords, RingEntry& change) const {
     uint64_t const* const words = entry(sequence);
     if (loadAcquire(words) != sequence) return false;
-    uint64_t const place = loadAcquire(words + 1);
+    change.id = static_cast<uint32_t>(loadAcquire(words + 1));
     for (unsigned i = 0; i < keyWords; ++i) change.key[i] = loadAcquire(words + 2 + i);
     if (loadRelaxed(words) != sequence) return false;
     change.sequence = sequence;
-    change.id = static_cast<uint32_t>(place);
-    change.removal = (place & ringRemoval) != 0;
     return true;
   }
 

@@ -89,6 +89,13 @@ inline constexpr unsigned maxRowRetries = 1U << 16;
   return RowState::damaged;
 }
 
+/// Whether that key lives in the slot: for the writer, who alone changes it, or a hint.
+[[gnu::always_inline]] inline bool livesIn(uint64_t const* slot, uint64_t const* key, unsigned keyWords) {
+  bool same = (loadRelaxed(slot) & versionLive) != 0;
+  for (unsigned i = 0; i < keyWords; ++i) same &= loadRelaxed(slot + 2 + i) == key[i];
+  return same;
+}
+
 /// The writer's side of a slot. Only the claim's holder may use it.
 ///
 /// Every change has one commit point, the store of the version word; a process killed before it has changed

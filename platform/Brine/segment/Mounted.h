@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "Brine/segment/Segment.h"
-#include "Brine/system/Process.h"
+#include "Brine/system/Claim.h"
 
 namespace Brine {
 
@@ -16,9 +16,13 @@ struct Mounted {
   /// Counts files taken on and let go, so that loops with hooks in them notice.
   uint64_t serial = 0;
 
-  /// Whether the process that the header names as writer lives. A copy of a file has none, whatever the
-  /// original's is doing.
-  Liveness writerLiveness() const;
+  /// Whether the writer that the header speaks of lives: as long as its mark is on the file. A copy of a file
+  /// has none, whatever the original's is doing.
+  Liveness writerLiveness() const {
+    uint64_t const writer = loadAcquire(&segment->header()->writer);
+    if (writer == 0) return Liveness::ended;
+    return writer == unmarkedWriter || file < 0 ? Liveness::unknown : Claim::livenessOfMark(file);
+  }
   void letGo() {
     segment.reset();
     file = -1;

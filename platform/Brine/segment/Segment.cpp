@@ -143,7 +143,7 @@ void Segment::format(RowShape const& shape, int fd, uint32_t initialRows, uint32
 
 void Segment::attach(bool repair) {
   if (size() < pageBytes) throw corrupt("the file is shorter than a table's header");
-  if (!isMagic()) throw corrupt("the file is not a table");
+  if (wordAt(0) != magicNumber) throw corrupt("the file is not a table");
   std::byte* const page = map(0, pageBytes);
   Header const identity = readIdentity(page);
   if (identity.identityCheck != identityCheckOf(identity)) throw corrupt("the table's header is damaged");
@@ -167,21 +167,8 @@ void Segment::attach(bool repair) {
   slotBytes_ = uintptr_t{layout_.rowStride()} * sizeof(uint64_t);
   auto* const ring = map(layout_.ringOffset(), layout_.extentOffset(0) - layout_.ringOffset());
   ring_ = Ring(static_cast<uint64_t*>(static_cast<void*>(ring)), layout_);
-  uint64_t word = loadAcquire(&header_->geometry);
-  bool const isEarlier = writable_ && isSealed(seed_, geometryPlace, word) &&
-                         reachesBeyond(Geometry::ofPayload(static_cast<uint32_t>(word)));
-  if (isEarlier && !repair) throw corrupt("the table's geometry is of an earlier moment");
-  if (isEarlier || (repair && !isSealed(seed_, geometryPlace, word))) {
-    // Here alone: readers raise while the word is damaged, and take no index for empty that is still to be
-    // made.
-    Geometry geometry;
-    while (geometry.level < layout_.maxLevel() && layout_.fileBytes(geometry.level + 1) <= size())
-      ++geometry.level;
-    geometry.epoch = static_cast<uint32_t>(sequenceByClock());
-    word = sealWord(seed_, geometryPlace, geometry.payload());
-  }
   try {
-    useGeometry(word);
+    useGeometry(writable_ ? trustedGeometry(repair) : loadAcquire(&header_->geometry));
   } catch (CorruptionError const& error) {
     throw corrupt(error.what());
   } catch (SpaceError const& error) {
@@ -189,51 +176,52 @@ void Segment::attach(bool repair) {
   }
 }
 
-uint64_t Segment::size() const {
-  if (!image_.empty() || fd_ < 0) return image_.size();
+/// The geometry word, or with `repair` what the file's size says in the place of one that is damaged or of an
+/// earlier moment. It is not stored here: readers raise while the word is damaged, and take no index for empty
+/// that is still to be made.
+uint64_t Segment::trustedGeometry(bool repair) const {
+  uint64_t const word = loadRelaxed(&header_->geometry);
+  auto geometry = Geometry::ofPayload(static_cast<uint32_t>(word));
+  bool const isEarlier = isSealed(seed_, geometryPlace, word) && reachesBeyond(geometry.level);
+  if (isEarlier && !repair) throw corrupt("the table's geometry is of an earlier moment");
+  if (!repair || (!isEarlier && isSealed(seed_, geometryPlace, word))) return word;
+  geometry = {0, 0, static_cast<uint32_t>(sequenceByClock())};
+  while (geometry.level < layout_.maxLevel() && layout_.fileBytes(geometry.level + 1) <= size())
+    ++geometry.level;
+  return sealWord(seed_, geometryPlace, geometry.payload());
+}
+
+/// Whether there is more behind the extents of that level than a growth leaves that was cut short: a row, and
+/// their slots are taken in order, or more space than one growth adds.
+bool Segment::reachesBeyond(unsigned level) const {
+  uint64_t const bytes = size();
+  if (level >= layout_.maxLevel() || bytes <= layout_.fileBytes(level)) return false;
+  return bytes > layout_.fileBytes(level + 1) || wordAt(layout_.extentOffset(level + 1)) != 0;
+}
+
+struct stat Segment::status() const {
   struct stat status {};
-  if (sys.status(fd_, &status) != 0) throw MountFailure::ofErrno(errno, "looking at the table");
-  return static_cast<uint64_t>(status.st_size);
+  status.st_size = static_cast<off_t>(image_.size());
+  if (fd_ >= 0 && sys.status(fd_, &status) != 0) throw MountFailure::ofErrno(errno, "looking at the table");
+  return status;
 }
 
 /// Read, not mapped: the first touch of a hole may be a fault.
-bool Segment::isMagic() const {
+uint64_t Segment::wordAt(uint64_t offset) const {
   uint64_t word = 0;
-  if (fd_ < 0) {
-    word = loadRelaxed(static_cast<uint64_t const*>(static_cast<void const*>(image_.data())));
-  } else if (sys.readAt(fd_, &word, sizeof word, 0) < 0) {
+  if (fd_ < 0) return loadRelaxed(static_cast<uint64_t const*>(static_cast<void const*>(&image_[offset])));
+  if (sys.readAt(fd_, &word, sizeof word, static_cast<off_t>(offset)) < 0)
     throw MountFailure::ofErrno(errno, "reading the table");
-  }
-  return word == magicNumber;
-}
-
-/// Whether there is more behind the extents of that geometry than a growth leaves that was cut short: rows,
-/// which are handed out in order, so that the first ones tell, or more space than one growth adds.
-bool Segment::reachesBeyond(Geometry const& geometry) const {
-  uint64_t const bytes = size();
-  if (geometry.level > layout_.maxLevel() || bytes <= layout_.fileBytes(geometry.level)) return false;
-  unsigned const next = geometry.level + 1;
-  if (next > layout_.maxLevel() || bytes > layout_.fileBytes(next)) return true;
-  std::vector<uint64_t> words(std::min(layout_.extentRows(next), highWaterStep) * layout_.rowStride());
-  ssize_t const count = sys.readAt(fd_, words.data(), words.size() * sizeof words[0],
-                                   static_cast<off_t>(layout_.extentOffset(next)));
-  if (count < 0) throw MountFailure::ofErrno(errno, "reading the table");
-  for (size_t i = 0; i < words.size(); i += layout_.rowStride()) {
-    if (words[i] != 0) return true;
-  }
-  return false;
+  return word;
 }
 
 /// The file was long enough when the writer published that it is; and it had no holes then.
 void Segment::requireBytes(uint64_t bytes) const {
-  struct stat status {};
-  status.st_size = static_cast<off_t>(image_.size());
-  bool const isFile = image_.empty();
-  if (isFile && sys.status(fd_, &status) != 0) throw MountFailure::ofErrno(errno, "looking at the table");
+  struct stat const status = this->status();
   if (static_cast<uint64_t>(status.st_size) < bytes)
     throw CorruptionError("the file is shorter than its table");
   constexpr uint64_t blockBytes = 512;
-  if (isFile && !writable_ && static_cast<uint64_t>(status.st_blocks) * blockBytes < bytes)
+  if (fd_ >= 0 && !writable_ && static_cast<uint64_t>(status.st_blocks) * blockBytes < bytes)
     throw CorruptionError("the file has holes, which its next writer fills");
 }
 
@@ -287,14 +275,19 @@ void Segment::checkHighWater(uint64_t word) const {
   highWaterWord_ = word;
 }
 
-uint32_t Segment::verifiedHighWater() const {
-  uint32_t const mark = highWater();
-  bool isEarlier = static_cast<uint32_t>(highWaterWord_) > capacity_;
-  // Ids are taken in order, so of those that were taken later the first ones tell.
-  for (uint32_t id = mark; id < capacity_ && id - mark < highWaterStep; ++id)
-    isEarlier |= loadRelaxed(slot(id)) != 0;
-  if (isEarlier) throw CorruptionError("the table's high-water mark is of an earlier moment");
-  return mark;
+uint32_t Segment::trustedHighWater(bool repair) const {
+  uint64_t const word = loadRelaxed(&header_->highWater);
+  auto const mark = static_cast<uint32_t>(word);
+  char const* damage = nullptr;
+  if (!isSealed(seed_, highWaterPlace, word)) {
+    damage = "the table's high-water mark is damaged";
+  } else if (mark > capacity_ || (mark < capacity_ && loadRelaxed(slot(mark)) != 0)) {
+    // Slots are taken in order, so the first one behind it tells.
+    damage = "the table's high-water mark is of an earlier moment";
+  }
+  if (damage == nullptr) return mark;
+  if (!repair) throw corrupt(damage);
+  return capacity_;
 }
 
 Index Segment::indexAt(unsigned level, unsigned half) const {

@@ -85,8 +85,9 @@ class Segment {
   /// Makes sure of the table's space, also where the file has holes. What a killed writer had begun to add
   /// stays, for the next growth. Raises `MountFailure`.
   void secureSpace();
-  /// As `highWater()`; also raises `CorruptionError` where the mark is of an earlier moment.
-  uint32_t verifiedHighWater() const;
+  /// As `highWater()`, but raises `MountFailure` where the mark is damaged or of an earlier moment; with
+  /// `repair` it gives the capacity then.
+  uint32_t trustedHighWater(bool repair) const;
   /// Reserves and maps the next extent, without publishing it. Raises `SpaceError`; the table is as before
   /// then.
   void addExtent();
@@ -114,9 +115,11 @@ class Segment {
     return 31U ^ static_cast<unsigned>(std::countl_zero((id >> shift_) * 2 + 1));
   }
   void attach(bool repair);
-  uint64_t size() const;
-  bool isMagic() const;
-  bool reachesBeyond(Geometry const& geometry) const;
+  struct stat status() const;
+  uint64_t size() const { return static_cast<uint64_t>(status().st_size); }
+  uint64_t wordAt(uint64_t offset) const;
+  bool reachesBeyond(unsigned level) const;
+  uint64_t trustedGeometry(bool repair) const;
   void requireBytes(uint64_t bytes) const;
   void undoGrowth() const;
   std::byte* map(uint64_t offset, uint64_t size);

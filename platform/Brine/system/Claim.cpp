@@ -26,10 +26,6 @@ std::vector<Claim*>& claims() {
   return *list;
 }
 
-MountFailure ownBusy() {
-  return {MountStatus::busy, "another table object of this process writes the table"};
-}
-
 struct flock wholeFile(short type) {
   struct flock region {};
   region.l_type = type;
@@ -48,7 +44,7 @@ Claim::Claim(Folder const& folder) : path_(folder.path() + "/" + folder.tableFil
     bool const own = std::any_of(claims().begin(), claims().end(), [&](Claim const* claim) {
       return claim->device_ == status.st_dev && claim->inode_ == status.st_ino;
     });
-    if (own) throw ownBusy();
+    if (own) throw MountFailure(MountStatus::busy, "another table object of this process writes the table");
   }
   Fd lock = folder.openLock();
   struct flock region = wholeFile(F_WRLCK);
@@ -70,25 +66,21 @@ Claim::Claim(Folder const& folder) : path_(folder.path() + "/" + folder.tableFil
 Claim::~Claim() {
   std::lock_guard const guard(claimsMutex());
   std::erase(claims(), this);
-  // The table's descriptor first: who waits for the lock must find nobody writing.
+  // The table's mark and descriptor first: who waits for the lock must find nobody writing. A mapping that the
+  // system refused to undo would keep the mark.
+  struct flock none = wholeFile(F_UNLCK);
+  if (held_) sys.lock(table_.get(), F_OFD_SETLK, &none);
   table_.reset();
   lock_.reset();
 }
 
 void Claim::tableIs(Fd table) {
-  struct stat status {};
-  if (sys.status(table.get(), &status) != 0) throw MountFailure::ofErrno(errno, "looking at the table");
-  std::lock_guard const guard(claimsMutex());
-  bool const own = std::any_of(claims().begin(), claims().end(), [&](Claim const* claim) {
-    return claim != this && claim->tableDevice_ == status.st_dev && claim->tableInode_ == status.st_ino;
-  });
-  if (own) throw ownBusy();
-  // A lock of the open file, other than the claim's: readers may close the file, and see the lock.
   struct flock mark = wholeFile(F_WRLCK);
   marked_ = sys.lock(table.get(), F_OFD_SETLK, &mark) == 0;
+  if (!marked_ && livenessOfMark(table.get()) == Liveness::alive)
+    throw MountFailure(MountStatus::busy, "another process writes the table without its lock");
+  std::lock_guard const guard(claimsMutex());
   table_ = std::move(table);
-  tableDevice_ = status.st_dev;
-  tableInode_ = status.st_ino;
 }
 
 void Claim::segmentIs(Segment* segment) {
@@ -96,10 +88,11 @@ void Claim::segmentIs(Segment* segment) {
   segment_ = segment;
 }
 
-bool Claim::isMarked(int table) {
+Liveness Claim::livenessOfMark(int table) {
   // Readers' locks would not be in the way of this one.
   struct flock mark = wholeFile(F_RDLCK);
-  return sys.lock(table, F_OFD_GETLK, &mark) != 0 || mark.l_type == F_WRLCK;
+  if (sys.lock(table, F_OFD_GETLK, &mark) != 0) return Liveness::unknown;
+  return mark.l_type == F_WRLCK ? Liveness::alive : Liveness::ended;
 }
 
 Fd Claim::releaseTable() {

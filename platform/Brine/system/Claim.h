@@ -2,13 +2,13 @@
 
 #include <sys/types.h>
 
-#include <memory>
-
 #include "Brine/system/Folder.h"
 
 namespace Brine {
 
 class Segment;
+
+enum class Liveness { alive, ended, unknown };
 
 /// The right to write a table, held by one table object of one process.
 ///
@@ -16,6 +16,9 @@ class Segment;
 /// forked child does not have it, and only who may write the lock file (0600) can take it. Record locks do
 /// not tell the owners within one process apart and are lost when the process closes any descriptor of the
 /// file; so a list of the process's own claims is asked first, before the file is opened.
+///
+/// The table itself bears a mark: a lock of the open file, which readers see. It ends with the last descriptor
+/// and mapping, so with the process, and where the process executes another program.
 ///
 /// A child made by fork() inherits memory and descriptors but not the right: there `isHeld()` is false, and
 /// the inherited descriptors are closed and the mappings made read-only at once, so that the kernel reports
@@ -32,15 +35,15 @@ class Claim {
   bool isHeld() const { return held_; }
   /// The path of the table's file, for messages.
   std::string const& path() const { return path_; }
-  /// The table's descriptor, kept here so that a forked child can close it, and marked as a writer's as long
-  /// as it is open, which ends where the process executes another program. Raises `MountFailure`, `busy` if
-  /// another claim of the process has that file, which happens where the lock file was removed.
+  /// The table's descriptor, kept here so that a forked child can close it, and marked as long as it is open.
+  /// Raises `MountFailure`, `busy` if the file bears another's mark, which happens where the lock file was
+  /// removed.
   void tableIs(Fd table);
   int table() const { return table_.get(); }
   /// False where somebody else's lock is in the way of the mark. Readers can put one there.
   bool isMarked() const { return marked_; }
   /// Whether `table`, any descriptor of a table's file, shows the mark of somebody else.
-  static bool isMarked(int table);
+  static Liveness livenessOfMark(int table);
   /// The segment that maps it, or null.
   void segmentIs(Segment* segment);
   /// Gives it up without closing it.
@@ -55,11 +58,9 @@ class Claim {
   Fd lock_;
   Fd table_;
   Segment* segment_ = nullptr;
-  // Of the lock file and of the table.
+  // Of the lock file.
   dev_t device_ = 0;
   ino_t inode_ = 0;
-  dev_t tableDevice_ = 0;
-  ino_t tableInode_ = 0;
   bool held_ = false;
   bool marked_ = false;
 };

@@ -1,7 +1,6 @@
 #include "Brine/system/System.h"
 
 #include <sys/epoll.h>
-#include <sys/eventfd.h>
 #include <sys/inotify.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -99,7 +98,6 @@ System const& realSystem() {
             event.events = EPOLLIN;
             return ::epoll_ctl(poll, EPOLL_CTL_ADD, fd, &event);
           },
-      .eventOpen = [] { return aboveStandard(::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)); },
       .timerOpen =
           [] { return aboveStandard(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)); },
       .now =

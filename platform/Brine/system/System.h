@@ -39,7 +39,6 @@ struct System {
   int (*watchAdd)(int fd, char const* path, uint32_t events);
   int (*pollOpen)();
   int (*pollAdd)(int poll, int fd);
-  int (*eventOpen)();
   int (*timerOpen)();
   uint64_t (*now)();  ///< Of the clock that such timers go by, in nanoseconds; cannot fail.
 };

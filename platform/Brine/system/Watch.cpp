@@ -8,7 +8,6 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
-#include <utility>
 
 #include "Brine/Errors.h"
 
@@ -26,17 +25,14 @@ Watch::Watch(std::string const& path, std::string const& tableFile) : path_(path
   watch_.reset(sys.watchOpen());
   if (!watch_)
     throw MountFailure(MountStatus::noResources, "no file watches left: " + std::string(strerror(errno)));
-  event_.reset(sys.eventOpen());
-  if (!event_) throw MountFailure::ofErrno(errno, "making an event");
   timer_.reset(sys.timerOpen());
   if (!timer_) throw MountFailure::ofErrno(errno, "making a timer");
   poll_.reset(sys.pollOpen());
-  bool made = static_cast<bool>(poll_);
-  for (Fd const* const fd : {&watch_, &event_, &timer_})
-    made = made && sys.pollAdd(poll_.get(), fd->get()) == 0;
-  if (!made) throw MountFailure::ofErrno(errno, "making a poll set");
+  if (!poll_ || sys.pollAdd(poll_.get(), watch_.get()) != 0 || sys.pollAdd(poll_.get(), timer_.get()) != 0)
+    throw MountFailure::ofErrno(errno, "making a poll set");
   watchFolder();
-  awaitNextLook();
+  // The first look has everything to find.
+  kick();
 }
 
 /// Watches the directory that the path leads to now. True if it is another one than before: what happened
@@ -49,11 +45,11 @@ bool Watch::watchFolder() {
   return true;
 }
 
-void Watch::awaitNextLook() {
-  nextLook_ = sys.now() + lookPeriod;
+void Watch::lookAt(uint64_t time) {
+  nextLook_ = time;
   itimerspec wait{};
-  wait.it_value.tv_sec = static_cast<time_t>(nextLook_ / lookPeriod);
-  wait.it_value.tv_nsec = static_cast<long>(nextLook_ % lookPeriod);
+  wait.it_value.tv_sec = static_cast<time_t>(time / lookPeriod);
+  wait.it_value.tv_nsec = static_cast<long>(time % lookPeriod);
   // Also takes back that the last wait has ended. It cannot fail with such a time.
   ::timerfd_settime(timer_.get(), TFD_TIMER_ABSTIME, &wait, nullptr);
 }
@@ -66,31 +62,15 @@ void Watch::watchTable() {
     if (errno == ENOSPC) throw MountFailure(MountStatus::noResources, what + ": " + strerror(errno));
     throw MountFailure::ofErrno(errno, what);
   }
-  if (tableWatch_ != watch) unwatchTable();
+  if (tableWatch_ >= 0 && tableWatch_ != watch) ::inotify_rm_watch(watch_.get(), tableWatch_);
   tableWatch_ = watch;
-}
-
-void Watch::unwatchTable() {
-  if (tableWatch_ >= 0) ::inotify_rm_watch(watch_.get(), tableWatch_);
-  tableWatch_ = -1;
-}
-
-void Watch::kick() {
-  uint64_t const one = 1;
-  kicked_ = true;
-  // Fails only when the counter is full, in which case the descriptor is readable all the same.
-  [[maybe_unused]] ssize_t const written = ::write(event_.get(), &one, sizeof one);
 }
 
 WatchEvents Watch::take() {
   WatchEvents events;
-  if (sys.now() >= nextLook_) {
+  if (uint64_t const now = sys.now(); now >= nextLook_) {
     events.mustLook = true;
-    awaitNextLook();
-  }
-  if (std::exchange(kicked_, false)) {
-    uint64_t kicks = 0;
-    [[maybe_unused]] ssize_t const taken = ::read(event_.get(), &kicks, sizeof kicks);
+    lookAt(now + lookPeriod);
   }
   char buffer[4096];
   // Where there was room for one more event, there is none.

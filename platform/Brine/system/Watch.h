@@ -13,15 +13,14 @@ struct WatchEvents {
   bool writerClosed =
       false;  ///< The last thing to happen was that a writer closed the file, by its end or otherwise.
   bool renamed = false;   ///< A file came under the table's name, the name went, or who may read it changed.
-  bool mustLook = false;  ///< Anything may have happened: a second has passed, or events were lost.
+  bool mustLook = false;  ///< Anything may have happened: a second has passed, a kick, or events were lost.
 };
 
 /// A reader's wait for its writer, without registering anywhere that the writer knows of: the kernel watches
 /// the file for the write that rings the doorbell and for its close, which comes also when the writer is
 /// killed, and the directory for a new file of the table's name. What no such event tells (a directory that
 /// is made, moved or reached through another link, a writer whose end nobody announced, memory that is free
-/// again) a look once a second finds. The only user of calls that are Linux's own (inotify, epoll, eventfd,
-/// timerfd).
+/// again) a look once a second finds. The only user of calls that are Linux's own (inotify, epoll, timerfd).
 class Watch {
  public:
   /// Watches the directory `path` as soon as there is one. Raises `MountFailure`, `noResources`.
@@ -32,27 +31,23 @@ class Watch {
 
   /// Watches the file that now bears the table's name, and no other one any more. Raises `MountFailure`.
   void watchTable();
-  /// Watches no file.
-  void unwatchTable();
 
-  /// Makes `fd()` readable, until the next `take()`.
-  void kick();
+  /// Makes `fd()` readable; the next `take()` says that anything may have happened.
+  void kick() { lookAt(1); }
   /// Takes what has happened. `fd()` is not readable any more.
   WatchEvents take();
 
  private:
   bool watchFolder();
-  void awaitNextLook();
+  void lookAt(uint64_t time);
 
   std::string path_;
   std::string tableFile_;
   Fd watch_;
-  Fd event_;
   Fd timer_;
   Fd poll_;
   int folderWatch_ = -1;
   int tableWatch_ = -1;
-  bool kicked_ = false;
   uint64_t nextLook_ = 0;
 };
 

@@ -105,9 +105,7 @@ class TableWriter {
   [[gnu::always_inline]] uint64_t* ownSlot(uint32_t id, uint64_t const* key) const {
     if (id >= segment_.capacity()) return nullptr;
     uint64_t* const slot = segment_.slot(id);
-    bool same = (loadRelaxed(slot) & versionLive) != 0;
-    for (unsigned i = 0; i < keyWordCount; ++i) same &= loadRelaxed(slot + 2 + i) == key[i];
-    return same ? slot : nullptr;
+    return livesIn(slot, key, keyWordCount) ? slot : nullptr;
   }
 
   [[gnu::always_inline]] Own ownAt(uint32_t id, uint64_t const* key) const {
@@ -145,7 +143,7 @@ class TableWriter {
     RowWriter row(own.slot, own.id(), segment_.seed());
     row.prepare(writer_.nextSequence(), words, keyWordCount, valueWordCount, false);
     row.commit();
-    writer_.changed(own.id(), false, words, keyWordCount);
+    writer_.changed(own.id(), words, keyWordCount);
     lastId_ = own.id();
   }
 
@@ -160,7 +158,7 @@ class TableWriter {
       throw CorruptionError("the table's index is damaged");
     }
     row.commit();
-    writer_.changed(id, false, words, keyWordCount);
+    writer_.changed(id, words, keyWordCount);
     writer_.rowCame(columnWordOf(C::column(words)));
     lastId_ = id;
   }
@@ -174,7 +172,7 @@ class TableWriter {
     // Afterwards: until it is dead, the row must be found.
     segment_.index().erase(key.hash, own.entry);
     segment_.column(own.id()).wordIs(own.id(), noColumn);
-    writer_.changed(own.id(), true, key.words, keyWordCount);
+    writer_.changed(own.id(), key.words, keyWordCount);
     writer_.rowWent(columnWordOf(C::column(key.words)));
   }
 

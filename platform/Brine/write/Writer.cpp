@@ -1,7 +1,6 @@
 #include "Brine/write/Writer.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstddef>
 #include <functional>
 
@@ -30,7 +29,7 @@ Writer::~Writer() {
   if (isHeld()) {
     endTurn();
     // Readers are woken by the close of the file.
-    storeRelease(&segment_->header()->writerProcess, uint64_t{0});
+    storeRelease(&segment_->header()->writer, uint64_t{0});
   }
   claim_.segmentIs(nullptr);
   mounted_.letGo();
@@ -43,11 +42,6 @@ bool Writer::open(RowShape const& shape, Folder const& folder, bool repair) {
   try {
     claim_.tableIs(std::move(file));
     take(shape, repair);
-    // The lock says who may write; this catches a lock file that was removed under a running writer.
-    if (mounted_.writerLiveness() == Liveness::alive &&
-        loadAcquire(&segment_->header()->writerProcess) != ProcessIdentity::self().number) {
-      throw MountFailure(MountStatus::busy, "another process writes the table without its lock");
-    }
     recover(repair);
     return true;
   } catch (MountFailure const& failure) {
@@ -127,22 +121,17 @@ std::vector<uint32_t> Writer::repairColumn() {
 
 void Writer::recover(bool repair) {
   segment_->secureSpace();
-  uint32_t end = segment_->capacity();
-  try {
-    end = segment_->verifiedHighWater();
-  } catch (CorruptionError const& error) {
-    if (!repair) throw MountFailure(MountStatus::corrupt, error.what());
-  }
+  uint32_t const end = segment_->trustedHighWater(repair);
   Survey found = surveyTable(*segment_, segment_->spareIndex(segment_->geometry().level), end);
   if (std::string const damage = found.damage(); !damage.empty() && !repair) {
     throw MountFailure(MountStatus::corrupt, damage);
   }
-  found.damaged.insert(found.damaged.end(), found.twins.begin(), found.twins.end());
   // Here, since nothing may fail once rows are changed.
-  found.free.reserve(found.free.size() + found.damaged.size());
-  sign();
+  found.free.reserve(found.free.size() + found.dropped.size());
+  // Before the first change: a table whose recovery is cut short has a writer that died, not none.
+  storeRelease(&segment_->header()->writer, claim_.isMarked() ? markedWriter : unmarkedWriter);
   sequence_ = sequenceBehind(found.lastSequence);
-  for (uint32_t const id : found.damaged) {
+  for (uint32_t const id : found.dropped) {
     drop(id);
     found.free.push_back(id);
   }
@@ -157,7 +146,7 @@ void Writer::recover(bool repair) {
       std::min(segment_->capacity(), (nextFresh_ + highWaterStep - 1) / highWaterStep * highWaterStep);
   rows_ = found.rows;
   rowsByWord_ = std::move(found.rowsByWord);
-  publishRecovery(found.damaged.size());
+  publishRecovery(found.dropped.size());
 }
 
 void Writer::publishRecovery(uint64_t dropped) {
@@ -176,20 +165,6 @@ void Writer::publishRecovery(uint64_t dropped) {
   // Last: a reader that compares everything because of this sees all of the above.
   storeRelease(&header->incarnation, loadRelaxed(&header->incarnation) + 1);
   wakeReaders();
-}
-
-/// Before the first change of a recovery: a table whose recovery is cut short has a writer that died, not
-/// none.
-void Writer::sign() {
-  Header* const header = segment_->header();
-  struct stat status {};
-  if (sys.status(claim_.table(), &status) != 0) throw MountFailure::ofErrno(errno, "looking at the table");
-  ProcessIdentity const self = ProcessIdentity::self();
-  storeRelaxed(&header->writerStart, self.start);
-  storeRelaxed(&header->writerSpace, self.space);
-  storeRelaxed(&header->writerFile, uint64_t{status.st_ino});
-  storeRelaxed(&header->writerMarked, uint64_t{claim_.isMarked()});
-  storeRelease(&header->writerProcess, self.number);
 }
 
 uint32_t Writer::takeId() {

@@ -51,8 +51,8 @@ class Writer {
   /// Enters a committed change in the ring. Some times a turn, and at its end, its number is stored as the
   /// ring's head, release: readers that poll the head share its line with the writer, so it is not stored for
   /// each change.
-  [[gnu::always_inline]] void changed(uint32_t id, bool removal, uint64_t const* key, unsigned keyWords) {
-    ring_.enter(++sequence_, id, removal, key, keyWords);
+  [[gnu::always_inline]] void changed(uint32_t id, uint64_t const* key, unsigned keyWords) {
+    ring_.enter(++sequence_, id, key, keyWords);
     if (sequence_ - published_ >= publishStep) publish();
   }
   /// A row of that column word has come, or gone.
@@ -85,7 +85,6 @@ class Writer {
   bool open(RowShape const& shape, Folder const& folder, bool repair);
   void make(RowShape const& shape, Folder const& folder, MountOptions const& options);
   void take(RowShape const& shape, bool repair);
-  void sign();
   uint64_t sequenceBehind(uint64_t last) const;
   void drop(uint32_t id);
   void clearColumn(uint32_t from);
