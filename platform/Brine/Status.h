@@ -9,8 +9,8 @@ namespace Brine {
 enum class Mode {
   /// Writes rows. One at a time: the claim is the process's and ends with it.
   writer,
-  /// Looks up, walks and is told of changes. What it was told of it keeps in a local shadow of the keys, which
-  /// makes what it is told exact.
+  /// Looks up, walks and is told of changes. What it was told of it keeps in a local shadow of the keys,
+  /// which makes what it is told exact.
   reader,
   /// The same, by the name of what it keeps. There is no reader without a shadow.
   keyshadow,

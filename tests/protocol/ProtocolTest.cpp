@@ -80,7 +80,8 @@ std::vector<Excuse> const excuses{
     {"Segment.h", "== geometryWord_", "another word is loaded again, acquire"},
     {"Ring.h", "words + 1", "where the id is another change's, the key tells of this one"},
     {"Ring.h", "words + 2 + i", "where the key is another change's, the id tells of this one"},
-    {"Segment.cpp", ": loadAcquire(&header_->geometry)", "at mount: each operation follows the geometry again"},
+    {"Segment.cpp", ": loadAcquire(&header_->geometry)",
+     "at mount: each operation follows the geometry again"},
     {"Segment.h", "header_->highWater", "only bounds ids, whose rows are looked at"},
     {"Segment.cpp", "header_->highWater", "the same"},
 };

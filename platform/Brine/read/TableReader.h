@@ -16,7 +16,8 @@
 namespace Brine {
 
 /// What a reader of rows of one type does: look-ups, and telling its owner of changes. From its shadow it
-/// knows what it told, and tells every difference from that and nothing else; what it told outlives the mount.
+/// knows what it told, and tells every difference from that and nothing else. What it told outlives the
+/// mount.
 template <TableRow Row>
 class TableReader {
  public:

@@ -176,9 +176,9 @@ void Segment::attach(bool repair) {
   }
 }
 
-/// The geometry word, or with `repair` what the file's size says in the place of one that is damaged or of an
-/// earlier moment. It is not stored here: readers raise while the word is damaged, and take no index for empty
-/// that is still to be made.
+/// The geometry word, or with `repair` what the file's size says in the place of one that is damaged or of
+/// an earlier moment. It is not stored here: readers raise while the word is damaged, and take no index for
+/// empty that is still to be made.
 uint64_t Segment::trustedGeometry(bool repair) const {
   uint64_t const word = loadRelaxed(&header_->geometry);
   auto geometry = Geometry::ofPayload(static_cast<uint32_t>(word));

@@ -66,8 +66,8 @@ Claim::Claim(Folder const& folder) : path_(folder.path() + "/" + folder.tableFil
 Claim::~Claim() {
   std::lock_guard const guard(claimsMutex());
   std::erase(claims(), this);
-  // The table's mark and descriptor first: who waits for the lock must find nobody writing. A mapping that the
-  // system refused to undo would keep the mark.
+  // The table's mark and descriptor first: who waits for the lock must find nobody writing. A mapping that
+  // the system refused to undo would keep the mark.
   struct flock none = wholeFile(F_UNLCK);
   if (held_) sys.lock(table_.get(), F_OFD_SETLK, &none);
   table_.reset();

@@ -17,8 +17,8 @@ enum class Liveness { alive, ended, unknown };
 /// not tell the owners within one process apart and are lost when the process closes any descriptor of the
 /// file; so a list of the process's own claims is asked first, before the file is opened.
 ///
-/// The table itself bears a mark: a lock of the open file, which readers see. It ends with the last descriptor
-/// and mapping, so with the process, and where the process executes another program.
+/// The table itself bears a mark: a lock of the open file, which readers see. It ends with the last
+/// descriptor and mapping, so with the process, and where the process executes another program.
 ///
 /// A child made by fork() inherits memory and descriptors but not the right: there `isHeld()` is false, and
 /// the inherited descriptors are closed and the mappings made read-only at once, so that the kernel reports
