@@ -60,7 +60,7 @@ class TableReader {
   DeliverResult deliver() {
     DeliverResult result;
     if (isDelivering_) return result;
-    During const delivering(isDelivering_, true);
+    During<bool> const delivering(isDelivering_, true);
     try {
       // A hook may have mounted it as writer.
       if (table_.look() && table_.mode() != Mode::writer) tellChanges(result);
@@ -301,7 +301,7 @@ class TableReader {
     if (whom.upTo == 0 || !onChanged_) return;
     Pin<Row> pin;
     link(pin, key, row);
-    During const telling(told_, whom);
+    During<Audience> const telling(told_, whom);
     table_.call(onChanged_, *decoded);
   }
 
