@@ -50,11 +50,10 @@ concept TableRow = requires(Row const& row, typename Codec<Row>::Key const& key,
 
 /// What a pass over all rows learns of one: all but the version only of a live one.
 struct SurveyedRow {
-  RowState state;  ///< Damaged also for values that no encoding gives.
-  uint64_t version;
-  uint32_t hash;
-  ColumnWord column;
-  uint16_t tag;
+  RowState state = RowState::dead;  ///< Damaged also for values that no encoding gives.
+  uint64_t version = 0;
+  uint32_t hash = 0;
+  ColumnWord column = noColumn;
 };
 
 /// Reads and verifies `count` rows from `id` on, whose slots lie one behind the other.
@@ -73,7 +72,6 @@ void surveyRows(uint64_t const* slot, uint32_t id, unsigned count, uint64_t seed
     if (!C::decode(words, row)) result->state = RowState::damaged;
     result->hash = C::hash(words);
     result->column = columnWordOf(C::column(words));
-    result->tag = Index::tagOf(words, C::keyWords);
   }
 }
 
@@ -84,7 +82,6 @@ struct RowShape {
   unsigned rowWords;
   uint32_t (*hash)(uint64_t const* keyWords);
   uint32_t (*column)(uint64_t const* keyWords);
-  bool (*isValid)(uint64_t const* rowWords);
   void (*survey)(uint64_t const* slot, uint32_t id, unsigned count, uint64_t seed, SurveyedRow* result);
 
   /// Differs between shapes whose tables do not understand one another.
@@ -92,16 +89,8 @@ struct RowShape {
 
   template <TableRow Row>
   static RowShape of() {
-    return {Codec<Row>::rowType,
-            Codec<Row>::keyWords,
-            Codec<Row>::rowWords,
-            &Codec<Row>::hash,
-            &Codec<Row>::column,
-            [](uint64_t const* words) {
-              Row row;
-              return Codec<Row>::decode(words, row);
-            },
-            &surveyRows<Row>};
+    return {Codec<Row>::rowType, Codec<Row>::keyWords, Codec<Row>::rowWords,
+            &Codec<Row>::hash,   &Codec<Row>::column,  &surveyRows<Row>};
   }
 };
 

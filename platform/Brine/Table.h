@@ -27,8 +27,9 @@ namespace Brine {
 /// of a key merge, and it is never told that a key is gone which it was not told of. A delivery tells, and so
 /// does a walk that meets a row before a delivery does; a look-up takes nothing away.
 ///
-/// Without a mount a table is empty. Operations of a mounted table raise `CorruptionError` where they meet
-/// damage, and `SpaceError` where memory for a grown table cannot be mapped.
+/// Without a mount, and in a forked child of its writer, a table is empty. Operations of a mounted table
+/// raise `CorruptionError` where they meet damage, and `SpaceError` where memory for a grown table cannot be
+/// mapped.
 template <TableRow Row>
 class Table : public TableBase {
  public:
@@ -73,17 +74,13 @@ class Table : public TableBase {
 
   /// The same into `row`, whose content is undefined if there is none.
   bool find(Key const& key, Row& row) const {
-    if (writing_) return writing_->find(key, row);
-    return mounted_.segment && reading_.find(key, row);
+    if (!mounted_.segment) return false;
+    return writing_ ? writing_->find(key, row) : reading_.find(key, row);
   }
 
   /// Hints that these keys will be looked up, written or removed next. Best with some tens of them.
   void stage(std::span<Key const> keys) const {
-    if (writing_) {
-      writing_->stage(keys);
-    } else if (mounted_.segment) {
-      reading_.stage(keys);
-    }
+    if (mounted_.segment) writing_ ? writing_->stage(keys) : reading_.stage(keys);
   }
 
   /// All rows; see `Cursor`.

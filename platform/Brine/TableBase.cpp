@@ -10,7 +10,7 @@ TableBase::~TableBase() = default;
 /// `take` takes the table on and gives the status, or raises. No hook is called meanwhile.
 template <class Take>
 MountStatus TableBase::begin(MountOptions const& options, Take&& take) {
-  if (mounted_.segment || reader_)
+  if (mounted_.segment || reader_ || writer_)
     throw StateError(options_.name + " is already mounted, mountStatus:" + std::string(toText(status_)));
   reportQuiesced(false);
   options_ = options;
@@ -31,14 +31,13 @@ MountStatus TableBase::begin(MountOptions const& options, Take&& take) {
 }
 
 MountStatus TableBase::mount(MountOptions const& options) {
-  if (options.mode != Mode::writer) {
-    return begin(options, [this] {
+  begin(options, [this] {
+    if (options_.mode != Mode::writer) {
       reader_ = std::make_unique<Reader>(shape_, options_, mounted_);
       return reader_->lookFirst();
-    });
-  }
-  begin(options, [this] {
-    writer_ = std::make_unique<Writer>(shape_, options_, mounted_);
+    }
+    Folder const folder(options_.directory, options_.name, true);
+    writer_ = std::make_unique<Writer>(shape_, options_, mounted_, folder);
     return Reader::Outlook{MountStatus::mounted, {}};
   });
   if (writer_) reportQuiesced(writer_->isQuiet());

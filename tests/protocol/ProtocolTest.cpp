@@ -76,8 +76,6 @@ std::vector<Excuse> const excuses{
      "found rows are looked at, whose commits bring their words along; what is not found is dead"},
     {"Index.h", "loadAcquire(words + 2)); hits", "who misses in the home line searches again from there"},
     {"Index.h", "return static_cast<uint16_t>", "for the checker"},
-    {"Index.h", "(loadAcquire(words + 2) >> 32)", "for the checker"},
-    {"Segment.h", "== geometryWord_", "another word is loaded again, acquire"},
     {"Ring.h", "words + 1", "where the id is another change's, the key tells of this one"},
     {"Ring.h", "words + 2 + i", "where the key is another change's, the id tells of this one"},
     {"Segment.cpp", ": loadAcquire(&header_->geometry)",

@@ -12,11 +12,17 @@ Reader::Reader(RowShape const& shape, MountOptions const& options, Mounted& moun
       mounted_(mounted),
       watch_(options.directory, Folder::tableFileOf(options.name)) {}
 
-template <class Step>
-Reader::Outlook Reader::guarded(MountStatus status, Step&& step) {
+Reader::Outlook Reader::lookFirst() {
+  Outlook outlook = look(MountStatus::unmounted);
+  // The first delivery has everything to tell.
+  kick();
+  return outlook;
+}
+
+Reader::Outlook Reader::look(MountStatus status) {
   Outlook outlook{status, {}};
   try {
-    step(outlook);
+    takeEvents(outlook);
   } catch (MountFailure const& failure) {
     // What is mounted stays mounted: a successor that cannot be used does not take the rows away.
     if (!mounted_.segment || failure.status() == MountStatus::noResources)
@@ -28,31 +34,22 @@ Reader::Outlook Reader::guarded(MountStatus status, Step&& step) {
   return outlook;
 }
 
-Reader::Outlook Reader::lookFirst() {
-  return guarded(MountStatus::unmounted, [this](Outlook& outlook) { attach(outlook); });
-}
-
-Reader::Outlook Reader::look(MountStatus status) {
-  return guarded(status, [this](Outlook& outlook) {
-    WatchEvents const events = watch_.take();
-    if (!mounted_.segment) {
-      attach(outlook);
-    } else if ((events.renamed || successorFailed_ ||
-                loadAcquire(&mounted_.segment->header()->retired) != 0) &&
-               isReplaced()) {
-      successorFailed_ = true;
-      attach(outlook);
-    } else {
-      followWriter(events, outlook);
-    }
-    try {
-      mounted_.segment->follow();
-    } catch (CorruptionError const&) {
-      return;  // Who reads rows comes upon it.
-    }
-    if (outlook.status == MountStatus::noResources)
-      judgeWriter(mounted_.writerLiveness() == Liveness::ended, outlook);
-  });
+void Reader::takeEvents(Outlook& outlook) {
+  WatchEvents const events = watch_.take();
+  bool const mayBeReplaced = events.renamed || outlook.status == MountStatus::noResources ||
+                             (mounted_.segment && loadAcquire(&mounted_.segment->header()->retired) != 0);
+  if (!mounted_.segment || (mayBeReplaced && isReplaced())) {
+    attach(outlook);
+  } else {
+    followWriter(events, outlook);
+  }
+  try {
+    mounted_.segment->follow();
+  } catch (CorruptionError const&) {
+    return;  // Who reads rows comes upon it.
+  }
+  if (outlook.status == MountStatus::noResources)
+    judgeWriter(mounted_.writerLiveness() == Liveness::ended, outlook);
 }
 
 void Reader::attach(Outlook& outlook) {
@@ -72,22 +69,18 @@ void Reader::attach(Outlook& outlook) {
   ++mounted_.serial;
   file_ = std::move(file);
   incarnation_ = loadAcquire(&mounted_.segment->header()->incarnation);
-  successorFailed_ = false;
   outlook.mustCompareAll = true;
   judgeWriter(mounted_.writerLiveness() == Liveness::ended, outlook);
 }
 
-bool Reader::isReplaced() {
-  successorFailed_ = false;
+bool Reader::isReplaced() const {
   try {
     Folder const folder(options_.directory, options_.name, false);
     Fd const file = folder.openTable(false);
     return file && !folder.isTable(file_.get());
   } catch (MountFailure const& failure) {
-    if (failure.status() != MountStatus::noResources) return false;
-    // To be asked again.
-    successorFailed_ = true;
-    throw;
+    if (failure.status() == MountStatus::noResources) throw;
+    return false;
   }
 }
 

@@ -42,12 +42,11 @@ class Reader {
   Outlook look(MountStatus status);
 
  private:
+  void takeEvents(Outlook& outlook);
   void attach(Outlook& outlook);
-  bool isReplaced();
+  bool isReplaced() const;
   void followWriter(WatchEvents const& events, Outlook& outlook);
   void judgeWriter(bool hasEnded, Outlook& outlook) const;
-  template <class Step>
-  Outlook guarded(MountStatus status, Step&& step);
 
   RowShape const& shape_;
   MountOptions const& options_;
@@ -55,8 +54,6 @@ class Reader {
   Watch watch_;
   Fd file_;
   uint64_t incarnation_ = 0;
-  /// Another file has the table's name, but could not be mounted.
-  bool successorFailed_ = false;
 };
 
 }  // namespace Brine

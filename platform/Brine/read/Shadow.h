@@ -120,7 +120,7 @@ class Shadow {
     return version(id) != 0 && Key::equal(keyWords, homes_[id].key);
   }
   uint32_t search(Key const& key) {
-    return index_.find(key.hash, key.tag, [&](uint32_t number) { return key.equals(entry(number).key); }).id;
+    return index_.find(key.hash, [&](uint32_t number) { return key.equals(entry(number).key); }).id;
   }
   void add(Key const& key, uint32_t id, uint64_t version, uint32_t audience) {
     if (size_ >= uint64_t{index_.lineCount()} * rowsPerLine) resize(index_.lineCount() * 2);
@@ -130,11 +130,11 @@ class Shadow {
     made.version = version;
     made.audience = audience;
     std::copy_n(key.words, Key::C::keyWords, made.key);
-    index_.insert(key.hash, key.tag, number);
+    index_.insert(key.hash, number);
     ++size_;
   }
   void remove(Key const& key, uint32_t number) {
-    index_.erase(key.hash, key.tag, number);
+    index_.erase(key.hash, number);
     entry(number).version = 0;
     --size_;
     if (number >= strayNumber) freeStrays_.push_back(number);
@@ -164,7 +164,7 @@ class Shadow {
     for (Entry const& entered : entries) {
       if (entered.version != 0) {
         Key const key(entered.key);
-        index_.insert(key.hash, key.tag, number);
+        index_.insert(key.hash, number);
       }
       ++number;
     }

@@ -13,11 +13,7 @@ constexpr size_t maxViolations = 100;
 class Checker {
  public:
   Checker(Segment const& segment, bool tidy)
-      : segment_(segment),
-        layout_(segment.layout()),
-        shape_(segment.shape()),
-        index_(segment.index()),
-        tidy_(tidy) {}
+      : segment_(segment), layout_(segment.layout()), index_(segment.index()), tidy_(tidy) {}
 
   std::vector<Violation> run() {
     Header const* const header = segment_.header();
@@ -68,54 +64,58 @@ class Checker {
     }
   }
 
+  /// A row as it is now, and its key if it lives.
+  struct Seen {
+    SurveyedRow row;
+    uint64_t key[maxKeyWords];
+  };
+  Seen look(uint32_t id) const {
+    Seen seen;
+    uint64_t const* const slot = segment_.slot(id);
+    segment_.shape().survey(slot, id, 1, segment_.seed(), &seen.row);
+    for (unsigned i = 0; i < layout_.keyWords(); ++i) seen.key[i] = loadAcquire(slot + 2 + i);
+    // A row that has changed meanwhile is another one.
+    if (loadAcquire(slot) != seen.row.version) seen.row.state = RowState::dead;
+    return seen;
+  }
+
   void checkRow(uint32_t id) {
-    uint64_t words[maxRowWords];
-    uint64_t version = 0;
-    RowState const state = readRow(segment_.slot(id), id, segment_.seed(), layout_.keyWords(),
-                                   layout_.valueWords(), words, version);
+    Seen const seen = look(id);
     std::string const name = "row " + std::to_string(id);
-    if (state == RowState::damaged) return report("row check", name);
-    if (version != 0 && id >= highWater_ && id >= highWaterNow()) report("high water", name);
-    newest_ = std::max(newest_, sequenceOf(version));
+    if (seen.row.state == RowState::damaged) return report("row check", name);
+    if (seen.row.version != 0 && id >= highWater_ && id >= highWaterNow()) report("high water", name);
+    newest_ = std::max(newest_, sequenceOf(seen.row.version));
     ColumnWord const column = segment_.column(id).word(id);
-    if (state == RowState::dead) {
+    if (seen.row.state == RowState::dead) {
       if (tidy_ && column != noColumn) report("column cleared", name);
       return;
     }
-    if (!shape_.isValid(words)) return report("row values", name);
     ++rows_;
-    uint32_t const twin = checkFound(id, words);
-    // A row that has changed meanwhile is another one; where the table has grown, the row may be of after
-    // that, and the index is another one.
-    if (loadAcquire(segment_.slot(id)) != version || loadAcquire(&segment_.header()->geometry) != geometry_)
+    uint32_t const twin = checkFound(id, seen);
+    // Where the table has grown, the row may be of after that, and the index is another one.
+    if (loadAcquire(segment_.slot(id)) != seen.row.version ||
+        loadAcquire(&segment_.header()->geometry) != geometry_)
       return;
-    if (column != columnWordOf(shape_.column(words))) report("row column", name);
+    if (column != seen.row.column) report("row column", name);
     if (twin == noRow) report("row found", name);
     if (twin != id && twin != noRow) report("key unique", name + " and row " + std::to_string(twin));
   }
 
   /// What the index gives for the row's key: its id, another row of the key, or `noRow`. Counts the lines
   /// that the key passed.
-  uint32_t checkFound(uint32_t id, uint64_t const* words) {
-    unsigned const keyWords = layout_.keyWords();
-    uint32_t const hash = shape_.hash(words);
-    uint16_t const tag = Index::tagOf(words, keyWords);
-    uint32_t twin = noRow;
-    Index::Entry const found = index_.find(hash, tag, [&](uint32_t other) {
+  uint32_t checkFound(uint32_t id, Seen const& seen) {
+    uint32_t twin = id;
+    Index::Entry const found = index_.find(seen.row.hash, [&](uint32_t other) {
       if (other >= segment_.capacity() || other == id) return other == id;
-      uint64_t otherWords[maxRowWords];
-      uint64_t version = 0;
-      if (readRow(segment_.slot(other), other, segment_.seed(), keyWords, layout_.valueWords(), otherWords,
-                  version) == RowState::live &&
-          std::equal(words, words + keyWords, otherWords)) {
-        twin = other;
-      }
+      Seen const met = look(other);
+      bool const isSame = std::equal(seen.key, seen.key + layout_.keyWords(), met.key);
+      if (met.row.state == RowState::live && isSame) twin = other;
       return false;
     });
     if (found.id == noRow) return noRow;
-    for (uint32_t number = index_.homeLine(hash); number != found.line; number = index_.next(number))
+    for (uint32_t number = index_.homeLine(seen.row.hash); number != found.line; number = index_.next(number))
       ++passed_[number];
-    return twin == noRow ? id : twin;
+    return twin;
   }
 
   void checkLine(uint32_t number) {
@@ -126,22 +126,15 @@ class Checker {
       uint16_t const tag = Index::tagOfLane(words, lane);
       if (tag == 0) continue;
       uint32_t const id = Index::idOfLane(words, lane);
-      if (id >= segment_.capacity() || (loadAcquire(segment_.slot(id)) & versionLive) == 0 ||
-          tagOfRow(id) != tag) {
-        report("index entry", name + ", lane " + std::to_string(lane));
-      }
+      SurveyedRow const row = id < segment_.capacity() ? look(id).row : SurveyedRow{};
+      bool const isRight =
+          row.state == RowState::live ? Index::tagOf(row.hash) == tag : row.state == RowState::damaged;
+      if (!isRight) report("index entry", name + ", lane " + std::to_string(lane));
     }
-  }
-
-  uint16_t tagOfRow(uint32_t id) const {
-    uint64_t key[maxKeyWords];
-    for (unsigned i = 0; i < layout_.keyWords(); ++i) key[i] = loadAcquire(segment_.slot(id) + 2 + i);
-    return Index::tagOf(key, layout_.keyWords());
   }
 
   Segment const& segment_;
   Layout const& layout_;
-  RowShape const& shape_;
   Index const index_;
   bool const tidy_;
   uint64_t geometry_ = 0;

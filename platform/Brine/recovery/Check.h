@@ -17,7 +17,7 @@ struct Violation {
 
 /// Every invariant of the table, checked once; what fails, at most 100 of them.
 ///
-/// Always: "geometry seal", "high-water seal", "row check", "row values", "row column" (a live row's column
+/// Always: "geometry seal", "high-water seal", "row check", "row column" (a live row's column
 /// word is that of its column value), "row found" (the index finds each live row), "key unique", "high water"
 /// (nothing above it).
 ///

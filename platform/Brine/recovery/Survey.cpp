@@ -11,7 +11,7 @@ namespace {
 [[gnu::always_inline]] inline bool enter(Segment const& segment, Index& index, uint32_t id,
                                          SurveyedRow const& row, Survey& found) {
   uint32_t twin = noRow;
-  bool const isAlone = index.insertNew(row.hash, row.tag, id, [&](uint32_t other) {
+  bool const isAlone = index.insertNew(row.hash, id, [&](uint32_t other) {
     uint64_t const* const key = segment.slot(id) + 2;
     bool const same = std::equal(key, key + segment.shape().keyWords, segment.slot(other) + 2);
     if (same) twin = other;
@@ -22,12 +22,12 @@ namespace {
     found.drop(id, "an older one of its key");
     return false;
   }
-  index.erase(row.hash, row.tag, twin);
+  index.erase(row.hash, twin);
   found.drop(twin, "an older one of its key");
   found.columns.push_back({twin, noColumn});
   --found.rows;
   --found.rowsByWord[row.column];
-  return index.insert(row.hash, row.tag, id);
+  return index.insert(row.hash, id);
 }
 
 }  // namespace

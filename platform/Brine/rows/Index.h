@@ -57,12 +57,9 @@ class Index {
     unsigned lane = 0;
   };
 
-  /// What tells the keys of a line apart: from the key's bytes, not from the hash, whose high bits chose the
-  /// line.
-  static uint16_t tagOf(uint64_t const* key, unsigned keyWords) {
-    uint64_t sum = 0x9E3779B97F4A7C15U;
-    for (unsigned i = 0; i < keyWords; ++i) sum = (sum ^ key[i]) * 0xD6E8FEB86659FD93U;
-    auto const tag = static_cast<uint16_t>(sum >> 48);
+  /// What tells the keys of a line apart: the hash's low bits, since its high ones chose the line.
+  static uint16_t tagOf(uint32_t hash) {
+    auto const tag = static_cast<uint16_t>(hash);
     return tag == 0 ? uint16_t{1} : tag;
   }
 
@@ -73,22 +70,15 @@ class Index {
   void prefetch(uint32_t hash) const { Brine::prefetch(line(homeLine(hash))); }
   void prefetchForWriting(uint32_t hash) const { Brine::prefetchForWriting(line(homeLine(hash))); }
 
-  /// Calls `match(id)` for each entry with that tag until it returns true; returns that entry. Entries may be
-  /// of other keys, ids may be anything: `match` decides. Ends after each line was seen once, whatever they
-  /// hold.
+  /// Calls `match(id)` for each entry with the hash's tag until it returns true; returns that entry. Entries
+  /// may be of other keys, ids may be anything: `match` decides. Ends after each line was seen once, whatever
+  /// they hold.
   template <class Match>
-  Entry find(uint32_t hash, uint16_t tag, Match&& match) const {
+  Entry find(uint32_t hash, Match&& match) const {
     uint32_t number = homeLine(hash);
-    for (uint32_t seen = 0; seen < lineCount_; ++seen) {
-      uint64_t const* const words = line(number);
-      uint64_t const last = loadAcquire(words + 2);
-      for (uint32_t hits = lanesOf(tag, words, last); hits != 0; hits &= hits - 1) {
-        unsigned const lane = laneOfHit(hits);
-        uint32_t const id = idOfLane(words, lane);
-        if (match(id)) return {id, number, lane};
-      }
-      if (last >> 32 == 0) break;
-      number = next(number);
+    for (uint32_t seen = 0; seen < lineCount_; ++seen, number = next(number)) {
+      Entry const entry = findIn(number, hash, match);
+      if (entry.id != noRow || passedOf(line(number)) == 0) return entry;
     }
     return {};
   }
@@ -96,15 +86,8 @@ class Index {
   /// `find()` in the home line alone, where most keys are. There must be lines. With a `match` that is never
   /// true: visits the entries that a look-up most likely follows.
   template <class Match>
-  [[gnu::always_inline]] Entry findHome(uint32_t hash, uint16_t tag, Match&& match) const {
-    uint32_t const home = homeLine(hash);
-    uint64_t const* const words = line(home);
-    for (uint32_t hits = lanesOf(tag, words, loadAcquire(words + 2)); hits != 0; hits &= hits - 1) {
-      unsigned const lane = laneOfHit(hits);
-      uint32_t const id = idOfLane(words, lane);
-      if (match(id)) return {id, home, lane};
-    }
-    return {};
+  [[gnu::always_inline]] Entry findHome(uint32_t hash, Match&& match) const {
+    return findIn(homeLine(hash), hash, match);
   }
 
   /// Whether keys of that home line live behind it.
@@ -112,7 +95,7 @@ class Index {
 
   /// Writer: makes an entry. The key must not have one. False if every lane of every line is taken, which the
   /// number of lines rules out unless they are damaged.
-  [[gnu::always_inline]] bool insert(uint32_t hash, uint16_t tag, uint32_t id) {
+  [[gnu::always_inline]] bool insert(uint32_t hash, uint32_t id) {
     uint32_t const home = homeLine(hash);
     uint32_t number = home;
     unsigned lane = lanesPerLine;
@@ -123,29 +106,24 @@ class Index {
     for (uint32_t passed = home; passed != number; passed = next(passed)) addPassed(passed, +1);
     uint64_t* const words = lines_ + uint64_t{number} * lineWords;
     setId(words, lane, id);
-    setTag(words, lane, tag);
+    setTag(words, lane, tagOf(hash));
     return true;
   }
 
   /// Writer: makes an entry unless there is one of an id that `isTwin(id)` is true for; false then, and where
   /// `insert()` fails.
   template <class IsTwin>
-  [[gnu::always_inline]] bool insertNew(uint32_t hash, uint16_t tag, uint32_t id, IsTwin&& isTwin) {
-    uint64_t* const words = lines_ + uint64_t{homeLine(hash)} * lineWords;
+  [[gnu::always_inline]] bool insertNew(uint32_t hash, uint32_t id, IsTwin&& isTwin) {
+    uint64_t const* const words = line(homeLine(hash));
     uint64_t const last = loadRelaxed(words + 2);
-    uint32_t const free = lanesOf(0, words, last);
     // Mostly nothing else can be of the key.
-    if (lanesOf(tag, words, last) != 0 || last >> 32 != 0 || free == 0) {
-      return find(hash, tag, isTwin).id == noRow && insert(hash, tag, id);
-    }
-    setId(words, laneOfHit(free), id);
-    setTag(words, laneOfHit(free), tag);
-    return true;
+    bool const isAlone = last >> 32 == 0 && lanesOf(tagOf(hash), words, last) == 0;
+    return (isAlone || find(hash, isTwin).id == noRow) && insert(hash, id);
   }
 
-  /// Writer: clears the entry of that tag and id, if there is one.
-  void erase(uint32_t hash, uint16_t tag, uint32_t id) {
-    Entry const entry = find(hash, tag, [id](uint32_t other) { return other == id; });
+  /// Writer: clears the entry of that hash and id, if there is one.
+  void erase(uint32_t hash, uint32_t id) {
+    Entry const entry = find(hash, [id](uint32_t other) { return other == id; });
     if (entry.id != noRow) erase(hash, entry);
   }
   /// Writer: clears an entry that a search for a key of that hash has found.
@@ -167,6 +145,16 @@ class Index {
   uint32_t next(uint32_t number) const { return number + 1 == lineCount_ ? 0 : number + 1; }
 
  private:
+  template <class Match>
+  [[gnu::always_inline]] Entry findIn(uint32_t number, uint32_t hash, Match&& match) const {
+    uint64_t const* const words = line(number);
+    for (uint32_t hits = lanesOf(tagOf(hash), words, loadAcquire(words + 2)); hits != 0; hits &= hits - 1) {
+      unsigned const lane = laneOfHit(hits);
+      uint32_t const id = idOfLane(words, lane);
+      if (match(id)) return {id, number, lane};
+    }
+    return {};
+  }
   [[gnu::always_inline]] static uint32_t lanesOf(uint16_t tag, uint64_t const* words, uint64_t last) {
     return lanesWithTag(tag, loadAcquire(words), loadAcquire(words + 1), last);
   }

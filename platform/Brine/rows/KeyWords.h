@@ -14,22 +14,17 @@ struct KeyWords {
 
   uint64_t words[C::keyWords];
   uint32_t hash;
-  uint16_t tag;
 
   KeyWords() = default;
   /// From the words of a key or a row.
   [[gnu::always_inline]] explicit KeyWords(uint64_t const* keyWords) {
     // Word by word: a copy in one piece would wait for the stores of its words.
     for (unsigned i = 0; i < C::keyWords; ++i) words[i] = keyWords[i];
-    complete();
+    hash = C::hash(words);
   }
   [[gnu::always_inline]] explicit KeyWords(typename C::Key const& key) {
     C::encodeKey(key, words);
-    complete();
-  }
-  [[gnu::always_inline]] void complete() {
     hash = C::hash(words);
-    tag = Index::tagOf(words, C::keyWords);
   }
   bool equals(uint64_t const* other) const { return equal(words, other); }
   static bool equal(uint64_t const* left, uint64_t const* right) {

@@ -58,10 +58,10 @@ template <TableRow Row>
   for (unsigned attempt = 0; attempt < maxGrowths; ++attempt) {
     segment.follow();
     uint32_t damaged = noRow;
-    found.id = segment.index()
-                   .find(key.hash, key.tag,
-                         [&](uint32_t id) { return holdsKey(segment, id, key.words, found, damaged); })
-                   .id;
+    found.id =
+        segment.index()
+            .find(key.hash, [&](uint32_t id) { return holdsKey(segment, id, key.words, found, damaged); })
+            .id;
     if (found.id != noRow) return true;
     if (damaged != noRow) throwRowDamage(damaged);
     if (!segment.follow()) return false;
@@ -78,7 +78,7 @@ template <TableRow Row>
   auto const isWanted = [&](uint32_t id) __attribute__((always_inline)) {
     return holdsKey(segment, id, key.words, found, damaged);
   };
-  found.id = segment.index().findHome(key.hash, key.tag, isWanted).id;
+  found.id = segment.index().findHome(key.hash, isWanted).id;
   if (found.id != noRow) [[likely]]
     return true;
   // By way of copies, so that what is found above can stay in registers.
@@ -111,7 +111,7 @@ void stageKeys(Segment const& segment, std::span<typename Codec<Row>::Key const>
       index.prefetch(staged[i].key.hash);
     }
     for (StagedKey<Row>& each : std::span(staged, batch.size())) {
-      index.findHome(each.key.hash, each.key.tag, [&](uint32_t id) {
+      index.findHome(each.key.hash, [&](uint32_t id) {
         if (id >= segment.capacity()) return false;
         each.id = id;
         fetch(id);

@@ -2,15 +2,12 @@
 
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <time.h>
+#include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
+#include <chrono>
 #include <cstring>
-#include <exception>
-#include <random>
 #include <string>
-#include <utility>
 
 #include "Brine/Errors.h"
 
@@ -61,22 +58,11 @@ int reserve(int fd, uint64_t offset, uint64_t size) {
   return 0;
 }
 
-std::pair<uint64_t, uint64_t> drawWords() {
-  try {
-    std::random_device random;
-    auto const word = [&random] { return uint64_t{random()} << 32 | random(); };
-    return {word(), word()};
-  } catch (std::exception const& error) {
-    throw MountFailure(MountStatus::noResources, "drawing random numbers: " + std::string(error.what()));
-  }
-}
-
 }  // namespace
 
 uint64_t sequenceByClock() {
-  timespec now{};
-  ::clock_gettime(CLOCK_REALTIME, &now);
-  return static_cast<uint64_t>(now.tv_sec) * 1000000000U + static_cast<uint64_t>(now.tv_nsec);
+  auto const now = std::chrono::system_clock::now().time_since_epoch();
+  return static_cast<uint64_t>(std::chrono::nanoseconds(now).count());
 }
 
 uint64_t identityCheckOf(Header const& header) {
@@ -91,22 +77,11 @@ uint64_t identityCheckOf(Header const& header) {
 
 Segment::Segment(RowShape const& shape, int fd, bool writable, bool repair)
     : shape_(shape), fd_(fd), writable_(writable) {
-  // Never moved: another thread may fork while an extent is added.
-  pieces_.reserve(2 + maxExtents);
-  try {
-    attach(repair);
-  } catch (...) {
-    for (Piece const& piece : pieces_) sys.unmap(piece.address, piece.size);
-    throw;
-  }
+  attach(repair);
 }
 
 Segment::Segment(RowShape const& shape, std::span<std::byte const> image) : shape_(shape), image_(image) {
   attach(false);
-}
-
-Segment::~Segment() {
-  for (Piece const& piece : pieces_) sys.unmap(piece.address, piece.size);
 }
 
 void Segment::format(RowShape const& shape, int fd, uint32_t initialRows, uint32_t ringEntries) {
@@ -117,14 +92,15 @@ void Segment::format(RowShape const& shape, int fd, uint32_t initialRows, uint32
   if (int const error = reserve(fd, 0, layout.fileBytes(0)); error != 0) {
     throw MountFailure::ofErrno(error, "reserving space for the table");
   }
-  auto const [seed, generation] = drawWords();
+  uint64_t random[2];
+  if (::getentropy(random, sizeof random) != 0) throw MountFailure::ofErrno(errno, "drawing random numbers");
   void* const page = sys.map(pageBytes, PROT_READ | PROT_WRITE, fd, 0);
   if (page == MAP_FAILED) throw MountFailure::ofErrno(errno, "mapping the new table");
   Header header{};
   header.magic = magicNumber;
   header.fingerprint = shape.fingerprint();
-  header.seed = seed;
-  header.generation = generation;
+  header.seed = random[0];
+  header.generation = random[1];
   // Later tables of a name begin behind all changes of earlier ones.
   header.firstSequence = sequenceByClock();
   header.initialRows = initialRows;
@@ -230,7 +206,7 @@ std::byte* Segment::map(uint64_t offset, uint64_t size) {
   void* const address =
       sys.map(size, writable_ ? PROT_READ | PROT_WRITE : PROT_READ, fd_, static_cast<off_t>(offset));
   if (address == MAP_FAILED) throw MountFailure::ofErrno(errno, "mapping the table");
-  pieces_.push_back({address, size, offset});
+  pieces_.emplace_back(address, Unmap{size});
   return static_cast<std::byte*>(address);
 }
 
@@ -244,14 +220,10 @@ void Segment::mapExtent(unsigned extent) {
   extentCount_ = extent + 1;
 }
 
-void Segment::useGeometry(uint64_t word) {
+bool Segment::useGeometry(uint64_t word) {
   auto const geometry = Geometry::ofPayload(static_cast<uint32_t>(word));
   if (!isSealed(seed_, geometryPlace, word) || geometry.level > layout_.maxLevel()) {
     throw CorruptionError("the table's geometry is damaged");
-  }
-  bool const isOfParent = fd_ < 0 && image_.empty();
-  if (isOfParent && geometry.level >= extentCount_) {
-    throw SpaceError("a forked child cannot follow its parent's table");
   }
   try {
     if (geometry.level + 1 > extentCount_) requireBytes(layout_.fileBytes(geometry.level));
@@ -263,10 +235,6 @@ void Segment::useGeometry(uint64_t word) {
   geometryWord_ = word;
   capacity_ = layout_.capacity(geometry.level);
   index_ = indexAt(geometry.level, geometry.half);
-}
-
-bool Segment::followGeometry() {
-  useGeometry(loadAcquire(&header_->geometry));
   return true;
 }
 
@@ -296,17 +264,14 @@ Index Segment::indexAt(unsigned level, unsigned half) const {
 }
 
 void Segment::secureSpace() {
-  for (; extentCount_ > geometry_.level + 1; --extentCount_) {
-    sys.unmap(pieces_.back().address, pieces_.back().size);
-    pieces_.pop_back();
-  }
+  for (; extentCount_ > geometry_.level + 1; --extentCount_) pieces_.pop_back();
   keptBytes_ = size();
   // The doorbell's write, too, would end a process that may not write as much.
   rlimit limit{};
   if (::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < pageBytes)
     throw MountFailure(MountStatus::noSpace, "the process may not write files of a page");
   bool populated = true;
-  for (Piece const& piece : pieces_) populated &= sys.populate(piece.address, piece.size) == 0;
+  for (auto const& piece : pieces_) populated &= sys.populate(piece.get(), piece.get_deleter().size) == 0;
   // A file that was copied may have holes, which a full file system would turn into a fault at the first
   // touch.
   int const error = populated ? 0 : reserve(fd_, 0, fileBytes());
@@ -363,17 +328,6 @@ void Segment::publishSpare(unsigned level) {
   uint64_t const word = sealWord(seed_, geometryPlace, next.payload());
   storeRelease(&header_->geometry, word);
   useGeometry(word);
-}
-
-void Segment::becomeReadOnly(int fd) {
-  for (Piece const& piece : pieces_) {
-    void* const mapped = ::mmap(piece.address, piece.size, PROT_READ, MAP_SHARED | MAP_FIXED, fd,
-                                static_cast<off_t>(piece.offset));
-    // Then the file stays open, and readers find the writer's end at their next look.
-    if (mapped == MAP_FAILED && ::mprotect(piece.address, piece.size, PROT_READ) != 0) std::abort();
-  }
-  // Closed here, and its number goes to other files: what is not mapped cannot be mapped any more.
-  fd_ = -1;
 }
 
 void Segment::publishHighWater(uint32_t id) const {

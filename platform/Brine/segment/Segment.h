@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
@@ -41,7 +42,6 @@ class Segment {
   Segment(RowShape const& shape, int fd, bool writable, bool repair = false);
   /// Uses `image` in place of a file, read-only. Raises `MountFailure`.
   Segment(RowShape const& shape, std::span<std::byte const> image);
-  ~Segment();
   Segment(Segment const&) = delete;
   Segment& operator=(Segment const&) = delete;
 
@@ -57,7 +57,10 @@ class Segment {
   /// Reader: catches up with growth and recovery. Returns true if the index is another one than at the last
   /// call. Raises `CorruptionError` for a geometry that no writer wrote, `SpaceError` if memory cannot be
   /// mapped.
-  bool follow() { return loadAcquire(&header_->geometry) == geometryWord_ ? false : followGeometry(); }
+  bool follow() {
+    uint64_t const word = loadAcquire(&header_->geometry);
+    return word != geometryWord_ && useGeometry(word);
+  }
 
   Geometry const& geometry() const { return geometry_; }
   uint32_t capacity() const { return capacity_; }
@@ -99,15 +102,10 @@ class Segment {
 
   uint64_t fileBytes() const { return layout_.fileBytes(geometry_.level); }
 
-  /// In a forked child: puts read-only mappings of `fd` in place of those that it inherited. Through these it
-  /// would keep the file open for writing, and readers would not be told of the writer's end.
-  void becomeReadOnly(int fd);
-
  private:
-  struct Piece {
-    void* address;
+  struct Unmap {
     size_t size;
-    uint64_t offset;
+    void operator()(void* address) const { sys.unmap(address, size); }
   };
 
   /// As `Layout::extentOf()`, without the branch that zero needs there.
@@ -125,9 +123,8 @@ class Segment {
   std::byte* map(uint64_t offset, uint64_t size);
   void mapExtent(unsigned extent);
   void clearColumn(unsigned extent);
-  void useGeometry(uint64_t word);
+  bool useGeometry(uint64_t word);
   void checkHighWater(uint64_t word) const;
-  bool followGeometry();
   Index indexAt(unsigned level, unsigned half) const;
 
   // What every operation reads, together.
@@ -155,7 +152,7 @@ class Segment {
   bool writable_ = false;
   uint64_t keptBytes_ = 0;  ///< Size of the file when it was mounted.
   std::span<std::byte const> image_;
-  std::vector<Piece> pieces_;
+  std::vector<std::unique_ptr<void, Unmap>> pieces_;
 };
 
 }  // namespace Brine

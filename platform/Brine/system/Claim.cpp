@@ -16,14 +16,14 @@
 namespace Brine {
 namespace {
 
-/// Neither is destroyed at exit: a table that outlives them must still find its claim.
-std::mutex& claimsMutex() {
-  static auto* const mutex = new std::mutex;
-  return *mutex;
-}
-std::vector<Claim*>& claims() {
-  static auto* const list = new std::vector<Claim*>;
-  return *list;
+/// The process's claims. Not destroyed at exit: a table that outlives them must still find its own.
+struct Claims {
+  std::mutex mutex;
+  std::vector<Claim*> list;
+};
+Claims& claims() {
+  static auto* const claims = new Claims;
+  return *claims;
 }
 
 struct flock wholeFile(short type) {
@@ -35,13 +35,15 @@ struct flock wholeFile(short type) {
 
 }  // namespace
 
-Claim::Claim(Folder const& folder) : path_(folder.path() + "/" + folder.tableFile()) {
-  static bool const registered = ::pthread_atfork(&onForkPrepare, &onForkParent, &onForkChild) == 0;
+Claim::Claim(Folder const& folder, std::unique_ptr<Segment>& segment)
+    : path_(folder.path() + "/" + folder.tableFile()), segment_(segment) {
+  static bool const registered =
+      ::pthread_atfork([] { claims().mutex.lock(); }, [] { claims().mutex.unlock(); }, &onForkChild) == 0;
   if (!registered) throw MountFailure(MountStatus::noResources, "fork handlers cannot be registered");
-  std::lock_guard const guard(claimsMutex());
+  std::lock_guard const guard(claims().mutex);
   struct stat status {};
   if (folder.lockStatus(status)) {
-    bool const own = std::any_of(claims().begin(), claims().end(), [&](Claim const* claim) {
+    bool const own = std::any_of(claims().list.begin(), claims().list.end(), [&](Claim const* claim) {
       return claim->device_ == status.st_dev && claim->inode_ == status.st_ino;
     });
     if (own) throw MountFailure(MountStatus::busy, "another table object of this process writes the table");
@@ -56,7 +58,7 @@ Claim::Claim(Folder const& folder) : path_(folder.path() + "/" + folder.tableFil
   // A lock on a file that lost its name keeps nobody out.
   if (!folder.isLock(lock.get())) throw MountFailure(MountStatus::busy, "the lock file was replaced");
   if (sys.status(lock.get(), &status) != 0) throw MountFailure::ofErrno(errno, "looking at the lock file");
-  claims().push_back(this);
+  claims().list.push_back(this);
   device_ = status.st_dev;
   inode_ = status.st_ino;
   lock_ = std::move(lock);
@@ -64,8 +66,8 @@ Claim::Claim(Folder const& folder) : path_(folder.path() + "/" + folder.tableFil
 }
 
 Claim::~Claim() {
-  std::lock_guard const guard(claimsMutex());
-  std::erase(claims(), this);
+  std::lock_guard const guard(claims().mutex);
+  std::erase(claims().list, this);
   // The table's mark and descriptor first: who waits for the lock must find nobody writing. A mapping that
   // the system refused to undo would keep the mark.
   struct flock none = wholeFile(F_UNLCK);
@@ -79,13 +81,8 @@ void Claim::tableIs(Fd table) {
   marked_ = sys.lock(table.get(), F_OFD_SETLK, &mark) == 0;
   if (!marked_ && livenessOfMark(table.get()) == Liveness::alive)
     throw MountFailure(MountStatus::busy, "another process writes the table without its lock");
-  std::lock_guard const guard(claimsMutex());
+  std::lock_guard const guard(claims().mutex);
   table_ = std::move(table);
-}
-
-void Claim::segmentIs(Segment* segment) {
-  std::lock_guard const guard(claimsMutex());
-  segment_ = segment;
 }
 
 Liveness Claim::livenessOfMark(int table) {
@@ -96,27 +93,20 @@ Liveness Claim::livenessOfMark(int table) {
 }
 
 Fd Claim::releaseTable() {
-  std::lock_guard const guard(claimsMutex());
+  std::lock_guard const guard(claims().mutex);
   return std::move(table_);
 }
 
-void Claim::onForkPrepare() { claimsMutex().lock(); }
-void Claim::onForkParent() { claimsMutex().unlock(); }
-
 void Claim::onForkChild() {
-  for (Claim* const claim : claims()) {
+  for (Claim* const claim : claims().list) {
     claim->held_ = false;
-    // First: there may be no other descriptor left. The parent's lock stays.
     claim->lock_.reset();
-    if (claim->segment_ != nullptr) {
-      std::string const path = "/proc/self/fd/" + std::to_string(claim->table_.get());
-      Fd const readable(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-      claim->segment_->becomeReadOnly(readable.get());
-    }
     claim->table_.reset();
+    // What it maps is not mapped here. Nothing is destroyed, since the table's thread may have been at work.
+    static_cast<void>(claim->segment_.release());
   }
-  claims().clear();
-  claimsMutex().unlock();
+  claims().list.clear();
+  claims().mutex.unlock();
 }
 
 }  // namespace Brine

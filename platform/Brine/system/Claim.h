@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include <memory>
+
 #include "Brine/system/Folder.h"
 
 namespace Brine {
@@ -20,13 +22,14 @@ enum class Liveness { alive, ended, unknown };
 /// The table itself bears a mark: a lock of the open file, which readers see. It ends with the last
 /// descriptor and mapping, so with the process, and where the process executes another program.
 ///
-/// A child made by fork() inherits memory and descriptors but not the right: there `isHeld()` is false, and
-/// the inherited descriptors are closed and the mappings made read-only at once, so that the kernel reports
-/// the writer's end when the writer ends.
+/// A child made by fork() inherits neither the right nor the table's mappings: there `isHeld()` is false, and
+/// the inherited descriptors are closed and the segment let go at once, so that the kernel reports the
+/// writer's end when the writer ends.
 class Claim {
  public:
-  /// Raises `MountFailure`, `busy` if another one holds it.
-  explicit Claim(Folder const& folder);
+  /// `segment`, which maps the table or is null, outlives it. Raises `MountFailure`, `busy` if another one
+  /// holds it.
+  Claim(Folder const& folder, std::unique_ptr<Segment>& segment);
   ~Claim();
   Claim(Claim const&) = delete;
   Claim& operator=(Claim const&) = delete;
@@ -44,20 +47,16 @@ class Claim {
   bool isMarked() const { return marked_; }
   /// Whether `table`, any descriptor of a table's file, shows the mark of somebody else.
   static Liveness livenessOfMark(int table);
-  /// The segment that maps it, or null.
-  void segmentIs(Segment* segment);
   /// Gives it up without closing it.
   Fd releaseTable();
 
  private:
-  static void onForkPrepare();
-  static void onForkParent();
   static void onForkChild();
 
   std::string path_;
   Fd lock_;
   Fd table_;
-  Segment* segment_ = nullptr;
+  std::unique_ptr<Segment>& segment_;
   // Of the lock file.
   dev_t device_ = 0;
   ino_t inode_ = 0;

@@ -5,11 +5,11 @@
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/timerfd.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <bit>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 
 namespace Brine {
@@ -67,7 +67,14 @@ System const& realSystem() {
       .changeMode = ::fchmod,
       .truncate = ::ftruncate,
       .allocate = allocate,
-      .map = mapShared,
+      .map =
+          [](size_t size, int protection, int fd, off_t offset) {
+            void* const address = mapShared(size, protection, fd, offset);
+            // Through it a child would keep the file open for writing, and the writer's mark on it.
+            if (address != MAP_FAILED && (protection & PROT_WRITE) != 0)
+              ::madvise(address, size, MADV_DONTFORK);
+            return address;
+          },
       .unmap = ::munmap,
       .populate =
           [](void* address, size_t size) {
@@ -102,9 +109,8 @@ System const& realSystem() {
           [] { return aboveStandard(::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)); },
       .now =
           [] {
-            timespec time{};
-            ::clock_gettime(CLOCK_MONOTONIC, &time);
-            return static_cast<uint64_t>(time.tv_sec) * 1'000'000'000U + static_cast<uint64_t>(time.tv_nsec);
+            auto const now = std::chrono::steady_clock::now().time_since_epoch();
+            return static_cast<uint64_t>(std::chrono::nanoseconds(now).count());
           },
   };
   return real;

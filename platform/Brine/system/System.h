@@ -24,7 +24,8 @@ struct System {
   int (*changeMode)(int fd, mode_t mode);
   int (*truncate)(int fd, off_t size);
   int (*allocate)(int fd, off_t offset, off_t size);  ///< EFBIG, not a signal, beyond the process's limit.
-  /// Shared, at an address that lies in huge pages as the offset does.
+  /// Shared, at an address that lies in huge pages as the offset does. A forked child does not have what is
+  /// mapped for writing.
   void* (*map)(size_t size, int protection, int fd, off_t offset);
   int (*unmap)(void* address, size_t size);
   int (*populate)(void* address, size_t size);  ///< For writing; may fail without harm.

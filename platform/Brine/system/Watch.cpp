@@ -31,7 +31,6 @@ Watch::Watch(std::string const& path, std::string const& tableFile) : path_(path
   if (!poll_ || sys.pollAdd(poll_.get(), watch_.get()) != 0 || sys.pollAdd(poll_.get(), timer_.get()) != 0)
     throw MountFailure::ofErrno(errno, "making a poll set");
   watchFolder();
-  // The first look has everything to find.
   kick();
 }
 

@@ -126,7 +126,7 @@ class TableWriter {
     auto const isWanted = [&](uint32_t id) __attribute__((always_inline)) {
       return (slot = ownSlot(id, key.words)) != nullptr;
     };
-    Index::Entry const entry = segment_.index().findHome(key.hash, key.tag, isWanted);
+    Index::Entry const entry = segment_.index().findHome(key.hash, isWanted);
     if (slot == nullptr && segment_.index().reachesOn(key.hash)) return findOwnOn(key);
     return {entry, slot};
   }
@@ -134,7 +134,7 @@ class TableWriter {
   [[gnu::noinline]] Own findOwnOn(Words key) const {
     uint64_t* slot = nullptr;
     Index::Entry const entry = segment_.index().find(
-        key.hash, key.tag, [&](uint32_t id) { return (slot = ownSlot(id, key.words)) != nullptr; });
+        key.hash, [&](uint32_t id) { return (slot = ownSlot(id, key.words)) != nullptr; });
     return {entry, slot};
   }
 
@@ -153,7 +153,7 @@ class TableWriter {
     row.prepare(writer_.nextSequence(), words, keyWordCount, valueWordCount, true);
     // Column and index first: whoever sees the row live finds it through both.
     segment_.column(id).wordIs(id, columnWordOf(C::column(words)));
-    if (!segment_.index().insert(key.hash, key.tag, id)) {
+    if (!segment_.index().insert(key.hash, id)) {
       writer_.releaseId(id);
       throw CorruptionError("the table's index is damaged");
     }

@@ -9,11 +9,8 @@
 
 namespace Brine {
 
-Writer::Writer(RowShape const& shape, MountOptions const& options, Mounted& mounted)
-    : Writer(shape, options, mounted, Folder(options.directory, options.name, true)) {}
-
 Writer::Writer(RowShape const& shape, MountOptions const& options, Mounted& mounted, Folder const& folder)
-    : mounted_(mounted), claim_(folder) {
+    : mounted_(mounted), claim_(folder, mounted.segment) {
   try {
     if (!open(shape, folder, options.repair)) make(shape, folder, options);
   } catch (...) {
@@ -21,7 +18,6 @@ Writer::Writer(RowShape const& shape, MountOptions const& options, Mounted& moun
     mounted_.letGo();
     throw;
   }
-  claim_.segmentIs(segment_);
   ++mounted_.serial;
 }
 
@@ -31,7 +27,6 @@ Writer::~Writer() {
     // Readers are woken by the close of the file.
     storeRelease(&segment_->header()->writer, uint64_t{0});
   }
-  claim_.segmentIs(nullptr);
   mounted_.letGo();
 }
 
@@ -146,15 +141,11 @@ void Writer::recover(bool repair) {
       std::min(segment_->capacity(), (nextFresh_ + highWaterStep - 1) / highWaterStep * highWaterStep);
   rows_ = found.rows;
   rowsByWord_ = std::move(found.rowsByWord);
-  publishRecovery(found.dropped.size());
-}
-
-void Writer::publishRecovery(uint64_t dropped) {
   Header* const header = segment_->header();
   published_ = sequence_;
   quiet_ = true;
   segment_->publishHighWater(highWater_);
-  storeRelaxed(&header->dropped, loadRelaxed(&header->dropped) + dropped);
+  storeRelaxed(&header->dropped, loadRelaxed(&header->dropped) + found.dropped.size());
   storeRelaxed(&header->rows, rows_);
   // What stands in the ring is of an earlier life, or damaged, and readers compare everything anyway.
   for (uint64_t place = 0; place < ring_.entries(); ++place) storeRelaxed(ring_.entry(place), uint64_t{0});

@@ -24,7 +24,7 @@ class Writer {
 
   /// Claims the table, opens it or makes it, and recovers it. `mounted`, empty, outlives the writer. Raises
   /// `MountFailure`.
-  Writer(RowShape const& shape, MountOptions const& options, Mounted& mounted);
+  Writer(RowShape const& shape, MountOptions const& options, Mounted& mounted, Folder const& folder);
   /// Ends the turn, says that there is no writer any more, and lets the file go.
   ~Writer();
   Writer(Writer const&) = delete;
@@ -81,14 +81,12 @@ class Writer {
   std::string takeDamage() { return std::exchange(damage_, {}); }
 
  private:
-  Writer(RowShape const& shape, MountOptions const& options, Mounted& mounted, Folder const& folder);
   bool open(RowShape const& shape, Folder const& folder, bool repair);
   void make(RowShape const& shape, Folder const& folder, MountOptions const& options);
   void take(RowShape const& shape, bool repair);
   uint64_t sequenceBehind(uint64_t last) const;
   void drop(uint32_t id);
   void clearColumn(uint32_t from);
-  void publishRecovery(uint64_t dropped);
   void grow();
   void publish();
   void endQuiet();
