@@ -7,18 +7,14 @@
 namespace Brine {
 namespace {
 
-constexpr std::array<std::string_view, 3> modeTexts = {"writer", "reader", "keyshadow"};
 constexpr std::array<std::string_view, 10> statusTexts = {
     "unmounted",    "mounted", "no table", "busy",         "not permitted",
     "incompatible", "corrupt", "no space", "no resources", "writer gone"};
 
 }  // namespace
 
-std::string_view toText(Mode mode) { return modeTexts[static_cast<size_t>(mode)]; }
-
 std::string_view toText(MountStatus status) { return statusTexts[static_cast<size_t>(status)]; }
 
-std::ostream& operator<<(std::ostream& out, Mode mode) { return out << toText(mode); }
 std::ostream& operator<<(std::ostream& out, MountStatus status) { return out << toText(status); }
 
 }  // namespace Brine

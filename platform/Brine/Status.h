@@ -30,9 +30,6 @@ enum class MountStatus {
   writerGone,    ///< Reader: readable, but its writer has ended. Mounted again when there is a new one.
 };
 
-/// "writer", "reader", "keyshadow".
-std::string_view toText(Mode mode);
-
 /// A word or two for people: "mounted", "no table", "writer gone". Details are in `TableBase::mountDetail()`.
 std::string_view toText(MountStatus status);
 
@@ -41,7 +38,6 @@ constexpr bool isReadable(MountStatus status) {
   return status == MountStatus::mounted || status == MountStatus::writerGone;
 }
 
-std::ostream& operator<<(std::ostream& out, Mode mode);
 std::ostream& operator<<(std::ostream& out, MountStatus status);
 
 }  // namespace Brine

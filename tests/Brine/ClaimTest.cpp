@@ -173,23 +173,4 @@ TEST(Claim, IsKeptByAProcessWhoseMainThreadHasEnded) {
   EXPECT_EQ(tryToWrite(folder), MountStatus::mounted);
 }
 
-TEST(Claim, AForkedChildMapsNothingOfTheTable) {
-  TestFolder const folder;
-  TestSupport::Shared<std::atomic<pid_t>> child;
-  Child writer([&](Child& parent) {
-    Table table;
-    table.mount(folder.options(Mode::writer));
-    pid_t const forked = ::fork();
-    if (forked != 0) {
-      *child = forked;
-      parent.tell();
-    }
-    for (;;) ::pause();
-  });
-  ASSERT_TRUE(writer.hear());
-  std::ifstream maps("/proc/" + std::to_string(*child) + "/maps");
-  for (std::string line; std::getline(maps, line);) EXPECT_EQ(line.find("table.table"), line.npos) << line;
-  EXPECT_EQ(::kill(*child, SIGKILL), 0);
-}
-
 }  // namespace
