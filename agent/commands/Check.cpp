@@ -107,9 +107,10 @@ int check(CheckOptions const& options) {
 void addCheckCommand(CLI::App& app, Run& run) {
   auto const options = std::make_shared<CheckOptions>();
   CLI::App* const command = app.add_subcommand("check", "Verify every invariant of the tables");
-  auto* const what =
-      command->add_option("what", options->subjects, "hosts, floods, bridge-ids; all tables if none is named")
-          ->check(CLI::IsMember(tableWords()));
+  auto* const what = command
+                         ->add_option("what", options->subjects,
+                                      "hosts, floods, bridge-ids, state; all tables if none is named")
+                         ->check(CLI::IsMember(tableWords()));
   command->add_flag("--all", options->all, "All tables of both sides, as if none were named")->excludes(what);
   addViewOptions(*command, *options);
   command->add_flag("--learned", options->learned, "The tables that the EVPN side writes")->needs(what);

@@ -46,11 +46,9 @@ class DemoScreen {
   /// The first `limit` rows of a kind, or all for 0, in the order in which people read them.
   template <class Row>
   void rows(SiteRows const& all, std::size_t limit) {
-    std::vector<Row> rows;
-    for (auto const& [key, row] : all.of<Row>()) rows.push_back(row);
-    std::sort(rows.begin(), rows.end(), shownBefore<Row>);
+    std::span<Row const> const rows = all.of<Row>();
     std::size_t const shown = limit == 0 ? rows.size() : std::min(limit, rows.size());
-    writeColumns(out_, TableKind<Row>::fields(), std::span<Row const>(rows.data(), shown));
+    writeColumns(out_, TableKind<Row>::fields(), rows.first(shown));
     out_.write(shown < rows.size() ? "... " : "", countText(rows.size(), TableKind<Row>::noun), "\n\n");
     out_.flush();
   }

@@ -236,7 +236,7 @@ void addShowCommand(CLI::App& app, Run& run) {
                                    "evpn-status", "counters", "all"});
   command
       ->add_option("what", options->subjects,
-                   "hosts, floods, bridge-ids: rows of a table\n"
+                   "hosts, floods, bridge-ids, state: rows of a table\n"
                    "summary: how many rows, by VNI\n"
                    "tables: the state of each table\n"
                    "agent, sources, switches, speaker, fdb, evpn-status, counters:\n"

@@ -270,7 +270,7 @@ int watch(WatchOptions const& options, Output& out, int stopFd) {
 void addWatchCommand(CLI::App& app, Run& run) {
   auto const options = std::make_shared<WatchOptions>();
   CLI::App* const command = app.add_subcommand("watch", "Watch the changes of tables");
-  command->add_option("what", options->subjects, "hosts, floods, bridge-ids; one or more")
+  command->add_option("what", options->subjects, "hosts, floods, bridge-ids, state; one or more")
       ->required()
       ->check(CLI::IsMember(tableWords()));
   addViewOptions(*command, *options);

@@ -4,6 +4,19 @@
 
 namespace Agent {
 
+std::string_view toText(EvpnState::Capability capability) {
+  switch (capability) {
+    case EvpnState::Capability::unsaid: return "not said";
+    case EvpnState::Capability::off: return "off";
+    case EvpnState::Capability::on: return "on";
+  }
+  return {};
+}
+
+void appendText(std::string& out, EvpnState const& state) {
+  Orb::appendTexts(out, state.isWhole ? "whole" : "not whole", ", capability ", toText(state.capability));
+}
+
 EvpnStateWriter::EvpnStateWriter(std::string const& folder, bool repair) {
   mountAsWriter(table_, folder, EvpnState::file, repair);
 }

@@ -30,6 +30,11 @@ struct EvpnState {
   friend bool operator==(EvpnState const&, EvpnState const&) = default;
 };
 
+/// "not said", "off", "on".
+std::string_view toText(EvpnState::Capability capability);
+/// "whole, capability on", "not whole, capability not said".
+void appendText(std::string& out, EvpnState const& state);
+
 }  // namespace Agent
 
 template <>

@@ -2,7 +2,7 @@
 /// readers, which cost the writer nothing.
 #pragma once
 
-#include <map>
+#include <algorithm>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -15,18 +15,21 @@
 #include "agent/tables/BridgeIds.h"
 #include "agent/tables/Floods.h"
 #include "agent/tables/Hosts.h"
+#include "agent/tables/States.h"
 
 namespace Agent {
 
-/// The rows of every kind of table, in the order in which tables are shown.
-using TableRows = std::tuple<QorEvpn::Host, QorEvpn::FloodEntry, Bridging::BridgeId>;
+/// The rows of the kinds that hold what a site knows, in the order in which tables are shown.
+using EntryRows = std::tuple<QorEvpn::Host, QorEvpn::FloodEntry, Bridging::BridgeId>;
+/// Of every kind: behind them, what a side says of its tables.
+using TableRows = std::tuple<QorEvpn::Host, QorEvpn::FloodEntry, Bridging::BridgeId, EvpnState>;
 
 /// Calls `visit` with `std::type_identity<Row>` for each kind in turn.
-template <class Visit>
+template <class Rows = TableRows, class Visit>
 void forEachKind(Visit visit) {
   [&]<class... Row>(std::type_identity<std::tuple<Row...>>) {
     (visit(std::type_identity<Row>()), ...);
-  }(std::type_identity<TableRows>());
+  }(std::type_identity<Rows>());
 }
 
 /// One of a site's tables.
@@ -81,33 +84,34 @@ std::string explain(Brine::TableBase const& table, TablePlace const& place);
 /// Raises std::runtime_error with `explain()` unless rows can be read.
 void requireReadable(Brine::TableBase const& table, TablePlace const& place);
 
-/// Rows of every kind, by key: the contents of one folder of a site.
+/// What one folder of a site knows: rows of each kind, as often as they are there.
 class SiteRows {
  public:
   template <class Row>
-  using Rows = std::map<typename Brine::Codec<Row>::Key, Row>;
-
-  template <class Row>
-  Rows<Row>& of() {
-    return std::get<Rows<Row>>(rows_);
+  std::vector<Row>& of() {
+    return std::get<std::vector<Row>>(rows_);
   }
   template <class Row>
-  Rows<Row> const& of() const {
-    return std::get<Rows<Row>>(rows_);
+  std::vector<Row> const& of() const {
+    return std::get<std::vector<Row>>(rows_);
   }
-  /// In the place of the row of its key, if there is one.
   template <class Row>
   void add(Row const& row) {
-    of<Row>().insert_or_assign(Brine::Codec<Row>::key(row), row);
+    of<Row>().push_back(row);
+  }
+  /// Into the order in which rows are shown.
+  void sort() {
+    forEachKind<EntryRows>(
+        [&]<class Row>(std::type_identity<Row>) { std::ranges::sort(of<Row>(), shownBefore<Row>); });
   }
 
   friend bool operator==(SiteRows const&, SiteRows const&) = default;
 
  private:
   template <class... Row>
-  static std::tuple<Rows<Row>...> mapsOf(std::type_identity<std::tuple<Row...>>);
+  static std::tuple<std::vector<Row>...> listsOf(std::type_identity<std::tuple<Row...>>);
 
-  decltype(mapsOf(std::type_identity<TableRows>())) rows_;
+  decltype(listsOf(std::type_identity<EntryRows>())) rows_;
 };
 
 }  // namespace Agent

@@ -41,13 +41,6 @@ EvpnStatus evpnStatusOf(VxlanController::VniStatusDirV2 const& status, std::stri
   return result;
 }
 
-EvpnStatus evpnStatusOf(SiteRows const& learned) {
-  EvpnStatus result;
-  for (auto const& [key, row] : learned.of<Host>()) result[key.vni()].hosts.push_back(row);
-  for (auto const& [key, row] : learned.of<FloodEntry>()) result[key.vni()].floods.push_back(row);
-  return result;
-}
-
 EvpnStatus evpnStatusOf(nlohmann::json const& document) {
   EvpnStatus result;
   for (auto const& [name, each] : document.items()) {

@@ -28,8 +28,6 @@ using EvpnStatus = std::map<Vxlan::Vni, VniRows>;
 /// The status that the receive machine writes: of one VNI, in decimal, or of all for an empty text. A text
 /// that names no VNI of the status gives an empty result.
 EvpnStatus evpnStatusOf(VxlanController::VniStatusDirV2 const& status, std::string_view vni = {});
-/// The status that rows give which the EVPN side has learned.
-EvpnStatus evpnStatusOf(SiteRows const& learned);
 /// From JSON; raises std::exception for what is not of that form.
 EvpnStatus evpnStatusOf(nlohmann::json const& document);
 

@@ -6,21 +6,24 @@
 namespace Agent {
 
 SiteView::SiteView(Site const& site) {
-  for (TablePlace const& place : allTables()) {
-    withRow(place, [&]<class Row>(std::type_identity<Row>) {
-      std::get<Both<Row>>(tables_).tables[place.learned].mount(
+  forEachKind<EntryRows>([&]<class Row>(std::type_identity<Row>) {
+    for (bool const learned : {false, true}) {
+      if (!(learned ? TableKind<Row>::isLearned : TableKind<Row>::isExported)) continue;
+      TablePlace const place = placeOf<Row>(learned);
+      std::get<Both<Row>>(tables_).tables[learned].mount(
           {.directory = place.directory(site), .name = std::string(place.file)});
-    });
-  }
+    }
+  });
 }
 
 SiteRows SiteView::rowsOf(bool learned) {
   SiteRows rows;
-  forEachKind([&]<class Row>(std::type_identity<Row>) {
+  forEachKind<EntryRows>([&]<class Row>(std::type_identity<Row>) {
     Brine::Table<Row>& table = std::get<Both<Row>>(tables_).tables[learned];
     table.deliver();
     for (auto walk = table.walk(); Row const* const row = walk.next();) rows.add(*row);
   });
+  rows.sort();
   return rows;
 }
 
@@ -36,17 +39,18 @@ Expectation Expectation::ofFile(std::string const& path) {
   try {
     auto const document = nlohmann::json::parse(file);
     Expectation result;
-    forEachKind([&]<class Row>(std::type_identity<Row>) {
+    forEachKind<EntryRows>([&]<class Row>(std::type_identity<Row>) {
       using Kind = TableKind<Row>;
       if (!Kind::isExported) return;
       for (nlohmann::json const& row : document.value(Kind::member, nlohmann::json::array()))
         result.exported.add(Kind::ofJson(row));
     });
-    result.evpnStatus = evpnStatusOf(document.at("evpnStatus"));
-    for (auto const& [vni, rows] : result.evpnStatus) {
+    for (auto const& [vni, rows] : evpnStatusOf(document.at("evpnStatus"))) {
       for (QorEvpn::Host const& row : rows.hosts) result.learned.add(row);
       for (QorEvpn::FloodEntry const& row : rows.floods) result.learned.add(row);
     }
+    result.exported.sort();
+    result.learned.sort();
     return result;
   } catch (std::exception const& error) {
     throw std::runtime_error(path + ": " + error.what());

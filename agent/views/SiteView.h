@@ -14,7 +14,7 @@ class SiteView {
  public:
   explicit SiteView(Site const& site);
 
-  /// Rows as they are now. Raise Brine::CorruptionError.
+  /// Rows as they are now, sorted. Raise Brine::CorruptionError.
   SiteRows exported() { return rowsOf(false); }
   SiteRows learned() { return rowsOf(true); }
   /// How many hosts there are, at the cost of a look at two words.
@@ -33,15 +33,13 @@ class SiteView {
   SiteRows rowsOf(bool learned);
   std::uint64_t hosts(bool learned);
 
-  decltype(tablesOf(std::type_identity<TableRows>())) tables_;
+  decltype(tablesOf(std::type_identity<EntryRows>())) tables_;
 };
 
 /// What must be there once a recording has been played: the contents of its .end.json.
 struct Expectation {
   SiteRows exported;
-  /// What is imported from EVPN, as rows and as the agent's control socket answers it.
-  SiteRows learned;
-  EvpnStatus evpnStatus;
+  SiteRows learned;  ///< And imported by the agent.
 
   /// Raises std::runtime_error naming the file.
   static Expectation ofFile(std::string const& path);

@@ -27,7 +27,8 @@ TEST_F(CheckTest, NamesTheInvariantThatFails) {
   EXPECT_EQ(outcome.status, 0);
   EXPECT_EQ(outcome.out,
             "exported/host: sound, 20 rows\nexported/flood: no table\nexported/brId: no table\n"
-            "learned/host: sound, 0 rows\nlearned/flood: no table\n");
+            "exported/state: no table\nlearned/host: sound, 0 rows\nlearned/flood: no table\n"
+            "learned/state: no table\n");
   EXPECT_EQ(check({"floods"}).status, 1) << "named, but missing";
 
   std::string const path = site().exported() + "/host.table";

@@ -25,12 +25,8 @@ class ExchangeTest : public testing::Test {
   /// Waits until every site has learned exactly these rows.
   void expectLearned(std::vector<std::vector<QorEvpn::Host>> const& wanted) {
     for (std::size_t i = 0; i < 3; ++i) {
-      SiteRows rows;
-      for (QorEvpn::Host const& row : wanted[i]) rows.add(row);
-      EXPECT_TRUE(becomes([&] {
-        return views_[i].learned().of<QorEvpn::Host>() == rows.of<QorEvpn::Host>();
-      })) << "site "
-          << i << " learned " << views_[i].learned().of<QorEvpn::Host>().size() << " hosts";
+      EXPECT_TRUE(becomes([&] { return views_[i].learned().of<QorEvpn::Host>() == wanted[i]; }))
+          << "site " << i << " learned " << views_[i].learned().of<QorEvpn::Host>().size() << " hosts";
     }
   }
 

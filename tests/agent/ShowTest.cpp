@@ -17,6 +17,9 @@ struct ShowTest : testing::Test, SiteWriter {
     mountHosts();
     mount(floods);
     mount(brIds);
+    mount(learnedState, true);
+    learnedState.write({.capability = Agent::EvpnState::Capability::on, .isWhole = true});
+    learnedState.endTurn();
     // In none of the orders that rows are shown in.
     write({host(70000, 2, 11, 4294967295), host(5000, 0xAABBCCDDEE01, 12, 7), host(5000, 1, 11)});
     for (auto const& row : {flood(70000, 11), flood(5000, 12), flood(5000, 11)}) floods.write(row);
@@ -55,6 +58,9 @@ TEST_F(ShowTest, RowsAreSortedAndFilteredInEachForm) {
        "{\"floods\":[\n{\"vni\":70000,\"vtep\":\"10.99.0.11\"}],\n\"bridgeIds\":[\n33624432]}\n"},
       {{"hosts", "--vni", "1"}, "VNI  MAC  VTEP  SEQ  PREFERENCE\n"},
       {{"hosts", "--vni", "1", "--json"}, "{\"hosts\":[]}\n"},
+      {{"state", "--learned"}, "WHOLE  CAPABILITY\ntrue   on\n"},
+      {{"state", "--learned", "--text"}, "whole, capability on\n"},
+      {{"state", "--learned", "--json"}, "{\"state\":[\n{\"capability\":\"on\",\"whole\":true}]}\n"},
       {{"summary", "--vtep", "10.99.0.11"},
        "  VNI  exported/host  exported/flood  exported/brId  learned/host  learned/flood\n"
        " 5000              1               1              1             0              0\n"
@@ -85,6 +91,7 @@ TEST_F(ShowTest, EachFailureSaysWhatIsWrong) {
       {{"hosts", "--vtep", "10.99.0.1/24"}, 2, {"--vtep"}},
       {{"floods", "--mac", "02:00:00:00:00:01"}, 2, {"flood rows have no MAC addresses"}},
       {{"bridge-ids", "--learned"}, 2, {"--learned"}},
+      {{"state", "--vni", "1"}, 2, {"state rows have no VNIs"}},
       {{"tables", "--vni", "1"}, 2, {"filters"}},
       {{"hosts", "--text", "--json"}, 2, {"--text"}},
       {{"cats"}, 2, {"cats"}},
@@ -102,14 +109,15 @@ TEST_F(ShowTest, StateOfTheTablesIsShownEvenWhereSomeCannotBeRead) {
   brIds.unmount();
   std::ofstream(site().exported() + "/brId.table", std::ios::trunc) << "garbage";
   auto const tables = nlohmann::json::parse(show({"tables", "--json"}).out).at("tables");
-  ASSERT_EQ(tables.size(), 5U);
+  ASSERT_EQ(tables.size(), 7U);
   std::vector<std::string> seen;
   for (auto const& table : tables) {
     seen.push_back(table.at("table").get<std::string>() + ": " + table.at("status").get<std::string>());
   }
   EXPECT_THAT(seen, testing::ElementsAre("exported/host: writer gone", "exported/flood: mounted",
-                                         "exported/brId: corrupt", "learned/host: no table",
-                                         "learned/flood: no table"));
+                                         "exported/brId: corrupt", "exported/state: no table",
+                                         "learned/host: no table", "learned/flood: no table",
+                                         "learned/state: mounted"));
   // Of everything, whatever can be shown is shown; people's lines fit a terminal.
   Outcome const all = show({"all"});
   EXPECT_THAT(all.err, HasSubstr("no agent runs"));

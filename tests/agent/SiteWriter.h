@@ -41,6 +41,7 @@ class SiteWriter {
   Brine::Table<QorEvpn::FloodEntry> floods;
   Brine::Table<Bridging::BridgeId> brIds;
   Brine::Table<QorEvpn::Host> learnedHosts;
+  Brine::Table<Agent::EvpnState> learnedState;
 
  private:
   TestSupport::ScratchFolder folder_;
