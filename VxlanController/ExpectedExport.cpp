@@ -28,6 +28,10 @@ void addVni(VniFdbStatusV2 const& own, VniStatusV2 const* fromEvpn, Vxlan::Vni v
   }
   if (own.macVtepTables() || own.macVtepMultiPathTables() || own.macVtepFloodListTables())
     into.brIds.insert(vni);
+  bool const hasSupported = own.macVtepTables() ||
+                            own.macVtepMultiPathTable().contains(MacVtepFloodListV2::allBum) ||
+                            own.macVtepFloodListTable().contains(MacVtepFloodListV2::allBum);
+  if (!hasSupported) into.brIdsOfHistory.insert(vni);
 }
 
 template <class Left, class Right, class Same>

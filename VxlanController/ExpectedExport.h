@@ -37,6 +37,8 @@ struct ExpectedExport {
   std::vector<Host> hosts;         ///< Sorted by key.
   std::vector<FloodEntry> floods;  ///< Sorted by key.
   std::set<Vxlan::Vni> brIds;      ///< The VNIs whose bridge identifiers are listed.
+  /// The VNIs that have entries of the unsupported kinds alone, or none any more: listed or not, as above.
+  std::set<Vxlan::Vni> brIdsOfHistory;
 };
 
 /// Of all VNIs of the controller's directory; entries of another type and names that stand for no VNI are

@@ -132,6 +132,7 @@ class AgentProcess {
     if (command == "fdb")
       return module_.controller().fdb([this](SourceId id) { return module_.sources().name(id); });
     if (command == "why") return module_.why(argument);
+    if (command == "both-sides") return module_.bothSides(argument);
     if (command == "counters") return countersJson();
     if (command == "state") return state();
     if (command == "trace") {

@@ -25,6 +25,7 @@ void addDemoCommand(CLI::App& app, Run& run);
 void addShowCommand(CLI::App& app, Run& run);
 void addWatchCommand(CLI::App& app, Run& run);
 void addCheckCommand(CLI::App& app, Run& run);
+void addAuditCommand(CLI::App& app, Run& run);
 void addTraceCommand(CLI::App& app, Run& run);
 void addWhyCommand(CLI::App& app, Run& run);
 void addManualCommand(CLI::App& app, Run& run);

@@ -104,10 +104,7 @@ class DemoSite {
       return false;  // it is only just starting
     }
   }
-  SiteState state() {
-    return {name_, view_.exported(), view_.learned(),
-            evpnStatusOf(nlohmann::json(controlRequest(Site(dir_), "evpn-status")))};
-  }
+  SiteState state() const { return {name_, lookAt(Site(dir_))}; }
 
  private:
   std::string name_;

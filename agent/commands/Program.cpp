@@ -69,6 +69,7 @@ int program(int argc, char** argv) {
   addWatchCommand(app, run);
   addCheckCommand(app, run);
   addWhyCommand(app, run);
+  addAuditCommand(app, run);
   addTraceCommand(app, run);
   addHelpCommand(app, run);
   addManualCommand(app, run);

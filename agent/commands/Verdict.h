@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "agent/views/SiteView.h"
+#include "agent/audit/Audit.h"
 
 namespace Agent {
 
@@ -13,15 +13,14 @@ struct Check {
   std::string fault;  ///< What is wrong; empty where the claim holds.
 };
 
-/// A site as it stands: its tables, and what its agent says that it imported.
+/// A site as it stands.
 struct SiteState {
   std::string name;
-  SiteRows exported;
-  SiteRows learned;
-  EvpnStatus evpnStatus;
+  SiteLook look;
 };
 
-/// Compares: `west` with its expectation; what either exports with what the other learned.
+/// Each site is audited; `west` is compared with its expectation, and what either exports with what the other
+/// learned.
 std::vector<Check> verdictOn(SiteState const& west, SiteState const& east, Expectation const& expected);
 
 bool holds(std::vector<Check> const& checks);

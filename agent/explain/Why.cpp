@@ -4,20 +4,71 @@
 
 namespace Agent {
 
-namespace {
-
+using VxlanController::MacVtepFloodListV2;
 using VxlanController::MacVtepV2;
+using VxlanController::VniFdbStatusV2;
+using VxlanController::VniStatusV2;
 
-/// The rules that hold for hosts and flood rows alike.
-std::optional<Rule> stateRule(ExportState const& state) {
+std::optional<Rule> ruleOf(ExportState const& state) {
   if (!state.isEnabled) return Rule::databaseOff;
   if (!state.isCapable) return Rule::notCapable;
   if (!state.isServed) return Rule::notServed;
   return std::nullopt;
 }
 
+bool isRowOf(QorEvpn::Host const& row, MacVtepV2 const& entry) {
+  return row.vtepAddr() == entry.vtepAddr() && row.seqNo() == entry.seqNo() &&
+         row.preference() == entry.preference();
+}
+
+namespace {
+
+template <class Status>
+std::optional<MacVtepV2> entryOf(Status const* status, Wirix::EthAddr mac) {
+  MacVtepV2 const* const entry = status ? status->macVtepTable().find(mac) : nullptr;
+  return entry ? std::optional(*entry) : std::nullopt;
+}
+
+/// The VTEP's value in a list, or nothing where it is not in it.
+std::optional<bool> valueIn(Orb::Ptr<MacVtepFloodListV2> const& list, Wirix::IpAddr vtep) {
+  bool const* const value = list ? list->vtepIpFloodList().find(vtep) : nullptr;
+  return value ? std::optional(*value) : std::nullopt;
+}
+
+}  // namespace
+
+HostFacts hostFacts(QorEvpn::MacVniPair const& key, VniFdbStatusV2 const* own, VniStatusV2 const* theirs,
+                    ExportState state) {
+  state.isServed = own != nullptr;
+  HostFacts facts;
+  facts.key = key;
+  facts.state = state;
+  facts.controller = entryOf(own, key.macAddr());
+  facts.evpn = entryOf(theirs, key.macAddr());
+  facts.isMultipath = own && own->macVtepMultiPathTable().contains(key.macAddr());
+  return facts;
+}
+
+FloodFacts floodFacts(QorEvpn::VniVtepPair const& key, VniFdbStatusV2 const* own, VniStatusV2 const* theirs,
+                      ExportState state) {
+  Wirix::EthAddr constexpr allBum = MacVtepFloodListV2::allBum;
+  state.isServed = own != nullptr;
+  FloodFacts facts;
+  facts.key = key;
+  facts.state = state;
+  facts.isEvpns = theirs && valueIn(theirs->macVtepFloodListTable(allBum), key.vtepAddr());
+  if (!own) return facts;
+  facts.controller = valueIn(own->macVtepFloodListTable(allBum), key.vtepAddr());
+  for (auto const& list : own->macVtepFloodListTable()) {
+    if (list.key != allBum && valueIn(list.value, key.vtepAddr())) facts.isInListOfOneMac = true;
+  }
+  return facts;
+}
+
+namespace {
+
 Rule ruleOf(HostFacts const& facts) {
-  if (auto const rule = stateRule(facts.state)) return *rule;
+  if (auto const rule = ruleOf(facts.state)) return *rule;
   if (!facts.controller) return facts.isMultipath ? Rule::multipathOnly : Rule::notKnown;
   if (*facts.controller == MacVtepV2()) return Rule::defaultEntry;
   if (facts.evpn && *facts.evpn == *facts.controller) return Rule::evpnSupplied;
@@ -25,28 +76,16 @@ Rule ruleOf(HostFacts const& facts) {
 }
 
 Rule ruleOf(FloodFacts const& facts) {
-  if (auto const rule = stateRule(facts.state)) return *rule;
+  if (auto const rule = ruleOf(facts.state)) return *rule;
   if (!facts.controller) return facts.isInListOfOneMac ? Rule::notAllBum : Rule::notKnown;
   if (!*facts.controller) return Rule::entryOff;
   return facts.isEvpns ? Rule::evpnSupplied : Rule::exported;
 }
 
 std::string sentence(Rule rule) {
-  switch (rule) {
-    case Rule::databaseOff: return "Nothing is exported: the controller's database is not enabled.";
-    case Rule::notCapable: return "Nothing is exported: EVPN is not capable.";
-    case Rule::held:
-      return "Exported as an earlier run left it: not every source has told all of its state yet.";
-    case Rule::notServed: return "Not exported: no source of the controller serves the VNI.";
-    case Rule::notKnown: return "Not exported: the controller has no such entry.";
-    case Rule::multipathOnly: return "Not exported: the MAC is in the multipath table only.";
-    case Rule::notAllBum: return "Not exported: the VTEP is in the flood list of a single MAC only.";
-    case Rule::defaultEntry: return "Not exported: the entry equals the default one, which counts as absent.";
-    case Rule::entryOff: return "Not exported: the flood list has the VTEP switched off.";
-    case Rule::evpnSupplied: return "Not exported: EVPN supplied exactly this, and nothing is echoed.";
-    case Rule::exported: return "Exported.";
-  }
-  return {};
+  if (rule == Rule::exported) return "Exported.";
+  std::string_view const outcome = rule == Rule::held ? "Exported" : "Not exported";
+  return std::string(outcome).append(": ").append(reasonOf(rule)).append(".");
 }
 
 std::vector<std::string_view> differencesOf(HostFacts const& facts) {
@@ -56,12 +95,6 @@ std::vector<std::string_view> differencesOf(HostFacts const& facts) {
   if (facts.controller->seqNo() != facts.evpn->seqNo()) result.push_back("seq");
   if (facts.controller->preference() != facts.evpn->preference()) result.push_back("preference");
   return result;
-}
-
-/// Whether the exported row is the controller's entry.
-bool isRowOf(QorEvpn::Host const& row, MacVtepV2 const& entry) {
-  return row.vtepAddr() == entry.vtepAddr() && row.seqNo() == entry.seqNo() &&
-         row.preference() == entry.preference();
 }
 
 }  // namespace
@@ -79,6 +112,23 @@ std::string_view toText(Rule rule) {
     case Rule::entryOff: return "entry-off";
     case Rule::evpnSupplied: return "evpn-supplied";
     case Rule::exported: return "exported";
+  }
+  return {};
+}
+
+std::string_view reasonOf(Rule rule) {
+  switch (rule) {
+    case Rule::databaseOff: return "the integration is off, since the controller's database is not enabled";
+    case Rule::notCapable: return "the integration is off, since EVPN is not capable";
+    case Rule::held: return "an earlier run left it so, and not every source has told all of its state yet";
+    case Rule::notServed: return "no source of the controller serves the VNI";
+    case Rule::notKnown: return "the controller has no such entry";
+    case Rule::multipathOnly: return "the MAC is in the multipath table only";
+    case Rule::notAllBum: return "the VTEP is in the flood list of a single MAC only";
+    case Rule::defaultEntry: return "the entry equals the default one, which counts as absent";
+    case Rule::entryOff: return "the flood list has the VTEP switched off";
+    case Rule::evpnSupplied: return "EVPN supplied exactly this, and nothing is echoed";
+    case Rule::exported: return "nothing keeps it out";
   }
   return {};
 }

@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "DataModel/MacVtepV2.h"
+#include "DataModel/VniFdbStatusV2.h"
+#include "DataModel/VniStatusV2.h"
 #include "VxlanController/QorEvpnValues.h"
 
 namespace Agent {
@@ -32,6 +34,8 @@ enum class Rule {
 
 /// The rule's name for programs: "evpn-supplied".
 std::string_view toText(Rule rule);
+/// What it says, behind "Not exported: ".
+std::string_view reasonOf(Rule rule);
 
 /// What holds for a whole site and a VNI.
 struct ExportState {
@@ -60,6 +64,13 @@ struct FloodFacts {
   bool isRow = false;              ///< In the exported table.
 };
 
+/// The facts that the inputs of the machines give; either status may be null. `state` says what holds for the
+/// whole site.
+HostFacts hostFacts(QorEvpn::MacVniPair const& key, VxlanController::VniFdbStatusV2 const* own,
+                    VxlanController::VniStatusV2 const* theirs, ExportState state);
+FloodFacts floodFacts(QorEvpn::VniVtepPair const& key, VxlanController::VniFdbStatusV2 const* own,
+                      VxlanController::VniStatusV2 const* theirs, ExportState state);
+
 struct Explanation {
   Rule rule;
   std::string text;  ///< One sentence for people.
@@ -69,6 +80,10 @@ struct Explanation {
   bool isAsItShouldBe;
 };
 
+/// The rule that holds for every row of a VNI, if one does.
+std::optional<Rule> ruleOf(ExportState const& state);
+/// Whether the exported row is that entry.
+bool isRowOf(QorEvpn::Host const& row, VxlanController::MacVtepV2 const& entry);
 Explanation explain(HostFacts const& facts);
 Explanation explain(FloodFacts const& facts);
 

@@ -10,6 +10,9 @@
 ///                                    "hosts": [{"mac": .., "preference": 16, "seq": 0, "vtep": ..}]}},
 ///                          sorted, of every VNI
 ///   evpn-status 5000       the same of one VNI at most
+///   both-sides [5000]      what both sides know (agent/audit/BothSides.h)
+///   why MAC [VNI]          why a row is exported, or is not (HostedModule::why()); also VTEP VNI
+///   fdb                    the controller's entry of each MAC, and why (Controller::fdb())
 ///   counters               [{"name": "hostIs", "owner": "exported/host", "value": 278}, ..],
 ///                          by owner and name
 ///   state                  {"pid": .., "integration": true, "feed": {..}, ..}: what the agent is doing

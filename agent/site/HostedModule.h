@@ -80,6 +80,8 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
   /// both sides have, the row, and what explain() says (agent/explain/Why.h). Empty where nobody knows the
   /// MAC. Raises Orb::Error or std::runtime_error for another argument.
   nlohmann::ordered_json why(std::string_view argument) const;
+  /// What both sides know (agent/audit/BothSides.h): of one VNI, or which VNIs there are.
+  nlohmann::ordered_json bothSides(std::string_view vni) const;
   /// What the module is doing, for people and for tests.
   nlohmann::ordered_json state() const;
 
@@ -102,7 +104,7 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
 
   nlohmann::ordered_json whyHost(QorEvpn::MacVniPair const& key) const;
   nlohmann::ordered_json whyFlood(QorEvpn::VniVtepPair const& key) const;
-  ExportState exportState(bool isServed) const;
+  ExportState exportState() const;
   void handleFlag(bool on);
   void capabilityIs();
   void seedController();

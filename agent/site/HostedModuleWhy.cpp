@@ -1,6 +1,6 @@
-/// HostedModule::why(): the facts behind one row, collected from the machines' inputs and outputs.
-#include <charconv>
-
+/// What HostedModule says of its machines' inputs and outputs to those who ask why a row is there, or whether
+/// all are right.
+#include "agent/audit/BothSides.h"
 #include "agent/explain/Why.h"
 #include "agent/site/HostedModule.h"
 
@@ -8,7 +8,6 @@ namespace Agent {
 
 namespace {
 
-using VxlanController::MacVtepFloodListV2;
 using VxlanController::MacVtepV2;
 using Json = nlohmann::ordered_json;
 
@@ -18,28 +17,11 @@ Json entryJson(MacVtepV2 const& entry) {
           {"preference", entry.preference()}};
 }
 
-template <class Table>
-std::optional<MacVtepV2> entryOf(Table const* status, Wirix::EthAddr mac) {
-  MacVtepV2 const* const entry = status ? status->macVtepTable().find(mac) : nullptr;
-  return entry ? std::optional(*entry) : std::nullopt;
-}
-
-/// The VTEP's value in a list, or nothing where it is not in it.
-std::optional<bool> valueIn(Orb::Ptr<MacVtepFloodListV2> const& list, Wirix::IpAddr vtep) {
-  bool const* const value = list ? list->vtepIpFloodList().find(vtep) : nullptr;
-  return value ? std::optional(*value) : std::nullopt;
-}
-
 }  // namespace
 
 Json HostedModule::whyHost(QorEvpn::MacVniPair const& key) const {
-  auto const* const status = controller_->vniFdbStatus(key.vni());
-  HostFacts facts;
-  facts.key = key;
-  facts.state = exportState(status != nullptr);
-  facts.controller = entryOf(status, key.macAddr());
-  facts.evpn = entryOf(vniStatusDir_->vniStatusV2(key.vni()).get(), key.macAddr());
-  facts.isMultipath = status && status->macVtepMultiPathTable().contains(key.macAddr());
+  HostFacts facts = hostFacts(key, controller_->vniFdbStatus(key.vni()),
+                              vniStatusDir_->vniStatusV2(key.vni()).get(), exportState());
   if (auto const row = exported_.host->host(key); row != QorEvpn::Host()) facts.row = row;
   auto const verdict = controller_->verdict(key.vni(), key.macAddr());
   facts.isEarlier = verdict && verdict->source == earlierRun;
@@ -62,20 +44,8 @@ Json HostedModule::whyHost(QorEvpn::MacVniPair const& key) const {
 }
 
 Json HostedModule::whyFlood(QorEvpn::VniVtepPair const& key) const {
-  auto const* const status = controller_->vniFdbStatus(key.vni());
-  auto const& evpn = vniStatusDir_->vniStatusV2(key.vni());
-  FloodFacts facts;
-  facts.key = key;
-  facts.state = exportState(status != nullptr);
-  if (status) {
-    facts.controller = valueIn(status->macVtepFloodListTable(MacVtepFloodListV2::allBum), key.vtepAddr());
-    for (auto const& list : status->macVtepFloodListTable()) {
-      if (list.key != MacVtepFloodListV2::allBum && valueIn(list.value, key.vtepAddr())) {
-        facts.isInListOfOneMac = true;
-      }
-    }
-  }
-  facts.isEvpns = evpn && valueIn(evpn->macVtepFloodListTable(MacVtepFloodListV2::allBum), key.vtepAddr());
+  FloodFacts facts = floodFacts(key, controller_->vniFdbStatus(key.vni()),
+                                vniStatusDir_->vniStatusV2(key.vni()).get(), exportState());
   facts.isRow = exported_.flood->floodEntry(key) != QorEvpn::FloodEntry();
 
   Json result{{"vni", key.vni().value()}, {"vtep", Orb::toText(key.vtepAddr())}};
@@ -86,11 +56,10 @@ Json HostedModule::whyFlood(QorEvpn::VniVtepPair const& key) const {
   return result;
 }
 
-ExportState HostedModule::exportState(bool isServed) const {
+ExportState HostedModule::exportState() const {
   return {.isEnabled = status_->enabled(),
           .isCapable = capability_->evpnEnabled(),
-          .isKeeping = sources_.isKeeping(),
-          .isServed = isServed};
+          .isKeeping = sources_.isKeeping()};
 }
 
 Json HostedModule::why(std::string_view argument) const {
@@ -121,6 +90,23 @@ Json HostedModule::why(std::string_view argument) const {
   }
   for (Vxlan::Vni const each : knowing) result.push_back(whyHost({mac, each}));
   return result;
+}
+
+Json HostedModule::bothSides(std::string_view argument) const {
+  if (!argument.empty()) {
+    auto const vni = Orb::parseWhole<Vxlan::Vni>(std::string(argument));
+    return bothSidesJson(controller_->vniFdbStatus(vni), vniStatusDir_->vniStatusV2(vni).get());
+  }
+  std::set<Vxlan::Vni> known;
+  controller_->forEachVni([&](Vxlan::Vni vni) { known.insert(vni); });
+  for (auto const& each : vniStatusDir_->vniStatusV2()) known.insert(each.key);
+  auto vnis = Json::array();
+  for (Vxlan::Vni const vni : known) vnis.push_back(vni.value());
+  ExportState const state = exportState();
+  return {{"enabled", state.isEnabled},
+          {"capability", state.isCapable},
+          {"kept", !tx_ && !toldOff_},
+          {"vnis", std::move(vnis)}};
 }
 
 }  // namespace Agent

@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include "agent/audit/Audit.h"
 #include "agent/site/Control.h"
-#include "agent/views/SiteView.h"
 #include "support/Paths.h"
 #include "support/Program.h"
 
@@ -30,7 +30,9 @@ struct AgentSite {
   nlohmann::ordered_json ask(std::string const& request) const {
     return Agent::controlRequest(Agent::Site(dir), request);
   }
-  Agent::EvpnStatus evpnStatus() const { return Agent::evpnStatusOf(nlohmann::json(ask("evpn-status"))); }
+  /// What the agent holds of EVPN's rows.
+  Agent::SiteRows imported() const { return look().imported(); }
+  Agent::SiteLook look() const { return Agent::lookAt(Agent::Site(dir)); }
   /// How far the feed has come; null as long as no agent answers.
   nlohmann::json feed() const {
     try {
@@ -45,10 +47,15 @@ struct AgentSite {
   bool isHosted() const {
     return becomes([&] { return access(Agent::Site(dir).controlSocket().c_str(), F_OK) == 0; });
   }
-  /// Waits until the feed has ended and the tables are as expected.
-  bool settles(Agent::Expectation const& expected) {
+  /// Waits until the feed has ended, the tables are as expected, and every row is as it should be.
+  bool settles(Agent::Expectation const& expected) const {
     return becomes([&] {
-      return feedHasEnded() && view.exported() == expected.exported && evpnStatus() == expected.evpnStatus;
+      if (!feedHasEnded()) return false;
+      Agent::SiteLook const now = look();
+      Agent::Findings findings = audit(now);
+      compareRows(findings, "exported", expected.exported, now.exported);
+      compareRows(findings, "imported", expected.learned, now.imported());
+      return findings.empty();
     });
   }
 

@@ -47,24 +47,28 @@ class FeedModel {
     for (auto const& [key, on] : controller_.floods) {
       if (on && key.first.mac == Wirix::EthAddr() && !evpn_.floods.contains(key)) rows.add(flood(key));
     }
+    std::set<Vxlan::Vni> published;
     auto const publish = [&](Place const& place) {
-      if (served_.contains(place.vni)) rows.add(Bridging::BridgeId::ofVni(place.vni));
+      bool const isNew = served_.contains(place.vni) && published.insert(place.vni).second;
+      if (isNew) rows.add(Bridging::BridgeId::ofVni(place.vni));
     };
     for (Known const* known : {&controller_, &evpn_}) {
       for (auto const& each : known->macs) publish(each.first);
       for (auto const& each : known->floods) publish(each.first.first);
       for (Place const& place : known->multipaths) publish(place);
     }
+    rows.sort();
     return rows;
   }
 
-  Agent::EvpnStatus evpnStatus() const {
+  Agent::SiteRows imported() const {
     Agent::SiteRows rows;
     if (isOn()) {
       for (auto const& [place, row] : evpn_.macs) rows.add(row);
       for (auto const& [key, on] : evpn_.floods) rows.add(flood(key));
     }
-    return Agent::evpnStatusOf(rows);
+    rows.sort();
+    return rows;
   }
 
  private:

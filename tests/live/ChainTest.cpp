@@ -133,8 +133,8 @@ class LiveSite {
   std::set<std::string> rowsOf(std::string const& folder) {
     std::set<std::string> rows;
     auto const all = folder == "exported" ? site_.view.exported() : site_.view.learned();
-    for (auto const& [key, row] : all.of<QorEvpn::Host>()) {
-      rows.insert(Orb::toText(key.macAddr()) + ' ' + Orb::toText(row.vtepAddr()) + ' ' +
+    for (QorEvpn::Host const& row : all.of<QorEvpn::Host>()) {
+      rows.insert(Orb::toText(row.key().macAddr()) + ' ' + Orb::toText(row.vtepAddr()) + ' ' +
                   Orb::toText(row.seqNo()));
     }
     return rows;

@@ -1,0 +1,186 @@
+#include "agent/audit/Audit.h"
+
+#include <thread>
+
+#include "VxlanController/ExpectedExport.h"
+#include "agent/explain/Why.h"
+#include "agent/site/Control.h"
+
+namespace Agent {
+
+using namespace QorEvpn;
+using Bridging::BridgeId;
+using Kind = TableKind<BridgeId>;
+
+namespace {
+
+Judge<Host> hostJudge(SiteLook const& look) {
+  auto const factsOf = [&look](Host const& row) {
+    Vxlan::Vni const vni = row.key().vni();
+    return hostFacts(row.key(), look.sides.own(vni), look.sides.theirs(vni), look.state);
+  };
+  auto const isSupplied = [factsOf](Host const& row) {
+    auto const theirs = factsOf(row).evpn;
+    return theirs && isRowOf(row, *theirs);
+  };
+  return {.unwanted =
+              [=](Host const& row) {
+                Rule const rule = explain(factsOf(row)).rule;
+                return Blame{isSupplied(row) ? Fault::echoed : Fault::orphan, std::string(reasonOf(rule))};
+              },
+          .wanted = [](Host const&) { return "the controller has it, and nothing keeps it out"; },
+          .isSupplied = isSupplied};
+}
+
+Judge<FloodEntry> floodJudge(SiteLook const& look) {
+  auto const factsOf = [&look](FloodEntry const& row) {
+    Vxlan::Vni const vni = row.key().vni();
+    return floodFacts(row.key(), look.sides.own(vni), look.sides.theirs(vni), look.state);
+  };
+  return {
+      .unwanted =
+          [=](FloodEntry const& row) {
+            FloodFacts const facts = factsOf(row);
+            return Blame{facts.isEvpns ? Fault::echoed : Fault::orphan,
+                         std::string(reasonOf(explain(facts).rule))};
+          },
+      .wanted = [](FloodEntry const&) { return "the controller floods to it, and nothing keeps it out"; }};
+}
+
+std::vector<BridgeId> expectedBridgeIds(ExpectedExport const& expected, SiteRows const& exported) {
+  std::set<Vxlan::Vni> vnis = expected.brIds;
+  for (Vxlan::Vni const vni : expected.brIdsOfHistory) vnis.erase(vni);
+  for (BridgeId const row : exported.of<BridgeId>()) {
+    if (row == BridgeId::ofVni(Kind::vni(row)) && expected.brIdsOfHistory.contains(Kind::vni(row)))
+      vnis.insert(Kind::vni(row));
+  }
+  std::vector<BridgeId> result;
+  for (Vxlan::Vni const vni : vnis) result.push_back(BridgeId::ofVni(vni));
+  return result;
+}
+
+Judge<BridgeId> bridgeIdJudge(SiteLook const& look) {
+  auto const unwanted = [&look](BridgeId row) {
+    ExportState state = look.state;
+    state.isServed = look.sides.own(Kind::vni(row));
+    auto const rule = ruleOf(state);
+    return Blame{Fault::orphan, rule ? std::string(reasonOf(*rule)) : "the VNI has no entries"};
+  };
+  return {.unwanted = unwanted, .wanted = [](BridgeId) { return "the VNI is served and has entries"; }};
+}
+
+void auditExported(Findings& findings, SiteLook const& look) {
+  ExpectedExport expected;
+  if (look.isOn()) expected = expectedExport(*look.sides.controller, *look.sides.evpn);
+  std::ranges::sort(expected.hosts, shownBefore<Host>);
+  std::ranges::sort(expected.floods, shownBefore<FloodEntry>);
+  SiteRows const& found = look.exported;
+  compareRows(findings, "exported/host", expected.hosts, found.of<Host>(), hostJudge(look));
+  compareRows(findings, "exported/flood", expected.floods, found.of<FloodEntry>(), floodJudge(look));
+  compareRows(findings, "exported/brId", expectedBridgeIds(expected, found), found.of<BridgeId>(),
+              bridgeIdJudge(look));
+}
+
+SiteRows rowsOf(VxlanController::VniStatusDirV2 const& status) {
+  SiteRows rows;
+  for (auto const& [vni, each] : evpnStatusOf(status)) {
+    for (Host const& row : each.hosts) rows.add(row);
+    for (FloodEntry const& row : each.floods) rows.add(row);
+  }
+  return rows;
+}
+
+/// EVPN's status holds what the learned table holds, where each row is once.
+template <class Row>
+void auditImported(Findings& findings, SiteLook const& look, SiteRows const& expected,
+                   SiteRows const& found) {
+  std::vector<Row> const& learned = look.learned.of<Row>();
+  std::vector<Row> once = learned;
+  auto const isSame = [](Row const& left, Row const& right) { return !shownBefore(left, right); };
+  once.erase(std::unique(once.begin(), once.end(), isSame), once.end());
+  compareRows(findings, placeOf<Row>(true).label(), once, learned);
+  Judge<Row> const judge{.unwanted =
+                             [&look](Row const&) {
+                               auto const rule = ruleOf(look.state);
+                               bool const isOff = rule && *rule != Rule::notServed;
+                               return Blame{Fault::orphan, isOff ? std::string(reasonOf(*rule))
+                                                                 : "the learned table has no such row"};
+                             },
+                         .wanted = [](Row const&) { return "the learned table has it"; }};
+  compareRows<Row>(findings, std::string("evpn-status/").append(TableKind<Row>::file), expected.of<Row>(),
+                   found.of<Row>(), judge);
+}
+
+}  // namespace
+
+SiteRows SiteLook::imported() const { return rowsOf(*sides.evpn); }
+
+Findings audit(SiteLook const& look) {
+  Findings findings;
+  if (!look.isKept) auditExported(findings, look);
+  SiteRows expected;
+  if (look.isOn())
+    expected = rowsOf(*expectedLearned(look.learned.of<Host>(), look.learned.of<FloodEntry>()));
+  SiteRows const imported = look.imported();
+  auditImported<Host>(findings, look, expected, imported);
+  auditImported<FloodEntry>(findings, look, expected, imported);
+  return findings;
+}
+
+namespace {
+
+using Vnis = std::optional<std::set<Vxlan::Vni>>;
+
+/// What the agent says; its tables are still to be read.
+SiteLook ask(Site const& site, Vnis const& wanted) {
+  auto const head = controlRequest(site, "both-sides");
+  SiteLook look;
+  look.state.isEnabled = head.at("enabled");
+  look.state.isCapable = head.at("capability");
+  look.isKept = head.at("kept");
+  for (auto const& each : head.at("vnis")) {
+    Vxlan::Vni const vni(each.get<std::uint32_t>());
+    if (!wanted || wanted->contains(vni))
+      look.sides.take(vni, controlRequest(site, "both-sides " + Orb::toText(vni)));
+  }
+  return look;
+}
+
+/// Only of the VNIs that are wanted.
+SiteRows read(SiteRows rows, Vnis const& wanted) {
+  if (!wanted) return rows;
+  forEachKind<EntryRows>([&]<class Row>(std::type_identity<Row>) {
+    std::erase_if(rows.of<Row>(),
+                  [&](Row const& row) { return !wanted->contains(TableKind<Row>::vni(row)); });
+  });
+  return rows;
+}
+
+}  // namespace
+
+SiteLook lookAt(Site const& site) {
+  SiteLook look = ask(site, std::nullopt);
+  SiteView view(site);
+  look.exported = view.exported();
+  look.learned = view.learned();
+  return look;
+}
+
+Findings auditSite(Site const& site, std::chrono::milliseconds pause) {
+  Findings findings = audit(lookAt(site));
+  if (findings.empty()) return findings;
+  std::set<Vxlan::Vni> vnis;
+  for (Finding const& each : findings) vnis.insert(each.vni);
+  std::this_thread::sleep_for(pause);
+  SiteLook before = ask(site, vnis);
+  SiteView view(site);
+  before.exported = read(view.exported(), vnis);
+  before.learned = read(view.learned(), vnis);
+  findings = common(findings, audit(before));
+  SiteLook after = ask(site, vnis);
+  after.exported = std::move(before.exported);
+  after.learned = std::move(before.learned);
+  return common(findings, audit(after));
+}
+
+}  // namespace Agent

@@ -1,0 +1,40 @@
+/// Agent::audit(): a site's tables beside what should be in them, which is a pure function of what the
+/// controller and EVPN know (VxlanController/ExpectedExport.h).
+///
+/// Whoever looks at a busy site sees its parts at different times, so a difference counts only if it is there
+/// again, unchanged, in a second look (auditSite()).
+#pragma once
+
+#include <chrono>
+
+#include "agent/audit/BothSides.h"
+#include "agent/audit/Findings.h"
+#include "agent/explain/Why.h"
+#include "agent/views/SiteView.h"
+
+namespace Agent {
+
+/// A site as it was seen once.
+struct SiteLook {
+  ExportState state;    ///< Of the whole site.
+  bool isKept = false;  ///< Rows of an earlier run stay, whatever is known.
+  BothSides sides;
+  SiteRows exported;
+  SiteRows learned;
+
+  bool isOn() const { return state.isEnabled && state.isCapable; }
+  /// What EVPN's view holds, as rows, sorted.
+  SiteRows imported() const;
+};
+
+/// What is wrong, table by table: the exported ones, then EVPN's status beside the learned ones.
+Findings audit(SiteLook const& look);
+
+/// Asks the agent and reads the tables. Raises std::runtime_error where no agent runs.
+SiteLook lookAt(Site const& site);
+
+/// What is wrong in a first look and still is `pause` later, when the agent says the same of a VNI before and
+/// after its rows are read.
+Findings auditSite(Site const& site, std::chrono::milliseconds pause);
+
+}  // namespace Agent

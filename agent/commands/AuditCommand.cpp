@@ -1,0 +1,64 @@
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+
+#include "agent/audit/Audit.h"
+#include "agent/commands/Commands.h"
+#include "agent/commands/Ranges.h"
+
+namespace Agent {
+
+namespace {
+
+struct AuditOptions {
+  std::string dir{Site::defaultDir};
+  double pause = 1;
+  bool json = false;
+};
+
+int runAudit(AuditOptions const& options) {
+  auto const pause = std::chrono::duration<double>(options.pause);
+  Findings const findings =
+      auditSite(Site(options.dir), std::chrono::duration_cast<std::chrono::milliseconds>(pause));
+  Output out(STDOUT_FILENO);
+  try {
+    if (options.json) {
+      writeArray(out, std::span(findings), [](Finding const& each) { return toJson(each); });
+      out.write("\n");
+    } else {
+      for (Finding const& each : findings) out.write(each, "\n");
+      out.write(findings.empty() ? "Every row is as it should be."
+                                 : countText(findings.size(), "row") + " not as they should be.",
+                "\n");
+    }
+    out.flush();
+  } catch (OutputClosed const&) {
+    // The exit status still tells.
+  }
+  return findings.empty() ? exitOk : exitFailed;
+}
+
+}  // namespace
+
+void addAuditCommand(CLI::App& app, Run& run) {
+  auto const options = std::make_shared<AuditOptions>();
+  CLI::App* const command =
+      app.add_subcommand("audit", "Compare every row of a site with what should be there");
+  command->add_option("--dir", options->dir, "The site's directory")->capture_default_str();
+  command->add_option("--pause", options->pause, "Seconds before the second look at what differs")
+      ->check(numberFrom("0", "3600"))
+      ->capture_default_str();
+  command->add_flag("-j,--json", options->json, "For programs");
+  command->footer(
+      "Asks the running agent what the controller and EVPN know, works out from that which rows should be\n"
+      "there, and reads the tables. Names each row that is missing, orphan (nothing wants it), stale (other\n"
+      "values), echoed (it came from the other side) or duplicate. While rows change, a difference counts "
+      "only\n"
+      "if it is still there in a second look. Exit status 0 if every row is right, 1 if not.\n\n"
+      "Examples:\n"
+      "  qorevpn audit\n"
+      "  qorevpn audit --pause 5 --json | jq -r '.[].fault' | sort | uniq -c");
+  command->callback([options, &run] { run = [options] { return runAudit(*options); }; });
+}
+
+}  // namespace Agent

@@ -1,0 +1,167 @@
+#include "agent/audit/Audit.h"
+
+#include <gmock/gmock.h>
+
+#include <filesystem>
+#include <thread>
+
+#include "AgentSite.h"
+#include "SiteWriter.h"
+
+namespace Agent {
+namespace {
+
+using QorEvpn::FloodEntry, QorEvpn::Host;
+using TestSupport::Program, TestSupport::run;
+
+Bridging::BridgeId bridgeId(std::uint32_t vni) { return Bridging::BridgeId::ofVni(Vxlan::Vni(vni)); }
+
+/// A site of the VNI 5000 in which all is well: the controller knows the MAC 1 from its switches and the
+/// MAC 2 from EVPN. EVPN also has an older entry of the MAC 1.
+SiteLook soundLook() {
+  SiteLook look;
+  look.state = {.isEnabled = true, .isCapable = true};
+  look.sides.take(Vxlan::Vni(5000), nlohmann::ordered_json::parse(R"({
+      "controller": {"hosts": ["00:00:00:00:00:01 10.99.0.11 1 16", "00:00:00:00:00:02 10.99.0.22 0 16"],
+                     "multipaths": ["00:00:00:00:00:03"],
+                     "floods": {"00:00:00:00:00:00": ["10.99.0.11 on", "10.99.0.12 off", "10.99.0.22 on"]}},
+      "evpn": {"hosts": ["00:00:00:00:00:01 10.99.0.22 0 16", "00:00:00:00:00:02 10.99.0.22 0 16"],
+               "multipaths": [], "floods": {"00:00:00:00:00:00": ["10.99.0.22 on"]}}})"));
+  look.exported.add(host(5000, 1, 11, 1));
+  look.exported.add(flood(5000, 11));
+  look.exported.add(bridgeId(5000));
+  for (std::uint64_t const mac : {1U, 2U}) look.learned.add(host(5000, mac, 22));
+  look.learned.add(flood(5000, 22));
+  return look;
+}
+
+TEST(AuditTest, NamesEachRowThatIsNotAsItShouldBe) {
+  struct {
+    void (*plant)(SiteLook&);
+    std::vector<std::string> findings;
+  } const cases[] = {
+      {[](SiteLook&) {}, {}},
+      {[](SiteLook& look) { look.exported.of<Host>().clear(); },
+       {"exported/host  vni 5000  mac 00:00:00:00:00:01: missing: the controller has it, and nothing keeps "
+        "it out"}},
+      {[](SiteLook& look) { look.exported.add(host(5000, 3, 11)); },
+       {"exported/host  vni 5000  mac 00:00:00:00:00:03: orphan: the MAC is in the multipath table only"}},
+      {[](SiteLook& look) { look.exported.add(host(6000, 1, 11)); },
+       {"exported/host  vni 6000  mac 00:00:00:00:00:01: orphan: no source of the controller serves the "
+        "VNI"}},
+      {[](SiteLook& look) { look.exported.add(host(5000, 2, 22)); },
+       {"exported/host  vni 5000  mac 00:00:00:00:00:02: echoed: EVPN supplied exactly this, and nothing is "
+        "echoed"}},
+      {[](SiteLook& look) { look.exported.of<Host>() = {host(5000, 1, 12, 1)}; },
+       {"exported/host  vni 5000  mac 00:00:00:00:00:01: stale: vtep 10.99.0.12, not 10.99.0.11"}},
+      {[](SiteLook& look) { look.exported.of<Host>() = {host(5000, 1, 22)}; },
+       {"exported/host  vni 5000  mac 00:00:00:00:00:01: echoed: vtep 10.99.0.22, not 10.99.0.11; seq 0, not "
+        "1"}},
+      {[](SiteLook& look) { look.exported.add(host(5000, 1, 11, 1)); },
+       {"exported/host  vni 5000  mac 00:00:00:00:00:01: duplicate: it is there 2 times"}},
+      {[](SiteLook& look) {
+         look.exported.of<FloodEntry>() = {flood(5000, 12), flood(5000, 22)};
+       },
+       {"exported/flood  vni 5000  vtep 10.99.0.11: missing: the controller floods to it, and nothing keeps "
+        "it "
+        "out",
+        "exported/flood  vni 5000  vtep 10.99.0.12: orphan: the flood list has the VTEP switched off",
+        "exported/flood  vni 5000  vtep 10.99.0.22: echoed: EVPN supplied exactly this, and nothing is "
+        "echoed"}},
+      {[](SiteLook& look) { look.exported.of<Bridging::BridgeId>() = {bridgeId(6000)}; },
+       {"exported/brId  vni 5000: missing: the VNI is served and has entries",
+        "exported/brId  vni 6000: orphan: no source of the controller serves the VNI"}},
+      // What EVPN told is not what the agent holds.
+      {[](SiteLook& look) {
+         look.learned.of<Host>() = {host(5000, 1, 22), host(5000, 1, 22), host(5000, 2, 22, 7),
+                                    host(5000, 4, 22)};
+         look.learned.of<FloodEntry>().clear();
+       },
+       {"learned/host  vni 5000  mac 00:00:00:00:00:01: duplicate: it is there 2 times",
+        "evpn-status/host  vni 5000  mac 00:00:00:00:00:02: stale: seq 0, not 7",
+        "evpn-status/host  vni 5000  mac 00:00:00:00:00:04: missing: the learned table has it",
+        "evpn-status/flood  vni 5000  vtep 10.99.0.22: orphan: the learned table has no such row"}},
+      // While it is off nothing is there; what an earlier run left is not looked at before anybody has said.
+      {[](SiteLook& look) {
+         look.state.isCapable = false;
+         look.sides.evpn->vniStatusV2Del(Vxlan::Vni(5000));
+         look.exported.of<FloodEntry>().clear(), look.exported.of<Bridging::BridgeId>().clear();
+       },
+       {"exported/host  vni 5000  mac 00:00:00:00:00:01: orphan: the integration is off, since EVPN is not "
+        "capable"}},
+      {[](SiteLook& look) { look.isKept = true, look.exported.of<Host>().clear(); }, {}},
+      // Entries that are not supported decide late.
+      {[](SiteLook& look) {
+         for (std::uint32_t const vni : {1U, 2U}) {
+           look.sides.take(Vxlan::Vni(vni), nlohmann::ordered_json::parse(R"({"evpn": null, "controller":
+               {"hosts": [], "multipaths": ["00:00:00:00:00:03"], "floods": {}}})"));
+         }
+         look.exported.add(bridgeId(2));
+       },
+       {}},
+  };
+  for (auto const& each : cases) {
+    SiteLook look = soundLook();
+    each.plant(look);
+    look.exported.sort(), look.learned.sort();
+    std::vector<std::string> found;
+    for (Finding const& finding : audit(look)) found.push_back(Orb::toText(finding));
+    EXPECT_EQ(found, each.findings);
+  }
+}
+
+/// A running site of which the test has the EVPN side's tables.
+struct AuditSite : testing::Test, SiteWriter {
+  AuditSite() : agent({"agent", "--dir", dir(), "--feed", "-"}) {
+    mount(learnedHosts, true);
+    agent.write(
+        "{\"from\":\"controller\",\"op\":\"enabled\",\"value\":true}\n"
+        "{\"from\":\"evpn\",\"op\":\"capability\",\"value\":true}\n");
+    tell(1, 0);
+  }
+  void tell(std::uint64_t mac, unsigned seq) const {
+    agent.write(R"({"from":"controller","op":"mac","vni":5000,"mac":")" +
+                Orb::toText(Wirix::EthAddr::ofValue(mac)) + R"(","vtep":"10.99.0.11","seq":)" +
+                std::to_string(seq) + "}\n");
+  }
+  bool settles() const {
+    return becomes([&] { return SiteView(site()).exported().of<Host>().size() == 1; });
+  }
+  TestSupport::Outcome audit(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), {"audit", "--dir", dir()});
+    return run(arguments);
+  }
+  Program agent;
+};
+
+TEST_F(AuditSite, FindsRowsThatAreNotTheAgentsOwn) {
+  ASSERT_TRUE(settles()) << agent.errors();
+  EXPECT_EQ(audit({"--pause", "0"}).out, "Every row is as it should be.\n");
+  // Somebody puts another site's table in the place of the agent's.
+  SiteWriter other;
+  other.mountHosts();
+  other.write({host(5000, 9, 11)});
+  std::filesystem::copy(other.site().exported() + "/host.table", dir() + "/copy");
+  std::filesystem::rename(dir() + "/copy", site().exported() + "/host.table");
+  auto const outcome = audit({"--pause", "0.01", "--json"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(nlohmann::json::parse(outcome.out), nlohmann::json::parse(R"([
+      {"table": "exported/host", "vni": 5000, "mac": "00:00:00:00:00:01", "fault": "missing",
+       "reason": "the controller has it, and nothing keeps it out"},
+      {"table": "exported/host", "vni": 5000, "mac": "00:00:00:00:00:09", "fault": "orphan",
+       "reason": "the controller has no such entry"}])"));
+}
+
+TEST_F(AuditSite, IsNotMisledByRowsThatChangeWhileItLooks) {
+  ASSERT_TRUE(settles()) << agent.errors();
+  std::jthread const busy([this](std::stop_token const& stop) {
+    for (unsigned seq = 1; !stop.stop_requested(); ++seq) tell(1 + seq % 64, seq);
+  });
+  for (int i = 0; i < 5; ++i) {
+    auto const outcome = audit({"--pause", "0"});
+    EXPECT_EQ(outcome.out, "Every row is as it should be.\n") << outcome.err;
+  }
+}
+
+}  // namespace
+}  // namespace Agent
