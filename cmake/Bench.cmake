@@ -27,6 +27,9 @@ target_include_directories(bench-support PUBLIC ${PROJECT_SOURCE_DIR}/bench)
 target_link_libraries(bench-support PUBLIC qorevpn bench-peers)
 
 file(GLOB benches CONFIGURE_DEPENDS bench/*.cpp)
+if(NOT TARGET qorevpn-agent)
+  list(FILTER benches EXCLUDE REGEX "/Feed\\.cpp$")
+endif()
 if(NOT TARGET qorevpn-adapters)
   list(FILTER benches EXCLUDE REGEX "/Live\\.cpp$")
 endif()
@@ -38,6 +41,12 @@ foreach(source IN LISTS benches)
   set_target_properties(bench-${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bench)
   target_link_libraries(bench-${name} PRIVATE bench-support)
 endforeach()
+
+# The program as people run it.
+if(TARGET bench-Feed)
+  target_compile_definitions(bench-Feed PRIVATE QOREVPN_PROGRAM="$<TARGET_FILE:qorevpn-agent>")
+  add_dependencies(bench-Feed qorevpn-agent)
+endif()
 
 # BGP takes servers, which the tests can start.
 if(TARGET bench-Live)
