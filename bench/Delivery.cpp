@@ -170,7 +170,10 @@ void runRole(std::vector<std::string> const& role) {
 #if QOREVPN_PEER_REDIS
   if (role[0] == "redis") {
     RedisStore store(role[1]);
-    store.subscribe(std::stoull(role[2]), [] { say("ready"); });
+    uint64_t sum = 0;
+    store.subscribe(
+        std::stoull(role[2]), [] { say("ready"); }, [&](Value const& row) { sum += row.sum(); });
+    use(sum);
     say("done");
   }
 #endif

@@ -43,6 +43,9 @@ double seconds(Clock clock, Work&& work) {
   return now(clock) - start;
 }
 
+/// Of at least one value.
+double median(std::vector<double> values);
+
 /// Keeps the compiler from leaving out what computes `value`.
 template <class T>
 void use(T const& value) {
@@ -132,6 +135,8 @@ class Child {
   /// Waits for its end; the program fails unless the role returned 0 or was killed by us.
   void wait();
   pid_t pid() const { return pid_; }
+  /// Readable when a line comes.
+  int out() const { return out_; }
 
  private:
   pid_t pid_ = -1;

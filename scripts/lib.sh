@@ -14,7 +14,7 @@ packages() {
       package) echo dpkg-dev ;;
       sanitizers) echo clang libclang-rt-14-dev llvm ;;
       live) echo gobgpd frr openvswitch-common openvswitch-vtep iproute2 ;;
-      bench) echo liblmdb-dev libboost-dev libhiredis-dev redis-server ;;
+      bench) echo liblmdb-dev libboost-dev libhiredis-dev redis-server python3 ;;
       format) echo git clang-format-14 ;;
       tidy) echo git clang clang-tidy-14 ;;
       *) echo "packages: unknown purpose '$purpose'" >&2; return 1 ;;

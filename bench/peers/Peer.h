@@ -36,12 +36,13 @@ struct Bytes {
     value[8] = static_cast<char>(row.preference);
     value[9] = 0;
   }
-  static uint64_t sumOf(void const* value) {
+  static Value valueOf(void const* value) {
     Value row;
     std::memcpy(&row.vtepAddr, value, 4);
     std::memcpy(&row.seqNo, static_cast<char const*>(value) + 4, 4);
-    return row.sum();
+    return row;
   }
+  static uint64_t sumOf(void const* value) { return valueOf(value).sum(); }
 };
 
 }  // namespace Bench

@@ -95,17 +95,15 @@ class RedisStore {
     }
   }
   /// Subscribes, says so, and takes `count` rows.
-  template <class Ready>
-  void subscribe(uint64_t count, Ready const& ready) {
+  template <class Ready, class Take>
+  void subscribe(uint64_t count, Ready const& ready, Take const& take) {
     redisAppendCommand(context_, "SUBSCRIBE host");
     takeReply([](redisReply const&) {});
     ready();
-    uint64_t sum = 0;
     for (; count != 0; --count) {
       takeReply(
-          [&](redisReply const& reply) { sum += Bytes::sumOf(reply.element[2]->str + sizeof(Bytes::key)); });
+          [&](redisReply const& reply) { take(Bytes::valueOf(reply.element[2]->str + sizeof(Bytes::key))); });
     }
-    use(sum);
   }
   double bytes() {
     auto* const reply = static_cast<redisReply*>(redisCommand(context_, "INFO memory"));

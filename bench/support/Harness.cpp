@@ -16,12 +16,6 @@
 namespace Bench {
 namespace {
 
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  size_t const middle = values.size() / 2;
-  return values.size() % 2 != 0 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
-}
-
 std::string text(double value) {
   char buffer[32];
   // Three digits that count.
@@ -72,6 +66,12 @@ double now(Clock clock) {
   timespec time{};
   ::clock_gettime(clock == Clock::cpu ? CLOCK_THREAD_CPUTIME_ID : CLOCK_MONOTONIC, &time);
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  size_t const middle = values.size() / 2;
+  return values.size() % 2 != 0 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
 }
 
 void fail(std::string const& why) {
