@@ -106,14 +106,14 @@ class [[nodiscard]] Cursor {
       prefetch(slot_ + rowsAhead * stride);
       return std::exchange(slot_, slot_ + stride);
     }
-    while (match_ == matches_.size()) {
+    while (match_ == matchEnd_) {
       if (block_ == blockCount_ && id_ >= end_ && !hasMore()) {
         if (!findHidden()) return nullptr;
       } else {
         gatherMatches();
       }
     }
-    id = matches_[match_++];
+    id = *match_++;
     return mounted_.segment->slot(id);
   }
 
@@ -123,9 +123,10 @@ class [[nodiscard]] Cursor {
   bool findHidden() {
     if (met_ >= expected_) return false;
     expected_ = 0;
-    match_ = 0;
-    matches_ = writer_->writer().repairColumn();
-    return !matches_.empty();
+    hidden_ = writer_->writer().repairColumn();
+    match_ = hidden_.data();
+    matchEnd_ = match_ + hidden_.size();
+    return match_ != matchEnd_;
   }
 
   /// Looks how far the table has grown, and where the next rows lie in one piece; false at the table's end.
@@ -146,11 +147,10 @@ class [[nodiscard]] Cursor {
 
   void gatherMatches() {
     Segment const& segment = *mounted_.segment;
-    match_ = 0;
-    matches_.clear();
-    while (matches_.size() < matchesAhead) {
+    uint32_t* match = matches_;
+    while (match != std::end(matches_)) {
       if (block_ == blockCount_) {
-        if (id_ == end_) return;
+        if (id_ == end_) break;
         uint32_t const stop = std::min({end_, segment.pieceEnd(id_), Column::searchEnd(id_)});
         block_ = 0;
         blockCount_ = segment.column(id_).find(id_, stop, columnWordOf(*column_), blocks_);
@@ -162,8 +162,10 @@ class [[nodiscard]] Cursor {
       block.rows &= block.rows - 1;
       block_ += block.rows == 0;
       prefetch(segment.slot(id));
-      matches_.push_back(id);
+      *match++ = id;
     }
+    match_ = matches_;
+    matchEnd_ = match;
   }
 
   Mounted const& mounted_;
@@ -182,9 +184,10 @@ class [[nodiscard]] Cursor {
   ColumnBlock blocks_[Column::blocksPerSearch];
   unsigned block_ = 0;
   unsigned blockCount_ = 0;
-  static constexpr size_t matchesAhead = 16;
-  std::vector<uint32_t> matches_;
-  size_t match_ = 0;
+  uint32_t matches_[16];
+  uint32_t const* match_ = nullptr;
+  uint32_t const* matchEnd_ = nullptr;
+  std::vector<uint32_t> hidden_;  ///< Matches too, that the writer found where the column was damaged.
   // Filtered, of the writer: rows of that column word that it knows of, and that the walk has met.
   uint32_t expected_ = 0;
   uint32_t met_ = 0;

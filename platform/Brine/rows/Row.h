@@ -16,25 +16,25 @@ namespace Brine {
 /// a damaged version that selects the other copy is found), its key and its value. Of a dead slot only place
 /// and version count, since the key is rewritten while the slot is still dead.
 ///
-/// Words are taken in by turns into two sums, a word a step; the last step takes in the second sum and the
-/// version. A step maps different sums, and different words, to different sums, so a change of one word
-/// always moves the total; it leaves the high half as it is once in four thousand million cases, and so do
-/// most changes of several words. But a product's top bit is that of its factor: a flip of a word's bit 34,
-/// which is turned there, always cancels out with one of bit 63 of the next word of its sum, behind the
-/// second sum with one of the version's bit 31. Its halves change places so that equal flips of two words do
-/// not. The turn brings high bits, which depend on all others, down to where the next product spreads them.
+/// Words are taken in by turns into two sums, a word a step, of which the first one begins with seed and
+/// place; the last step takes in the second sum and the version. A step maps different sums, and different
+/// words, to different sums, so a change of one word always moves the total; it leaves the high half as it
+/// is once in four thousand million cases, and so do most changes of several words. But a product's top bit
+/// is that of its factor: a flip of a word's bit 34, which is turned there, always cancels out with one of
+/// bit 63 of the next word of its sum, behind the second sum with one of the version's bit 31. Its halves
+/// change places so that equal flips of two words do not. The turn brings high bits, which depend on all
+/// others, down to where the next product spreads them.
 ///
 /// It must be found in a few instructions, since every read makes it, and soon after the row has arrived,
 /// since the processor looks ahead only so far: hence the two sums, and the version last, which alone a
 /// writer must first read from the slot.
 [[gnu::always_inline]] inline uint32_t rowCheck(uint64_t seed, uint32_t id, uint64_t version,
                                                 uint64_t const* words, unsigned count) {
-  uint64_t sums[2] = {seed, 0};
+  uint64_t sums[2] = {seed ^ id, 0};
   auto const add = [&sums](unsigned turn, uint64_t word) {
     uint64_t& sum = sums[turn % 2];
     sum = std::rotl(sum ^ word, 29) * 0xE7037ED1A0B428DBU;
   };
-  add(0, id);
   for (unsigned i = 0; i < count; ++i) add(i, words[i]);
   add(0, std::rotl(sums[1], 32) ^ version);
   return static_cast<uint32_t>(sums[0] >> 32);
