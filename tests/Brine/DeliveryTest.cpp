@@ -218,6 +218,7 @@ TEST_F(DeliveryTest, AGrowthThatRanOutOfMemoryCanBeMadeUpForAfterARecovery) {
   Brine::sys = Brine::realSystem();
   writer_.recover();
   fill(16, 20);
+  expectSound(writer_);
   expectFollowed();
 }
 
