@@ -35,7 +35,8 @@ endif()
 # Assertions and traces name files relative to the source tree, so no build path is in a binary. A compiler cache may
 # pass the relative path in place of the absolute one.
 file(RELATIVE_PATH sourceFromBuild ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR})
-add_compile_options(-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/= -fmacro-prefix-map=${sourceFromBuild}=)
+string(REGEX REPLACE "/$" "" sourceFromBuild "${sourceFromBuild}")
+add_compile_options(-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/= -fmacro-prefix-map=${sourceFromBuild}/=)
 
 if(QOREVPN_SANITIZE)
   add_compile_options(-fsanitize=${QOREVPN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
