@@ -105,6 +105,19 @@ TEST_F(TxSm, NamesStandForTheNumberAtTheirBeginning) {
   EXPECT_EQ(counts(), Counts());
 }
 
+// The end of an alias names the VNI too, whoever stands under the VNI's other name.
+TEST_F(TxSm, AnAliasIsRefusedAndItsEndTakesTheVniAwayUntilTheNextPass) {
+  serve();
+  status->macVtepTableIs(entry(1, 11));
+  std::string const served = tables();
+  EXPECT_THROW(vniIs("10x", 10), Orb::ReinstantiationError);
+  EXPECT_EQ(tables(), served);
+  dir->entryDel("10x");
+  EXPECT_EQ(tables(), "| | ");
+  root->handleInitialized();
+  EXPECT_EQ(tables(), served);
+}
+
 TEST_F(TxSm, OutputsAreEmptiedInOrderAndTheChildIsOutBeforeItsCleanup) {
   Texts seen;
   auto const sink = Trace::sinkIs({});
@@ -229,16 +242,6 @@ TEST_F(MacVtepFloodList, AnotherMachineOfTheVniWritesAndDeletesTheSameRows) {
   second->handleVtepIp(ip(11));
   second->handleVtepIp();
   EXPECT_EQ(counts(), Counts());
-}
-
-TEST_F(MacVtepFloodList, WithoutAListNoAddressIsWantedAndNoneIsKnown) {
-  EXPECT_EQ(child->macVtepFloodListDel(), own);
-  child->handleVtepIp();
-  child->cleanup();
-  EXPECT_EQ(tables(), "| 10>11 | 10 ");
-  child->initializedIs(true);
-  child->handleVtepIp(ip(11));
-  EXPECT_EQ(tables(), "| | 10 ");
 }
 
 TEST_F(Transmit, DestructionWritesNothingAndTheSwitchReachesChildren) {
