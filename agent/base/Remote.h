@@ -13,12 +13,10 @@
 ///      the switch comes to have: forEachMac(), forEachFlood(). Keys of VNIs that it has not got are of no
 ///      use.
 ///   4. Removing rows. What was wanted in this run and no longer is may go at once. A row that was never
-///   wanted
-///      in this run, so of an earlier run or of somebody else's, goes once isSettled(): until then it may
-///      belong
-///      to a source that has not told its state yet. The handler `settled` says when that comes.
+///      wanted in this run, so of an earlier run or of somebody else's, goes once isSettled(): until then it
+///      may belong to a source that has not told its state yet. The handler `settled` says when that comes.
 ///
-/// Only from the loop. The controller outlives it, and it the adapter's use of it.
+/// Only from the loop. The controller owns it: the adapter must be gone before the controller is.
 #pragma once
 
 #include <functional>

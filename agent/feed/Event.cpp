@@ -266,7 +266,8 @@ class PlainLine {
       case keyVtep: return readVtep(event_.vtep);
       case keyVteps: return readVteps();
       case keyOn: return readBool(event_.on);
-      default: return readBool(event_.value);
+      case keyValue: return readBool(event_.value);
+      default: return false;
     }
   }
 
