@@ -1,10 +1,4 @@
-#include <sys/epoll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-
-#include <array>
 #include <fstream>
-#include <list>
 
 #include "adapters/SwitchUser.h"
 #include "support/Paths.h"
@@ -19,83 +13,26 @@ constexpr char const* logicalSwitch = "00000000-0000-0000-0000-000000000001";
 constexpr char const* locator = "00000000-0000-0000-0000-000000000002";
 constexpr char const* local = "00000000-0000-0000-0000-000000000003";
 
-/// A server of the test's own on the switch's loop, which answers as it is told.
-class FakeServer {
- public:
-  /// The octets to answer a request with; "CLOSE" at their end ends the connection behind them. `attempt`:
-  /// how many connections came before this one.
-  using Script = std::function<std::string(Json const& request, int attempt)>;
+/// The octets to answer a request with.
+using Script = std::function<std::string(Json const& request, int attempt)>;
 
-  FakeServer(Agent::Loop& loop, std::string const& path, Script script)
-      : loop_(loop), script_(std::move(script)) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    path.copy(address.sun_path, sizeof address.sun_path - 1);
-    listener_ = Agent::Fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    EXPECT_EQ(::bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-    EXPECT_EQ(::listen(listener_.get(), 8), 0);
-    loop_.watchInput(listener_.get(), [this] { accept(); });
-  }
-  ~FakeServer() {
-    loop_.unwatch(listener_.get());
-    for (Client& client : clients_) loop_.unwatch(client.socket.get());
-  }
-
-  /// Sends something that nobody asked for.
-  void say(Json const& message) { clients_.back().output += message.dump(); }
-  /// Sends one octet a turn.
-  bool isSlow = false;
-  std::vector<Json> requests;
-
- private:
-  struct Client {
-    Agent::Fd socket;
-    int attempt;
-    std::string input;
+/// A server that answers requests by a script, and notes all that it hears.
+FakeServer::Answer answering(Script const& script, std::vector<Json>* heard = nullptr) {
+  return [=](std::string& input, int attempt) {
     std::string output;
-  };
-  void accept() {
-    clients_.push_back(
-        {Agent::Fd(::accept4(listener_.get(), nullptr, nullptr, SOCK_NONBLOCK)), attempts_++, {}, {}});
-    Client& client = clients_.back();
-    loop_.watch(
-        client.socket.get(), [this, &client] { serve(client); }, EPOLLIN | EPOLLOUT);
-  }
-  void serve(Client& client) {
-    std::array<char, 65536> piece;
-    ssize_t const count = ::recv(client.socket.get(), piece.data(), piece.size(), 0);
-    if (count == 0) return end(client);
-    if (count > 0) client.input.append(piece.data(), static_cast<std::size_t>(count));
-    // The shortest beginning that is JSON is the next request.
-    for (std::size_t end = client.input.find('}'); end != std::string::npos;
-         end = client.input.find('}', end + 1)) {
-      std::string const beginning = client.input.substr(0, end + 1);
+    // The shortest beginning that is JSON is the next message.
+    for (std::size_t end = input.find('}'); end != std::string::npos; end = input.find('}', end + 1)) {
+      std::string const beginning = input.substr(0, end + 1);
       if (!Json::accept(beginning)) continue;
-      requests.push_back(Json::parse(beginning));
-      bool const isAnswer = !requests.back().contains("method");
-      if (!isAnswer) client.output += script_(requests.back(), client.attempt);
-      client.input.erase(0, end + 1);
+      Json const message = Json::parse(beginning);
+      if (heard) heard->push_back(message);
+      if (message.contains("method")) output += script(message, attempt);
+      input.erase(0, end + 1);
       end = 0;
     }
-    bool const closes = client.output.ends_with("CLOSE");
-    std::size_t const length = isSlow ? 1 : client.output.size() - (closes ? 5 : 0);
-    if (!client.output.empty()) {
-      ssize_t const sent = ::send(client.socket.get(), client.output.data(), length, MSG_NOSIGNAL);
-      client.output.erase(0, static_cast<std::size_t>(std::max<ssize_t>(sent, 0)));
-    }
-    if (client.output == "CLOSE") end(client);
-  }
-  void end(Client& client) {
-    loop_.unwatch(client.socket.get());
-    client.socket = Agent::Fd();
-  }
-
-  Agent::Loop& loop_;
-  Script script_;
-  Agent::Fd listener_;
-  std::list<Client> clients_;
-  int attempts_ = 0;
-};
+    return output;
+  };
+}
 
 std::string answer(Json const& request, Json const& result, Json const& error = nullptr) {
   return Json({{"id", request["id"]}, {"result", result}, {"error", error}}).dump();
@@ -191,9 +128,11 @@ TEST(SwitchFaults, areNamedAndTriedAgainAfterGrowingPauses) {
     SwitchUser user({"tor1", "unix:" + folder.path() + "/sock", {}, pauses});
     user.until([&] { return user.wasReported("No such file or directory; tries again in 1 ms"); });
     EXPECT_EQ(user.tor.state(), SourceState::connecting);
-    FakeServer server(user.loop, folder.path() + "/sock", [&](Json const& request, int attempt) {
-      return attempt < 3 && request["method"] == fault.method ? fault.wrong(request) : rightAnswer(request);
-    });
+    FakeServer server(user.loop, boundSocket(folder.path() + "/sock"),
+                      answering([&](Json const& request, int attempt) {
+                        bool const isWrong = attempt < 3 && request["method"] == fault.method;
+                        return isWrong ? fault.wrong(request) : rightAnswer(request);
+                      }));
     user.untilSynced();
     EXPECT_EQ(user.entries, entriesOfRows);
     EXPECT_TRUE(user.wasReported("unix:" + folder.path() + "/sock: "));
@@ -205,7 +144,8 @@ TEST(SwitchFaults, areNamedAndTriedAgainAfterGrowingPauses) {
 TEST(SwitchFaults, areNoneWhereAServerIsSlowAndAsksItself) {
   ScratchFolder folder;
   SwitchUser user("unix:" + folder.path() + "/sock");
-  FakeServer server(user.loop, folder.path() + "/sock", [](Json const& request, int) {
+  std::vector<Json> heard;
+  Script const script = [](Json const& request, int) {
     // A schema of 10 kB would take as many turns.
     if (request["method"] != "get_schema") return rightAnswer(request);
     Json brief = schema();
@@ -213,19 +153,19 @@ TEST(SwitchFaults, areNoneWhereAServerIsSlowAndAsksItself) {
       brief["tables"].erase(table);
     }
     return " " + answer(request, brief) + "\n";
-  });
+  };
+  FakeServer server(user.loop, boundSocket(folder.path() + "/sock"), answering(script, &heard));
   server.isSlow = true;
   user.untilSynced();
   EXPECT_EQ(user.entries, entriesOfRows);
-  server.say({{"id", "x"}, {"method", "echo"}, {"params", {"a", 1}}});
-  server.say({{"id", "y"}, {"method", "steal"}, {"params", Json::array()}});
-  server.say({{"id", nullptr},
-              {"method", "update"},
-              {"params", {"switch", {{"Ucast_Macs_Local", {{local, {{"old", Json::object()}}}}}}}}});
+  server.say(Json({{"id", "x"}, {"method", "echo"}, {"params", {"a", 1}}}).dump());
+  server.say(Json({{"id", "y"}, {"method", "steal"}, {"params", Json::array()}}).dump());
+  Json const gone = {{"Ucast_Macs_Local", {{local, {{"old", Json::object()}}}}}};
+  server.say(Json({{"id", nullptr}, {"method", "update"}, {"params", {"switch", gone}}}).dump());
   user.untilEntries({"vni 5000"});
-  user.until([&] { return server.requests.size() == 4; });
-  EXPECT_EQ(server.requests[2], Json::parse(R"({"id":"x","result":["a",1],"error":null})"));
-  EXPECT_EQ(server.requests[3]["error"], "unknown method");
+  user.until([&] { return heard.size() == 4; });
+  EXPECT_EQ(heard[2], Json::parse(R"({"id":"x","result":["a",1],"error":null})"));
+  EXPECT_EQ(heard[3]["error"], "unknown method");
   EXPECT_TRUE(user.reports.size() == 0) << user.reports.back();
 }
 
@@ -235,7 +175,7 @@ TEST(SwitchFaults, ofARowHoldUpNoOther) {
   SwitchUser user("unix:" + folder.path() + "/sock");
   std::set<std::string> written;
   int refusals = 0;
-  FakeServer server(user.loop, folder.path() + "/sock", [&](Json const& request, int) {
+  Script const script = [&](Json const& request, int) {
     if (request["method"] != "transact") return rightAnswer(request);
     Json const& operations = request["params"];
     std::set<std::string> macs;
@@ -249,7 +189,8 @@ TEST(SwitchFaults, ofARowHoldUpNoOther) {
     }
     for (std::string const& mac : macs) EXPECT_TRUE(written.insert(mac).second) << mac << " twice";
     return answer(request, {Json::object()});
-  });
+  };
+  FakeServer server(user.loop, boundSocket(folder.path() + "/sock"), answering(script));
   for (int i = 1; i <= 9; ++i)
     user.wanted.macIs(keyOf(5000, "02:00:00:00:00:0" + std::to_string(i)), "10.99.0.12");
   user.until([&] { return written.size() == 8 && refusals >= 5; });

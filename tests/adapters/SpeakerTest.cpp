@@ -2,16 +2,12 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/epoll.h>
-#include <sys/socket.h>
 
-#include <cstring>
 #include <map>
 #include <set>
 
 #include "Orb/Text.h"
+#include "adapters/FakeServer.h"
 #include "adapters/gobgp/Speaker.h"
 #include "support/Gobgpd.h"
 
@@ -40,7 +36,7 @@ class Site {
             .identity = {as, Wirix::IpAddr(routerId)},
             .answer = 5s,
             .settle = 20s,
-            .quiet = 100ms,
+            .quiet = 1s,
             .retryMin = 20ms,
             .retryMax = 200ms};
   }
@@ -106,19 +102,7 @@ class SpeakerTest : public testing::Test {
  protected:
   /// Turns the loop until that holds.
   void await(std::function<bool()> const& condition) {
-    bool isLate = false;
-    Agent::Timer patience(loop, [&] {
-      isLate = true;
-      loop.stop();
-    });
-    patience.start(std::chrono::milliseconds(60000));
-    Agent::Timer tick(loop, [&] {
-      if (condition()) return loop.stop();
-      tick.start(5ms);
-    });
-    tick.start(0s);
-    loop.run();
-    ASSERT_FALSE(isLate) << "it never held; " << context();
+    ASSERT_TRUE(TestSupport::becomes(loop, condition)) << "it never held; " << context();
   }
 
   std::string context() const {
@@ -148,7 +132,7 @@ TEST_F(SpeakerTest, CarriesRowsOfAllVnisToAnotherSiteAndTakesThemBack) {
   here.host(lastVni, "02:00:00:00:00:01", "10.99.0.13", 0xFFFFFFFF);
   here.speaker.floodIs({Vxlan::Vni(65537), Wirix::IpAddr("10.99.0.12")});
   here.speaker.floodIs({Vxlan::Vni(lastVni), Wirix::IpAddr("10.99.0.12")});
-  await([&] { return there.learned.size() == 6; });
+  await([&] { return there.learned.size() == 6 && !there.capabilities.empty(); });
   EXPECT_THAT(there.rows(), UnorderedElementsAre("1 02:00:00:00:00:01 10.99.0.11 0", "65537 10.99.0.12",
                                                  "65537 02:00:00:00:00:01 10.99.0.12 7",
                                                  "0 02:00:00:00:00:01 10.99.0.13 0", "16777215 10.99.0.12",
@@ -243,57 +227,11 @@ TEST_F(SpeakerTest, TakesNothingBackWhenItsSpeakerIsKilledAndStartedAgain) {
   west.kill();
   await([&] { return here.speaker.state() == SourceState::lost; });
   west.start();
-  await([&] { return here.isQuiet() && there.learned.size() == 1; });
+  await([&] { return here.isQuiet() && there.learned.size() == 1 && !here.capabilities.empty(); });
   EXPECT_EQ(here.removals, 0U);
   EXPECT_EQ(here.told, 2U);  // again, before it was synced
   EXPECT_THAT(here.capabilities, ElementsAre(true));
 }
-
-/// A server that answers what it is given, octet by octet, to the first that anybody says, and ends the
-/// connection then or never.
-class FakeServer {
- public:
-  FakeServer(Agent::Loop& loop, std::string answer, bool ends)
-      : loop_(loop), answer_(std::move(answer)), ends_(ends), listener_(::socket(AF_INET, SOCK_STREAM, 0)) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    EXPECT_EQ(::bind(listener_.get(), reinterpret_cast<sockaddr*>(&address), size), 0);
-    ::getsockname(listener_.get(), reinterpret_cast<sockaddr*>(&address), &size);
-    port_ = ntohs(address.sin_port);
-  }
-  ~FakeServer() {
-    loop_.unwatch(listener_.get());
-    if (accepted_) loop_.unwatch(accepted_.get());
-  }
-
-  std::string endpoint() const { return "localhost:" + std::to_string(port_); }
-  void listen() {
-    ::listen(listener_.get(), 4);
-    loop_.watchInput(listener_.get(), [this] {
-      if (accepted_) loop_.unwatch(accepted_.get());
-      accepted_ = Agent::Fd(::accept(listener_.get(), nullptr, nullptr));
-      int const on = 1;
-      ::setsockopt(accepted_.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-      loop_.watchInput(accepted_.get(), [this] { answer(); });
-    });
-  }
-
- private:
-  void answer() {
-    loop_.unwatch(accepted_.get());
-    for (char const octet : answer_) ::send(accepted_.get(), &octet, 1, MSG_NOSIGNAL);
-    if (ends_) ::shutdown(accepted_.get(), SHUT_WR);
-  }
-
-  Agent::Loop& loop_;
-  std::string answer_;
-  bool ends_;
-  Agent::Fd listener_;
-  unsigned port_ = 0;
-  Agent::Fd accepted_;
-};
 
 TEST_F(SpeakerTest, NamesEndpointAndCauseOfEachFaultAndTriesAgain) {
   using namespace std::string_literals;
@@ -315,13 +253,22 @@ TEST_F(SpeakerTest, NamesEndpointAndCauseOfEachFaultAndTriesAgain) {
                         {"SSH-2.0-OpenSSH\r\n\r\n..................", false, true, "does not speak HTTP/2"},
                         {unimplemented, false, true, "does not have this interface (GoBGP 3): Nope"}};
   for (Case const& each : cases) {
-    FakeServer server(loop, each.answer, each.ends);
-    if (each.listens) server.listen();
-    auto options = Site::optionsOf(server.endpoint(), 65001, "10.99.0.1");
+    unsigned port = 0;
+    Agent::Fd socket = TestSupport::boundSocket(port);
+    std::string const endpoint = "localhost:" + std::to_string(port);
+    std::set<int> answered;
+    std::optional<TestSupport::FakeServer> server;
+    if (each.listens) {
+      server.emplace(loop, std::move(socket), [&](std::string&, int attempt) {
+        return answered.insert(attempt).second ? each.answer + (each.ends ? "CLOSE" : "") : "";
+      });
+      server->isSlow = true;
+    }
+    auto options = Site::optionsOf(endpoint, 65001, "10.99.0.1");
     options.answer = 300ms;
     Site site(loop, options);
     await([&] { return !site.lines.empty(); });
-    EXPECT_THAT(site.lines[0], StartsWith(server.endpoint() + ": "));
+    EXPECT_THAT(site.lines[0], StartsWith(endpoint + ": "));
     EXPECT_THAT(site.lines[0], HasSubstr(each.cause));
     EXPECT_THAT(std::string(site.speaker.show()["lastError"]), HasSubstr(each.cause));
     await([&] { return site.lines.size() > 2; });  // it tries again

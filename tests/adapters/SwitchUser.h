@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "Orb/Text.h"
+#include "adapters/FakeServer.h"
 #include "adapters/ovsdb/Switch.h"
-#include "support/Child.h"
 
 namespace TestSupport {
 
@@ -96,22 +96,8 @@ class SwitchUser {
 
   /// Turns the loop until the condition holds; a check fails after a minute, which only a fault takes.
   void until(std::function<bool()> const& condition) {
-    bool inTime = true;
-    Agent::Timer patience(loop, [&] {
-      inTime = false;
-      loop.stop();
-    });
-    // Also without an event of its own: the condition may look at other processes.
-    Agent::Timer tick(loop, [] {});
-    patience.start(std::chrono::milliseconds(patienceMs));
-    loop.turnEndIs([&] {
-      if (condition()) loop.stop();
-      if (!tick.isRunning()) tick.start(std::chrono::milliseconds(5));
-    });
-    tick.start({});
-    loop.run();
-    loop.turnEndIs({});
-    ASSERT_TRUE(inTime) << "waited in vain; last report: " << (reports.empty() ? "" : reports.back());
+    ASSERT_TRUE(becomes(loop, condition))
+        << "waited in vain; last report: " << (reports.empty() ? "" : reports.back());
   }
   void untilSynced() {
     until([this] { return tor.state() == Agent::SourceState::synced; });
