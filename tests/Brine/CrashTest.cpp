@@ -6,7 +6,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <fstream>
 #include <functional>
 
@@ -203,84 +202,6 @@ TEST_F(CrashTest, ARecoveryThatIsKilledAtAnyInstructionIsMadeUpForByTheNextOne) 
   repair_ = true;
   trace(folder, model_, {mount(folder)});
   EXPECT_GT(states_, 70U);
-}
-
-/// What a writer does in the middle of a look-up, or of a step of a walk: once, and again some instructions
-/// later.
-struct Disturbance {
-  std::function<void()> first;
-  std::function<void()> second = nullptr;
-  size_t distance = 0;
-  bool isOfWalk = false;
-};
-
-TEST_F(CrashTest, ALookUpAndAWalkFindTheirRowWholeWhateverHappensAtWhicheverInstruction) {
-  TestFolder const folder;
-  Table writer;
-  ASSERT_EQ(writer.mount(folder.options(Mode::writer)), MountStatus::mounted) << writer.mountDetail();
-  uint64_t value = 0;
-  auto const put = [&](uint64_t number) {
-    ++value;
-    writer.write({{number, 1}, value, ~value});
-  };
-  for (uint64_t number = 0; number < 16; ++number) put(number);
-  TestSupport::Shared<std::atomic<bool>> mayBeAbsent;
-  TestSupport::Shared<std::atomic<bool>> walks;
-  TestSupport::Child child([&](TestSupport::Child&) {
-    beTraced();
-    Table reader;
-    reader.mount(folder.options(Mode::reader));
-    pid_t const self = ::getpid();
-    for (uint64_t last = 0;;) {
-      ::kill(self, SIGSTOP);  // Behind each read; and before it, so that it alone is stepped through.
-      auto cursor = reader.walkAfter({6, 1});
-      ::kill(self, SIGSTOP);
-      auto const row = walks->load() ? std::optional(*cursor.next()) : reader.find({7, 1});
-      bool const isRight = row ? row->key == TestKey{7, 1} && row->other == ~row->value && row->value >= last
-                               : mayBeAbsent->load();
-      if (!isRight) ::_exit(1);
-      if (row) last = row->value;
-    }
-  });
-  if (awaitStop(child) == 0) GTEST_SKIP() << "this process may not trace another one";
-  auto const overwrite = [&] { put(7), put(7); };
-  auto const rebuildBothIndexes = [&] { writer.recover(), writer.recover(); };
-  auto const moveOthersInTheIndex = [&] {
-    for (uint64_t number = 0; number < 16; ++number) {
-      if (number != 7) writer.erase({number, 1});
-    }
-    for (uint64_t number = 15; number != 7; --number) put(number);
-  };
-  auto const giveItsSlotAway = [&] {
-    *mayBeAbsent = true;
-    writer.erase({7, 1});
-    put(99);
-  };
-  auto const giveItBack = [&] {
-    writer.erase({99, 1});
-    put(7);
-  };
-  std::vector<Disturbance> disturbances = {
-      {overwrite, nullptr, 0, true}, {overwrite}, {rebuildBothIndexes}, {moveOthersInTheIndex}};
-  for (size_t const distance : {40U, 80U}) {
-    disturbances.push_back({giveItsSlotAway, giveItBack, distance});
-  }
-  for (Disturbance const& disturbance : disturbances) {
-    *walks = disturbance.isOfWalk;
-    size_t instructions = 0;
-    for (; !HasFailure(); instructions += 3) {
-      ASSERT_EQ(step(child, false), SIGSTOP);
-      int stop = SIGTRAP;
-      for (size_t i = 0; i <= instructions && stop == SIGTRAP; ++i) stop = step(child, true);
-      if (stop != SIGTRAP) break;
-      disturbance.first();
-      for (size_t i = 0; i < disturbance.distance && stop == SIGTRAP; ++i) stop = step(child, true);
-      if (disturbance.second) disturbance.second();
-      if (stop == SIGTRAP) stop = step(child, false);
-      ASSERT_EQ(stop, SIGSTOP) << disturbance.distance << " at " << instructions;
-    }
-    EXPECT_GT(instructions, 100U);
-  }
 }
 
 }  // namespace

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <atomic>
 
 #include "Brine/WriterAndCopy.h"
@@ -10,20 +9,6 @@ namespace {
 using TestSupport::Child;
 
 class DamageTest : public WriterAndCopy {};
-
-TEST(RowCheckTest, FindsABitThatIsFlippedInAnyTwoWords) {
-  std::mt19937_64 random(1);
-  uint64_t words[5];  // The version, and a row.
-  auto const check = [&words] { return Brine::rowCheck(1, 2, words[0], words + 1, 4); };
-  for (unsigned i = 0; i < 5 * 5 * 64; ++i) {
-    unsigned const one = i % 5, other = i / 5 % 5, bit = i / 25;
-    std::generate_n(words, 5, std::ref(random));
-    uint32_t const before = check();
-    words[one] ^= uint64_t{1} << bit;
-    if (other != one) words[other] ^= uint64_t{1} << bit;
-    EXPECT_NE(check(), before) << "bit " << bit << " of words " << one << " and " << other;
-  }
-}
 
 TEST_F(DamageTest, GrowthNamesTheDamageThatItComesUpon) {
   mount();

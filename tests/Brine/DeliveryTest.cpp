@@ -10,15 +10,6 @@ using TestSupport::Child;
 
 class DeliveryTest : public WriterAndCopy {};
 
-TEST_F(DeliveryTest, AStoppedReaderIsLappedAThousandTimesAndToldOnceOfEachKey) {
-  start(50);
-  for (int i = 0; i < 16000; ++i) change(80);
-  writer_.endTurn();
-  EXPECT_LE(copy_.table.deliver().changes, 80U);
-  expectCopied(writer_);
-  EXPECT_EQ(copy_.table.statistics().laps, 1U);
-}
-
 TEST_F(DeliveryTest, ATableThatGrowsWhileALappedReaderComparesIsComparedWhole) {
   mount();
   copy_.deliver();
@@ -179,18 +170,6 @@ TEST_F(DeliveryTest, AHookThatRaisesIsWokenForTheRest) {
   // Where nothing but the mount wakes it at once.
   EXPECT_THROW(copy_.remount(), Brine::SpaceError);
   EXPECT_TRUE(copy_.isAwake());
-}
-
-TEST_F(DeliveryTest, AWriterIsNotTakenForQuietByWhoSawSomeOfItsTurn) {
-  mount();
-  fill(0, 2);
-  copy_.table.onChanged = [&](TestKey const& key) {
-    if (key.number == 0) write(1);
-  };
-  copy_.table.deliver();
-  EXPECT_FALSE(copy_.isQuiesced());
-  writer_.endTurn();
-  copy_.deliver();
 }
 
 TEST_F(DeliveryTest, AReaderThatTakesOverInAHookIsNotToldOfItsOwnRows) {
