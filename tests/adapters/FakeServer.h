@@ -59,8 +59,8 @@ inline Agent::Fd boundSocket(unsigned& port) {
 /// A server of the test's own on its client's loop, which answers as it is told.
 class FakeServer {
  public:
-  /// Takes what it understands off the front of what a client has sent, and returns the octets to answer with;
-  /// "CLOSE" at their end ends the connection behind them. `attempt`: how many connections came before.
+  /// Takes what it understands off the front of what a client has sent, and returns the octets to answer
+  /// with; "CLOSE" at their end ends the connection behind them. `attempt`: how many connections came before.
   using Answer = std::function<std::string(std::string& input, int attempt)>;
 
   FakeServer(Agent::Loop& loop, Agent::Fd socket, Answer answer)
