@@ -162,10 +162,9 @@ void runRole(std::vector<std::string> const& role) {
     readBrine(role[1], std::stoull(role[2]));
   } else if (role[0] == "spin") {
     BrineStore reader(role[1], Brine::Mode::reader);
-    uint64_t changes = 0;
     reader.table.deliver();
     say("ready");
-    for (;;) changes += reader.table.deliver().changes;
+    for (;;) reader.table.deliver();
   }
 #if QOREVPN_PEER_REDIS
   if (role[0] == "redis") {

@@ -253,6 +253,31 @@ TEST_F(DeliveryTest, WithoutTurnsEachChangeIsToldAtOnce) {
   EXPECT_EQ(writer_.statistics().wakes, wakes + 1);
 }
 
+TEST_F(DeliveryTest, ADeliveryEndsThoughARowChangesWheneverItIsTold) {
+  mount();
+  Table reader;
+  unsigned told = 0;
+  auto const toggle = [this] {
+    if (!writer_.erase({1, 1})) write(1);
+  };
+  reader.onChanged = [&](TestKey const&) {
+    ++told;
+    toggle();
+    writer_.endTurn();
+  };
+  reader.mount(folder_.options(Mode::keyshadow));
+  reader.deliver();
+  for (int i = 0; i < 201; ++i) toggle();
+  writer_.endTurn();
+  for (unsigned deliveries = 1; deliveries <= 9; ++deliveries) {
+    reader.deliver();
+    EXPECT_LE(told, 3 * deliveries);
+  }
+  reader.onChanged = [&](TestKey const& key) { EXPECT_EQ(reader.find(key), writer_.find(key)); };
+  reader.deliver();
+  EXPECT_EQ(reader.find({1, 1}), writer_.find({1, 1}));
+}
+
 TEST_F(DeliveryTest, WhatAWalkWithinAnAnnouncementShowedIsLookedUpAfterwards) {
   mount();
   write(1);
