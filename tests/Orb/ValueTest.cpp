@@ -91,23 +91,6 @@ TEST(Value, OwnsACopy) {
   EXPECT_EQ(Plain::alive, 0);
 }
 
-TEST(Value, RawOperationsOfARegisteredType) {
-  ValueType const& type = ValueType::byName("std::string");
-  EXPECT_EQ(type, Orb::valueType<std::string>());
-  alignas(std::string) char room[sizeof(std::string)];
-  ASSERT_EQ(type.size(), sizeof(std::string));
-  ASSERT_EQ(type.align(), alignof(std::string));
-  type.construct(room);
-  Value const word = std::string("a word that is too long for the object itself");
-  EXPECT_TRUE(type.less(room, word.object()));
-  EXPECT_FALSE(type.equal(room, word.object()));
-  type.destroy(room);
-  type.copy(room, word.object());
-  EXPECT_TRUE(type.equal(room, word.object()));
-  EXPECT_EQ(type.hash(room), word.hash());
-  type.destroy(room);
-}
-
 TEST(AssertDeathTest, PrintsWhatFailed) {
   int evaluated = 0;
   auto const initialized = [&evaluated] { return evaluated++ == 0; };

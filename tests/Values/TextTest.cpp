@@ -10,73 +10,28 @@ namespace {
 
 using namespace QorEvpn;
 
-struct Example {
-  char const* type;
-  char const* text;
-};
-
 // The numbers are such that no further digit may follow: 0, or the greatest value.
 constexpr char hostText[] =
     "Value('QorEvpn::Host', ** {'key': Value('QorEvpn::MacVniPair', ** {'macAddr': 02:00:00:00:00:fe, 'vni': "
     "5000}), "
     "'vtepAddr': 10.99.0.11, 'seqNo': 4294967295, 'preference': 255})";
-constexpr Example examples[] = {
-    {"bool", "true"},
-    {"bool", "false"},
-    {"uint8_t", "255"},
-    {"uint32_t", "4294967295"},
-    {"uint64_t", "18446744073709551615"},
-    {"Wirix::EthAddr", "01:23:45:67:89:ab"},
-    {"Wirix::EthAddr", "00:00:00:cd:ef:ff"},
-    {"Wirix::IpAddr", "255.255.255.255"},
-    {"Wirix::IpAddr", "0.0.0.0"},
-    {"Seqno32", "4294967295"},
-    {"Vxlan::Vni", "0"},
-    {"Vxlan::Vni", "16777215"},
-    {"Vxlan::VniExt", "16777215"},
-    {"Bridging::BridgeId", "4294967295"},
-    {"QorEvpn::MacVniPair",
-     "Value('QorEvpn::MacVniPair', ** {'macAddr': 02:00:00:00:00:01, 'vni': 16777215})"},
-    {"QorEvpn::Host", hostText},
-    {"QorEvpn::VniVtepPair", "Value('QorEvpn::VniVtepPair', ** {'vni': 5000, 'vtepAddr': 10.99.0.11})"},
-    {"QorEvpn::FloodEntry", "Value('QorEvpn::VniVtepPair', ** {'vni': 0, 'vtepAddr': 0.0.0.0})"},
-};
 
-// The text that the value read from `text` writes, or nothing where it is refused.
-std::string reread(Orb::ValueType const& type, std::string const& text) {
-  try {
-    return type.parse(text).text();
-  } catch (Orb::ParseError const&) {
-  } catch (Orb::RangeError const&) {
-  }
-  return {};
-}
-
-TEST(Text, OnlyTheWrittenFormIsRead) {
-  for (auto const& [name, example] : examples) {
-    Orb::ValueType const& type = Orb::ValueType::byName(name);
-    std::string const text = example;
-    EXPECT_EQ(reread(type, text), text);
-    bool const isNumber = text.find_first_not_of("0123456789") == std::string::npos;
-    for (size_t length = 0; length < text.size() && (!isNumber || length == 0); ++length) {
-      if (std::string(name) == "Wirix::IpAddr" && text.find_last_of('.') + 1 < length) continue;
-      EXPECT_EQ(reread(type, text.substr(0, length)), "") << name << " " << text.substr(0, length);
-    }
-    for (int c = 0; c < 256; ++c) {
-      EXPECT_EQ(reread(type, text + static_cast<char>(c)), "") << name << " with character " << c;
-    }
-    // One character more, less or another one elsewhere may be another value, but then in that value's own
-    // form.
-    for (std::string const extra : {"", "0", "9", "a", "A", "-", " ", ".", ":", "'", "\xff"}) {
-      for (size_t at = 0; at < text.size(); ++at) {
-        for (size_t replaced : {0U, 1U}) {
-          std::string const changed = std::string(text).replace(at, replaced, extra);
-          std::string const again = reread(type, changed);
-          EXPECT_TRUE(again.empty() || again == changed) << name << " " << changed << " read as " << again;
-        }
-      }
-    }
-  }
+// What else is read, and what must not be, the fuzz target goes through.
+TEST(Text, EachTypeReadsWhatItWrites) {
+  struct {
+    char const *type, *text;
+  } const examples[] = {
+      {"bool", "true"},
+      {"uint8_t", "255"},
+      {"uint64_t", "18446744073709551615"},
+      {"Wirix::EthAddr", "00:00:00:cd:ef:ff"},
+      {"Seqno32", "4294967295"},
+      {"Vxlan::VniExt", "16777215"},
+      {"Bridging::BridgeId", "4294967295"},
+      {"QorEvpn::Host", hostText},
+      {"QorEvpn::FloodEntry", "Value('QorEvpn::VniVtepPair', ** {'vni': 0, 'vtepAddr': 0.0.0.0})"},
+  };
+  for (auto const& [type, text] : examples) EXPECT_EQ(Orb::ValueType::byName(type).parse(text).text(), text);
 }
 
 TEST(Text, ErrorsNameTheFieldOrThePlace) {

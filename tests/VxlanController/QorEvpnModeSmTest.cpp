@@ -64,19 +64,6 @@ TEST_F(ModeSm, IsOnWhenBothAreOn) {
   }
 }
 
-TEST_F(ModeSm, HearsOfNothingElse) {
-  inputs(true, true);
-  make();
-  traces.take();
-  sm->initializedIs(true);
-  EXPECT_EQ(sm->evpnCapabilityDel(), capability);
-  EXPECT_EQ(sm->controllerdbStatusDel(), status);
-  EXPECT_EQ(sm->controllerdbStatusDel(), nullptr);
-  inputs(false, false);
-  sm = nullptr;
-  EXPECT_EQ(traces.take(), Texts());
-}
-
 TEST_F(ModeSm, AReplacedInputRunsTheRuleOnceUnlessTheReactorIsAZombie) {
   inputs(true, true);
   make();

@@ -232,18 +232,6 @@ TEST_F(MacVtepFloodList, AnotherListOfTheControllersIsRefused) {
   EXPECT_EQ(child->macVtepFloodList(), own);
 }
 
-// The row's key holds no MAC.
-TEST_F(MacVtepFloodList, AnotherMachineOfTheVniWritesAndDeletesTheSameRows) {
-  auto const second = QorEvpn::macVtepFloodListSmFactory(mac(2), own, machine.get());
-  counts();
-  second->cleanup();
-  EXPECT_EQ(counts(), (Counts{0, 0, 0, 0, 2, 1}));
-  second->cleanup();
-  second->handleVtepIp(ip(11));
-  second->handleVtepIp();
-  EXPECT_EQ(counts(), Counts());
-}
-
 TEST_F(Transmit, DestructionWritesNothingAndTheSwitchReachesChildren) {
   serve();
   status->macVtepTableIs(entry(1, 11));

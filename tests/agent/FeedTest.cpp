@@ -1,10 +1,6 @@
 #include <gmock/gmock.h>
 
-#include <random>
-#include <sstream>
-
 #include "agent/feed/Feed.h"
-#include "support/Paths.h"
 
 namespace {
 
@@ -67,36 +63,6 @@ TEST(FeedTest, FillsInDefaultsAndTakesCapitals) {
       parseEvent(R"({"from":"evpn","op":"mac","vni":0,"mac":"0200.0000.ABcD","vtep":"10.0.0.1"})");
   EXPECT_EQ(dotted.mac, mac.mac);
   EXPECT_TRUE(mac.time == 1.5 && mac.seq == Seqno32(0) && mac.preference == 16);
-}
-
-/// Nothing for a line that is an error.
-std::optional<Agent::Event> eventOf(std::string const& line) {
-  try {
-    return parseEvent(line);
-  } catch (Agent::EventError const&) {
-    return std::nullopt;
-  }
-}
-
-// Lines as programs write them are read in a shorter way. An escape rules that out and changes nothing else.
-TEST(FeedTest, ReadsPlainLinesAsItReadsAllOthers) {
-  std::string const recorded =
-      TestSupport::sourceText("data/corner-cases.jsonl") + R"({"vteps": [ "10.0.0.1" ,"10.0.0.2"], )" +
-      R"("vni":1, "from":"controller", "op":"multipath", "mac":"02:AB:00:00:00:0f"})";
-  std::mt19937 random(1);
-  std::istringstream lines(recorded);
-  for (std::string line; std::getline(lines, line);) {
-    for (int edit = 0; edit < 200; ++edit) {
-      std::string edited = line;
-      std::string_view const pieces = "0123456789 ,:.\"{}[]eE+-truefalsABCD/\\\t\x80";
-      size_t const place = random() % line.size();
-      if (edit != 0) edited.replace(place, random() % 2, 1 - random() % 2, pieces[random() % pieces.size()]);
-      std::string escaped = edited;
-      if (size_t const from = edited.find("\"from\""); from != std::string::npos)
-        escaped.replace(from + 1, 1, "\\u0066");
-      EXPECT_TRUE(eventOf(edited) == eventOf(escaped)) << edited;
-    }
-  }
 }
 
 // However a stream is cut into pieces, the same lines come of it, with the same numbers.
