@@ -175,8 +175,8 @@ class TableReader {
     return true;
   }
 
-  /// What was told of a row that changed behind the head stays as it is: the ring has that change too, for the
-  /// next delivery. So one ends however fast a row changes while its hooks run.
+  /// What was told of a row that changed behind the head stays as it is: the ring has that change too, for
+  /// the next delivery. So one ends however fast a row changes while its hooks run.
   void tellChange(RingEntry const& change, uint64_t head, DeliverResult& result) {
     uint64_t const before = serial();
     auto const isAhead = [&] {
