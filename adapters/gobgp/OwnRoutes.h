@@ -33,16 +33,23 @@ class OwnRoutes {
   /// The speaker refused a batch: what of it the speaker has is not known.
   void giveBack(std::vector<RowKey> const& keys);
 
+  /// Of one row: what the site exports, what the speaker has, and whether they are about to be compared.
+  struct State {
+    std::optional<RowValue> wanted;
+    std::optional<RowValue> present;  ///< VTEP 0.0.0.0: unlike what we announce, or not known.
+    bool isQueued = false;
+    friend bool operator==(State const&, State const&) = default;
+  };
+  State stateOf(RowKey const& key) const {
+    State const* const found = routes_.find(key);
+    return found ? *found : State();
+  }
+
   std::uint64_t wanted() const { return wanted_; }
   std::uint64_t queued() const { return queue_.size(); }
 
  private:
-  struct Own {
-    std::optional<RowValue> wanted;
-    std::optional<RowValue> present;  ///< VTEP 0.0.0.0: unlike what we announce, or not known.
-    bool isQueued = false;
-    friend bool operator==(Own const&, Own const&) = default;
-  };
+  using Own = State;
 
   Own& ownOf(RowKey const& key);
   void queue(RowKey const& key, Own& own);

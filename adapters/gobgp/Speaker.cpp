@@ -322,6 +322,18 @@ void Speaker::batchEnded(Status const& status) {
 
 // ---- For people -------------------------------------------------------------------------------------------
 
+nlohmann::ordered_json Speaker::route(RowKey const& key) const {
+  auto const textOf = [](std::optional<RowValue> const& value) -> nlohmann::ordered_json {
+    if (!value) return nullptr;
+    return {{"vtep", Orb::toText(value->vtep)}, {"seq", value->seq.value()}};
+  };
+  OwnRoutes::State const state = own_.stateOf(key);
+  bool const isUnderWay = std::find(batch_.begin(), batch_.end(), key) != batch_.end();
+  return {{"wanted", textOf(state.wanted)},
+          {"announced", textOf(state.present)},
+          {"waiting", state.isQueued || isUnderWay}};
+}
+
 nlohmann::ordered_json Speaker::show() const {
   constexpr std::string_view names[] = {"connecting", "syncing", "synced", "lost"};
   auto sessions = nlohmann::ordered_json::array();
@@ -335,6 +347,8 @@ nlohmann::ordered_json Speaker::show() const {
           {"sessions", sessions},
           {"learned", {{"hosts", learned_.hosts()}, {"floods", learned_.floods()}}},
           {"unusable", learned_.unusable()},
+          {"as", options_.identity.as},
+          {"routerId", Orb::toText(options_.identity.routerId)},
           {"announced", own_.wanted()},
           {"waiting", own_.queued() + batch_.size()},
           {"sent", sent_},

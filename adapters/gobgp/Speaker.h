@@ -69,6 +69,9 @@ class Speaker {
 
   std::string const& endpoint() const { return options_.endpoint; }
   Agent::SourceState state() const { return state_; }
+  /// What is known of the route of a row: {"wanted": {"vtep": .., "seq": ..}, "announced": .., "waiting":
+  /// false}; null where there is none. `announced`: as the speaker has it.
+  nlohmann::ordered_json route(RowKey const& key) const;
   /// For people: endpoint, state, since when, entries, sessions, last error.
   nlohmann::ordered_json show() const;
 

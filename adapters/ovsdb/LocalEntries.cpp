@@ -40,6 +40,14 @@ bool LocalEntries::tells(Key const& key, Wirix::IpAddr vtep) const {
   return flood != floods_.end() && std::binary_search(flood->second.begin(), flood->second.end(), vtep);
 }
 
+void LocalEntries::forEachOf(Vxlan::Vni vni,
+                             std::function<void(Wirix::EthAddr, VtepList const&)> const& visit) const {
+  for (auto at = macs_.lower_bound({vni, {}}); at != macs_.end() && at->first.vni == vni; ++at)
+    visit(at->first.mac, {at->second});
+  for (auto at = floods_.lower_bound({vni, {}}); at != floods_.end() && at->first.vni == vni; ++at)
+    visit(at->first.mac, at->second);
+}
+
 void LocalEntries::tellKey(Replica const& replica, Key const& key) {
   std::optional<Wirix::IpAddr> learned;
   VtepList flood;

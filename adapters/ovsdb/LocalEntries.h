@@ -38,6 +38,8 @@ class LocalEntries {
   std::size_t multipaths() const { return multipaths_.size(); }
   /// The VTEP that was told of a MAC, and those of a flood list.
   bool tells(Key const& key, Wirix::IpAddr vtep) const;
+  /// Each MAC and each flood list that was told of a VNI.
+  void forEachOf(Vxlan::Vni vni, std::function<void(Wirix::EthAddr, VtepList const&)> const& visit) const;
 
  private:
   void tellMac(Key const& key, std::optional<Wirix::IpAddr> vtep);

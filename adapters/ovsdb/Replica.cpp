@@ -300,6 +300,15 @@ std::vector<Uuid> const& Replica::rowsOf(MacTable table, Uuid const& logicalSwit
   return found == index(table).places.end() ? none : found->second;
 }
 
+void Replica::forEachMac(MacTable table, Uuid const& logicalSwitch,
+                         std::function<void(Wirix::EthAddr, std::vector<Uuid> const&)> const& visit) const {
+  auto const& places = index(table).places;
+  for (auto at = places.lower_bound({logicalSwitch, {}});
+       at != places.end() && at->first.first == logicalSwitch; ++at) {
+    visit(at->first.second, at->second);
+  }
+}
+
 VtepList Replica::vtepsOf(MacTable table, Uuid const& row) const {
   VtepList result;
   auto const add = [&](Uuid const& locator) {

@@ -97,6 +97,9 @@ class Replica {
   bool usesServiceNodes(Uuid const& logicalSwitch) const;
   /// The rows of a MAC in a logical switch, the one that came or changed last at the end.
   std::vector<Uuid> const& rowsOf(MacTable table, Uuid const& logicalSwitch, Wirix::EthAddr mac) const;
+  /// Each MAC that has rows in a logical switch.
+  void forEachMac(MacTable table, Uuid const& logicalSwitch,
+                  std::function<void(Wirix::EthAddr, std::vector<Uuid> const&)> const& visit) const;
   /// A row's VTEPs.
   VtepList vtepsOf(MacTable table, Uuid const& row) const;
   /// A locator of that VTEP with no tunnel key of its own.

@@ -1,5 +1,7 @@
 #include "adapters/ovsdb/Switch.h"
 
+#include "Orb/Text.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -62,6 +64,43 @@ std::unique_ptr<Replica> Switch::newReplica() {
 
 std::size_t Switch::remoteRows() const {
   return replica_->rows(MacTable::ucastRemote) + replica_->rows(MacTable::mcastRemote);
+}
+
+nlohmann::ordered_json Switch::rowsOf(Vxlan::Vni vni) const {
+  using OrderedJson = nlohmann::ordered_json;
+  auto const textOf = [](Wirix::EthAddr mac, VtepList const& vteps) {
+    std::string text = Orb::toText(mac);
+    for (Wirix::IpAddr const vtep : vteps) Orb::appendTexts(text, " ", vtep);
+    return text;
+  };
+  OrderedJson own = OrderedJson::array(), told = OrderedJson::array(), tables = OrderedJson::array();
+  for (Wirix::IpAddr const vtep : replica_->ownVteps()) own.push_back(Orb::toText(vtep));
+  local_.forEachOf(vni,
+                   [&](Wirix::EthAddr mac, VtepList const& vteps) { told.push_back(textOf(mac, vteps)); });
+  for (Uuid const& logicalSwitch : replica_->switchesOf(vni)) {
+    for (MacTable const table : {MacTable::ucastRemote, MacTable::mcastRemote}) {
+      OrderedJson rows = OrderedJson::array();
+      replica_->forEachMac(table, logicalSwitch, [&](Wirix::EthAddr mac, std::vector<Uuid> const& ids) {
+        for (Uuid const& id : ids) rows.push_back(textOf(mac, replica_->vtepsOf(table, id)));
+      });
+      tables.push_back({{"name", nameOf(table)}, {"rows", std::move(rows)}});
+    }
+  }
+  return {{"name", options_.name},
+          {"own", std::move(own)},
+          {"told", std::move(told)},
+          {"tables", std::move(tables)}};
+}
+
+std::vector<VtepList> Switch::remoteRowsOf(Key const& key) const {
+  std::vector<VtepList> result;
+  for (Uuid const& logicalSwitch : replica_->switchesOf(key.vni)) {
+    for (MacTable const table : {MacTable::ucastRemote, MacTable::mcastRemote}) {
+      for (Uuid const& id : replica_->rowsOf(table, logicalSwitch, key.mac))
+        result.push_back(replica_->vtepsOf(table, id));
+    }
+  }
+  return result;
 }
 
 void Switch::report(std::string const& line) {

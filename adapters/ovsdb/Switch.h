@@ -50,6 +50,11 @@ class Switch {
   /// What it has told so far, and what was left out of it.
   LocalEntries const& entries() const { return local_; }
   std::uint64_t refused() const { return refusedBefore_ + replica_->refused(); }
+  /// What it told of a VNI and what stands in its tables of remote MACs (agent/audit/RemoteTables.h).
+  bool serves(Vxlan::Vni vni) const { return replica_->serves(vni); }
+  nlohmann::ordered_json rowsOf(Vxlan::Vni vni) const;
+  /// The remote row of a MAC in each logical switch that has the VNI, and its flood list's: their VTEPs.
+  std::vector<VtepList> remoteRowsOf(Key const& key) const;
   /// Rows that stand in its tables of remote MACs.
   std::size_t remoteRows() const;
 

@@ -4,7 +4,9 @@
 
 #include "VxlanController/ExpectedExport.h"
 #include "agent/explain/Why.h"
+#include "agent/live/SpeakerSide.h"
 #include "agent/site/Control.h"
+#include "agent/views/ShowFigures.h"
 
 namespace Agent {
 
@@ -111,6 +113,35 @@ void auditImported(Findings& findings, SiteLook const& look, SiteRows const& exp
                    found.of<Row>(), judge);
 }
 
+/// Of each exported row that has a VTEP there is a route, which has no preference.
+void auditAnnounced(Findings& findings, SiteLook const& look) {
+  SiteRows expected;
+  for (Host row : look.exported.of<Host>()) {
+    row.preferenceIs(Host().preference());
+    if (row.vtepAddr() != Wirix::IpAddr()) expected.add(row);
+  }
+  for (FloodEntry const& row : look.exported.of<FloodEntry>()) {
+    if (row.key().vtepAddr() != Wirix::IpAddr()) expected.add(row);
+  }
+  forEachKind<EntryRows>([&]<class Row>(std::type_identity<Row>) {
+    Judge<Row> const judge{.unwanted =
+                               [](Row const&) {
+                                 return Blame{Fault::orphan, "the site exports no such row"};
+                               },
+                           .wanted = [](Row const&) { return "the site exports it"; }};
+    std::string const table = std::string("speaker/").append(TableKind<Row>::file);
+    compareRows(findings, table, expected.of<Row>(), look.announced->of<Row>(), judge);
+  });
+}
+
+/// What the speaker that announces the site's rows announces; nothing where there is none.
+std::optional<SiteRows> announcedOf(Site const& site) {
+  for (auto const& source : sourcesOf(site, "speaker")) {
+    if (source.at("state") == "synced" && source.value("sending", false)) return announcedBy(source);
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 SiteRows SiteLook::imported() const { return rowsOf(*sides.evpn); }
@@ -124,6 +155,9 @@ Findings audit(SiteLook const& look) {
   SiteRows const imported = look.imported();
   auditImported<Host>(findings, look, expected, imported);
   auditImported<FloodEntry>(findings, look, expected, imported);
+  for (RemoteTable const& table : look.remoteTables)
+    table.audit(findings, look.sides.own(table.vni), look.isSettled);
+  if (look.announced) auditAnnounced(findings, look);
   return findings;
 }
 
@@ -138,10 +172,14 @@ SiteLook ask(Site const& site, Vnis const& wanted) {
   look.state.isEnabled = head.at("enabled");
   look.state.isCapable = head.at("capability");
   look.isKept = head.at("kept");
+  look.isSettled = head.at("settled");
   for (auto const& each : head.at("vnis")) {
     Vxlan::Vni const vni(each.get<std::uint32_t>());
-    if (!wanted || wanted->contains(vni))
-      look.sides.take(vni, controlRequest(site, "both-sides " + Orb::toText(vni)));
+    if (wanted && !wanted->contains(vni)) continue;
+    auto const document = controlRequest(site, "both-sides " + Orb::toText(vni));
+    look.sides.take(vni, document);
+    std::ranges::move(RemoteTable::ofJson(vni, document.value("switches", nlohmann::ordered_json::array())),
+                      std::back_inserter(look.remoteTables));
   }
   return look;
 }
@@ -163,6 +201,7 @@ SiteLook lookAt(Site const& site) {
   SiteView view(site);
   look.exported = view.exported();
   look.learned = view.learned();
+  look.announced = announcedOf(site);
   return look;
 }
 
@@ -176,10 +215,12 @@ Findings auditSite(Site const& site, std::chrono::milliseconds pause) {
   SiteView view(site);
   before.exported = read(view.exported(), vnis);
   before.learned = read(view.learned(), vnis);
+  if (auto announced = announcedOf(site)) before.announced = read(std::move(*announced), vnis);
   findings = common(findings, audit(before));
   SiteLook after = ask(site, vnis);
   after.exported = std::move(before.exported);
   after.learned = std::move(before.learned);
+  after.announced = std::move(before.announced);
   return common(findings, audit(after));
 }
 

@@ -6,9 +6,11 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 
 #include "agent/audit/BothSides.h"
 #include "agent/audit/Findings.h"
+#include "agent/audit/RemoteTables.h"
 #include "agent/explain/Why.h"
 #include "agent/views/SiteView.h"
 
@@ -21,13 +23,18 @@ struct SiteLook {
   BothSides sides;
   SiteRows exported;
   SiteRows learned;
+  bool isSettled = true;  ///< Every source, EVPN's side too, has told its state or was given up.
+  std::vector<RemoteTable> remoteTables;  ///< Of the switches.
+  /// What the speaker announces, where one is told to announce what is exported.
+  std::optional<SiteRows> announced;
 
   bool isOn() const { return state.isEnabled && state.isCapable; }
   /// What EVPN's view holds, as rows, sorted.
   SiteRows imported() const;
 };
 
-/// What is wrong, table by table: the exported ones, then EVPN's status beside the learned ones.
+/// What is wrong, table by table: the exported ones, EVPN's status beside the learned ones, what switches
+/// were told beside what the controller knows, the speaker's routes beside what is exported.
 Findings audit(SiteLook const& look);
 
 /// Asks the agent and reads the tables. Raises std::runtime_error where no agent runs.

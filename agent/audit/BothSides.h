@@ -2,13 +2,14 @@
 /// whoever compares.
 ///
 ///   request            answer
-///   both-sides         {"enabled": true, "capability": true, "kept": false, "vnis": [5000]}
+///   both-sides         {"enabled": true, "capability": true, "kept": false, "settled": true, "vnis": [5000]}
 ///                      `kept`: rows of an earlier run stay, since nobody has said yet what is on
 ///   both-sides 5000    {"controller": {"hosts": ["02:00:00:00:00:01 10.99.0.11 1 16"],
 ///                                      "multipaths": ["02:00:00:00:00:02"],
 ///                                      "floods": {"00:00:00:00:00:00": ["10.99.0.11 on"]}},
 ///                       "evpn": null}
-///                      of a host MAC, VTEP, sequence number and preference; null where it has no such VNI
+///                      with `switches` as agent/audit/RemoteTables.h says; of a host MAC, VTEP, sequence
+///                      number and preference; null where it has no such VNI
 ///
 /// Texts, since a VNI may have many hosts and the agent has other things to do.
 #pragma once

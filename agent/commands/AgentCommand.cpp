@@ -6,6 +6,7 @@
 #include "agent/commands/FeedOptions.h"
 #include "agent/commands/LogOptions.h"
 #include "agent/evpn/EvpnSide.h"
+#include "agent/explain/WhyLearned.h"
 #include "agent/feed/Feeds.h"
 #include "agent/live/SpeakerSide.h"
 #include "agent/live/SwitchSide.h"
@@ -131,8 +132,8 @@ class AgentProcess {
     if (command == "evpn-status") return module_.evpnStatus(argument);
     if (command == "fdb")
       return module_.controller().fdb([this](SourceId id) { return module_.sources().name(id); });
-    if (command == "why") return module_.why(argument);
-    if (command == "both-sides") return module_.bothSides(argument);
+    if (command == "why") return why(argument);
+    if (command == "both-sides") return bothSides(argument);
     if (command == "counters") return countersJson();
     if (command == "state") return state();
     if (command == "trace") {
@@ -140,6 +141,32 @@ class AgentProcess {
       return traceLevels();
     }
     throw std::runtime_error("the agent does not know '" + std::string(command) + "'");
+  }
+
+  /// What the module says, and what the rest of this process has to do with it.
+  nlohmann::ordered_json why(std::string_view argument) const {
+    auto answers = module_.why(argument);
+    for (auto& answer : answers) {
+      bool const isHost = answer.contains("mac");
+      std::string const subject = answer.at(isHost ? "mac" : "vtep");
+      Vxlan::Vni const vni(answer.at("vni").get<std::uint32_t>());
+      if (switches_) {
+        auto const mac = isHost ? Orb::parseWhole<Wirix::EthAddr>(subject) : Wirix::EthAddr();
+        answer["switches"] = switches_->remoteRowsOf(vni, mac);
+      }
+      if (evpn_) {
+        answer["evpnSide"] =
+            whyLearned(*evpn_, speaker_ ? &*speaker_ : nullptr, subject + ' ' + Orb::toText(vni));
+      }
+    }
+    return answers;
+  }
+
+  nlohmann::ordered_json bothSides(std::string_view argument) const {
+    auto result = module_.bothSides(argument);
+    if (switches_ && !argument.empty())
+      result["switches"] = switches_->rowsOf(Orb::parseWhole<Vxlan::Vni>(argument));
+    return result;
   }
 
   nlohmann::ordered_json state() const {

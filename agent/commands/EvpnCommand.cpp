@@ -8,6 +8,7 @@
 #include "agent/commands/LogOptions.h"
 #include "agent/evpn/EvpnSide.h"
 #include "agent/evpn/Exchange.h"
+#include "agent/explain/WhyLearned.h"
 #include "agent/feed/Feeds.h"
 #include "agent/live/SpeakerSide.h"
 #include "agent/site/Control.h"
@@ -47,7 +48,8 @@ int runSources(EvpnOptions const& options) {
   std::optional<SpeakerSide> speaker;
   if (options.speaker.isGiven()) speaker.emplace(loop, site, options.speaker, side.sources(), logs);
   ControlServer const control(
-      loop, site.evpnControlSocket(), [&](std::string_view command, std::string_view) {
+      loop, site.evpnControlSocket(), [&](std::string_view command, std::string_view argument) {
+        if (command == "why") return whyLearned(side, speaker ? &*speaker : nullptr, argument);
         if (command != "state")
           throw std::runtime_error("the EVPN side does not know '" + std::string(command) + "'");
         nlohmann::ordered_json state = {{"pid", getpid()}, {"sources", side.sources().state()}};

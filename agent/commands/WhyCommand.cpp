@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <ctime>
 
 #include "Orb/Text.h"
 #include "Wirix/IpAddr.h"
@@ -13,6 +14,8 @@
 namespace Agent {
 
 namespace {
+
+using Json = nlohmann::ordered_json;
 
 struct WhyOptions {
   std::string dir{Site::defaultDir};
@@ -34,44 +37,114 @@ std::string subjectText(std::string const& subject) {
   }
 }
 
-/// "  controller  vtep 10.99.0.11  seq 1  preference 16  from leaf1 (heard last)", or what there is of it.
-void writeSide(Output& out, std::string_view title, nlohmann::ordered_json const& answer, char const* key) {
-  auto const side = answer.find(key);
-  out.write("  ", title);
-  if (side == answer.end() || *side == false) {
-    out.write("-\n");
-    return;
+/// "12 s", "3 min", "5 h", "9 days"
+std::string ageText(std::uint64_t since) {
+  auto const now = static_cast<std::uint64_t>(std::time(nullptr));
+  std::uint64_t const age = now > since ? now - since : 0;
+  if (age < 120) return std::to_string(age) + " s";
+  if (age < 7200) return std::to_string(age / 60) + " min";
+  if (age < 48 * 3600) return std::to_string(age / 3600) + " h";
+  return std::to_string(age / 86400) + " days";
+}
+
+/// "vtep 10.99.0.11  seq 1  preference 16  for 12 s", or what there is of it.
+std::string entryText(Json const& entry) {
+  std::string text;
+  for (auto const& [name, value] : entry.items()) {
+    if (name == "name") continue;
+    std::string const word = value.is_string() ? value.get<std::string>() : value.dump();
+    Orb::appendTexts(text, text.empty() ? "" : "  ", name == "since" ? "for" : name, " ",
+                     name == "since" ? ageText(value.get<std::uint64_t>()) : word);
   }
-  if (side->is_boolean()) {
-    out.write("yes\n");
-    return;
+  return text;
+}
+
+class Answer {
+ public:
+  Answer(Output& out, Json const& answer) : out_(out), answer_(answer) {}
+
+  void write(std::string const& subject) {
+    out_.write("vni ", answer_.at("vni").get<std::uint32_t>(), "  ", subject, ": ",
+               answer_.at("text").get_ref<std::string const&>(), "\n");
+    side("controller", "controller");
+    sources(answer_);
+    side("EVPN", "evpn");
+    Json const import = answer_.value("import", Json::object());
+    if (import.value("rule", "imported") != "imported") line("", import.at("text"));
+    Json const evpnSide = answer_.value("evpnSide", Json::object());
+    sources(evpnSide);
+    if (auto const& fields = answer_.at("differences"); !fields.empty()) {
+      std::string text = "the two differ in";
+      for (Json const& field : fields) text.append(" ").append(field.get_ref<std::string const&>());
+      line("", text);
+    }
+    side("exported", "row");
+    if (!answer_.at("asItShouldBe").get<bool>()) line("", "The table is not as this rule wants it.");
+    line("bridge id", answer_.value("bridgeId", false) ? "listed" : "not listed");
+    if (auto const route = evpnSide.find("route"); route != evpnSide.end()) line("route", routeText(*route));
+    for (Json const& each : answer_.value("switches", Json::array())) {
+      std::string text;
+      for (Json const& row : each.at("remote")) {
+        text += text.empty() ? "remote row" : ", and";
+        for (Json const& vtep : row) text.append(" ").append(vtep.get_ref<std::string const&>());
+      }
+      line(each.at("name"), text.empty() ? "no remote row" : text);
+    }
   }
-  std::string_view separator;
-  for (auto const& [name, value] : side->items()) {
-    out.write(separator, name, " ", value.is_string() ? value.get<std::string>() : value.dump());
-    separator = "  ";
+
+ private:
+  void line(std::string title, std::string const& text) {
+    title.resize(std::max<std::size_t>(title.size(), 10), ' ');
+    out_.write("  ", title, "  ", text, "\n");
   }
-  out.write("\n");
+  void side(std::string const& title, char const* key) {
+    auto const found = answer_.find(key);
+    bool const isThere = found != answer_.end() && *found != false;
+    line(title, !isThere ? "-" : found->is_boolean() ? "yes" : entryText(*found));
+  }
+  void sources(Json const& of) {
+    for (Json const& each : of.value("sources", Json::array()))
+      line("", each.at("name").get<std::string>() + ": " + entryText(each));
+  }
+  static std::string routeText(Json const& route) {
+    Json const wanted = route.value("wanted", Json()), announced = route.value("announced", Json());
+    std::string text = announced.is_null() ? "none announced" : "announced  " + entryText(announced);
+    if (route.value("waiting", false)) return text + "  (a change is on its way)";
+    if (wanted != announced)
+      text += wanted.is_null() ? "  (to be withdrawn)" : "  (to be " + entryText(wanted) + ")";
+    return text;
+  }
+
+  Output& out_;
+  Json const& answer_;
+};
+
+/// Adds what the EVPN side knows, if it runs in a process of its own and is no mere exchange.
+void addEvpnSide(Json& answer, Site const& site, std::string const& subject) {
+  if (answer.contains("evpnSide")) return;
+  try {
+    std::string const vni = std::to_string(answer.at("vni").get<std::uint32_t>());
+    answer["evpnSide"] = controlRequest(site, "why " + subject + ' ' + vni, ControlSide::evpn);
+  } catch (std::runtime_error const&) {
+    // The rest of the answer is good without it.
+  }
 }
 
 int runWhy(WhyOptions const& options) {
-  std::string request = "why " + subjectText(options.subject);
+  Site const site(options.dir);
+  std::string const subject = subjectText(options.subject);
+  std::string request = "why " + subject;
   if (options.vni) request += " " + std::to_string(*options.vni);
-  nlohmann::ordered_json const answers = controlRequest(Site(options.dir), request);
+  Json answers = controlRequest(site, request);
+  for (Json& answer : answers) addEvpnSide(answer, site, subject);
   Output out(STDOUT_FILENO);
   if (options.json) {
     out.write(answers.dump(2), "\n");
   } else if (answers.empty()) {
     out.write("No VNI has ", options.subject, ": neither the controller nor EVPN knows it.\n");
   }
-  for (auto const& answer : options.json ? nlohmann::ordered_json::array() : answers) {
-    out.write("vni ", answer.at("vni").get<std::uint32_t>(), "  ", options.subject, ": ",
-              answer.at("text").get<std::string>(), "\n");
-    writeSide(out, "controller  ", answer, "controller");
-    writeSide(out, "EVPN        ", answer, "evpn");
-    writeSide(out, "exported    ", answer, "row");
-    if (!answer.at("asItShouldBe").get<bool>()) out.write("  The table is not as this rule wants it.\n");
-  }
+  for (Json const& answer : options.json ? Json::array() : answers)
+    Answer(out, answer).write(options.subject);
   out.flush();
   return exitOk;
 }

@@ -68,6 +68,11 @@ class Controller : public Orb::StateMachine<Controller> {
   ///   "why": "heard last"}, ..], of every MAC; `from` "evpn" or what `nameOf` calls the source.
   nlohmann::ordered_json fdb(std::function<std::string(SourceId)> const& nameOf) const;
 
+  /// What is merged of a VNI, or null where it is not served.
+  ServedVni const* served(Vxlan::Vni vni) const {
+    Orb::Ptr<ServedVni> const* const found = served_.find(vni);
+    return found ? found->get() : nullptr;
+  }
   /// Why the merged entry of a MAC is as it is; nothing where the VNI is not served.
   std::optional<ServedVni::Verdict> verdict(Vxlan::Vni vni, Wirix::EthAddr mac) const;
   /// Calls `visit` with each VNI that is served. For who only reads.

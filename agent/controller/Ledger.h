@@ -14,25 +14,29 @@
 
 namespace Agent {
 
-/// Stands for what an earlier run left, where a source is named.
-inline constexpr SourceId earlierRun = ~SourceId{0};
-
 /// A source's entry of a MAC.
 struct Claim {
   Wirix::IpAddr vtep;
   Seqno32 seq;              ///< Of a source that numbers its entries.
   std::uint32_t order = 0;  ///< Else: the later a switch heard the MAC, the higher; 0: before anybody looked.
   std::uint8_t preference = VxlanController::MacVtepV2::defaultPreference;
+  std::uint32_t since = 0;  ///< When it was told so, in seconds of Unix time; 0: in an earlier run.
   friend bool operator==(Claim const&, Claim const&) = default;
+};
+
+/// A source's VTEP in a flood list.
+struct FloodClaim {
+  bool on = false;
+  std::uint32_t since = 0;  ///< As a Claim's.
 };
 
 struct VniLedger {
   Orb::FlatMap<Wirix::EthAddr, Claim> macs;
-  std::map<Wirix::EthAddr, std::map<Wirix::IpAddr, bool>> floods;
+  std::map<Wirix::EthAddr, std::map<Wirix::IpAddr, FloodClaim>> floods;
   std::map<Wirix::EthAddr, std::vector<Wirix::IpAddr>> multipaths;
   bool serves = false;  ///< The source serves the VNI.
 
-  bool const* flood(Wirix::EthAddr mac, Wirix::IpAddr vtep) const {
+  FloodClaim const* flood(Wirix::EthAddr mac, Wirix::IpAddr vtep) const {
     auto const list = floods.find(mac);
     if (list == floods.end()) return nullptr;
     auto const entry = list->second.find(vtep);
@@ -62,8 +66,8 @@ struct SourcePart {
     bool const isOlder = now && before && isNumbered && now->seq < before->seq;
     return now && !isOlder ? now : before;
   }
-  bool const* flood(Wirix::EthAddr mac, Wirix::IpAddr vtep) const {
-    bool const* const now = told.flood(mac, vtep);
+  FloodClaim const* flood(Wirix::EthAddr mac, Wirix::IpAddr vtep) const {
+    FloodClaim const* const now = told.flood(mac, vtep);
     return now ? now : kept.flood(mac, vtep);
   }
   std::vector<Wirix::IpAddr> const* multipath(Wirix::EthAddr mac) const {

@@ -56,8 +56,11 @@ void ServedVni::begin(SourceId source) {
 }
 
 void ServedVni::macIs(SourcePart& part, EthAddr mac, Claim claim, bool isNews) {
+  Claim const* const former = part.claim(mac);
+  bool const isSame = former && former->vtep == claim.vtep && former->seq == claim.seq &&
+                      former->preference == claim.preference;
+  claim.since = isSame ? former->since : nowInSeconds();
   if (!part.isNumbered) {
-    Claim const* const former = part.claim(mac);
     if (former ? former->vtep != claim.vtep : isNews) {
       claim.order = ++heard_;
       renumber(mac, claim.vtep);
@@ -86,7 +89,9 @@ void ServedVni::macDel(SourcePart& part, EthAddr mac) {
 }
 
 void ServedVni::floodIs(SourcePart& part, EthAddr mac, IpAddr vtep, bool on) {
-  part.told.floods[mac][vtep] = on;
+  FloodClaim const* const former = part.flood(mac, vtep);
+  std::uint32_t const since = former && former->on == on ? former->since : nowInSeconds();
+  part.told.floods[mac][vtep] = {on, since};
   mergeFlood(mac, vtep);
 }
 
@@ -119,7 +124,7 @@ void ServedVni::earlierMacIs(MacVtepV2 const& entry) {
 }
 
 void ServedVni::earlierFloodIs(IpAddr vtep) {
-  earlier().floods[allBum][vtep] = true;
+  earlier().floods[allBum][vtep] = {true};
   mergeFlood(allBum, vtep);
 }
 
@@ -215,6 +220,23 @@ ServedVni::Verdict ServedVni::verdict(EthAddr mac) {
   return {own->source, isTie ? "before EVPN's of the same number" : "higher sequence number than EVPN's"};
 }
 
+void ServedVni::forEachClaim(EthAddr mac, std::function<void(SourceId, Claim const&)> const& visit) const {
+  for (auto const& part : parts_) {
+    if (Claim const* const claim = part->claim(mac)) visit(part->source, *claim);
+  }
+  Claim const* const claim = earlier_ ? earlier_->macs.find(mac) : nullptr;
+  if (claim) visit(earlierRun, *claim);
+}
+
+void ServedVni::forEachFloodClaim(EthAddr mac, IpAddr vtep,
+                                  std::function<void(SourceId, FloodClaim const&)> const& visit) const {
+  for (auto const& part : parts_) {
+    if (FloodClaim const* const claim = part->flood(mac, vtep)) visit(part->source, *claim);
+  }
+  FloodClaim const* const claim = earlier_ ? earlier_->flood(mac, vtep) : nullptr;
+  if (claim) visit(earlierRun, *claim);
+}
+
 void ServedVni::mergeMac(EthAddr mac, bool isEvpns) {
   std::optional<MacVtepV2> winner;
   if (auto const own = ownMac(mac)) winner = own->entry;
@@ -261,8 +283,9 @@ std::optional<bool> ServedVni::isOn(EthAddr mac, IpAddr vtep) const {
   auto const add = [&on](bool const* entry) {
     if (entry) on = on.value_or(false) || *entry;
   };
-  for (auto const& part : parts_) add(part->flood(mac, vtep));
-  if (!on && earlier_) add(earlier_->flood(mac, vtep));
+  forEachFloodClaim(mac, vtep, [&](SourceId source, FloodClaim const& claim) {
+    if (source != earlierRun || !on) add(&claim.on);
+  });
   if (mac == allBum && floodListFromEvpn_.notifier()) {
     add(floodListFromEvpn_.notifier()->vtepIpFloodList().find(vtep));
   }

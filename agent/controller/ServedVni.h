@@ -61,6 +61,10 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
     std::string_view why;
   };
   Verdict verdict(Wirix::EthAddr mac);
+  /// What each source, and an earlier run last, says of a MAC, or of a VTEP in a flood list.
+  void forEachClaim(Wirix::EthAddr mac, std::function<void(SourceId, Claim const&)> const& visit) const;
+  void forEachFloodClaim(Wirix::EthAddr mac, Wirix::IpAddr vtep,
+                         std::function<void(SourceId, FloodClaim const&)> const& visit) const;
 
   // What an earlier run left.
   void earlierMacIs(VxlanController::MacVtepV2 const& entry);

@@ -19,6 +19,7 @@ class EvpnSide {
   /// Where sources of EVPN events are added.
   Sources& sources() { return sources_; }
   Sources const& sources() const { return sources_; }
+  LearnedSources const& ledgers() const { return ledgers_; }
   Learned& learned() { return learned_; }
 
  private:

@@ -6,9 +6,17 @@ namespace Agent {
 
 using namespace QorEvpn;
 
+namespace {
+
+bool isBetter(Host const& left, Host const& right) {
+  return left.seqNo() != right.seqNo() ? left.seqNo() > right.seqNo() : left.vtepAddr() < right.vtepAddr();
+}
+
+}  // namespace
+
 LearnedSources::LearnedSources(Learned& learned) : learned_(learned) {
-  learned_.forEach([this](Host const& row) { earlier_.hosts.put(row.key(), row); },
-                   [this](FloodEntry const& row) { earlier_.floods.insert(row.key()); });
+  learned_.forEach([this](Host const& row) { earlier_.hosts.put(row.key(), {row}); },
+                   [this](FloodEntry const& row) { earlier_.floods.emplace(row.key(), 0); });
 }
 
 void LearnedSources::sourceIs(SourceId source, bool) {
@@ -34,11 +42,14 @@ void LearnedSources::apply(SourceId source, Event const& event) {
     row.vtepAddrIs(event.vtep);
     row.seqNoIs(event.seq);
     row.preferenceIs(event.preference);
-    if (told.hosts.put(key, row)) mergeHost(key);
+    HostClaim const* const former = told.hosts.find(key);
+    if (former && former->row == row) return;
+    told.hosts.put(key, {row, nowInSeconds()});
+    mergeHost(key);
   } else if (event.op == Op::macDel) {
     if (told.hosts.erase(key)) mergeHost(key);
   } else if (event.op == Op::flood) {
-    if (told.floods.insert(flood).second) mergeFlood(flood);
+    if (told.floods.emplace(flood, nowInSeconds()).second) mergeFlood(flood);
   } else if (event.op == Op::floodDel) {
     if (told.floods.erase(flood) != 0) mergeFlood(flood);
   }
@@ -73,17 +84,15 @@ std::size_t LearnedSources::entries(SourceId source) const {
   return told.hosts.size() + told.floods.size() + kept.hosts.size() + kept.floods.size();
 }
 
-Host const* LearnedSources::newer(Host const* before, Host const* now) {
-  return now && !(before && now->seqNo() < before->seqNo()) ? now : before;
+LearnedSources::HostClaim const* LearnedSources::newer(HostClaim const* before, HostClaim const* now) {
+  return now && !(before && now->row.seqNo() < before->row.seqNo()) ? now : before;
 }
 
-Host const* LearnedSources::best(MacVniPair const& key) const {
-  Host const* best = nullptr;
+LearnedSources::HostClaim const* LearnedSources::best(MacVniPair const& key) const {
+  HostClaim const* best = nullptr;
   for (Record const& record : records_) {
-    Host const* const row = newer(record.kept.hosts.find(key), record.told.hosts.find(key));
-    bool const isBetter = row && (!best || row->seqNo() > best->seqNo() ||
-                                  (row->seqNo() == best->seqNo() && row->vtepAddr() < best->vtepAddr()));
-    if (isBetter) best = row;
+    HostClaim const* const claim = newer(record.kept.hosts.find(key), record.told.hosts.find(key));
+    if (claim && (!best || isBetter(claim->row, best->row))) best = claim;
   }
   return newer(earlier_.hosts.find(key), best);
 }
@@ -95,9 +104,32 @@ bool LearnedSources::hasFlood(VniVtepPair const& key) const {
          });
 }
 
+void LearnedSources::forEachClaim(
+    MacVniPair const& key, std::function<void(SourceId, Host const&, std::uint32_t)> const& visit) const {
+  for (SourceId source = 0; source < records_.size(); ++source) {
+    Record const& record = records_[source];
+    if (HostClaim const* const claim = newer(record.kept.hosts.find(key), record.told.hosts.find(key)))
+      visit(source, claim->row, claim->since);
+  }
+  if (HostClaim const* const claim = earlier_.hosts.find(key)) visit(earlierRun, claim->row, 0);
+}
+
+void LearnedSources::forEachClaim(VniVtepPair const& key,
+                                  std::function<void(SourceId, std::uint32_t)> const& visit) const {
+  for (SourceId source = 0; source < records_.size(); ++source) {
+    for (Ledger const* const ledger : {&records_[source].told, &records_[source].kept}) {
+      auto const found = ledger->floods.find(key);
+      if (found == ledger->floods.end()) continue;
+      visit(source, found->second);
+      break;
+    }
+  }
+  if (earlier_.floods.contains(key)) visit(earlierRun, 0);
+}
+
 void LearnedSources::mergeHost(MacVniPair const& key) {
-  if (Host const* const row = best(key)) {
-    learned_.hostIs(*row);
+  if (HostClaim const* const claim = best(key)) {
+    learned_.hostIs(claim->row);
   } else {
     learned_.hostDel(key);
   }
@@ -113,7 +145,7 @@ void LearnedSources::mergeFlood(VniVtepPair const& key) {
 
 void LearnedSources::mergeAll(Ledger const& ledger) {
   for (auto const& entry : ledger.hosts) mergeHost(entry.key);
-  for (VniVtepPair const& key : ledger.floods) mergeFlood(key);
+  for (auto const& entry : ledger.floods) mergeFlood(entry.first);
 }
 
 /// Until every source is whole, the last word of an earlier run on the capability stays where none speaks.

@@ -9,7 +9,7 @@
 /// Likewise what a source told before it begins to tell its state again.
 #pragma once
 
-#include <set>
+#include <map>
 
 #include "Orb/FlatMap.h"
 #include "agent/evpn/Learned.h"
@@ -32,10 +32,22 @@ class LearnedSources : public SourceLedgers {
   void settled() override;
   std::size_t entries(SourceId source) const override;
 
+  /// Calls `visit` with what each source, and an earlier run last, tells of a key.
+  void forEachClaim(
+      QorEvpn::MacVniPair const& key,
+      std::function<void(SourceId, QorEvpn::Host const&, std::uint32_t since)> const& visit) const;
+  void forEachClaim(QorEvpn::VniVtepPair const& key,
+                    std::function<void(SourceId, std::uint32_t since)> const& visit) const;
+
  private:
+  struct HostClaim {
+    QorEvpn::Host row;
+    std::uint32_t since = 0;  ///< When it was told so, in seconds of Unix time; 0: in an earlier run.
+    friend bool operator==(HostClaim const&, HostClaim const&) = default;
+  };
   struct Ledger {
-    Orb::FlatMap<QorEvpn::MacVniPair, QorEvpn::Host> hosts;
-    std::set<QorEvpn::VniVtepPair> floods;
+    Orb::FlatMap<QorEvpn::MacVniPair, HostClaim> hosts;
+    std::map<QorEvpn::VniVtepPair, std::uint32_t> floods;  ///< Since when.
   };
   struct Record {
     Ledger told, kept;
@@ -43,8 +55,8 @@ class LearnedSources : public SourceLedgers {
   };
 
   /// Of what one told before and tells now, what counts.
-  static QorEvpn::Host const* newer(QorEvpn::Host const* before, QorEvpn::Host const* now);
-  QorEvpn::Host const* best(QorEvpn::MacVniPair const& key) const;
+  static HostClaim const* newer(HostClaim const* before, HostClaim const* now);
+  HostClaim const* best(QorEvpn::MacVniPair const& key) const;
   bool hasFlood(QorEvpn::VniVtepPair const& key) const;
   void mergeHost(QorEvpn::MacVniPair const& key);
   void mergeFlood(QorEvpn::VniVtepPair const& key);

@@ -1,6 +1,7 @@
 #include "agent/explain/Why.h"
 
-#include "agent/views/Format.h"
+#include "Orb/Text.h"
+#include "agent/feed/Sources.h"
 
 namespace Agent {
 
@@ -67,25 +68,52 @@ FloodFacts floodFacts(QorEvpn::VniVtepPair const& key, VniFdbStatusV2 const* own
 
 namespace {
 
+/// Why a source's entry of the key would be refused, or nothing. A MAC's VTEP is not known here; one that can
+/// be stands for it.
+std::string_view refusal(HostFacts const& facts) {
+  Event event;
+  event.op = Op::mac;
+  event.mac = facts.key.macAddr();
+  event.vtep = Wirix::IpAddr(1);
+  return refusalOf(event);
+}
+
+std::string_view refusal(FloodFacts const& facts) {
+  Event event;
+  event.op = Op::flood;
+  event.vtep = facts.key.vtepAddr();
+  return refusalOf(event);
+}
+
 Rule ruleOf(HostFacts const& facts) {
   if (auto const rule = ruleOf(facts.state)) return *rule;
-  if (!facts.controller) return facts.isMultipath ? Rule::multipathOnly : Rule::notKnown;
+  if (!facts.controller && facts.isMultipath) return Rule::multipathOnly;
+  if (!facts.controller) return refusal(facts).empty() ? Rule::notKnown : Rule::refused;
   if (*facts.controller == MacVtepV2()) return Rule::defaultEntry;
-  if (facts.evpn && *facts.evpn == *facts.controller) return Rule::evpnSupplied;
+  if (facts.evpn && *facts.evpn == *facts.controller)
+    return facts.isOvertaken ? Rule::evpnNewer : Rule::evpnSupplied;
   return facts.isEarlier ? Rule::held : Rule::exported;
 }
 
 Rule ruleOf(FloodFacts const& facts) {
   if (auto const rule = ruleOf(facts.state)) return *rule;
-  if (!facts.controller) return facts.isInListOfOneMac ? Rule::notAllBum : Rule::notKnown;
+  if (!facts.controller && facts.isInListOfOneMac) return Rule::notAllBum;
+  if (!facts.controller) return refusal(facts).empty() ? Rule::notKnown : Rule::refused;
   if (!*facts.controller) return Rule::entryOff;
-  return facts.isEvpns ? Rule::evpnSupplied : Rule::exported;
+  if (facts.isEvpns) return Rule::evpnSupplied;
+  return facts.isEarlier ? Rule::held : Rule::exported;
 }
 
 std::string sentence(Rule rule) {
   if (rule == Rule::exported) return "Exported.";
   std::string_view const outcome = rule == Rule::held ? "Exported" : "Not exported";
   return std::string(outcome).append(": ").append(reasonOf(rule)).append(".");
+}
+
+std::string refusedText(std::string_view cause) {
+  std::string text = sentence(Rule::refused);
+  text.pop_back();
+  return text.append(": ").append(cause).append(".");
 }
 
 std::vector<std::string_view> differencesOf(HostFacts const& facts) {
@@ -105,11 +133,13 @@ std::string_view toText(Rule rule) {
     case Rule::notCapable: return "not-capable";
     case Rule::held: return "held";
     case Rule::notServed: return "not-served";
+    case Rule::refused: return "refused";
     case Rule::notKnown: return "not-known";
     case Rule::multipathOnly: return "multipath-only";
     case Rule::notAllBum: return "not-all-bum";
     case Rule::defaultEntry: return "default-entry";
     case Rule::entryOff: return "entry-off";
+    case Rule::evpnNewer: return "evpn-newer";
     case Rule::evpnSupplied: return "evpn-supplied";
     case Rule::exported: return "exported";
   }
@@ -122,11 +152,14 @@ std::string_view reasonOf(Rule rule) {
     case Rule::notCapable: return "the integration is off, since EVPN is not capable";
     case Rule::held: return "an earlier run left it so, and not every source has told all of its state yet";
     case Rule::notServed: return "no source of the controller serves the VNI";
+    case Rule::refused: return "an entry of this key is refused, since it cannot be";
     case Rule::notKnown: return "the controller has no such entry";
     case Rule::multipathOnly: return "the MAC is in the multipath table only";
     case Rule::notAllBum: return "the VTEP is in the flood list of a single MAC only";
     case Rule::defaultEntry: return "the entry equals the default one, which counts as absent";
     case Rule::entryOff: return "the flood list has the VTEP switched off";
+    case Rule::evpnNewer:
+      return "EVPN's entry has a higher sequence number than the sources', and nothing is echoed";
     case Rule::evpnSupplied: return "EVPN supplied exactly this, and nothing is echoed";
     case Rule::exported: return "nothing keeps it out";
   }
@@ -139,6 +172,7 @@ Explanation explain(HostFacts const& facts) {
   bool const isRight =
       facts.state.isKeeping || (isWanted ? facts.row && isRowOf(*facts.row, *facts.controller) : !facts.row);
   Explanation result{rule, sentence(rule), differencesOf(facts), isRight};
+  if (rule == Rule::refused) result.text = refusedText(refusal(facts));
   if (isWanted && !result.differences.empty()) {
     result.text = "Exported: EVPN has the MAC too, but its entry differs.";
   }
@@ -147,8 +181,9 @@ Explanation explain(HostFacts const& facts) {
 
 Explanation explain(FloodFacts const& facts) {
   Rule const rule = ruleOf(facts);
-  bool const isRight = facts.state.isKeeping || facts.isRow == (rule == Rule::exported);
-  return {rule, sentence(rule), {}, isRight};
+  bool const isRight = facts.state.isKeeping || facts.isRow == (rule == Rule::exported || rule == Rule::held);
+  std::string text = rule == Rule::refused ? refusedText(refusal(facts)) : sentence(rule);
+  return {rule, std::move(text), {}, isRight};
 }
 
 nlohmann::ordered_json toJson(Explanation const& explanation) {
@@ -156,6 +191,42 @@ nlohmann::ordered_json toJson(Explanation const& explanation) {
           {"text", explanation.text},
           {"differences", explanation.differences},
           {"asItShouldBe", explanation.isAsItShouldBe}};
+}
+
+std::string_view toText(ImportRule rule) {
+  switch (rule) {
+    case ImportRule::off: return "off";
+    case ImportRule::unreadable: return "unreadable";
+    case ImportRule::defaultRow: return "default-row";
+    case ImportRule::notLearned: return "not-learned";
+    case ImportRule::imported: return "imported";
+  }
+  return {};
+}
+
+std::string_view reasonOf(ImportRule rule) {
+  switch (rule) {
+    case ImportRule::off: return "nothing is imported while the integration is off";
+    case ImportRule::unreadable: return "the agent cannot read the learned table, or there is none";
+    case ImportRule::defaultRow: return "a row that equals the default one counts as absent";
+    case ImportRule::notLearned: return "the learned table has no such row";
+    case ImportRule::imported: return "imported";
+  }
+  return {};
+}
+
+Subject Subject::parse(std::string_view text) {
+  auto const blank = text.find(' ');
+  std::string_view const first = text.substr(0, blank);
+  Subject subject;
+  if (blank != std::string_view::npos) subject.vni = Orb::parseWhole<Vxlan::Vni>(text.substr(blank + 1));
+  if (first.find(':') != std::string_view::npos) {
+    subject.mac = Orb::parseWhole<Wirix::EthAddr>(first);
+  } else {
+    subject.vtep = Orb::parseWhole<Wirix::IpAddr>(first);
+    if (!subject.vni) throw std::runtime_error("a VTEP is in the flood list of a VNI: which one?");
+  }
+  return subject;
 }
 
 }  // namespace Agent

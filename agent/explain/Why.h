@@ -13,7 +13,7 @@
 #include "DataModel/MacVtepV2.h"
 #include "DataModel/VniFdbStatusV2.h"
 #include "DataModel/VniStatusV2.h"
-#include "VxlanController/QorEvpnValues.h"
+#include "VxlanController/QorEvpnBrine.h"
 
 namespace Agent {
 
@@ -22,11 +22,13 @@ enum class Rule {
   databaseOff,    ///< The integration is off: the controller's database is not enabled.
   notCapable,     ///< The integration is off: EVPN is not capable.
   notServed,      ///< No source of the controller serves the VNI.
+  refused,        ///< No source's entry of the key is taken, since it cannot be: a group MAC, VTEP 0.0.0.0.
   notKnown,       ///< The controller has no entry of the MAC; or its flood list has no such VTEP.
   multipathOnly,  ///< The MAC is in the multipath table only, which is not exported.
   notAllBum,      ///< The VTEP is in the list of one MAC only; lists for all BUM traffic alone are exported.
   defaultEntry,   ///< The entry equals the default one, which counts as absent.
   entryOff,       ///< The flood list has the VTEP switched off.
+  evpnNewer,      ///< EVPN's entry has a higher sequence number than the sources', and is not echoed.
   evpnSupplied,   ///< EVPN supplied exactly this entry, or this VTEP; it is not echoed.
   held,           ///< Exported as an earlier run left it, until every source has told its state.
   exported        ///< Nothing keeps it out.
@@ -51,6 +53,7 @@ struct HostFacts {
   std::optional<VxlanController::MacVtepV2> controller;  ///< Merged, as the machines read it.
   std::optional<VxlanController::MacVtepV2> evpn;        ///< As the receive machine stored it.
   bool isMultipath = false;                              ///< In the controller's multipath table.
+  bool isOvertaken = false;                              ///< A source's entry, by a newer one of EVPN's.
   bool isEarlier = false;                                ///< The controller's entry is an earlier run's.
   std::optional<QorEvpn::Host> row;                      ///< In the exported table.
 };
@@ -62,6 +65,7 @@ struct FloodFacts {
   bool isInListOfOneMac = false;   ///< In the list of another MAC.
   bool isEvpns = false;            ///< In EVPN's list for all BUM traffic.
   bool isRow = false;              ///< In the exported table.
+  bool isEarlier = false;          ///< In the controller's list, but an earlier run's alone.
 };
 
 /// The facts that the inputs of the machines give; either status may be null. `state` says what holds for the
@@ -86,6 +90,38 @@ std::optional<Rule> ruleOf(ExportState const& state);
 bool isRowOf(QorEvpn::Host const& row, VxlanController::MacVtepV2 const& entry);
 Explanation explain(HostFacts const& facts);
 Explanation explain(FloodFacts const& facts);
+
+/// Why EVPN's row of a key has come to the controller, or has not.
+enum class ImportRule {
+  off,         ///< The integration is off.
+  unreadable,  ///< The agent cannot read the learned table, or there is none.
+  defaultRow,  ///< A row of this key that equals the default one counts as absent.
+  notLearned,  ///< The learned table has no such row.
+  imported     ///< Nothing keeps it out.
+};
+std::string_view toText(ImportRule rule);
+/// "EVPN's table has no such row"
+std::string_view reasonOf(ImportRule rule);
+
+/// `row`: what the learned table has, the default row where it has none. `status`: the table's.
+template <class Row>
+ImportRule importRule(ExportState const& state, bool isReadable, Row const& row,
+                      typename Brine::Codec<Row>::Key const& key) {
+  if (!state.isEnabled || !state.isCapable) return ImportRule::off;
+  if (!isReadable) return ImportRule::unreadable;
+  if (row != Row()) return ImportRule::imported;
+  return key == Brine::Codec<Row>::key(Row()) ? ImportRule::defaultRow : ImportRule::notLearned;
+}
+
+/// Whom a question is about: "MAC", "MAC VNI" or "VTEP VNI".
+struct Subject {
+  std::optional<Wirix::EthAddr> mac;
+  Wirix::IpAddr vtep;  ///< Where it is no MAC.
+  std::optional<Vxlan::Vni> vni;
+
+  /// Raises Orb::Error, or std::runtime_error for a VTEP without VNI.
+  static Subject parse(std::string_view text);
+};
 
 /// {"rule": "evpn-supplied", "text": "..", "differences": ["vtep"], "asItShouldBe": true}
 nlohmann::ordered_json toJson(Explanation const& explanation);

@@ -16,6 +16,7 @@
 #pragma once
 
 #include <chrono>
+#include <ctime>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -34,6 +35,11 @@ struct Logs {
 
 /// Counts the sources of a side from 0, in the order in which they were added.
 using SourceId = std::size_t;
+/// Stands for what an earlier run left, where a source is named.
+inline constexpr SourceId earlierRun = ~SourceId{0};
+
+/// Seconds of Unix time, for when an entry was told.
+inline std::uint32_t nowInSeconds() { return static_cast<std::uint32_t>(std::time(nullptr)); }
 
 /// What a side's sources hold, kept apart by source and merged by its rule.
 class SourceLedgers {
@@ -70,7 +76,11 @@ class Sources {
   /// Adds a source, before the loop turns; what is returned is for the source to call.
   SourceHandlers add(About about);
 
-  std::string const& name(SourceId source) const { return records_[source].about.name; }
+  /// Also of `earlierRun`.
+  std::string name(SourceId source) const {
+    return source == earlierRun ? "earlier run" : records_[source].about.name;
+  }
+  bool isNumbered(SourceId source) const { return records_[source].about.isNumbered; }
   bool isSettled() const { return isSettled_; }
   /// Entries of an earlier run are being kept.
   bool isKeeping() const { return keepsEarlier_ && !isSettled_; }

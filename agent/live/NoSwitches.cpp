@@ -11,5 +11,9 @@ void SwitchOptions::check() const {}
 
 SwitchSide::SwitchSide(Loop&, SwitchOptions const&, Sources&, Controller&) {}
 SwitchSide::~SwitchSide() = default;
+nlohmann::ordered_json SwitchSide::rowsOf(Vxlan::Vni) const { return nlohmann::ordered_json::array(); }
+nlohmann::ordered_json SwitchSide::remoteRowsOf(Vxlan::Vni, Wirix::EthAddr) const {
+  return nlohmann::ordered_json::array();
+}
 
 }  // namespace Agent

@@ -4,6 +4,7 @@
 
 #include "Orb/StateMachine.h"
 #include "Orb/Type.h"
+#include "adapters/gobgp/OwnRouteList.h"
 #include "adapters/gobgp/Speaker.h"
 #include "agent/base/UsageError.h"
 #include "agent/site/EvpnState.h"
@@ -133,6 +134,32 @@ void SpeakerSide::describe(nlohmann::ordered_json& sources) const {
     each.update(parts_->speaker.show());
     each["sending"] = parts_->isSending;
   }
+}
+
+nlohmann::ordered_json SpeakerSide::route(MacVniPair const& key) const {
+  return parts_->speaker.route({key.vni(), key.macAddr()});
+}
+
+nlohmann::ordered_json SpeakerSide::route(VniVtepPair const& key) const {
+  return parts_->speaker.route({key.vni(), key.vtepAddr()});
+}
+
+SiteRows announcedBy(nlohmann::ordered_json const& source) {
+  Gobgp::Identity const identity{source.at("as"), Wirix::IpAddr(source.at("routerId").get<std::string>())};
+  SiteRows rows;
+  for (auto const& [key, value] :
+       Gobgp::listOwnRoutes(source.at("endpoint"), identity, std::chrono::seconds(60))) {
+    if (key.isHost()) {
+      Host row(MacVniPair(key.mac(), key.vni()));
+      row.vtepAddrIs(value.vtep);
+      row.seqNoIs(value.seq);
+      rows.add(row);
+    } else {
+      rows.add(FloodEntry(VniVtepPair(key.vni(), key.vtep())));
+    }
+  }
+  rows.sort();
+  return rows;
 }
 
 }  // namespace Agent

@@ -19,6 +19,7 @@
 #include "agent/base/Loop.h"
 #include "agent/feed/Sources.h"
 #include "agent/site/Site.h"
+#include "agent/tables/Tables.h"
 
 namespace Agent {
 
@@ -35,6 +36,10 @@ struct SpeakerOptions {
   void check() const;
 };
 
+/// The routes that a speaker announces for this site, as rows, asked of the speaker itself; `source` is what
+/// describe() made of it. Preferences, which routes have not, are the default one. Raises std::exception.
+SiteRows announcedBy(nlohmann::ordered_json const& source);
+
 class SpeakerSide {
  public:
   /// `sources`: the EVPN side's, which the speaker becomes one of. Raises UsageError as check() does.
@@ -46,6 +51,9 @@ class SpeakerSide {
 
   /// To what Sources::state() says of the speaker adds what only it knows.
   void describe(nlohmann::ordered_json& sources) const;
+  /// The route of a row that the site exports, as Gobgp::Speaker::route() says it.
+  nlohmann::ordered_json route(QorEvpn::MacVniPair const& key) const;
+  nlohmann::ordered_json route(QorEvpn::VniVtepPair const& key) const;
 
  private:
   class Machine;

@@ -3,6 +3,7 @@
 #include <set>
 #include <stdexcept>
 
+#include "Orb/Text.h"
 #include "adapters/ovsdb/Switch.h"
 #include "agent/base/UsageError.h"
 
@@ -76,5 +77,27 @@ SwitchSide::SwitchSide(Loop& loop, SwitchOptions const& options, Sources& source
 }
 
 SwitchSide::~SwitchSide() = default;
+
+nlohmann::ordered_json SwitchSide::rowsOf(Vxlan::Vni vni) const {
+  auto result = nlohmann::ordered_json::array();
+  for (auto const& each : parts_->switches) {
+    if (each->state() == SourceState::synced) result.push_back(each->rowsOf(vni));
+  }
+  return result;
+}
+
+nlohmann::ordered_json SwitchSide::remoteRowsOf(Vxlan::Vni vni, Wirix::EthAddr mac) const {
+  auto result = nlohmann::ordered_json::array();
+  for (auto const& each : parts_->switches) {
+    if (each->state() != SourceState::synced || !each->serves(vni)) continue;
+    auto rows = nlohmann::ordered_json::array();
+    for (auto const& vteps : each->remoteRowsOf({vni, mac})) {
+      auto& row = rows.emplace_back(nlohmann::ordered_json::array());
+      for (Wirix::IpAddr const vtep : vteps) row.push_back(Orb::toText(vtep));
+    }
+    result.push_back({{"name", each->name()}, {"remote", std::move(rows)}});
+  }
+  return result;
+}
 
 }  // namespace Agent

@@ -31,6 +31,11 @@ class SwitchSide {
   /// Connects as the loop turns. `sources` and `controller` outlive it. Raises UsageError as check() does.
   SwitchSide(Loop& loop, SwitchOptions const& options, Sources& sources, Controller& controller);
   ~SwitchSide();
+  /// What each one that is synced has of a VNI (agent/audit/RemoteTables.h).
+  nlohmann::ordered_json rowsOf(Vxlan::Vni vni) const;
+  /// Of each one that is synced and has the VNI, the remote rows of a MAC or of its flood list:
+  /// [{"name": "leaf1", "remote": [["10.99.0.22"]]}].
+  nlohmann::ordered_json remoteRowsOf(Vxlan::Vni vni, Wirix::EthAddr mac) const;
   SwitchSide(SwitchSide const&) = delete;
   SwitchSide& operator=(SwitchSide const&) = delete;
 

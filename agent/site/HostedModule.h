@@ -104,6 +104,10 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
 
   nlohmann::ordered_json whyHost(QorEvpn::MacVniPair const& key) const;
   nlohmann::ordered_json whyFlood(QorEvpn::VniVtepPair const& key) const;
+  template <class Row>
+  nlohmann::ordered_json importJson(typename Brine::Codec<Row>::Key const& key, Row const& row,
+                                    bool isReadable) const;
+  bool isListed(Vxlan::Vni vni) const;
   ExportState exportState() const;
   void handleFlag(bool on);
   void capabilityIs();

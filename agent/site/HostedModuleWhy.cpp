@@ -25,20 +25,34 @@ Json HostedModule::whyHost(QorEvpn::MacVniPair const& key) const {
   if (auto const row = exported_.host->host(key); row != QorEvpn::Host()) facts.row = row;
   auto const verdict = controller_->verdict(key.vni(), key.macAddr());
   facts.isEarlier = verdict && verdict->source == earlierRun;
+  Json told = Json::array();
+  if (ServedVni const* const served = controller_->served(key.vni())) {
+    served->forEachClaim(key.macAddr(), [&](SourceId source, Claim const& claim) {
+      told.push_back({{"name", sources_.name(source)}, {"vtep", Orb::toText(claim.vtep)}});
+      if (source == earlierRun) return;
+      told.back().update(
+          {{"seq", claim.seq.value()}, {"preference", claim.preference}, {"since", claim.since}});
+      if (!sources_.isNumbered(source)) told.back().erase("seq");
+    });
+  }
+  facts.isOvertaken = !told.empty() && !verdict->source;
 
   Json result{{"vni", key.vni().value()}, {"mac", Orb::toText(key.macAddr())}};
   if (facts.controller) {
     result["controller"] = entryJson(*facts.controller);
-    result["controller"]["from"] = !verdict || !verdict->source     ? "evpn"
-                                   : *verdict->source == earlierRun ? "earlier run"
-                                                                    : sources_.name(*verdict->source);
+    result["controller"]["from"] = verdict && verdict->source ? sources_.name(*verdict->source) : "evpn";
     if (verdict) result["controller"]["why"] = verdict->why;
+    if (duplicates_ && duplicates_->isFrozen(key.vni(), key.macAddr())) result["controller"]["frozen"] = true;
   }
+  result["sources"] = std::move(told);
   if (facts.evpn) result["evpn"] = entryJson(*facts.evpn);
+  result["import"] = importJson<QorEvpn::Host>(key, learned_ ? learned_->host->host(key) : QorEvpn::Host(),
+                                               learned_ && Brine::isReadable(learned_->host->mountStatus()));
   if (facts.row) {
     result["row"] = entryJson(
         MacVtepV2(key.macAddr(), facts.row->vtepAddr(), facts.row->seqNo(), facts.row->preference()));
   }
+  result["bridgeId"] = isListed(key.vni());
   result.update(toJson(explain(facts)));
   return result;
 }
@@ -47,13 +61,38 @@ Json HostedModule::whyFlood(QorEvpn::VniVtepPair const& key) const {
   FloodFacts facts = floodFacts(key, controller_->vniFdbStatus(key.vni()),
                                 vniStatusDir_->vniStatusV2(key.vni()).get(), exportState());
   facts.isRow = exported_.flood->floodEntry(key) != QorEvpn::FloodEntry();
+  Json told = Json::array();
+  if (ServedVni const* const served = controller_->served(key.vni())) {
+    served->forEachFloodClaim(VxlanController::MacVtepFloodListV2::allBum, key.vtepAddr(),
+                              [&](SourceId source, FloodClaim const& claim) {
+                                told.push_back({{"name", sources_.name(source)}, {"on", claim.on}});
+                                facts.isEarlier = source == earlierRun && told.size() == 1;
+                                if (source != earlierRun) told.back()["since"] = claim.since;
+                              });
+  }
 
   Json result{{"vni", key.vni().value()}, {"vtep", Orb::toText(key.vtepAddr())}};
   if (facts.controller) result["controller"] = {{"on", *facts.controller}};
+  result["sources"] = std::move(told);
   result["evpn"] = facts.isEvpns;
+  result["import"] = importJson<QorEvpn::FloodEntry>(
+      key, learned_ ? learned_->flood->floodEntry(key) : QorEvpn::FloodEntry(),
+      learned_ && Brine::isReadable(learned_->flood->mountStatus()));
   result["row"] = facts.isRow;
+  result["bridgeId"] = isListed(key.vni());
   result.update(toJson(explain(facts)));
   return result;
+}
+
+template <class Row>
+Json HostedModule::importJson(typename Brine::Codec<Row>::Key const& key, Row const& row,
+                              bool isReadable) const {
+  ImportRule const rule = importRule<Row>(exportState(), isReadable, row, key);
+  return {{"rule", toText(rule)}, {"text", reasonOf(rule)}};
+}
+
+bool HostedModule::isListed(Vxlan::Vni vni) const {
+  return brIdList_->brIdList().contains(Bridging::BridgeId::ofVni(vni));
 }
 
 ExportState HostedModule::exportState() const {
@@ -63,20 +102,15 @@ ExportState HostedModule::exportState() const {
 }
 
 Json HostedModule::why(std::string_view argument) const {
-  auto const blank = argument.find(' ');
-  std::string const subject(argument.substr(0, blank));
-  std::optional<Vxlan::Vni> vni;
-  if (blank != std::string_view::npos)
-    vni = Orb::parseWhole<Vxlan::Vni>(std::string(argument.substr(blank + 1)));
+  Subject const subject = Subject::parse(argument);
   auto result = Json::array();
-  if (subject.find(':') == std::string::npos) {
-    if (!vni) throw std::runtime_error("a VTEP is in the flood list of a VNI: which one?");
-    result.push_back(whyFlood({*vni, Orb::parseWhole<Wirix::IpAddr>(subject)}));
+  if (!subject.mac) {
+    result.push_back(whyFlood({*subject.vni, subject.vtep}));
     return result;
   }
-  auto const mac = Orb::parseWhole<Wirix::EthAddr>(subject);
-  if (vni) {
-    result.push_back(whyHost({mac, *vni}));
+  Wirix::EthAddr const mac = *subject.mac;
+  if (subject.vni) {
+    result.push_back(whyHost({mac, *subject.vni}));
     return result;
   }
   std::set<Vxlan::Vni> knowing;
@@ -106,6 +140,7 @@ Json HostedModule::bothSides(std::string_view argument) const {
   return {{"enabled", state.isEnabled},
           {"capability", state.isCapable},
           {"kept", !tx_ && !toldOff_},
+          {"settled", controller_->isSettled()},
           {"vnis", std::move(vnis)}};
 }
 

@@ -110,6 +110,44 @@ TEST(AuditTest, NamesEachRowThatIsNotAsItShouldBe) {
   }
 }
 
+TEST(AuditTest, NamesEachRemoteRowOfASwitchThatIsNotAsItShouldBe) {
+  auto const findings = [](std::string const& unicast, std::string const& flood, bool isSettled) {
+    SiteLook look = soundLook();
+    look.isSettled = isSettled;
+    look.remoteTables = RemoteTable::ofJson(Vxlan::Vni(5000), nlohmann::ordered_json::parse(R"([{
+        "name": "leaf1", "own": ["10.99.0.11"], "told": ["00:00:00:00:00:04 10.99.0.44"],
+        "tables": [{"name": "Ucast_Macs_Remote", "rows": [)" + unicast + R"(]},
+                   {"name": "Mcast_Macs_Remote", "rows": [)" + flood + "]}]}]"));
+    look.exported.sort(), look.learned.sort();
+    std::vector<std::string> found;
+    for (Finding const& finding : audit(look)) found.push_back(Orb::toText(finding));
+    return found;
+  };
+  using testing::ElementsAre, testing::IsEmpty;
+  std::string const table = "leaf1/Ucast_Macs_Remote  vni 5000  mac 00:00:00:00:00:0";
+  std::string const right = "\"00:00:00:00:00:02 10.99.0.22\"", flood = "\"00:00:00:00:00:00 10.99.0.22\"";
+  EXPECT_THAT(findings(right, flood, true), IsEmpty());
+  EXPECT_THAT(findings("", flood, false),
+              ElementsAre(table + "2: missing: the controller has it from elsewhere"));
+  EXPECT_THAT(findings(right + "," + right, flood, true),
+              ElementsAre(table + "2: duplicate: it is there 2 times"));
+  EXPECT_THAT(findings("\"00:00:00:00:00:02 10.99.0.23\"", flood, true),
+              ElementsAre(table + "2: stale: vteps 10.99.0.23, not 10.99.0.22"));
+  std::string const others = right + R"(,"00:00:00:00:00:01 10.99.0.11","00:00:00:00:00:04 10.99.0.44",
+                                        "00:00:00:00:00:05 10.99.0.22")";
+  EXPECT_THAT(findings(others, flood, true),
+              ElementsAre(table + "1: echoed: it leads to the switch itself",
+                          table + "4: echoed: it leads to the switch itself",
+                          table + "5: orphan: the controller has no such entry from elsewhere"));
+  EXPECT_THAT(findings(right + ",\"00:00:00:00:00:05 10.99.0.22\"",
+                       "\"00:00:00:00:00:00 10.99.0.22 10.99.0.23\"", false),
+              IsEmpty())
+      << "while sources tell their state, rows stay";
+  EXPECT_THAT(findings(right, "\"00:00:00:00:00:00 10.99.0.22 10.99.0.23\"", true),
+              ElementsAre("leaf1/Mcast_Macs_Remote  vni 5000  mac 00:00:00:00:00:00: stale: vteps 10.99.0.22 "
+                          "10.99.0.23, not 10.99.0.22"));
+}
+
 /// A running site of which the test has the EVPN side's tables.
 struct AuditSite : testing::Test, SiteWriter {
   AuditSite() : agent({"agent", "--dir", dir(), "--feed", "-"}) {

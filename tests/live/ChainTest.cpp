@@ -101,6 +101,11 @@ class LiveSite {
     }
   }
 
+  /// The tables, and what the speaker announces, are as they should be.
+  bool isSound() const {
+    return TestSupport::run({"audit", "--dir", site_.dir, "--pause", "0.2"}).status == 0;
+  }
+
   /// Ends the observers: what was removed from the tables while they watched.
   std::vector<std::string> removals() {
     std::vector<std::string> found;
@@ -195,7 +200,7 @@ TEST_F(ChainTest, NoValidRowIsRemovedWhicheverOfOurProcessesIsKilled) {
   }
   // What a switch forgets is removed, and all that is.
   west.forget(0);
-  ASSERT_TRUE(becomes([&] { return isJoined(); }));
+  ASSERT_TRUE(becomes([&] { return isJoined() && west.isSound() && east.isSound(); }));
   EXPECT_THAT(west.removals(), testing::ElementsAre(testing::HasSubstr("02:01:00:00:00:00")));
   EXPECT_THAT(east.removals(), testing::ElementsAre(testing::HasSubstr("02:01:00:00:00:00")));
 }

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "agent/evpn/EvpnSide.h"
+#include "agent/live/SpeakerSide.h"
+
+namespace Agent {
+
+/// What the EVPN side knows of "MAC VNI" or "VTEP VNI": the sources that tell it, and the route of what the
+/// site exports; `speaker` may be null.
+///
+///   {"sources": [{"name": "speaker", "vtep": "10.99.0.22", "seq": 0, "preference": 16, "since": 176379632}],
+///    "route": {"wanted": .., "announced": .., "waiting": false}}
+///
+/// Raises Orb::Error or std::runtime_error for another argument.
+nlohmann::ordered_json whyLearned(EvpnSide const& side, SpeakerSide const* speaker,
+                                  std::string_view argument);
+
+}  // namespace Agent
