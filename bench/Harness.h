@@ -36,6 +36,8 @@ int main(int argc, char** argv, void (*run)(Options const&),
 /// time where none does, since the machine may have other things to do.
 enum class Clock { wall, cpu };
 double now(Clock clock);
+/// What another process has taken of the processor, in seconds.
+double processorTime(pid_t pid);
 template <class Work>
 double seconds(Clock clock, Work&& work) {
   double const start = now(clock);

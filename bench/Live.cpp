@@ -1,11 +1,7 @@
 /// Rows from one site's tables through its BGP speaker and the other site's to the events that the other site
 /// is told: how long it takes, and of that the adapters' processor time beside the two speakers'.
 
-#include <unistd.h>
-
 #include <algorithm>
-#include <fstream>
-#include <sstream>
 
 #include "Harness.h"
 #include "adapters/gobgp/Speaker.h"
@@ -16,20 +12,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using TestSupport::Gobgpd;
-
-/// Seconds of processor time that a process has taken.
-double processorTime(pid_t pid) {
-  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-  std::string text;
-  std::getline(file, text);
-  std::istringstream rest(text.substr(text.rfind(')') + 2));
-  std::string word;
-  double ticks = 0;
-  for (int field = 3; rest >> word && field <= 15; ++field) {
-    if (field >= 14) ticks += std::stod(word);
-  }
-  return ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
-}
 
 class Live {
  public:

@@ -31,7 +31,7 @@ if(NOT TARGET qorevpn-agent)
   list(FILTER benches EXCLUDE REGEX "/Feed\\.cpp$")
 endif()
 if(NOT TARGET qorevpn-adapters)
-  list(FILTER benches EXCLUDE REGEX "/Live\\.cpp$")
+  list(FILTER benches EXCLUDE REGEX "/(Live|Switches)\\.cpp$")
 endif()
 add_custom_target(benches)
 foreach(source IN LISTS benches)
@@ -48,13 +48,16 @@ if(TARGET bench-Feed)
   add_dependencies(bench-Feed qorevpn-agent)
 endif()
 
-# BGP takes servers, which the tests can start.
-if(TARGET bench-Live)
+# Live sources take servers, which the tests can start.
+if(TARGET qorevpn-adapters)
   find_package(GTest REQUIRED)
-  target_sources(bench-Live PRIVATE tests/support/Gobgpd.cpp tests/support/Child.cpp tests/support/Paths.cpp)
-  target_include_directories(bench-Live PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/tests)
-  target_compile_definitions(bench-Live PRIVATE QOREVPN_SOURCE_DIR="" QOREVPN_PROGRAM="" QOREVPN_MODULE="")
-  target_link_libraries(bench-Live PRIVATE qorevpn-adapters GTest::gtest)
+  foreach(name Live Switches)
+    target_sources(bench-${name} PRIVATE tests/support/Gobgpd.cpp tests/support/Database.cpp
+      tests/support/Child.cpp tests/support/Paths.cpp)
+    target_include_directories(bench-${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/tests)
+    target_compile_definitions(bench-${name} PRIVATE QOREVPN_SOURCE_DIR="" QOREVPN_PROGRAM="" QOREVPN_MODULE="")
+    target_link_libraries(bench-${name} PRIVATE qorevpn-agent-parts GTest::gtest)
+  endforeach()
 endif()
 
 # The machines once more, in a shared library as ever, but on another platform: bench/substitutes has a header of the

@@ -10,7 +10,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <random>
+#include <sstream>
 #include <utility>
 
 namespace Bench {
@@ -60,6 +62,19 @@ int main(int argc, char** argv, void (*run)(Options const&),
   Options const options = parseOptions(argc, argv);
   options.role.empty() || runRole == nullptr ? run(options) : runRole(options.role);
   return 0;
+}
+
+double processorTime(pid_t pid) {
+  std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+  std::string text;
+  std::getline(file, text);
+  std::istringstream rest(text.substr(text.rfind(')') + 2));
+  std::string word;
+  double ticks = 0;
+  for (int field = 3; rest >> word && field <= 15; ++field) {
+    if (field >= 14) ticks += std::stod(word);
+  }
+  return ticks / static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
 double now(Clock clock) {
