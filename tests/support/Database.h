@@ -25,6 +25,7 @@ class Database {
 
   void start();
   void kill() { server_.reset(); }
+  pid_t pid() const { return server_->pid(); }
   /// A command of vtep-ctl; its output.
   std::string vtep(std::string const& command) const;
   /// A transaction of operations, in JSON and separated by commas; its result.
