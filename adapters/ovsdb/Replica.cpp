@@ -109,6 +109,10 @@ void Replica::take(std::string const& table, std::string const& member) {
   try {
     Uuid const uuid = Uuid::parse(id);
     if (!update.is_object()) throw RowError(update.dump() + " is no row");
+    if (auto const fault = faults_.find(uuid); fault != faults_.end()) {
+      if (--leftOut_[fault->second] == 0) leftOut_.erase(fault->second);
+      faults_.erase(fault);
+    }
     Json const* const now = update.contains("new") ? &update.at("new") : nullptr;
     auto const macTable = std::find(macTables.begin(), macTables.end(), table);
     if (macTable != macTables.end()) return takeMac(MacTable(macTable - macTables.begin()), uuid, now);
@@ -128,7 +132,8 @@ void Replica::takeLogicalSwitch(Uuid const& id, Json const* row) {
       if (auto const number = key.get<std::int64_t>(); number >= 0 && number <= Vxlan::Vni::max) {
         now.vni = Vxlan::Vni(static_cast<std::uint64_t>(number));
       } else {
-        refuse("Logical_Switch " + id.text() + ": tunnel_key " + std::to_string(number) + " is no VNI");
+        refuse(id, "logical switch whose tunnel_key is no VNI",
+               "Logical_Switch " + id.text() + ": tunnel_key " + std::to_string(number) + " is no VNI");
       }
     }
     for (Json const& mode : atoms(*row, "replication_mode")) now.serviceNodes |= mode == "service_node";
@@ -157,7 +162,7 @@ void Replica::takeLocator(Uuid const& id, Json const* row) {
     locators_.erase(found);
   }
   if (row == nullptr) return;
-  Locator const now{vtepOf("Physical_Locator", "dst_ip", stringOf(*row, "dst_ip")),
+  Locator const now{vtepOf(id, "Physical_Locator: dst_ip", stringOf(*row, "dst_ip")),
                     !atoms(*row, "tunnel_key").empty()};
   locators_[id] = now;
   if (now.vtep && !now.hasKey) locatorsOf_[*now.vtep].insert(id);
@@ -177,7 +182,7 @@ void Replica::takePhysicalSwitch(Uuid const& id, Json const* row) {
   std::vector<Wirix::IpAddr> vteps;
   if (row != nullptr) {
     for (Json const& each : atoms(*row, "tunnel_ips")) {
-      auto const vtep = vtepOf("Physical_Switch", "tunnel_ips", each.get<std::string>());
+      auto const vtep = vtepOf(id, "Physical_Switch: tunnel_ips", each.get<std::string>());
       if (vtep) vteps.push_back(*vtep);
     }
   }
@@ -196,7 +201,7 @@ void Replica::takeMac(MacTable table, Uuid const& id, Json const* row) {
     changed(table, place);
   }
   if (row == nullptr) return;
-  auto const mac = macOf(table, stringOf(*row, "MAC"));
+  auto const mac = macOf(table, id, stringOf(*row, "MAC"));
   if (!mac) return;
   char const* const target = isUnicast(table) ? "locator" : "locator_set";
   MacRow const now{*mac, uuidOf(row->at("logical_switch")), uuidOf(row->at(target))};
@@ -206,30 +211,32 @@ void Replica::takeMac(MacTable table, Uuid const& id, Json const* row) {
   changed(table, place);
 }
 
-std::optional<Wirix::EthAddr> Replica::macOf(MacTable table, std::string const& text) {
+std::optional<Wirix::EthAddr> Replica::macOf(MacTable table, Uuid const& id, std::string const& text) {
   if (!isUnicast(table) && text == "unknown-dst") return Wirix::EthAddr();
   auto const mac = parsed<Wirix::EthAddr>(text);
   std::string const where = std::string(nameOf(table)) + ": MAC '" + text + "' ";
   if (!mac) {
-    refuse(where + "is no MAC address");
+    refuse(id, "MAC that is none", where + "is no MAC address");
   } else if (!isUnicast(table) && !isGroup(*mac)) {
-    refuse(where + "is neither a group's nor unknown-dst");
+    refuse(id, "multicast MAC that is no group's", where + "is neither a group's nor unknown-dst");
   } else {
     return mac;
   }
   return std::nullopt;
 }
 
-std::optional<Wirix::IpAddr> Replica::vtepOf(std::string const& table, std::string const& column,
+std::optional<Wirix::IpAddr> Replica::vtepOf(Uuid const& id, std::string const& column,
                                              std::string const& text) {
   auto const vtep = parsed<Wirix::IpAddr>(text);
-  if (!vtep)
-    refuse(table + ": " + column + " '" + text + "' is no IPv4 address; what is behind it is left out");
+  if (!vtep) {
+    refuse(id, "address that is not IPv4, and what is behind it",
+           column + " '" + text + "' is no IPv4 address; what is behind it is left out");
+  }
   return vtep;
 }
 
-void Replica::refuse(std::string const& what) {
-  ++refused_;
+void Replica::refuse(Uuid const& id, std::string_view fault, std::string const& what) {
+  if (faults_.emplace(id, fault).second) ++leftOut_[fault];
   handlers_.refused(what);
 }
 
@@ -273,6 +280,7 @@ bool Replica::shrink(std::size_t limit) {
   }
   shrinkMap(locators_, limit);
   shrinkMap(locatorSets_, limit);
+  shrinkMap(faults_, limit);
   return limit == 0;
 }
 

@@ -9,8 +9,8 @@
 ///   Mcast_Macs_Local          flood list of a MAC; of "unknown-dst": 00:00:00:00:00:00, all BUM traffic
 ///   Ucast_ and Mcast_Macs_Remote   the same, as they were written for the switch
 ///
-/// Rows may come in any order. A row that no event can hold (an IPv6 locator, a name for a MAC) is reported,
-/// counted and left out; whether an entry makes sense is for whoever takes the events to say.
+/// Rows may come in any order. A row that no event can hold (an IPv6 locator, a name for a MAC) is reported
+/// and left out; whether an entry makes sense is for whoever takes the events to say.
 #pragma once
 
 #include <array>
@@ -110,7 +110,8 @@ class Replica {
   }
   std::size_t vnis() const { return switchesOf_.size(); }
   std::size_t rows(MacTable table) const { return index(table).rows.size(); }
-  std::uint64_t refused() const { return refused_; }
+  /// Rows that no event can hold, by what is wrong with them.
+  std::map<std::string_view, std::size_t> const& leftOut() const { return leftOut_; }
 
  private:
   struct LogicalSwitch {
@@ -146,10 +147,9 @@ class Replica {
   void takeLocatorSet(Uuid const& id, Json const* row);
   void takePhysicalSwitch(Uuid const& id, Json const* row);
   void takeMac(MacTable table, Uuid const& id, Json const* row);
-  std::optional<Wirix::EthAddr> macOf(MacTable table, std::string const& text);
-  std::optional<Wirix::IpAddr> vtepOf(std::string const& table, std::string const& column,
-                                      std::string const& text);
-  void refuse(std::string const& what);
+  std::optional<Wirix::EthAddr> macOf(MacTable table, Uuid const& id, std::string const& text);
+  std::optional<Wirix::IpAddr> vtepOf(Uuid const& id, std::string const& column, std::string const& text);
+  void refuse(Uuid const& id, std::string_view fault, std::string const& what);
   void changed(MacTable table, Place const& place);
   void announce(MacTable table, Key const& key);
   void relabel(Uuid const& logicalSwitch, Vxlan::Vni vni);
@@ -163,7 +163,8 @@ class Replica {
   std::map<Uuid, std::vector<Wirix::IpAddr>> tunnelIps_;
   std::array<MacIndex, 4> macs_;
   std::vector<Relabelled> relabelled_;
-  std::uint64_t refused_ = 0;
+  std::map<Uuid, std::string_view> faults_;
+  std::map<std::string_view, std::size_t> leftOut_;
 };
 
 }  // namespace Ovsdb

@@ -211,7 +211,6 @@ void Switch::failed(std::string const& cause, std::chrono::milliseconds pause) {
   taking_ = false;
   untaken_.clear();
   remote_.sessionLost();
-  refusedBefore_ += replica_->refused();
   refusalsNamed_ = 0;
   former_.push_back({std::exchange(replica_, newReplica()), std::exchange(local_, newEntries())});
   bool const wasThere = state_ != SourceState::connecting;

@@ -47,14 +47,15 @@ class Switch {
   std::chrono::system_clock::time_point since() const { return since_; }
   /// What went wrong last, empty where nothing did.
   std::string const& lastError() const { return lastError_; }
-  /// What it has told so far, and what was left out of it.
+  /// What it has told so far.
   LocalEntries const& entries() const { return local_; }
-  std::uint64_t refused() const { return refusedBefore_ + replica_->refused(); }
   /// What it told of a VNI and what stands in its tables of remote MACs (agent/audit/RemoteTables.h).
   bool serves(Vxlan::Vni vni) const { return replica_->serves(vni); }
   nlohmann::ordered_json rowsOf(Vxlan::Vni vni) const;
   /// The remote row of a MAC in each logical switch that has the VNI, and its flood list's: their VTEPs.
   std::vector<VtepList> remoteRowsOf(Key const& key) const;
+  /// Rows that no event can hold, by what is wrong with them.
+  std::map<std::string_view, std::size_t> const& leftOut() const { return replica_->leftOut(); }
   /// Rows that stand in its tables of remote MACs.
   std::size_t remoteRows() const;
 
@@ -88,7 +89,6 @@ class Switch {
   Agent::SourceState state_ = Agent::SourceState::connecting;
   std::chrono::system_clock::time_point since_ = std::chrono::system_clock::now();
   std::string lastError_;
-  std::uint64_t refusedBefore_ = 0;
   std::size_t refusalsNamed_ = 0;
   LocalEntries local_;
   std::unique_ptr<Replica> replica_;

@@ -1,6 +1,6 @@
 #include "agent/commands/FeedOptions.h"
 
-#include <cmath>
+#include "agent/commands/Ranges.h"
 
 namespace Agent {
 
@@ -17,14 +17,13 @@ CLI::Option* FeedOptions::addTo(CLI::App& command) {
           .add_option_function<double>(
               "--pace",
               [this](double factor) {
-                if (std::isnan(factor)) throw CLI::ValidationError("--pace", "not a number");
                 isPaced = true;
                 pace = factor;
               },
               "Wait as the timestamps say, this many times as fast as recorded (1 if not given)")
           ->expected(0, 1)
           ->default_str("1")
-          ->check(CLI::Range(0.001, 1e6));
+          ->check(numberFrom("0.001", "1000000"));
   paced->needs(feed);
   command.add_flag("--strict", strict, "Stop with status 1 at a bad line, instead of skipping it")
       ->needs(feed);

@@ -8,9 +8,12 @@ void LogOptions::addTo(CLI::App& command) {
   command.add_option("--log", file, "Append the log to this file, not standard error; SIGHUP opens it again");
 }
 
-void LogOptions::begin(Loop& loop) const {
+void LogOptions::begin(Loop& loop, Loop::Handler alsoOpens) const {
   if (!file.empty()) logFileIs(file);
-  loop.hangupIs(reopenLog);
+  loop.hangupIs([alsoOpens = std::move(alsoOpens)] {
+    reopenLog();
+    if (alsoOpens) alsoOpens();
+  });
 }
 
 std::function<void(std::string const&)> loggerOf(std::string const& who, LogLevel level) {

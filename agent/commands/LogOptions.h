@@ -18,8 +18,9 @@ struct LogOptions {
 
   /// Adds --log. `this` must live as long as the command line.
   void addTo(CLI::App& command);
-  /// Begins the log, which SIGHUP opens again from then on. Raises std::system_error naming the file.
-  void begin(Loop& loop) const;
+  /// Begins the log, which SIGHUP opens again from then on, and calls `alsoOpens`. Raises std::system_error
+  /// naming the file.
+  void begin(Loop& loop, Loop::Handler alsoOpens = {}) const;
 };
 
 /// Takes lines for the log of `who`, such as "agent /dev/shm/west", at that level.

@@ -1,12 +1,13 @@
-/// A program without adapters: --speaker is an unknown option.
+/// A program without adapters: --speaker is refused.
 
+#include "agent/live/NoAdapters.h"
 #include "agent/live/SpeakerSide.h"
 
 namespace Agent {
 
 struct SpeakerSide::Parts {};
 
-CLI::Option* SpeakerOptions::addTo(CLI::App&) { return nullptr; }
+void SpeakerOptions::addTo(CLI::App& command) { addRefused(command, "--speaker"); }
 void SpeakerOptions::check() const {}
 
 SpeakerSide::SpeakerSide(Loop&, Site const&, SpeakerOptions const&, Sources&, Logs const&) {}

@@ -34,7 +34,7 @@ Gobgp::Speaker::Options speakerOf(SpeakerOptions const& options) {
 
 }  // namespace
 
-CLI::Option* SpeakerOptions::addTo(CLI::App& command) {
+void SpeakerOptions::addTo(CLI::App& command) {
   CLI::Option* const speaker =
       command.add_option("--speaker", endpoint, "The BGP speaker (GoBGP 3), whose gRPC is at HOST:PORT");
   command.add_option("--as", as, "The speaker's AS: of the route targets AS:VNI")
@@ -42,7 +42,6 @@ CLI::Option* SpeakerOptions::addTo(CLI::App& command) {
       ->needs(speaker);
   command.add_option("--router-id", routerId, "The speaker's router identifier: of the route distinguishers")
       ->needs(speaker);
-  return speaker;
 }
 
 void SpeakerOptions::check() const { speakerOf(*this); }

@@ -29,8 +29,7 @@ struct SpeakerOptions {
   std::uint32_t as = 0;
   std::string routerId;
 
-  /// Returns --speaker itself, for what the command demands of it; null where there are no adapters.
-  CLI::Option* addTo(CLI::App& command);
+  void addTo(CLI::App& command);
   bool isGiven() const { return !endpoint.empty(); }
   /// Raises UsageError for what is no endpoint or no router identifier, or is missing.
   void check() const;

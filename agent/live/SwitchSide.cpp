@@ -1,5 +1,6 @@
 #include "agent/live/SwitchSide.h"
 
+#include <algorithm>
 #include <set>
 #include <stdexcept>
 
@@ -98,6 +99,18 @@ nlohmann::ordered_json SwitchSide::remoteRowsOf(Vxlan::Vni vni, Wirix::EthAddr m
     result.push_back({{"name", each->name()}, {"remote", std::move(rows)}});
   }
   return result;
+}
+
+void SwitchSide::describe(nlohmann::ordered_json& sources) const {
+  for (auto& each : sources) {
+    if (each["kind"] != "switch") continue;
+    auto const found = std::find_if(parts_->switches.begin(), parts_->switches.end(),
+                                    [&](auto const& tor) { return tor->name() == each["name"]; });
+    each["remoteRows"] = (*found)->remoteRows();
+    auto& leftOut = each["leftOut"] = nlohmann::ordered_json::object();
+    for (auto const& [fault, rows] : (*found)->leftOut()) leftOut[std::string(fault)] = rows;
+    if (std::string const& error = (*found)->lastError(); !error.empty()) each["lastError"] = error;
+  }
 }
 
 }  // namespace Agent

@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,9 @@ class SwitchSide {
   nlohmann::ordered_json remoteRowsOf(Vxlan::Vni vni, Wirix::EthAddr mac) const;
   SwitchSide(SwitchSide const&) = delete;
   SwitchSide& operator=(SwitchSide const&) = delete;
+
+  /// To what Sources::state() says of the switches adds what only they know.
+  void describe(nlohmann::ordered_json& sources) const;
 
  private:
   struct Parts;

@@ -169,7 +169,9 @@ std::vector<std::string> SourceFigure::notes() const {
   std::vector<std::string> lines;
   if (givenUp) lines.push_back("given up: what it told is withdrawn until it comes back");
   for (auto const& [reason, count] : refused)
-    lines.push_back("refused: " + countText(count, "entry") + ", " + reason);
+    lines.push_back("refused: " + std::to_string(count) + " x " + reason);
+  for (auto const& [reason, count] : leftOut)
+    lines.push_back("left out: " + std::to_string(count) + " x " + reason);
   if (!lastError.empty()) lines.push_back("last error: " + lastError);
   return lines;
 }
@@ -200,11 +202,12 @@ nlohmann::ordered_json sourcesOf(Site const& site, std::string_view subject) {
 
 std::vector<SourceFigure> sourceFiguresOf(nlohmann::ordered_json const& sources) {
   std::vector<SourceFigure> figures;
+  using Counts = std::map<std::string, std::uint64_t>;
   for (auto const& each : sources) {
     figures.push_back({each.at("name"), each.at("kind"), each.at("endpoint"), each.at("state"),
                        each.at("since"), each.at("entries"), each.value("lastError", ""),
-                       each.value("refused", std::map<std::string, std::uint64_t>()),
-                       each.value("givenUp", false)});
+                       each.value("refused", Counts()), each.value("givenUp", false),
+                       each.value("leftOut", each.value("unusable", Counts()))});
   }
   return figures;
 }

@@ -40,6 +40,7 @@ struct SourceFigure {
   std::string lastError;                         ///< Also where it is over.
   std::map<std::string, std::uint64_t> refused;  ///< How many entries, by reason.
   bool givenUp = false;
+  std::map<std::string, std::uint64_t> leftOut;  ///< What no entry can hold, by reason.
 
   /// What does not fit into a column, a line each.
   std::vector<std::string> notes() const;
