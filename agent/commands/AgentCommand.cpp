@@ -83,6 +83,13 @@ class AgentProcess {
     feeds_.start([this](Feed const& feed) { return sidesOf(feed); }, logs());
     loop_.run();
     serviceManager_.stopping();
+    if (evpn_) {
+      evpn_->sources().finish();
+      evpn_->learned().endTurn();
+      module_.deliver();
+    }
+    module_.sources().finish();
+    module_.endTurn();
     if (options_.cleanup && loop_.stopSignal() != 0) {
       module_.cleanup();
       module_.endTurn();
@@ -173,6 +180,7 @@ class AgentProcess {
     nlohmann::ordered_json result = {{"pid", getpid()}};
     result.update(module_.state());
     result["feed"] = feeds_.state();
+    if (switches_) switches_->describe(result["sources"]);
     if (evpn_) {
       auto sources = evpn_->sources().state();
       if (speaker_) speaker_->describe(sources);
@@ -207,7 +215,14 @@ int runAgent(AgentOptions const& options) {
   }
   Loop loop;
   loop.takeSignals();
-  options.log.begin(loop);
+  options.log.begin(loop, [&options] {
+    if (options.traceFile.empty()) return;
+    try {
+      traceFileIs(options.traceFile);
+    } catch (std::system_error const& error) {
+      logLine(LogLevel::error, std::string("the trace file cannot be opened again: ") + error.what());
+    }
+  });
   return AgentProcess(options, loop).run();
 }
 
@@ -236,7 +251,8 @@ void addAgentCommand(CLI::App& app, Run& run) {
   command->add_flag("--repair", options->repair, "Drop damaged rows of the tables instead of giving up");
   command->add_option("--trace", options->traces, "Trace HANDLE/LEVELS, such as QorEvpnModeSm/8")
       ->allow_extra_args(false);
-  command->add_option("--trace-file", options->traceFile, "Append traces to this file, not standard error");
+  command->add_option("--trace-file", options->traceFile,
+                      "Append traces to this file, not standard error; SIGHUP opens it again");
   command->footer(
       "Takes every `controller` event of its feeds, and `capability`. Runs until it is told to stop, and\n"
       "then leaves its rows for the next start, which withdraws none of them before each feed has told its\n"

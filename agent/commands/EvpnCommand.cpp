@@ -27,40 +27,6 @@ struct EvpnOptions {
   bool repair = false;
 };
 
-int runSources(EvpnOptions const& options) {
-  auto const log = loggerOf("evpn " + options.dir);
-  Logs const logs{log, loggerOf("evpn " + options.dir, LogLevel::warning)};
-  Loop loop;
-  loop.takeSignals();
-  options.log.begin(loop);
-  if (options.speaker.isGiven()) options.speaker.check();
-  Feeds feeds(loop, options.feed.feeds(), options.feed.exitAtEnd);
-  // Now only: a feed that cannot be opened leaves nothing behind.
-  Site const site = Site::made(options.dir);
-  EvpnSide side(loop, site, options.repair, options.feed.hold(), logs);
-  ServiceManager serviceManager(loop);
-  loop.turnEndIs([&] {
-    side.learned().endTurn();
-    if (side.sources().isSettled()) serviceManager.ready();
-  });
-  log("started, " + countText(side.learned().rows(), "row") + " found" +
-      (feeds.names().empty() ? "" : "; feed: " + feeds.names()));
-  std::optional<SpeakerSide> speaker;
-  if (options.speaker.isGiven()) speaker.emplace(loop, site, options.speaker, side.sources(), logs);
-  ControlServer const control(
-      loop, site.evpnControlSocket(), [&](std::string_view command, std::string_view argument) {
-        if (command == "why") return whyLearned(side, speaker ? &*speaker : nullptr, argument);
-        if (command != "state")
-          throw std::runtime_error("the EVPN side does not know '" + std::string(command) + "'");
-        nlohmann::ordered_json state = {{"pid", getpid()}, {"sources", side.sources().state()}};
-        if (speaker) speaker->describe(state["sources"]);
-        return state;
-      });
-  feeds.start([&](Feed const& feed) { return Feeds::Sides{{}, side.sources().add(aboutFeed(feed))}; }, logs);
-  loop.run();
-  return feeds.haveFailed() ? exitFailed : exitOk;
-}
-
 /// Of directories that may have to be made still.
 bool isSame(std::filesystem::path const& left, std::filesystem::path const& right) {
   std::error_code error;
@@ -73,11 +39,8 @@ bool isSame(std::filesystem::path const& left, std::filesystem::path const& righ
   return !leftPlace.empty() && leftPlace == place(right);
 }
 
-int runExchange(EvpnOptions const& options) {
-  auto const log = loggerOf("evpn " + options.dir);
-  Loop loop;
-  loop.takeSignals();
-  options.log.begin(loop);
+/// The sites that take part, this one first.
+std::vector<Site> sitesOf(EvpnOptions const& options) {
   std::vector<Site> sites{Site(options.dir)};
   for (std::string const& peer : options.peers) sites.emplace_back(peer);
   for (auto site = sites.begin(); site != sites.end(); ++site) {
@@ -85,16 +48,74 @@ int runExchange(EvpnOptions const& options) {
         std::any_of(sites.begin(), site, [&](Site const& other) { return isSame(other.dir(), site->dir()); });
     if (isTwice) throw UsageError("--peer " + site->dir() + ": this site takes part already");
   }
+  return sites;
+}
+
+/// A site's EVPN side, and what asks it.
+struct ServedSide {
+  ServedSide(Loop& loop, Site const& site, EvpnOptions const& options, Logs const& logs)
+      : side(loop, site, options.repair, options.feed.hold(), logs),
+        control(loop, site.evpnControlSocket(), [this](std::string_view command, std::string_view argument) {
+          if (command == "why") return whyLearned(side, speaker ? &*speaker : nullptr, argument);
+          if (command != "state")
+            throw std::runtime_error("the EVPN side does not know '" + std::string(command) + "'");
+          nlohmann::ordered_json state = {{"pid", getpid()}, {"sources", side.sources().state()}};
+          if (speaker) speaker->describe(state["sources"]);
+          return state;
+        }) {}
+
+  EvpnSide side;
+  std::optional<SpeakerSide> speaker;
+  ControlServer control;
+};
+
+int runEvpn(EvpnOptions const& options) {
+  Loop loop;
+  loop.takeSignals();
+  options.log.begin(loop);
+  if (options.speaker.isGiven()) options.speaker.check();
+  std::vector<Site> const sites = sitesOf(options);
+  Feeds feeds(loop, options.feed.feeds(), options.feed.exitAtEnd);
+  auto const logsOf = [](Site const& site) {
+    return Logs{loggerOf("evpn " + site.dir()), loggerOf("evpn " + site.dir(), LogLevel::warning)};
+  };
   // Now only: a command that is refused leaves nothing behind.
-  for (Site const& site : sites) Site::made(site.dir());
-  Exchange exchange(loop, sites, options.repair, log);
-  loop.turnEndIs([&] { exchange.endTurn(); });
-  exchange.endTurn();
+  std::vector<std::unique_ptr<ServedSide>> sides;
+  std::vector<Exchange::Member> members;
+  for (Site const& site : sites) {
+    Site::made(site.dir());
+    sides.push_back(std::make_unique<ServedSide>(loop, site, options, logsOf(site)));
+    members.push_back({site, sides.back()->side});
+  }
+  ServedSide& own = *sides.front();
+  Logs const logs = logsOf(sites.front());
   ServiceManager serviceManager(loop);
-  serviceManager.ready();
-  log("started, exchanging between " + std::to_string(sites.size()) + " sites");
+  auto const endTurn = [&] {
+    for (auto const& each : sides) each->side.learned().endTurn();
+  };
+  loop.turnEndIs([&] {
+    endTurn();
+    bool const areSettled = std::all_of(sides.begin(), sides.end(),
+                                        [](auto const& each) { return each->side.sources().isSettled(); });
+    if (areSettled) serviceManager.ready();
+  });
+  logs.info("started, " + countText(own.side.learned().rows(), "row") + " found" +
+            (feeds.names().empty() ? "" : "; feed: " + feeds.names()) +
+            (sites.size() == 1 ? "" : "; exchanging between " + std::to_string(sites.size()) + " sites"));
+  if (options.speaker.isGiven()) {
+    own.speaker.emplace(loop, sites.front(), options.speaker, own.side.sources(), logs);
+  }
+  std::optional<Exchange> exchange;
+  if (sites.size() > 1) exchange.emplace(loop, members);
+  feeds.start(
+      [&](Feed const& feed) {
+        return Feeds::Sides{{}, own.side.sources().add(aboutFeed(feed))};
+      },
+      logs);
   loop.run();
-  return exitOk;
+  for (auto const& each : sides) each->side.sources().finish();
+  endTurn();
+  return feeds.haveFailed() ? exitFailed : exitOk;
 }
 
 }  // namespace
@@ -103,17 +124,15 @@ void addEvpnCommand(CLI::App& app, Run& run) {
   auto const options = std::make_shared<EvpnOptions>();
   CLI::App* const command = app.add_subcommand("evpn", "Stand in for the EVPN side of a site");
   command->add_option("--dir", options->dir, "The site's directory")->capture_default_str();
-  CLI::Option* const feed = options->feed.addTo(*command);
-  CLI::Option* const peer =
-      command->add_option("--peer", options->peers, "Exchange with the site of this directory, both ways")
-          ->allow_extra_args(false)
-          ->excludes(feed);
-  if (CLI::Option* const speaker = options->speaker.addTo(*command)) peer->excludes(speaker);
+  options->feed.addTo(*command);
+  command->add_option("--peer", options->peers, "Exchange with the site of this directory, both ways")
+      ->allow_extra_args(false);
+  options->speaker.addTo(*command);
   options->log.addTo(*command);
   command->add_flag("--repair", options->repair, "Drop damaged rows of the tables instead of giving up");
   command->footer(
-      "Owns the tables that the site's agent reads. Takes them from the `evpn` events of a feed, or from\n"
-      "what the agents of other sites export, or from a BGP speaker, which in turn announces what this site\n"
+      "Owns the tables that the site's agent reads. Takes them from the `evpn` events of feeds, from what\n"
+      "the agents of other sites export, and from a BGP speaker, which in turn announces what this site\n"
       "exports: of each MAC the row with the highest sequence number. Runs until it is told to stop, and\n"
       "then leaves its rows.\n\n"
       "Examples:\n"
@@ -124,7 +143,7 @@ void addEvpnCommand(CLI::App& app, Run& run) {
   command->callback([options, &run] {
     bool const hasSources = !options->feed.files.empty() || options->speaker.isGiven();
     if (options->peers.empty() && !hasSources) throw CLI::RequiredError("--feed, --peer or --speaker");
-    run = [options] { return options->peers.empty() ? runSources(*options) : runExchange(*options); };
+    run = [options] { return runEvpn(*options); };
   });
 }
 

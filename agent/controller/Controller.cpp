@@ -120,26 +120,23 @@ void Controller::takeBack(SourceId source, Event const& event) {
   } else if (event.op == Op::multipathDel) {
     served->multipathDel(*part, event.mac);
   } else if (event.op == Op::vniDel) {
-    drop(*served, *part, &SourcePart::told);
+    // As a whole: it is one event.
+    VniLedger const dropped = std::exchange(part->told, {});
+    retire(*served, part);
+    if (served->isServed()) served->mergeAll(dropped);
   }
 }
 
-void Controller::whole(SourceId source) {
+bool Controller::whole(SourceId source) {
   sources_[source].isKnown = true;
-  for (auto const& each : served_) {
-    Orb::Ptr<ServedVni> const served = each.value;
-    if (SourcePart* const part = served->part(source)) drop(*served, *part, &SourcePart::kept);
-  }
+  std::size_t limit = sweepLimit;
+  return drop(limit, source, &SourcePart::kept);
 }
 
-void Controller::withdraw(SourceId source) {
+bool Controller::withdraw(SourceId source) {
   sources_[source].isKnown = false;
-  for (auto const ledger : {&SourcePart::kept, &SourcePart::told}) {
-    for (auto const& each : served_) {
-      Orb::Ptr<ServedVni> const served = each.value;
-      if (SourcePart* const part = served->part(source)) drop(*served, *part, ledger);
-    }
-  }
+  std::size_t limit = sweepLimit;
+  return drop(limit, source, &SourcePart::kept) && drop(limit, source, &SourcePart::told);
 }
 
 std::size_t Controller::entries(SourceId source) const {
@@ -152,27 +149,33 @@ std::size_t Controller::entries(SourceId source) const {
   return count;
 }
 
-/// A VNI that nobody serves any more goes as a whole.
-void Controller::drop(ServedVni& served, SourcePart& part, VniLedger SourcePart::*ledger) {
-  VniLedger const dropped = std::exchange(part.*ledger, {});
-  if (!part.serves()) served.partDel(part);
-  if (served.isServed()) {
-    served.mergeAll(dropped);
-  } else {
-    unserve(served.vniFdbStatus()->vni());
-  }
-}
-
-void Controller::earlierDel() {
+/// Takes at most `limit` entries of a source out of force; true where none is left.
+bool Controller::drop(std::size_t& limit, SourceId source, VniLedger SourcePart::*ledger) {
   for (auto const& each : served_) {
     Orb::Ptr<ServedVni> const served = each.value;
-    VniLedger const dropped = served->takeEarlier();
-    if (served->isServed()) {
-      served->mergeAll(dropped);
-    } else {
-      unserve(Vxlan::Vni(each.key));
-    }
+    SourcePart* const part = served->part(source);
+    if (!part) continue;
+    if (!served->drop(part->*ledger, limit)) return false;
+    part->*ledger = {};
+    retire(*served, part);
   }
+  return true;
+}
+
+/// A source's part, or what was left, of a VNI has changed: what serves nothing goes.
+void Controller::retire(ServedVni& served, SourcePart* part) {
+  if (part && !part->serves()) served.partDel(*part);
+  if (!served.isServed()) unserve(served.vniFdbStatus()->vni());
+}
+
+bool Controller::earlierDel() {
+  std::size_t limit = sweepLimit;
+  for (auto const& each : served_) {
+    Orb::Ptr<ServedVni> const served = each.value;
+    if (!served->earlierDel(limit)) return false;
+    retire(*served, nullptr);
+  }
+  return true;
 }
 
 nlohmann::ordered_json Controller::fdb(std::function<std::string(SourceId)> const& nameOf) const {

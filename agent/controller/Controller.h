@@ -54,15 +54,16 @@ class Controller : public Orb::StateMachine<Controller> {
   void begin(SourceId source);
   /// Every op of the controller's but `enabled`.
   void apply(SourceId source, Event const& event);
-  void whole(SourceId source);
-  void withdraw(SourceId source);
+  bool whole(SourceId source);
+  bool withdraw(SourceId source);
   std::size_t entries(SourceId source) const;
 
   // What an earlier run left.
   void earlierIs(Vxlan::Vni vni) { serve(vni).earlierIsPublished(); }
   void earlierIs(Vxlan::Vni vni, VxlanController::MacVtepV2 const& entry) { serve(vni).earlierMacIs(entry); }
   void earlierIs(Vxlan::Vni vni, Wirix::IpAddr floodVtep) { serve(vni).earlierFloodIs(floodVtep); }
-  void earlierDel();
+  /// A part of it, as SourceLedgers has it.
+  bool earlierDel();
 
   /// [{"vni": 5000, "mac": "02:00:00:00:00:01", "vtep": "10.99.0.11", "seq": 0, "from": "leaf1",
   ///   "why": "heard last"}, ..], of every MAC; `from` "evpn" or what `nameOf` calls the source.
@@ -111,7 +112,8 @@ class Controller : public Orb::StateMachine<Controller> {
   ServedVni& serve(Vxlan::Vni vni);
   void unserve(Vxlan::Vni vni);
   void takeBack(SourceId source, Event const& event);
-  void drop(ServedVni& served, SourcePart& part, VniLedger SourcePart::*ledger);
+  void retire(ServedVni& served, SourcePart* part);
+  bool drop(std::size_t& limit, SourceId source, VniLedger SourcePart::*ledger);
   void vniChanged(Vxlan::Vni vni);
   // What a ServedVni tells.
   void macChanged(Vxlan::Vni vni, Wirix::EthAddr mac);

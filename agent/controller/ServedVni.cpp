@@ -134,11 +134,10 @@ void ServedVni::earlierIsPublished() {
   mergeMultipath(allBum);
 }
 
-VniLedger ServedVni::takeEarlier() {
-  VniLedger dropped;
-  if (earlier_) dropped = std::move(*earlier_);
+bool ServedVni::earlierDel(std::size_t& limit) {
+  if (earlier_ && !drop(*earlier_, limit)) return false;
   earlier_.reset();
-  return dropped;
+  return true;
 }
 
 /// Everything that was merged, perhaps from a status that is no longer there, and what EVPN has now. What the
@@ -332,6 +331,34 @@ void ServedVni::mergeAll(VniLedger const& ledger) {
     for (auto const& each : list) mergeFlood(mac, each.first);
   }
   for (auto const& each : ledger.multipaths) mergeMultipath(each.first);
+}
+
+bool ServedVni::drop(VniLedger& ledger, std::size_t& limit) {
+  for (auto const& entry : ledger.macs) {
+    if (limit == 0) return false;
+    --limit;
+    EthAddr const mac = entry.key;
+    ledger.macs.erase(mac);
+    mergeMac(mac, false);
+  }
+  for (auto& floods = ledger.floods; !floods.empty(); floods.erase(floods.begin())) {
+    auto& [mac, list] = *floods.begin();
+    while (!list.empty()) {
+      if (limit == 0) return false;
+      --limit;
+      IpAddr const vtep = list.begin()->first;
+      list.erase(list.begin());
+      mergeFlood(mac, vtep);
+    }
+  }
+  while (!ledger.multipaths.empty()) {
+    if (limit == 0) return false;
+    --limit;
+    EthAddr const mac = ledger.multipaths.begin()->first;
+    ledger.multipaths.erase(mac);
+    mergeMultipath(mac);
+  }
+  return true;
 }
 
 Orb::TypeDescriptor const& ServedVni::type() {

@@ -54,6 +54,9 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
   void multipathDel(SourcePart& part, Wirix::EthAddr mac);
   /// Merges every key of entries that were dropped.
   void mergeAll(VniLedger const& dropped);
+  /// Drops at most `limit` entries of a ledger, counts it down, and merges their keys; true where none is
+  /// left.
+  bool drop(VniLedger& ledger, std::size_t& limit);
 
   /// Why the merged entry of a MAC is as it is, for people.
   struct Verdict {
@@ -70,8 +73,8 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
   void earlierMacIs(VxlanController::MacVtepV2 const& entry);
   void earlierFloodIs(Wirix::IpAddr vtep);
   void earlierIsPublished();
-  /// Takes all of it out of the merge, for mergeAll().
-  VniLedger takeEarlier();
+  /// As drop(), of what it left.
+  bool earlierDel(std::size_t& limit);
 
   void handleInitialized();
   void handleMac(Wirix::EthAddr const& mac) { mergeMac(mac, true); }

@@ -1,4 +1,4 @@
-/// Agent::EvpnSide: the EVPN side of a site that learns from sources - speakers, feeds.
+/// Agent::EvpnSide: the EVPN side of a site that learns from sources - speakers, feeds, other sites.
 #pragma once
 
 #include "agent/evpn/LearnedSources.h"
@@ -21,6 +21,8 @@ class EvpnSide {
   Sources const& sources() const { return sources_; }
   LearnedSources const& ledgers() const { return ledgers_; }
   Learned& learned() { return learned_; }
+  /// It has sources that know of no capability.
+  void assumeCapability() { ledgers_.assumeCapability(); }
 
  private:
   Learned learned_;

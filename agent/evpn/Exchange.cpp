@@ -15,14 +15,23 @@ bool isBetter(Host const& left, Host const& right) {
   return left.vtepAddr() < right.vtepAddr();
 }
 
+/// Why a table cannot be read; empty where it can.
+template <class Table>
+std::string obstacle(Table const& table, std::string const& place) {
+  if (Brine::isReadable(table.mountStatus())) return {};
+  std::string const text = place + ": " + std::string(toText(table.mountStatus()));
+  return table.mountDetail().empty() ? text : text + ": " + table.mountDetail();
+}
+
+std::string obstacle(TablePair const& tables) {
+  std::string const text = obstacle(*tables.host, tables.folder + "/host");
+  return text.empty() ? obstacle(*tables.flood, tables.folder + "/flood") : text;
+}
+
 }  // namespace
 
-ExchangeSite::ExchangeSite(Exchange& exchange, std::size_t number, Site const& site, bool repair)
-    : exchange_(exchange),
-      number_(number),
-      site_(site),
-      learned_(site, repair),
-      exported_("exported by " + site.dir(), site.exported()) {
+ExchangeSite::ExchangeSite(Exchange& exchange, std::size_t number, Site const& site)
+    : exchange_(exchange), number_(number), exported_("exported by " + site.dir(), site.exported()) {
   hostTable_.connect(this, exported_.host);
   floodTable_.connect(this, exported_.flood);
 }
@@ -33,14 +42,8 @@ void ExchangeSite::readAll() {
              [this](FloodEntry const& row) { handleFloodEntry(row.key()); });
 }
 
-void ExchangeSite::handleHost(MacVniPair const& key) {
-  Host const row = exported_.host->host(key);
-  exchange_.hostIs(number_, key, row == Host() ? std::nullopt : std::optional(row));
-}
-
-void ExchangeSite::handleFloodEntry(VniVtepPair const& key) {
-  exchange_.floodIs(number_, key, exported_.flood->floodEntry(key) != FloodEntry());
-}
+void ExchangeSite::handleHost(MacVniPair const& key) { exchange_.hostChanged(number_, key); }
+void ExchangeSite::handleFloodEntry(VniVtepPair const& key) { exchange_.floodChanged(number_, key); }
 
 Orb::TypeDescriptor const& ExchangeSite::type() {
   using A = Orb::Attributes<ExchangeSite>;
@@ -49,94 +52,96 @@ Orb::TypeDescriptor const& ExchangeSite::type() {
   return descriptor;
 }
 
-Exchange::Exchange(Loop& loop, std::vector<Site> const& sites, bool repair,
-                   std::function<void(std::string const&)> log)
-    : log_(std::move(log)), reports_(sites.size()) {
-  for (Site const& site : sites) {
-    sites_.push_back(Orb::create<ExchangeSite>(*this, sites_.size(), site, repair));
-    followers_.push_back(std::make_unique<Follower>(loop, sites_.back()->exported(), [this] { report(); }));
-  }
-  for (auto const& site : sites_) site->readAll();
-  areAllRead_ = true;
-  for (auto const& entry : hosts_) settleHost(entry.key, entry.value);
-  for (auto const& entry : floods_) settleFlood(entry.key, entry.value);
-  for (auto const& site : sites_) sweep(site->learned());
-  report();
-}
-
-void Exchange::endTurn() {
-  for (auto const& site : sites_) site->learned().endTurn();
-}
-
-void Exchange::hostIs(std::size_t site, MacVniPair const& key, std::optional<Host> const& row) {
-  Hosts const* const known = hosts_.find(key);
-  Hosts rows = known ? *known : Hosts(sites_.size());
-  rows[site] = row;
-  if (std::none_of(rows.begin(), rows.end(), [](auto const& each) { return each.has_value(); })) {
-    hosts_.erase(key);
-  } else {
-    hosts_.put(key, rows);
-  }
-  if (areAllRead_) settleHost(key, rows);
-}
-
-/// What a site learned in an earlier run, and nobody exports any more.
-void Exchange::sweep(Learned& learned) const {
-  learned.forEach(
-      [&](Host const& row) {
-        if (MacVniPair const key = row.key(); !hosts_.contains(key)) learned.hostDel(key);
-      },
-      [&](FloodEntry const& row) {
-        if (VniVtepPair const key = row.key(); !floods_.contains(key)) learned.floodDel(key);
-      });
-  learned.stateIs({EvpnState::Capability::unsaid, true});
-}
-
-void Exchange::settleHost(MacVniPair const& key, Hosts const& rows) {
-  for (std::size_t learner = 0; learner < sites_.size(); ++learner) {
-    std::optional<Host> best;
-    for (std::size_t other = 0; other < sites_.size(); ++other) {
-      if (other != learner && rows[other] && (!best || isBetter(*rows[other], *best))) best = rows[other];
+Exchange::Exchange(Loop& loop, std::vector<Member> const& members) : records_(members.size()) {
+  for (std::size_t site = 0; site < members.size(); ++site) {
+    Record& record = records_[site];
+    record.learners.resize(members.size());
+    for (std::size_t learner = 0; learner < members.size(); ++learner) {
+      if (learner == site) continue;
+      Site const& of = members[site].site;
+      record.learners[learner] =
+          members[learner].side.sources().add({.name = of.dir(), .kind = "peer", .endpoint = of.exported()});
     }
-    bool const hasBetter = best && rows[learner] && !isBetter(*best, *rows[learner]);
-    if (best && !hasBetter) {
-      sites_[learner]->learned().hostIs(*best);
-    } else {
-      sites_[learner]->learned().hostDel(key);
-    }
+    record.reader = Orb::create<ExchangeSite>(*this, site, members[site].site);
+  }
+  for (std::size_t site = 0; site < members.size(); ++site) {
+    Record& record = records_[site];
+    record.follower =
+        std::make_unique<Follower>(loop, record.reader->exported(), [this, site] { assess(site); });
+    // The state before the tables: it is written after them.
+    record.exportedState = std::make_unique<EvpnStateReader>(
+        loop, members[site].site.exported(), [this, site] { records_[site].follower->deliver(); });
+  }
+  for (std::size_t site = 0; site < members.size(); ++site) {
+    members[site].side.assumeCapability();
+    assess(site);
   }
 }
 
-void Exchange::floodIs(std::size_t site, VniVtepPair const& key, bool present) {
-  Floods const* const known = floods_.find(key);
-  Floods exporters = known ? *known : Floods(sites_.size());
-  exporters[site] = present;
-  if (std::count(exporters.begin(), exporters.end(), true) == 0) {
-    floods_.erase(key);
-  } else {
-    floods_.put(key, exporters);
-  }
-  if (areAllRead_) settleFlood(key, exporters);
-}
-
-void Exchange::settleFlood(VniVtepPair const& key, Floods const& exporters) {
-  auto const count = std::count(exporters.begin(), exporters.end(), true);
-  for (std::size_t learner = 0; learner < sites_.size(); ++learner) {
-    if (count > (exporters[learner] ? 1 : 0)) {
-      sites_[learner]->learned().floodIs(key);
-    } else {
-      sites_[learner]->learned().floodDel(key);
-    }
+void Exchange::stateIs(Record& record, SourceState state, std::string const& cause) {
+  record.state = state;
+  for (SourceHandlers const& learner : record.learners) {
+    if (learner.state) learner.state(state, cause);
   }
 }
 
-/// Says it when an agent comes or goes.
-void Exchange::report() {
-  for (std::size_t i = 0; i < sites_.size(); ++i) {
-    std::string text(toText(sites_[i]->exported().host->mountStatus()));
-    if (text == reports_[i]) continue;
-    reports_[i] = text;
-    log_(sites_[i]->site().dir() + ": exported tables: " + text);
+/// After the tables were delivered, and after the state was read that is looked at.
+void Exchange::assess(std::size_t site) {
+  Record& record = records_[site];
+  if (std::string const cause = obstacle(record.reader->exported()); !cause.empty()) {
+    return stateIs(
+        record, record.state == SourceState::connecting ? SourceState::connecting : SourceState::lost, cause);
+  }
+  if (!record.isTelling()) {
+    stateIs(record, SourceState::syncing, {});
+    record.reader->readAll();
+  }
+  if (!record.exportedState->state()) {
+    // An agent of ours writes a state before it makes its tables.
+    record.exportedState->deliver();
+    if (record.exportedState->state()) return record.follower->deliver();
+  }
+  bool const isWhole = record.exportedState->state().value_or(EvpnState{.hasOwn = true}).hasOwn;
+  if (isWhole && record.state == SourceState::syncing) stateIs(record, SourceState::synced, {});
+}
+
+void Exchange::hostChanged(std::size_t site, MacVniPair const& key) {
+  for (std::size_t other = 0; other < records_.size(); ++other) {
+    if (other == site) continue;
+    tellHost(site, other, key);
+    tellHost(other, site, key);
+  }
+}
+
+/// To be called again wherever a row of either changes.
+void Exchange::tellHost(std::size_t site, std::size_t learner, MacVniPair const& key) const {
+  if (!records_[site].isTelling()) return;
+  Host const row = records_[site].reader->exported().host->host(key);
+  Host const own = records_[learner].reader->exported().host->host(key);
+  Event event;
+  event.from = Origin::evpn;
+  event.op = Op::macDel;
+  event.vni = key.vni();
+  event.mac = key.macAddr();
+  if (row != Host() && (own == Host() || isBetter(row, own))) {
+    event.op = Op::mac;
+    event.vtep = row.vtepAddr();
+    event.seq = row.seqNo();
+    event.preference = row.preference();
+  }
+  records_[site].learners[learner].event(event);
+}
+
+void Exchange::floodChanged(std::size_t site, VniVtepPair const& key) {
+  if (!records_[site].isTelling()) return;
+  bool const isThere = records_[site].reader->exported().flood->floodEntry(key) != FloodEntry();
+  Event event;
+  event.from = Origin::evpn;
+  event.op = isThere ? Op::flood : Op::floodDel;
+  event.vni = key.vni();
+  event.vtep = key.vtepAddr();
+  for (SourceHandlers const& learner : records_[site].learners) {
+    if (learner.event) learner.event(event);
   }
 }
 

@@ -1,40 +1,46 @@
 /// Agent::Exchange: carries what sites export to one another, as BGP EVPN between them would.
 ///
 ///   input                              handler                 output
-///   exported host table of a site      handleHost(key)         learned host tables of all other sites
-///   exported flood table of a site     handleFloodEntry(key)   learned flood tables of all other sites
+///   exported host table of a site      handleHost(key)         events to the EVPN sides of all other sites
+///   exported flood table of a site     handleFloodEntry(key)   events to the EVPN sides of all other sites
+///   exported state of a site           assess()                the state of the site as their source
 ///
-/// A site learns of a key the best row that another site exports, if it is better than the row that the site
-/// itself exports: the higher sequence number is better, then the lower VTEP address. It learns every flood
-/// row that another site exports. No row returns to the site that it came from. Rows are taken whatever VNIs
-/// the learning site serves: its controller leaves out those that it does not, and a VNI of which it knows
-/// nothing yet, and which it therefore does not publish, must be able to learn its first entry.
+/// Each site is a source of the EVPN side of every other one. It tells of a host the row that it exports, if
+/// that is better than the row that the learning site itself exports: the higher sequence number is better,
+/// then the lower VTEP address. It tells every flood row that it exports. No row returns to the site that it
+/// came from. Rows are told whatever VNIs the learning site serves: its controller leaves out those that it
+/// does not, and a VNI of which it knows nothing yet, and which it therefore does not publish, must be able
+/// to learn its first entry.
+///
+///   exported tables of the site                   as a source
+///   not there, or cannot be read                  connecting; lost, where they once were
+///   there                                         syncing
+///   there, and hold all that its sources know     synced; also where nobody says so: another's agent
+///
+/// An agent that goes leaves its rows, and they hold until it comes back.
 #pragma once
 
 #include <memory>
 #include <vector>
 
-#include "Orb/FlatMap.h"
 #include "Orb/StateMachine.h"
 #include "agent/base/Loop.h"
-#include "agent/evpn/Learned.h"
+#include "agent/evpn/EvpnSide.h"
 
 namespace Agent {
 
 class Exchange;
 
-/// One site of an exchange: reads what it exports, writes what it learns.
+/// One site of an exchange: reads what it exports.
 class ExchangeSite : public Orb::StateMachine<ExchangeSite> {
  public:
-  ExchangeSite(Exchange& exchange, std::size_t number, Site const& site, bool repair);
+  ExchangeSite(Exchange& exchange, std::size_t number, Site const& site);
   ~ExchangeSite() override { teardown(); }
   static Orb::TypeDescriptor const& type();
 
-  Site const& site() const { return site_; }
-  Learned& learned() { return learned_; }
   TablePair& exported() { return exported_; }
 
-  /// Takes every row that is exported now.
+  /// Visits every row that is exported now.
   void readAll();
   void handleHost(QorEvpn::MacVniPair const& key);
   void handleFloodEntry(QorEvpn::VniVtepPair const& key);
@@ -55,8 +61,6 @@ class ExchangeSite : public Orb::StateMachine<ExchangeSite> {
 
   Exchange& exchange_;
   std::size_t number_;
-  Site site_;
-  Learned learned_;
   TablePair exported_;
   Orb::Input<OrbHostTable> hostTable_;
   Orb::Input<OrbFloodTable> floodTable_;
@@ -64,36 +68,36 @@ class ExchangeSite : public Orb::StateMachine<ExchangeSite> {
 
 class Exchange {
  public:
-  /// Two sites or more. Rows that were learned in an earlier run and that nobody exports any more are
-  /// withdrawn before this returns. `log` takes lines for people. Raises MountError.
-  Exchange(Loop& loop, std::vector<Site> const& sites, bool repair,
-           std::function<void(std::string const&)> log);
+  /// A site and its EVPN side, which outlives the exchange.
+  struct Member {
+    Site site;
+    EvpnSide& side;
+  };
+  /// Two members or more; makes each a source of all others.
+  Exchange(Loop& loop, std::vector<Member> const& members);
   Exchange(Exchange const&) = delete;
   Exchange& operator=(Exchange const&) = delete;
 
-  void endTurn();
-
-  /// A site exports another row, or none.
-  void hostIs(std::size_t site, QorEvpn::MacVniPair const& key, std::optional<QorEvpn::Host> const& row);
-  void floodIs(std::size_t site, QorEvpn::VniVtepPair const& key, bool present);
+  /// A site may export another row now, or none.
+  void hostChanged(std::size_t site, QorEvpn::MacVniPair const& key);
+  void floodChanged(std::size_t site, QorEvpn::VniVtepPair const& key);
 
  private:
-  /// What each site exports under a key, by the site's number.
-  using Hosts = std::vector<std::optional<QorEvpn::Host>>;
-  using Floods = std::vector<bool>;
+  struct Record {
+    Orb::Ptr<ExchangeSite> reader;
+    std::unique_ptr<Follower> follower;
+    std::unique_ptr<EvpnStateReader> exportedState;
+    SourceState state = SourceState::connecting;
+    std::vector<SourceHandlers> learners;  ///< By site; of itself: none.
 
-  void settleHost(QorEvpn::MacVniPair const& key, Hosts const& rows);
-  void settleFlood(QorEvpn::VniVtepPair const& key, Floods const& exporters);
-  void sweep(Learned& learned) const;
-  void report();
+    bool isTelling() const { return state == SourceState::syncing || state == SourceState::synced; }
+  };
 
-  std::function<void(std::string const&)> log_;
-  std::vector<Orb::Ptr<ExchangeSite>> sites_;
-  std::vector<std::unique_ptr<Follower>> followers_;
-  std::vector<std::string> reports_;
-  Orb::FlatMap<QorEvpn::MacVniPair, Hosts> hosts_;
-  Orb::FlatMap<QorEvpn::VniVtepPair, Floods> floods_;
-  bool areAllRead_ = false;
+  void assess(std::size_t site);
+  void stateIs(Record& record, SourceState state, std::string const& cause);
+  void tellHost(std::size_t site, std::size_t learner, QorEvpn::MacVniPair const& key) const;
+
+  std::vector<Record> records_;
 };
 
 }  // namespace Agent

@@ -5,7 +5,9 @@ namespace Agent {
 using namespace QorEvpn;
 
 Learned::Learned(Site const& site, bool repair)
-    : tables_("evpn", site.learned()), state_((tables_.mountAsWriter(repair), site.learned()), repair) {}
+    : state_(site.learned(), repair), tables_("evpn", site.learned()) {
+  tables_.mountAsWriter(repair);
+}
 
 void Learned::hostIs(Host const& row) {
   // A row that readers take for absent says that there is none.

@@ -37,8 +37,8 @@ class Learned {
   std::uint64_t rows() const { return tables_.rows(); }
 
  private:
-  TablePair tables_;
   EvpnStateWriter state_;
+  TablePair tables_;
 };
 
 }  // namespace Agent

@@ -19,6 +19,11 @@ LearnedSources::LearnedSources(Learned& learned) : learned_(learned) {
                    [this](FloodEntry const& row) { earlier_.floods.emplace(row.key(), 0); });
 }
 
+void LearnedSources::assumeCapability() {
+  isAssumed_ = true;
+  mergeState();
+}
+
 void LearnedSources::sourceIs(SourceId source, bool) {
   records_.resize(std::max(records_.size(), source + 1));
   mergeState();
@@ -61,22 +66,27 @@ void LearnedSources::flag(SourceId source, Event const& event) {
   mergeState();
 }
 
-void LearnedSources::whole(SourceId source) { mergeAll(std::exchange(records_[source].kept, {})); }
-
-void LearnedSources::withdraw(SourceId source) {
-  Record const dropped = std::exchange(records_[source], {});
-  mergeAll(dropped.kept);
-  mergeAll(dropped.told);
-  if (dropped.capability) {
-    records_[source].capability = false;
-    mergeState();
-  }
+bool LearnedSources::whole(SourceId source) {
+  std::size_t limit = sweepLimit;
+  return drop(records_[source].kept, limit);
 }
 
-void LearnedSources::settled() {
+bool LearnedSources::withdraw(SourceId source) {
+  Record& record = records_[source];
+  if (record.capability) {
+    record.capability = false;
+    mergeState();
+  }
+  std::size_t limit = sweepLimit;
+  return drop(record.kept, limit) && drop(record.told, limit);
+}
+
+bool LearnedSources::settled() {
+  std::size_t limit = sweepLimit;
+  if (!drop(earlier_, limit)) return false;
   isSettled_ = true;
-  mergeAll(std::exchange(earlier_, {}));
   mergeState();
+  return true;
 }
 
 std::size_t LearnedSources::entries(SourceId source) const {
@@ -143,9 +153,22 @@ void LearnedSources::mergeFlood(VniVtepPair const& key) {
   }
 }
 
-void LearnedSources::mergeAll(Ledger const& ledger) {
-  for (auto const& entry : ledger.hosts) mergeHost(entry.key);
-  for (auto const& entry : ledger.floods) mergeFlood(entry.first);
+/// Drops at most `limit` entries of a ledger, and merges their keys; true where none is left.
+bool LearnedSources::drop(Ledger& ledger, std::size_t& limit) {
+  for (auto const& entry : ledger.hosts) {
+    if (limit == 0) return false;
+    --limit;
+    MacVniPair const key = entry.key;
+    ledger.hosts.erase(key);
+    mergeHost(key);
+  }
+  while (!ledger.floods.empty()) {
+    if (limit == 0) return false;
+    --limit;
+    mergeFlood(ledger.floods.extract(ledger.floods.begin()).key());
+  }
+  ledger = {};
+  return true;
 }
 
 /// Until every source is whole, the last word of an earlier run on the capability stays where none speaks.
@@ -157,6 +180,7 @@ void LearnedSources::mergeState() {
     if (!record.capability || said == EvpnState::Capability::on) continue;
     said = *record.capability ? EvpnState::Capability::on : EvpnState::Capability::off;
   }
+  if (isAssumed_ && said != EvpnState::Capability::on) said = EvpnState::Capability::assumed;
   if (isSettled_ || said != EvpnState::Capability::unsaid) state.capability = said;
   learned_.stateIs(state);
 }

@@ -1,5 +1,5 @@
-/// Agent::LearnedSources: what sources of EVPN events hold - speakers, feeds - each in a ledger of its own,
-/// and merged into the tables that the agent reads.
+/// Agent::LearnedSources: what sources of EVPN events hold - speakers, feeds, other sites - each in a ledger
+/// of its own, and merged into the tables that the agent reads.
 ///
 /// Rule: of several entries of a MAC the highest sequence number wins, then the lowest VTEP. A flood row is
 /// there if any source has it. The EVPN side is capable if any source says so; it has an opinion if any has.
@@ -22,14 +22,17 @@ class LearnedSources : public SourceLedgers {
   /// What the tables hold now is an earlier run's.
   explicit LearnedSources(Learned& learned);
 
+  /// The capability is assumed unless a source says that it is on.
+  void assumeCapability();
+
   void sourceIs(SourceId source, bool isNumbered) override;
   void begin(SourceId source) override;
   /// Takes `mac`, `flood` and what takes them back.
   void apply(SourceId source, Event const& event) override;
   void flag(SourceId source, Event const& event) override;
-  void whole(SourceId source) override;
-  void withdraw(SourceId source) override;
-  void settled() override;
+  bool whole(SourceId source) override;
+  bool withdraw(SourceId source) override;
+  bool settled() override;
   std::size_t entries(SourceId source) const override;
 
   /// Calls `visit` with what each source, and an earlier run last, tells of a key.
@@ -60,12 +63,13 @@ class LearnedSources : public SourceLedgers {
   bool hasFlood(QorEvpn::VniVtepPair const& key) const;
   void mergeHost(QorEvpn::MacVniPair const& key);
   void mergeFlood(QorEvpn::VniVtepPair const& key);
-  void mergeAll(Ledger const& ledger);
+  bool drop(Ledger& ledger, std::size_t& limit);
   void mergeState();
 
   Learned& learned_;
   Ledger earlier_;
   std::vector<Record> records_;
+  bool isAssumed_ = false;
   bool isSettled_ = false;
 };
 

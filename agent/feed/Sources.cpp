@@ -61,7 +61,9 @@ std::string_view toText(SourceState state) {
 }
 
 Sources::Sources(Loop& loop, SourceLedgers& ledgers, std::chrono::seconds hold, Logs logs)
-    : loop_(loop), ledgers_(ledgers), hold_(hold), logs_(std::move(logs)) {}
+    : loop_(loop), ledgers_(ledgers), hold_(hold), logs_(std::move(logs)), sweep_(loop, [this] {
+        sweep();
+      }) {}
 
 SourceHandlers Sources::add(About about) {
   SourceId const id = records_.size();
@@ -109,6 +111,7 @@ void Sources::state(SourceId source, SourceState next, std::string const& cause)
   if (next == SourceState::syncing && cause.empty()) {
     record.flags.clear();
     if (record.givenUp) record.givenUp = record.isOverdue = false;
+    record.sweep = Sweep::none;
     record.isAgain = record.hasTold;
     if (record.isAgain) ledgers_.begin(source);
     record.hasTold = true;
@@ -117,9 +120,7 @@ void Sources::state(SourceId source, SourceState next, std::string const& cause)
   } else if (next == SourceState::synced && isAnother) {
     record.givenUp = record.isOverdue = false;
     if (record.timer) record.timer->cancel();
-    ledgers_.whole(source);
-    applyFlags(source);
-    line += ", " + entriesText(ledgers_.entries(source));
+    record.sweep = Sweep::whole;
   } else if (next != SourceState::synced && isAnother) {
     if (record.isOverdue) {
       giveUp(source);
@@ -127,14 +128,15 @@ void Sources::state(SourceId source, SourceState next, std::string const& cause)
       record.timer->start(hold_);
     }
   }
-  if (isWorthALine)
-    (next == SourceState::synced ? logs_.info : logs_.warning)(cause.empty() ? line : line + ": " + cause);
-  settle();
+  sweep();
+  if (!isWorthALine) return;
+  if (next == SourceState::synced) line += ", " + entriesText(ledgers_.entries(source));
+  (next == SourceState::synced ? logs_.info : logs_.warning)(cause.empty() ? line : line + ": " + cause);
 }
 
 void Sources::flag(SourceId source, Event const& event) {
   Record& record = records_[source];
-  bool const isTelling = record.state == SourceState::syncing;
+  bool const isTelling = record.state == SourceState::syncing || record.sweep == Sweep::whole;
   bool const waits =
       isTelling && (isKeeping() || record.isAgain) && (record.about.isRecording || !event.value);
   if (waits) {
@@ -163,18 +165,45 @@ void Sources::giveUp(SourceId source) {
   record.givenUp = true;
   logs_.warning(record.about.name + ": given up after " + std::to_string(hold_.count()) +
                 " s: " + entriesText(ledgers_.entries(source)) + " withdrawn");
-  record.hasTold = false;
   record.flags.clear();
-  ledgers_.withdraw(source);
-  settle();
+  record.sweep = Sweep::withdraw;
+  sweep();
 }
 
-void Sources::settle() {
-  if (isSettled_) return;
-  isSettled_ = std::all_of(records_.begin(), records_.end(), [](Record const& record) {
+void Sources::sweep() {
+  if (!sweepSome() && !sweep_.isRunning()) sweep_.start({});
+}
+
+void Sources::finish() {
+  while (!sweepSome()) continue;
+}
+
+/// Takes a part of what goes out of force; false where there is more.
+bool Sources::sweepSome() {
+  for (SourceId source = 0; source < records_.size(); ++source) {
+    Sweep const sweep = records_[source].sweep;
+    if (sweep == Sweep::none) continue;
+    if (!(sweep == Sweep::whole ? ledgers_.whole(source) : ledgers_.withdraw(source))) return false;
+    sweepEnds(source);
+  }
+  if (isSettled_ || !canSettle()) return true;
+  isSettled_ = ledgers_.settled();
+  return isSettled_;
+}
+
+void Sources::sweepEnds(SourceId source) {
+  Record& record = records_[source];
+  if (std::exchange(record.sweep, Sweep::none) == Sweep::withdraw) {
+    record.hasTold = false;
+  } else {
+    applyFlags(source);
+  }
+}
+
+bool Sources::canSettle() const {
+  return std::all_of(records_.begin(), records_.end(), [](Record const& record) {
     return record.state == SourceState::synced || record.givenUp;
   });
-  if (isSettled_) ledgers_.settled();
 }
 
 nlohmann::ordered_json Sources::state() const {

@@ -7,6 +7,9 @@
 ///   synced                  whole(): what was kept goes
 ///   lost, for `hold`        withdraw(): all of it goes, with a line in the log
 ///
+/// What goes does so a part a turn, so that a full table holds up nobody else. What a source tells meanwhile
+/// counts at once, and where it begins to tell its state again, what has not gone yet is kept.
+///
 /// settled(), once: every source is synced or given up, so nothing of an earlier run has to be kept any
 /// longer. A source is given up when it has been connecting or lost for `hold`. One that tells its state
 /// without an end is not, nor is one that was not understood: who knows what it would still say.
@@ -41,6 +44,9 @@ inline constexpr SourceId earlierRun = ~SourceId{0};
 /// Seconds of Unix time, for when an entry was told.
 inline std::uint32_t nowInSeconds() { return static_cast<std::uint32_t>(std::time(nullptr)); }
 
+/// How many entries go in a turn: some milliseconds, whatever is notified of them.
+inline constexpr std::size_t sweepLimit = 4096;
+
 /// What a side's sources hold, kept apart by source and merged by its rule.
 class SourceLedgers {
  public:
@@ -51,9 +57,11 @@ class SourceLedgers {
   virtual void apply(SourceId source, Event const& event) = 0;
   /// `enabled` or `capability`.
   virtual void flag(SourceId source, Event const& event) = 0;
-  virtual void whole(SourceId source) = 0;
-  virtual void withdraw(SourceId source) = 0;
-  virtual void settled() = 0;
+  // Each takes some `sweepLimit` entries out of force, and is called again until it returns true: none is
+  // left.
+  virtual bool whole(SourceId source) = 0;
+  virtual bool withdraw(SourceId source) = 0;
+  virtual bool settled() = 0;
   /// How many entries a source has there.
   virtual std::size_t entries(SourceId source) const = 0;
 };
@@ -76,6 +84,9 @@ class Sources {
   /// Adds a source, before the loop turns; what is returned is for the source to call.
   SourceHandlers add(About about);
 
+  /// Does at once what is left to do, where no further turn comes.
+  void finish();
+
   /// Also of `earlierRun`.
   std::string name(SourceId source) const {
     return source == earlierRun ? "earlier run" : records_[source].about.name;
@@ -93,6 +104,8 @@ class Sources {
   nlohmann::ordered_json state() const;
 
  private:
+  /// What of a source's entries is on its way out of force: nothing, what was kept, or all.
+  enum class Sweep : std::uint8_t { none, whole, withdraw };
   struct Record {
     About about;
     SourceState state = SourceState::connecting;
@@ -104,6 +117,7 @@ class Sources {
     bool isAgain = false;       ///< It tells what it told before.
     bool givenUp = false;
     bool isOverdue = false;  ///< `hold` has passed since it was last synced.
+    Sweep sweep = Sweep::none;
     std::unique_ptr<Timer> timer;
   };
 
@@ -114,7 +128,10 @@ class Sources {
   bool refuse(Record& record, Event const& event);
   void holdEnds(SourceId source);
   void giveUp(SourceId source);
-  void settle();
+  void sweep();
+  bool sweepSome();
+  void sweepEnds(SourceId source);
+  bool canSettle() const;
 
   Loop& loop_;
   SourceLedgers& ledgers_;
@@ -123,6 +140,7 @@ class Sources {
   Logs logs_;
   std::vector<Record> records_;
   bool isSettled_ = false;
+  Timer sweep_;  ///< Until the next turn, while entries are on their way out.
 };
 
 /// "connecting", "syncing", "synced", "lost".

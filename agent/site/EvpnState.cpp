@@ -9,6 +9,7 @@ std::string_view toText(EvpnState::Capability capability) {
     case EvpnState::Capability::unsaid: return "not said";
     case EvpnState::Capability::off: return "off";
     case EvpnState::Capability::on: return "on";
+    case EvpnState::Capability::assumed: return "assumed";
   }
   return {};
 }
@@ -19,6 +20,7 @@ void appendText(std::string& out, EvpnState const& state) {
 
 EvpnStateWriter::EvpnStateWriter(std::string const& folder, bool repair) {
   mountAsWriter(table_, folder, EvpnState::file, repair);
+  if (!table_.find(0)) stateIs({});
 }
 
 EvpnState EvpnStateWriter::state() const { return table_.find(0).value_or(EvpnState()); }

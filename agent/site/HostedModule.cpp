@@ -28,13 +28,10 @@ HostedModule::HostedModule(Loop& loop, Site const& site, bool repair, std::chron
       vniStatusDir_(make<VxlanController::VniStatusDirV2>("vniStatusDir")),
       evpnState_(loop, site.learned(), [this] { deliver(); }),
       sources_(loop, *this, hold, logs),
-      evpnHold_(loop, [this] {
-        evpnIsOverdue_ = true;
-        settleRemotes();
-      }) {
+      evpnHold_(loop, [this] { evpnIsOverdue_ = true; }) {
+  exportedState_.emplace(site.exported(), repair);
   exported_.mountAsWriter(repair);
   mountAsWriter(brIdTable_, site.exported(), TableKind<Bridging::BridgeId>::file, repair);
-  exportedState_.emplace(site.exported(), repair);
   rowsFound_ = exported_.rows() + brIdTable_.statistics().rows;
 
   qorBrIdList_.connect(this, brIdList_);
@@ -70,12 +67,15 @@ void HostedModule::flag(SourceId, Event const& event) {
   capabilityIs();
 }
 
-/// What the EVPN side says counts, whatever feeds say. Where nobody has said anything, nothing is off.
+/// What the EVPN side says counts, whatever feeds say, and what it assumes where they say nothing. Where
+/// nobody has said anything, nothing is off.
 void HostedModule::capabilityIs() {
   using enum EvpnState::Capability;
   std::optional<EvpnState> const evpns = evpnState_.state();
   std::optional<bool> capability = feedsCapability_;
-  if (evpns && evpns->capability != unsaid) capability = evpns->capability == on;
+  EvpnState::Capability const said = evpns ? evpns->capability : unsaid;
+  if (said == on || said == off) capability = said == on;
+  if (said == assumed && !capability) capability = true;
   if (capability == saidCapability_) return;
   saidCapability_ = capability;
   capability_->evpnEnabledIs(capability.value_or(false));
@@ -89,14 +89,8 @@ void HostedModule::handleFlag(bool on) {
   if (!on && !tx_) clearExported();
 }
 
-/// Every source has told its state or was given up.
-void HostedModule::settled() {
-  controller_->earlierDel();
-  settleRemotes();
-}
-
 void HostedModule::forgetEarlier() {
-  controller_->earlierDel();
+  while (!controller_->earlierDel()) continue;
   sources_.keepsEarlierIs(false);
 }
 
@@ -118,17 +112,13 @@ void HostedModule::handleMode() {
 void HostedModule::start() {
   // The receive machine comes first: the transmit machines' first pass then knows what EVPN supplied.
   learned_.emplace("learned", site_.learned());
-  follower_.emplace(loop_, *learned_, [this] {
-    reportLearned();
-    settleRemotes();
-  });
+  follower_.emplace(loop_, *learned_, [this] { reportLearned(); });
   rx_ = VxlanController::qorEvpnRxSmFactory(learned_->host, learned_->flood, vniStatusDir_);
   seedBrIdList();
   tx_ = QorEvpn::qorEvpnTxSmFactory(controller_->vniDir(), vniStatusDir_, brIdList_, exported_.host,
                                     exported_.flood);
   log_("integration on");
   reportLearned();
-  settleRemotes();
 }
 
 void HostedModule::stop() {
@@ -142,7 +132,6 @@ void HostedModule::stop() {
   learnedReport_.clear();
   forgetEarlier();
   log_("integration off: what it wrote is removed");
-  settleRemotes();
 }
 
 /// The receive machine's cleanup() withdraws the rows that the tables hold now. They are another process's,
@@ -220,7 +209,6 @@ void HostedModule::deliver() {
   evpnState_.deliver();
   if (follower_) follower_->deliver();
   capabilityIs();
-  settleRemotes();
 }
 
 /// Says it when the EVPN side comes or goes.
@@ -243,10 +231,16 @@ void HostedModule::reportLearned() {
 }
 
 void HostedModule::endTurn() {
+  settleRemotes();
   exported_.endTurn();
   brIdTable_.endTurn();
   // From now on the tables have every row that holds, whoever starts again.
-  if (controller_->isSettled() && (tx_ || toldOff_)) exportedState_->stateIs({.isWhole = true});
+  if (tx_ || toldOff_) {
+    EvpnState exported = exportedState_->state();
+    exported.hasOwn = exported.hasOwn || sources_.isSettled();
+    exported.isWhole = exported.isWhole || controller_->isSettled();
+    exportedState_->stateIs(exported);
+  }
   exportedState_->endTurn();
 }
 

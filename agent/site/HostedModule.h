@@ -59,9 +59,9 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
   void begin(SourceId source) override { controller_->begin(source); }
   void apply(SourceId source, Event const& event) override { controller_->apply(source, event); }
   void flag(SourceId source, Event const& event) override;
-  void whole(SourceId source) override { controller_->whole(source); }
-  void withdraw(SourceId source) override { controller_->withdraw(source); }
-  void settled() override;
+  bool whole(SourceId source) override { return controller_->whole(source); }
+  bool withdraw(SourceId source) override { return controller_->withdraw(source); }
+  bool settled() override { return controller_->earlierDel(); }
   std::size_t entries(SourceId source) const override { return controller_->entries(source); }
 
   bool integrationIsOn() const { return tx_ != nullptr; }

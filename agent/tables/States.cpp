@@ -8,8 +8,10 @@ namespace {
 
 constexpr auto capabilityOf = [](EvpnState const& row) { return toText(row.capability); };
 constexpr auto isWhole = [](EvpnState const& row) { return row.isWhole; };
+constexpr auto hasOwn = [](EvpnState const& row) { return row.hasOwn; };
 constexpr std::array stateFields = {
     field<EvpnState, isWhole, asItself>("WHOLE", "whole", false),
+    field<EvpnState, hasOwn, asItself>("OWN", "own", false),
     field<EvpnState, capabilityOf, asItself>("CAPABILITY", "capability", false),
 };
 

@@ -64,7 +64,7 @@ TEST_P(RecordedRun, TwoProcessesEndAsExpectedAndARestartWithdrawsNothing) {
 
   auto const second = TestSupport::run(arguments);
   EXPECT_EQ(second.status, 1);
-  EXPECT_THAT(second.err, HasSubstr(site.dir + "/exported/host: busy: "));
+  EXPECT_THAT(second.err, HasSubstr(site.dir + "/exported/state: busy: "));
   EXPECT_TRUE(site.ask("state")["integration"]);
 
   agent->signal(SIGTERM);

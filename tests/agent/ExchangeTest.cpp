@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "AgentSite.h"
 #include "SiteWriter.h"
 #include "agent/evpn/Learned.h"
+#include "agent/site/Control.h"
 
 namespace {
 
@@ -92,6 +95,39 @@ TEST_F(ExchangeTest, ARestartWithdrawsWhatIsNoLongerExportedAndTouchesNothingEls
     return learned.host->statistics().delivered >= before + 2;
   }));
   EXPECT_EQ(learned.host->statistics().delivered, before + 2) << "one removal, one insertion";
+}
+
+TEST_F(ExchangeTest, ASiteWhoseTablesAreMissingLosesNoRowsUntilItIsBackOrGivenUp) {
+  mount();
+  start();
+  auto const stays = host(5000, 1, 1), goes = host(5000, 2, 1), other = host(5000, 3, 2),
+             fed = host(5000, 4, 3);
+  sites_[1].write({stays, goes});
+  sites_[2].write({other});
+  expectLearned({{stays, goes, other}, {other}, {stays, goes}});
+  evpn_->signal(SIGKILL);
+  evpn_->wait();
+  std::string const place = sites_[1].site().exported(), away = place + ".away";
+  std::filesystem::rename(place, away);
+  sites_[1].remove(goes);
+  sites_[2].remove(other);
+
+  // What a feed says is merged with what other sites export.
+  std::vector<std::string> arguments{"evpn", "--dir", sites_[0].dir(), "--feed", "-"};
+  for (std::size_t const peer : {1U, 2U}) arguments.insert(arguments.end(), {"--peer", sites_[peer].dir()});
+  evpn_.emplace(arguments);
+  evpn_->write(R"({"from":"evpn","op":"mac","vni":5000,"mac":"00:00:00:00:00:04","vtep":"10.99.0.3"})"
+               "\n"
+               R"({"from":"evpn","op":"synced"})"
+               "\n");
+  expectLearned({{stays, goes, other, fed}, {}, {stays, goes}});
+  auto const state = [&] {
+    return Agent::controlRequest(sites_[0].site(), "state", Agent::ControlSide::evpn)["sources"][0]["state"];
+  };
+  EXPECT_EQ(state(), "connecting");
+  std::filesystem::rename(away, place);
+  expectLearned({{stays, fed}, {}, {stays}});
+  EXPECT_EQ(state(), "synced");
 }
 
 TEST_F(ExchangeTest, ARowThatReadersTakeForAbsentIsNotLeftInTheTable) {

@@ -58,9 +58,10 @@ TEST_F(ShowTest, RowsAreSortedAndFilteredInEachForm) {
        "{\"floods\":[\n{\"vni\":70000,\"vtep\":\"10.99.0.11\"}],\n\"bridgeIds\":[\n33624432]}\n"},
       {{"hosts", "--vni", "1"}, "VNI  MAC  VTEP  SEQ  PREFERENCE\n"},
       {{"hosts", "--vni", "1", "--json"}, "{\"hosts\":[]}\n"},
-      {{"state", "--learned"}, "WHOLE  CAPABILITY\ntrue   on\n"},
+      {{"state", "--learned"}, "WHOLE  OWN    CAPABILITY\ntrue   false  on\n"},
       {{"state", "--learned", "--text"}, "whole, capability on\n"},
-      {{"state", "--learned", "--json"}, "{\"state\":[\n{\"capability\":\"on\",\"whole\":true}]}\n"},
+      {{"state", "--learned", "--json"},
+       "{\"state\":[\n{\"capability\":\"on\",\"own\":false,\"whole\":true}]}\n"},
       {{"summary", "--vtep", "10.99.0.11"},
        "  VNI  exported/host  exported/flood  exported/brId  learned/host  learned/flood\n"
        " 5000              1               1              1             0              0\n"

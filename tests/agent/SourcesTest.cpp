@@ -11,6 +11,7 @@
 
 #include "AgentSite.h"
 #include "SiteWriter.h"
+#include "agent/evpn/EvpnSide.h"
 
 namespace {
 
@@ -223,6 +224,55 @@ TEST(CapabilityTest, IsWhatTheEvpnSideSaysAndItsLastWordStays) {
   EXPECT_TRUE(isOn(true));
   evpn.write(say("false") + R"({"from":"evpn","op":"synced"})" + '\n');
   EXPECT_TRUE(isOn(false)) << agent.errors();
+}
+
+/// Many entries go a part a turn. What is told between two parts holds, and a source that begins again in
+/// between keeps the rest.
+TEST(SweepTest, TakesNothingThatIsToldBetweenItsParts) {
+  using Agent::Op;
+  using Agent::SourceState;
+  AgentSite site;
+  Agent::Loop loop;
+  auto const ignore = [](std::string const&) {};
+  Agent::EvpnSide side(loop, Agent::Site::made(site.dir), false, std::chrono::seconds(0), {ignore, ignore});
+  auto const source = side.sources().add({.name = "feed", .kind = "feed", .endpoint = ""});
+  auto const tell = [&](unsigned begin, unsigned end, Op op = Op::mac) {
+    for (unsigned i = begin; i < end; ++i) {
+      Agent::Event event;
+      event.op = op;
+      event.mac = Wirix::EthAddr::ofValue(0x020000000000 + i);
+      event.vtep = Wirix::IpAddr("10.0.0.1");
+      source.event(event);
+    }
+  };
+  auto const state = [&](SourceState next) { source.state(next, {}); };
+  constexpr unsigned part = Agent::sweepLimit;
+  state(SourceState::syncing);
+  tell(0, 3 * part);
+  state(SourceState::synced);
+  state(SourceState::syncing);
+  tell(0, 1);
+  state(SourceState::synced);
+  EXPECT_EQ(side.learned().rows(), 2 * part + 1);
+  state(SourceState::syncing);
+  unsigned turns = 0;
+  loop.turnEndIs([&] { turns == 5 ? loop.stop() : void(++turns); });
+  Agent::Timer tick(loop, [&] { tick.start({}); });
+  tick.start({});
+  loop.run();
+  EXPECT_EQ(side.learned().rows(), 2 * part + 1);
+
+  tell(1, 3);
+  state(SourceState::synced);
+  EXPECT_EQ(side.learned().rows(), part + 3);
+  tell(3 * part - 2, 3 * part);
+  tell(1, 2, Op::macDel);
+  loop.turnEndIs([&] {
+    if (side.learned().rows() == 3) loop.stop();
+  });
+  loop.run();
+  side.sources().finish();
+  EXPECT_EQ(side.learned().rows(), 3U);  // one that was told before, and two meanwhile
 }
 
 }  // namespace

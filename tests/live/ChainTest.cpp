@@ -94,7 +94,7 @@ TEST_F(ChainTest, NothingValidIsRemovedWhicheverProcessIsKilled) {
   }
   // What a switch forgets is removed, and all that is.
   west.forget(0);
-  ASSERT_TRUE(becomes([&] { return isJoined(); }));
+  ASSERT_TRUE(becomes([&] { return isJoined() && west.isSound() && east.isSound(); }));
   std::string const mac = west.mac(0);
   EXPECT_THAT(west.removedOfOurs(), ElementsAre(HasSubstr(mac)));
   // Its neighbour's database and its own speaker's table; learned table, databases and table of the other.

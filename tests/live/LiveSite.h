@@ -170,6 +170,9 @@ class LiveSite {
     return true;
   }
 
+  /// The tables, its switches' and what the speaker announces are as they should be.
+  bool isSound() const { return run({"audit", "--dir", site_.dir, "--pause", "0.2"}).status == 0; }
+
   /// The state of a source, "speaker" or a switch's name, or nothing as long as nobody answers.
   std::string stateOf(std::string const& source) const {
     bool const isAgents = isOneProcess_ || source != "speaker";
