@@ -117,7 +117,8 @@ void Session::take(Message&& message) {
   auto const id = skeleton.find("id");
   bool const hasId = id != skeleton.end() && !id->is_null();
   if (skeleton.contains("method")) return call(skeleton, std::move(message.tables));
-  if (!hasId || !skeleton.contains("result")) {
+  // With an error the packaged server leaves the result out.
+  if (!hasId || !(skeleton.contains("result") || skeleton.contains("error"))) {
     return fail("a message that is neither request nor answer: " + shown(skeleton));
   }
   auto const answer = id->is_number_unsigned() ? answers_.find(id->get<std::uint64_t>()) : answers_.end();
@@ -128,7 +129,7 @@ void Session::take(Message&& message) {
   }
   Answer const handler = std::move(answer->second);
   answers_.erase(answer);
-  handler({skeleton["result"], skeleton.value("error", Json()), std::move(message.tables)});
+  handler({skeleton.value("result", Json()), skeleton.value("error", Json()), std::move(message.tables)});
 }
 
 void Session::call(Json const& skeleton, std::vector<Message::Table>&& tables) {

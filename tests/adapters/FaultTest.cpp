@@ -97,8 +97,11 @@ TEST(SwitchFaults, areNamedAndTriedAgainAfterGrowingPauses) {
        "malformed JSON: ']' closes nothing"},
       {"get_schema", [](Json const&) { return std::string(100, '[').replace(0, 1, "{"); },
        "nested too deeply"},
-      {"get_schema", [](Json const& request) { return answer(request, nullptr, "unknown database"); },
-       "no database hardware_vtep: \"unknown database\""},
+      {"get_schema",
+       [](Json const& request) {
+         return Json({{"id", request["id"]}, {"error", {{"error", "unknown database"}}}}).dump();
+       },
+       "no database hardware_vtep: unknown database"},
       {"get_schema", [](Json const& request) { return without("Mcast_Macs_Remote", nullptr, request); },
        "lacks table Mcast_Macs_Remote"},
       {"get_schema", [](Json const& request) { return without("Ucast_Macs_Local", "locator", request); },
