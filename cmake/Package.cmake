@@ -15,6 +15,7 @@ if(QOREVPN_AGENT)
   install(FILES ${units} DESTINATION lib/systemd/system COMPONENT program)
   install(FILES share/sysusers.d/qorevpn.conf DESTINATION lib/sysusers.d COMPONENT program)
   install(FILES share/tmpfiles.d/qorevpn.conf DESTINATION lib/tmpfiles.d COMPONENT program)
+  install(FILES share/grafana/qorevpn.json DESTINATION ${CMAKE_INSTALL_DATADIR}/qorevpn/grafana COMPONENT program)
   # The example of a site's configuration; nobody's own file in /etc is ever replaced.
   install(FILES share/conf/main.conf DESTINATION ${CMAKE_INSTALL_DATADIR}/qorevpn COMPONENT program)
 endif()

@@ -9,7 +9,7 @@ packages() {
   local purpose
   for purpose; do
     case $purpose in
-      build) echo g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libssl-dev libnghttp2-dev libprotobuf-dev protobuf-compiler ;;
+      build) echo g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libssl-dev libnghttp2-dev libprotobuf-dev protobuf-compiler prometheus-cpp-dev ;;
       test) echo libgtest-dev libgmock-dev dpkg-dev openssl openvswitch-common openvswitch-vtep gobgpd ;;
       package) echo dpkg-dev ;;
       sanitizers) echo clang libclang-rt-14-dev llvm ;;

@@ -5,11 +5,14 @@
 #include "agent/commands/Commands.h"
 #include "agent/commands/FeedOptions.h"
 #include "agent/commands/LogOptions.h"
+#include "agent/commands/MetricsOptions.h"
 #include "agent/evpn/EvpnSide.h"
 #include "agent/explain/WhyLearned.h"
 #include "agent/feed/Feeds.h"
 #include "agent/live/SpeakerSide.h"
 #include "agent/live/SwitchSide.h"
+#include "agent/metrics/Metrics.h"
+#include "agent/metrics/MetricsServer.h"
 #include "agent/site/Control.h"
 #include "agent/site/HostedModule.h"
 #include "agent/site/SiteWatch.h"
@@ -28,6 +31,7 @@ struct AgentOptions {
   Duplicates::Rule duplicates;
   unsigned duplicateSeconds = 180;
   SpeakerOptions speaker;
+  MetricsOptions metrics;
   bool withEvpn = false;
   bool cleanup = false;
   bool repair = false;
@@ -70,7 +74,13 @@ class AgentProcess {
       // A switch has no such word; that it was given is one.
       module_.enabledIs(true);
     }
+    if (options.metrics.address) {
+      metrics_.emplace(loop_, *options.metrics.address, [this] {
+        return metricsText(site_, {state(), countersJson(), nullptr});
+      });
+    }
     loop_.turnEndIs([this] {
+      measureTurn();
       module_.endTurn();
       if (evpn_) evpn_->learned().endTurn();
       if (module_.sources().isSettled()) serviceManager_.ready();
@@ -105,6 +115,15 @@ class AgentProcess {
   }
   Logs logs() const { return {logger(), logger(LogLevel::warning)}; }
   void log(std::string const& line) const { logger()(line); }
+
+  /// How long the longest turn was of those that the process spent working, not waiting.
+  void measureTurn() {
+    timespec used{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
+    double const now = static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
+    longestTurn_ = std::max(longestTurn_, now - lastTurn_);
+    lastTurn_ = now;
+  }
 
   /// The controller's events, and `capability`; EVPN's too where its side is played, and each at once.
   Feeds::Sides sidesOf(Feed const& feed) {
@@ -179,6 +198,7 @@ class AgentProcess {
   nlohmann::ordered_json state() const {
     nlohmann::ordered_json result = {{"pid", getpid()}};
     result.update(module_.state());
+    result["longestTurn"] = longestTurn_;
     result["feed"] = feeds_.state();
     if (switches_) switches_->describe(result["sources"]);
     if (evpn_) {
@@ -199,7 +219,10 @@ class AgentProcess {
   std::optional<SpeakerSide> speaker_;
   ControlServer control_;  ///< Behind the module and the rest that its answers are about: gone first.
   SiteWatch siteWatch_;    ///< Behind the socket, whose removal is no news.
+  std::optional<MetricsServer> metrics_;
   ServiceManager serviceManager_;
+  double lastTurn_ = 0;     ///< Processor time of this thread, in seconds, at its end.
+  double longestTurn_ = 0;  ///< Seconds.
 };
 
 int runAgent(AgentOptions const& options) {
@@ -235,6 +258,7 @@ void addAgentCommand(CLI::App& app, Run& run) {
   options->feed.addTo(*command);
   options->switches.addTo(*command);
   options->speaker.addTo(*command);
+  options->metrics.addTo(*command);
   options->log.addTo(*command);
   command->add_flag("--with-evpn", options->withEvpn,
                     "Play the EVPN side from the same feed, each event in its recorded order");

@@ -28,6 +28,7 @@ void addCheckCommand(CLI::App& app, Run& run);
 void addAuditCommand(CLI::App& app, Run& run);
 void addTraceCommand(CLI::App& app, Run& run);
 void addWhyCommand(CLI::App& app, Run& run);
+void addMetricsCommand(CLI::App& app, Run& run);
 void addManualCommand(CLI::App& app, Run& run);
 
 /// The whole program, from its command line to its exit status. Called once, by main().

@@ -1,0 +1,20 @@
+/// The figures of a site in Prometheus' text form, made of what the processes of the site say of themselves
+/// and of what the tables say.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+#include "agent/site/Site.h"
+
+namespace Agent {
+
+/// What a running agent answers to `state` and `counters`, and an EVPN side to `state`; null where none runs.
+struct ProcessFigures {
+  nlohmann::ordered_json agent, counters, evpn;
+};
+
+/// Of a site whose tables need not be there. Never raises for a table.
+std::string metricsText(Site const& site, ProcessFigures const& processes);
+
+}  // namespace Agent

@@ -1,0 +1,124 @@
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+
+#include <csignal>
+#include <filesystem>
+#include <sstream>
+
+#include "AgentSite.h"
+
+namespace {
+
+using TestSupport::Program;
+using Figures = std::map<std::string, double>;
+
+struct Loopback {
+  explicit Loopback(std::uint16_t port = 0) {
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  }
+  sockaddr* raw() { return reinterpret_cast<sockaddr*>(&address); }
+  sockaddr_in address{};
+  socklen_t length = sizeof address;
+};
+
+std::uint16_t freePort() {
+  Loopback any;
+  Agent::Fd const fd(::socket(AF_INET, SOCK_STREAM, 0));
+  EXPECT_EQ(bind(fd.get(), any.raw(), any.length), 0);
+  getsockname(fd.get(), any.raw(), &any.length);
+  return ntohs(any.address.sin_port);
+}
+
+/// What comes back for a request; empty if nobody listens.
+std::string http(std::uint16_t port, std::string const& request) {
+  Loopback server(port);
+  Agent::Fd const fd(::socket(AF_INET, SOCK_STREAM, 0));
+  if (connect(fd.get(), server.raw(), server.length) != 0) return {};
+  EXPECT_EQ(write(fd.get(), request.data(), request.size()), static_cast<ssize_t>(request.size()));
+  std::string answer;
+  char piece[4096];
+  for (ssize_t count; (count = read(fd.get(), piece, sizeof piece)) > 0;)
+    answer.append(piece, static_cast<std::size_t>(count));
+  return answer;
+}
+
+Figures figuresIn(std::string const& text) {
+  Figures figures;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    auto const blank = line.rfind(' ');
+    if (line.starts_with("qorevpn_")) figures[line.substr(0, blank)] = std::stod(line.substr(blank));
+  }
+  return figures;
+}
+
+TEST(MetricsTest, FiguresOverHttpAndOnTheCommandLineAreThoseThatShowHas) {
+  AgentSite site;
+  std::string const feed = site.folder.path() + "/events";
+  std::filesystem::copy_file(recordingPath("fabric-3vni.jsonl"), feed);
+  std::ofstream(feed, std::ios::app)
+      << R"({"from":"controller","op":"mac","vni":5000,"mac":"ff:ff:ff:ff:ff:ff","vtep":"10.99.0.11"})"
+      << '\n';
+  std::uint16_t const port = freePort();
+  Program agent({"agent", "--dir", site.dir, "--feed", feed, "--with-evpn", "--metrics",
+                 "127.0.0.1:" + std::to_string(port)});
+  ASSERT_TRUE(site.settles(Agent::Expectation::ofFile(recordingPath("fabric-3vni.end.json"))));
+  // Who connects and says nothing is in nobody's way.
+  Loopback server(port);
+  std::vector<Agent::Fd> idle;
+  for (int i = 0; i < 40; ++i) {
+    idle.emplace_back(::socket(AF_INET, SOCK_STREAM, 0));
+    ASSERT_EQ(connect(idle.back().get(), server.raw(), server.length), 0);
+  }
+  std::string const answer = http(port, "GET /metrics HTTP/1.1\r\nHost: x\r\n\r\n");
+  EXPECT_TRUE(answer.starts_with("HTTP/1.1 200 OK\r\n")) << answer.substr(0, 100);
+  EXPECT_TRUE(http(port, "GET /else HTTP/1.1\r\n\r\n").starts_with("HTTP/1.1 404"));
+  EXPECT_TRUE(http(port, "POST /metrics HTTP/1.1\r\n\r\n").starts_with("HTTP/1.1 405"));
+  Figures const figures = figuresIn(answer);
+
+  auto const show = [&](std::string const& what) {
+    return nlohmann::json::parse(TestSupport::run({"show", "-j", "--dir", site.dir, what}).out)[what];
+  };
+  auto const figure = [&](std::string const& name) {
+    EXPECT_TRUE(figures.contains(name)) << name;
+    return figures.contains(name) ? figures.at(name) : -1;
+  };
+  for (auto const& each : show("counters")) {
+    std::string const labels = "{table=" + each["owner"].dump() + ",operation=" + each["name"].dump() + '}';
+    EXPECT_EQ(figure("qorevpn_operations_total" + labels), each["value"]) << labels;
+  }
+  for (auto const& each : show("tables"))
+    EXPECT_EQ(figure("qorevpn_table_rows{table=" + each["table"].dump() + '}'), each["rows"]);
+  auto const state = show("agent");
+  EXPECT_EQ(figure("qorevpn_served_vnis"), state["servedVnis"]);
+  EXPECT_EQ(figure("qorevpn_integration"), 1);
+  for (auto const& each : state["sources"]) {
+    std::string const labels =
+        R"({process="agent",source=)" + each["name"].dump() + ",kind=" + each["kind"].dump();
+    EXPECT_EQ(figure("qorevpn_source_entries" + labels + '}'), each["entries"]);
+    EXPECT_EQ(figure("qorevpn_source_state" + labels + R"(,state="synced"})"), 1);
+  }
+  EXPECT_EQ(figure(R"(qorevpn_refused_total{process="agent",source=")" + feed +
+                   R"(",kind="feed",reason="group MAC"})"),
+            1);
+
+  auto const printed = [&] { return figuresIn(TestSupport::run({"metrics", "--dir", site.dir}).out); };
+  Figures now = printed();
+  EXPECT_EQ(now.size(), figures.size());
+  for (auto const& [name, value] : figures) {
+    bool const changes = name.starts_with("qorevpn_longest_turn");
+    EXPECT_TRUE(changes || now[name] == value) << name << ' ' << value;
+  }
+  agent.signal(SIGKILL);
+  agent.wait();
+  now = printed();
+  EXPECT_FALSE(now.contains(R"(qorevpn_up{process="agent"})"));
+  EXPECT_EQ(now[R"(qorevpn_table_writer_alive{table="exported/host"})"], 0);
+  EXPECT_EQ(now[R"(qorevpn_table_rows{table="exported/host"})"],
+            figure(R"(qorevpn_table_rows{table="exported/host"})"));
+}
+
+}  // namespace
