@@ -412,6 +412,10 @@ Event readAny(std::string_view line) {
 
 }  // namespace
 
+std::string_view toText(Op op) {
+  return std::find_if(opRules.begin(), opRules.end(), [op](auto const& rule) { return rule.op == op; })->name;
+}
+
 Event parseEvent(std::string_view line) {
   std::optional<Event> plain = PlainLine(line).read();
   return plain ? std::move(*plain) : readAny(line);

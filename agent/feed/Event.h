@@ -87,4 +87,7 @@ class EventError : public std::runtime_error {
 /// Reads one line, without its end of line. Raises EventError. The order of times is the feed's to check.
 Event parseEvent(std::string_view line);
 
+/// "mac-del".
+std::string_view toText(Op op);
+
 }  // namespace Agent

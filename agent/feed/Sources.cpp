@@ -79,6 +79,7 @@ SourceHandlers Sources::add(About about) {
 }
 
 void Sources::event(SourceId source, Event const& event) {
+  ++records_[source].events[event.op];
   if (event.op == Op::enabled || event.op == Op::capability) {
     flag(source, event);
   } else if (!refuse(records_[source], event)) {
@@ -210,6 +211,8 @@ nlohmann::ordered_json Sources::state() const {
   auto result = nlohmann::ordered_json::array();
   for (SourceId id = 0; id < records_.size(); ++id) {
     Record const& record = records_[id];
+    auto events = nlohmann::ordered_json::object();
+    for (auto const& [op, count] : record.events) events[std::string(toText(op))] = count;
     auto const since = std::chrono::duration_cast<std::chrono::seconds>(record.since.time_since_epoch());
     result.push_back({{"name", record.about.name},
                       {"kind", record.about.kind},
@@ -217,6 +220,7 @@ nlohmann::ordered_json Sources::state() const {
                       {"state", toText(record.state)},
                       {"since", since.count()},
                       {"entries", ledgers_.entries(id)},
+                      {"events", std::move(events)},
                       {"refused", record.refused},
                       {"givenUp", record.givenUp},
                       {"lastError", record.error}});

@@ -98,8 +98,8 @@ class Sources {
   /// Whether there are any.
   void keepsEarlierIs(bool keepsEarlier) { keepsEarlier_ = keepsEarlier; }
   /// [{"name": "leaf1", "kind": "switch", "endpoint": "unix:/run/db.sock", "state": "synced",
-  ///   "since": 1763796324, "entries": 12, "refused": {"group MAC": 1}, "givenUp": false, "lastError": ""},
-  ///   ..]
+  ///   "since": 1763796324, "entries": 12, "events": {"mac": 14, "mac-del": 1}, "refused": {"group MAC": 1},
+  ///   "givenUp": false, "lastError": ""}, ..]
   /// `since` in seconds of Unix time; `lastError` also where it is over.
   nlohmann::ordered_json state() const;
 
@@ -112,9 +112,10 @@ class Sources {
     std::chrono::system_clock::time_point since = std::chrono::system_clock::now();
     std::string error;
     std::map<std::string, std::uint64_t, std::less<>> refused;
-    std::map<Op, Event> flags;  ///< That wait.
-    bool hasTold = false;       ///< In this run, and not withdrawn.
-    bool isAgain = false;       ///< It tells what it told before.
+    std::map<Op, std::uint64_t> events;  ///< How many it told, refused ones too.
+    std::map<Op, Event> flags;           ///< That wait.
+    bool hasTold = false;                ///< In this run, and not withdrawn.
+    bool isAgain = false;                ///< It tells what it told before.
     bool givenUp = false;
     bool isOverdue = false;  ///< `hold` has passed since it was last synced.
     Sweep sweep = Sweep::none;

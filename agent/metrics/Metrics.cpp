@@ -86,6 +86,9 @@ void addSources(Families& families, std::string_view side, Json const& sources) 
     families.gauge("source_entries", "Entries that the source holds", numberOf(source.at("entries")), labels);
     families.gauge("source_given_up", "Whether what it told was withdrawn", numberOf(source.at("givenUp")),
                    labels);
+    for (auto const& [op, count] : source.at("events").items()) {
+      families.counter("events_total", "Events that the source told", numberOf(count), with("op", op));
+    }
     for (auto const& [reason, count] : source.at("refused").items()) {
       families.counter("refused_total", "Entries of it that cannot be", numberOf(count),
                        with("reason", reason));

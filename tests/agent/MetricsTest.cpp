@@ -100,6 +100,8 @@ TEST(MetricsTest, FiguresOverHttpAndOnTheCommandLineAreThoseThatShowHas) {
         R"({process="agent",source=)" + each["name"].dump() + ",kind=" + each["kind"].dump();
     EXPECT_EQ(figure("qorevpn_source_entries" + labels + '}'), each["entries"]);
     EXPECT_EQ(figure("qorevpn_source_state" + labels + R"(,state="synced"})"), 1);
+    for (auto const& [op, count] : each["events"].items())
+      EXPECT_EQ(figure("qorevpn_events_total" + labels + ",op=\"" + op + "\"}"), count);
   }
   EXPECT_EQ(figure(R"(qorevpn_refused_total{process="agent",source=")" + feed +
                    R"(",kind="feed",reason="group MAC"})"),
