@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <cstdio>
+
 #include "agent/views/Json.h"
 
 namespace Agent {
@@ -89,12 +91,15 @@ ControlServer::ControlServer(Loop& loop, std::string path, Answer answer)
       answer_(std::move(answer)),
       listening_(newSocket(SOCK_NONBLOCK)),
       later_(loop, [this] { watchForClients(); }) {
-  Place const place(path_);
-  unlink(path_.c_str());
+  // Who finds the socket is answered: it has its name only when it listens.
+  std::string const unnamed = path_ + ".new";
+  Place const place(unnamed);
+  unlink(unnamed.c_str());
   mode_t const mask = umask(0177);
   int const bound = bind(listening_.get(), place.address(), Place::size);
   umask(mask);
-  if (bound != 0 || listen(listening_.get(), 8) != 0) throwErrno("control socket " + path_);
+  if (bound != 0 || listen(listening_.get(), 8) != 0 || std::rename(unnamed.c_str(), path_.c_str()) != 0)
+    throwErrno("control socket " + path_);
   watchForClients();
 }
 
