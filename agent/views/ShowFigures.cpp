@@ -23,7 +23,7 @@ constexpr std::array counterFields = {
     figure<CounterFigure, &CounterFigure::name>("COUNTER", "name", false),
     figure<CounterFigure, &CounterFigure::value>("VALUE", "value", true),
 };
-constexpr std::array stateFields = {
+constexpr std::array figureFields = {
     figure<StateFigure, &StateFigure::name>("STATE", "name", false),
     figure<StateFigure, &StateFigure::value>("VALUE", "value", false),
 };
@@ -117,7 +117,7 @@ TableFigure figureOf(Site const& site, TablePlace const& place) {
 }  // namespace
 
 std::span<Field<CounterFigure> const> CounterFigure::fields() { return counterFields; }
-std::span<Field<StateFigure> const> StateFigure::fields() { return stateFields; }
+std::span<Field<StateFigure> const> StateFigure::fields() { return figureFields; }
 std::span<Field<SourceFigure> const> SourceFigure::fields() { return sourceFields; }
 std::span<Field<FdbFigure> const> FdbFigure::fields() { return fdbFields; }
 std::span<Field<TableFigure> const> TableFigure::fields() { return tableFields; }
