@@ -15,7 +15,7 @@ namespace Agent {
 
 namespace {
 
-using Json = nlohmann::json;
+using Parsed = nlohmann::json;
 
 /// Keys of an event as a set of bits.
 enum Key : unsigned {
@@ -69,17 +69,17 @@ constexpr std::array<OpRule, 11> opRules{{
 }};
 
 /// A value or a key as JSON, cut short.
-std::string shown(Json const& value) {
+std::string shown(Parsed const& value) {
   std::string text = value.dump();
   if (text.size() > 60) text.replace(57, std::string::npos, "...");
   return text;
 }
 
-[[noreturn]] void fail(std::string_view key, Json const& value, std::string_view wanted) {
+[[noreturn]] void fail(std::string_view key, Parsed const& value, std::string_view wanted) {
   throw EventError(std::string(key) + ": " + shown(value) + " is not " + std::string(wanted));
 }
 
-std::uint64_t number(Json const& object, char const* key, std::uint64_t max, std::uint64_t otherwise = 0) {
+std::uint64_t number(Parsed const& object, char const* key, std::uint64_t max, std::uint64_t otherwise = 0) {
   auto const found = object.find(key);
   if (found == object.end()) return otherwise;
   if (!found->is_number_unsigned() || found->get<std::uint64_t>() > max) {
@@ -88,14 +88,14 @@ std::uint64_t number(Json const& object, char const* key, std::uint64_t max, std
   return found->get<std::uint64_t>();
 }
 
-bool boolean(Json const& object, char const* key, bool otherwise) {
+bool boolean(Parsed const& object, char const* key, bool otherwise) {
   auto const found = object.find(key);
   if (found == object.end()) return otherwise;
   if (!found->is_boolean()) fail(key, *found, "true or false");
   return found->get<bool>();
 }
 
-Wirix::EthAddr macOf(Json const& object) {
+Wirix::EthAddr macOf(Parsed const& object) {
   auto const found = object.find("mac");
   if (found == object.end()) return {};
   if (found->is_string()) {
@@ -107,7 +107,7 @@ Wirix::EthAddr macOf(Json const& object) {
   fail("mac", *found, "a MAC address such as \"02:00:00:00:00:01\"");
 }
 
-Wirix::IpAddr vtepOf(Json const& value, char const* key) {
+Wirix::IpAddr vtepOf(Parsed const& value, char const* key) {
   if (value.is_string()) {
     try {
       return Orb::parseWhole<Wirix::IpAddr>(value.get<std::string>());
@@ -117,28 +117,28 @@ Wirix::IpAddr vtepOf(Json const& value, char const* key) {
   fail(key, value, "an IPv4 address such as \"10.99.0.11\"");
 }
 
-std::vector<Wirix::IpAddr> vtepsOf(Json const& value) {
+std::vector<Wirix::IpAddr> vtepsOf(Parsed const& value) {
   if (!value.is_array()) fail("vteps", value, "a list of IPv4 addresses");
   std::vector<Wirix::IpAddr> result;
-  for (Json const& each : value) result.push_back(vtepOf(each, "vteps"));
+  for (Parsed const& each : value) result.push_back(vtepOf(each, "vteps"));
   return result;
 }
 
-Json parseObject(std::string_view line) {
+Parsed parseObject(std::string_view line) {
   std::set<std::string> seen;
   std::string twice;
-  auto const noteKeys = [&](int depth, Json::parse_event_t event, Json& parsed) {
-    if (event == Json::parse_event_t::key && depth == 1 && !seen.insert(parsed.get<std::string>()).second) {
+  auto const noteKeys = [&](int depth, Parsed::parse_event_t event, Parsed& parsed) {
+    if (event == Parsed::parse_event_t::key && depth == 1 && !seen.insert(parsed.get<std::string>()).second) {
       twice = parsed.get<std::string>();
     }
     return true;
   };
-  Json object;
+  Parsed object;
   try {
-    object = Json::parse(line, noteKeys);
-  } catch (Json::parse_error const& error) {
+    object = Parsed::parse(line, noteKeys);
+  } catch (Parsed::parse_error const& error) {
     throw EventError("not JSON, at column " + std::to_string(error.byte));
-  } catch (Json::exception const&) {
+  } catch (Parsed::exception const&) {
     throw EventError("not JSON: a number is out of range");
   }
   if (!object.is_object()) throw EventError("not a JSON object");
@@ -147,7 +147,7 @@ Json parseObject(std::string_view line) {
 }
 
 /// Which keys the object has. An unknown one is an error.
-unsigned keysOf(Json const& object) {
+unsigned keysOf(Parsed const& object) {
   unsigned result = 0;
   for (auto const& member : object.items()) {
     auto const found =
@@ -166,7 +166,7 @@ std::string keyName(unsigned set) {
   return {};
 }
 
-Origin originOf(Json const& object) {
+Origin originOf(Parsed const& object) {
   auto const found = object.find("from");
   if (found == object.end()) throw EventError("key 'from' is missing");
   if (*found == "controller") return Origin::controller;
@@ -174,7 +174,7 @@ Origin originOf(Json const& object) {
   fail("from", *found, "\"controller\" or \"evpn\"");
 }
 
-OpRule const& ruleOf(Json const& object) {
+OpRule const& ruleOf(Parsed const& object) {
   auto const found = object.find("op");
   if (found == object.end()) throw EventError("key 'op' is missing");
   for (OpRule const& rule : opRules) {
@@ -197,7 +197,7 @@ void requireKeys(OpRule const& rule, Origin from, unsigned present) {
   }
 }
 
-std::optional<double> timeOf(Json const& object) {
+std::optional<double> timeOf(Parsed const& object) {
   auto const found = object.find("t");
   if (found == object.end()) return std::nullopt;
   if (!found->is_number() || !std::isfinite(found->get<double>()) || found->get<double>() < 0) {
@@ -389,7 +389,7 @@ class PlainLine {
 };
 
 Event readAny(std::string_view line) {
-  Json const object = parseObject(line);
+  Parsed const object = parseObject(line);
   unsigned const present = keysOf(object);
   Event event;
   event.from = originOf(object);

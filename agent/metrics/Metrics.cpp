@@ -9,7 +9,7 @@ namespace Agent {
 
 namespace {
 
-using Answer = nlohmann::ordered_json;
+using Json = nlohmann::ordered_json;
 using prometheus::ClientMetric, prometheus::MetricFamily, prometheus::MetricType;
 using Labels = std::vector<ClientMetric::Label>;
 
@@ -38,7 +38,7 @@ class Families {
   std::vector<MetricFamily> families_;
 };
 
-double numberOf(Answer const& value) {
+double numberOf(Json const& value) {
   return value.is_boolean() ? value.get<bool>() : value.is_number() ? value.get<double>() : 0;
 }
 
@@ -67,8 +67,8 @@ void addTables(Families& families, Site const& site) {
   }
 }
 
-void addSources(Families& families, std::string_view side, Answer const& sources) {
-  for (Answer const& source : sources) {
+void addSources(Families& families, std::string_view side, Json const& sources) {
+  for (Json const& source : sources) {
     Labels const labels = {
         {"process", std::string(side)}, {"source", source.at("name")}, {"kind", source.at("kind")}};
     auto const with = [&](std::string_view name, std::string_view value) {
@@ -96,7 +96,7 @@ void addSources(Families& families, std::string_view side, Answer const& sources
   }
 }
 
-void addAgent(Families& families, Answer const& agent) {
+void addAgent(Families& families, Json const& agent) {
   struct {
     char const* member;
     char const* name;
@@ -145,7 +145,7 @@ std::string metricsText(Site const& site, ProcessFigures const& processes) {
     up("evpn");
     addSources(families, "evpn", processes.evpn.at("sources"));
   }
-  for (Answer const& counter : processes.counters) {
+  for (Json const& counter : processes.counters) {
     families.counter("operations_total", "Operations on the agent's tables, by the name of their counter",
                      numberOf(counter.at("value")),
                      {{"table", counter.at("owner")}, {"operation", counter.at("name")}});

@@ -9,8 +9,8 @@ namespace Agent {
 
 namespace {
 
-constexpr std::size_t requestLimit = 8192;
-constexpr std::size_t clientLimit = 16;
+constexpr std::size_t headLimit = 8192;
+constexpr std::size_t scraperLimit = 16;
 
 std::string response(std::string_view status, std::string_view type, std::string_view body) {
   std::string text("HTTP/1.1 ");
@@ -39,7 +39,7 @@ MetricsServer::~MetricsServer() {
 }
 
 void MetricsServer::accept() {
-  if (clients_.size() == clientLimit) drop(order_.front());
+  if (clients_.size() == scraperLimit) drop(order_.front());
   Fd fd(accept4(listening_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (!fd) {
     if (!order_.empty()) drop(order_.front());  // no descriptor may be left for it
@@ -57,7 +57,7 @@ void MetricsServer::read(int fd) {
   ssize_t const count = recv(fd, buffer, sizeof buffer, 0);
   if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
   if (count > 0) client.request.append(buffer, static_cast<std::size_t>(count));
-  if (count <= 0 || client.request.size() > requestLimit) return drop(fd);
+  if (count <= 0 || client.request.size() > headLimit) return drop(fd);
   if (client.request.find("\r\n\r\n") == std::string::npos) return;
   client.answer = answerTo(client.request);
   loop_.watch(
