@@ -8,7 +8,7 @@ using namespace QorEvpn;
 
 namespace {
 
-bool isBetter(Host const& left, Host const& right) {
+bool outranks(Host const& left, Host const& right) {
   return left.seqNo() != right.seqNo() ? left.seqNo() > right.seqNo() : left.vtepAddr() < right.vtepAddr();
 }
 
@@ -102,7 +102,7 @@ LearnedSources::HostClaim const* LearnedSources::best(MacVniPair const& key) con
   HostClaim const* best = nullptr;
   for (Record const& record : records_) {
     HostClaim const* const claim = newer(record.kept.hosts.find(key), record.told.hosts.find(key));
-    if (claim && (!best || isBetter(claim->row, best->row))) best = claim;
+    if (claim && (!best || outranks(claim->row, best->row))) best = claim;
   }
   return newer(earlier_.hosts.find(key), best);
 }
