@@ -1,7 +1,6 @@
 #include "agent/site/Control.h"
 
 #include <fcntl.h>
-#include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -14,10 +13,8 @@ namespace Agent {
 
 namespace {
 
-/// Longer requests are none.
-constexpr std::size_t requestLimit = 4096;
 /// More clients wait, so that idle ones cannot take every descriptor.
-constexpr std::size_t clientLimit = 64;
+constexpr RequestServer::Limits limits{.request = 4096, .clients = 64, .replaces = false};
 
 /// Where a socket is, for bind and connect. A path that an address cannot hold is reached through its folder.
 class Place {
@@ -58,6 +55,37 @@ Fd newSocket(int flags) {
   return Fd(checked(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0), "socket"));
 }
 
+/// A socket that listens at the place, or at what a killed process left there. Who finds it is answered: it has
+/// its name only when it listens.
+Fd listeningAt(std::string const& path) {
+  std::string const unnamed = path + ".new";
+  Place const place(unnamed);
+  Fd fd = newSocket(SOCK_NONBLOCK);
+  unlink(unnamed.c_str());
+  mode_t const mask = umask(0177);
+  int const bound = bind(fd.get(), place.address(), Place::size);
+  umask(mask);
+  if (bound != 0 || listen(fd.get(), 8) != 0 || std::rename(unnamed.c_str(), path.c_str()) != 0)
+    throwErrno("control socket " + path);
+  return fd;
+}
+
+/// A request is a line.
+std::optional<std::string> answerTo(std::string const& request, ControlServer::Answer const& answer) {
+  auto const end = request.find('\n');
+  if (end == std::string::npos) return std::nullopt;
+  std::string_view const line(request.data(), end);
+  auto const blank = line.find(' ');
+  nlohmann::ordered_json document;
+  try {
+    document = answer(line.substr(0, blank),
+                      blank == std::string_view::npos ? std::string_view() : line.substr(blank + 1));
+  } catch (std::exception const& error) {
+    document = {{"error", error.what()}};
+  }
+  return toLine(document) + '\n';
+}
+
 Fd connectedTo(Site const& site, Asked const& asked) {
   Fd fd = newSocket(0);
   // A process that is stopped does not keep whoever asks it.
@@ -74,8 +102,7 @@ Fd connectedTo(Site const& site, Asked const& asked) {
   switch (error) {
     case ENOENT:
     case ECONNREFUSED:
-      throw std::runtime_error("no " + asked.who + " runs for " + site.dir() +
-                               ", and only a running one can tell");
+      throw NotRunning("no " + asked.who + " runs for " + site.dir() + ", and only a running one can tell");
     case EACCES:
     case EPERM:
       throw std::runtime_error("only its user and root may ask the " + asked.who + " of " + site.dir());
@@ -86,87 +113,12 @@ Fd connectedTo(Site const& site, Asked const& asked) {
 }  // namespace
 
 ControlServer::ControlServer(Loop& loop, std::string path, Answer answer)
-    : loop_(loop),
-      path_(std::move(path)),
-      answer_(std::move(answer)),
-      listening_(newSocket(SOCK_NONBLOCK)),
-      later_(loop, [this] { watchForClients(); }) {
-  // Who finds the socket is answered: it has its name only when it listens.
-  std::string const unnamed = path_ + ".new";
-  Place const place(unnamed);
-  unlink(unnamed.c_str());
-  mode_t const mask = umask(0177);
-  int const bound = bind(listening_.get(), place.address(), Place::size);
-  umask(mask);
-  if (bound != 0 || listen(listening_.get(), 8) != 0 || std::rename(unnamed.c_str(), path_.c_str()) != 0)
-    throwErrno("control socket " + path_);
-  watchForClients();
-}
+    : path_(std::move(path)),
+      server_(loop, listeningAt(path_), limits, [answer = std::move(answer)](std::string const& request) {
+        return answerTo(request, answer);
+      }) {}
 
-ControlServer::~ControlServer() {
-  for (auto const& [fd, client] : clients_) loop_.unwatch(fd);
-  loop_.unwatch(listening_.get());
-  unlink(path_.c_str());
-}
-
-void ControlServer::watchForClients() {
-  loop_.watchInput(listening_.get(), [this] { accept(); });
-}
-
-void ControlServer::accept() {
-  Fd fd(accept4(listening_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-  if (!fd) {
-    // Gone again, or no descriptor is left for it: asked at once, the loop would never wait.
-    loop_.unwatch(listening_.get());
-    later_.start(std::chrono::milliseconds(100));
-    return;
-  }
-  int const number = fd.get();
-  clients_[number].fd = std::move(fd);
-  loop_.watchInput(number, [this, number] { serve(number); });
-  if (clients_.size() == clientLimit) loop_.unwatch(listening_.get());
-}
-
-void ControlServer::serve(int fd) {
-  Client& client = clients_.at(fd);
-  char buffer[1024];
-  ssize_t const count = read(fd, buffer, sizeof buffer);
-  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  if (count > 0) client.request.append(buffer, static_cast<std::size_t>(count));
-  auto const end = client.request.find('\n');
-  if (end == std::string::npos) {
-    if (count <= 0 || client.request.size() > requestLimit) drop(fd);
-    return;
-  }
-  client.request.resize(end);
-  auto const blank = client.request.find(' ');
-  std::string_view const request(client.request);
-  nlohmann::ordered_json document;
-  try {
-    document = answer_(request.substr(0, blank),
-                       blank == std::string::npos ? std::string_view() : request.substr(blank + 1));
-  } catch (std::exception const& error) {
-    document = {{"error", error.what()}};
-  }
-  client.answer = toLine(document) + '\n';
-  loop_.watch(
-      fd, [this, fd] { write(fd); }, EPOLLOUT);
-}
-
-void ControlServer::write(int fd) {
-  Client& client = clients_.at(fd);
-  ssize_t const count =
-      send(fd, client.answer.data() + client.written, client.answer.size() - client.written, MSG_NOSIGNAL);
-  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
-  if (count > 0) client.written += static_cast<std::size_t>(count);
-  if (count < 0 || client.written == client.answer.size()) drop(fd);
-}
-
-void ControlServer::drop(int fd) {
-  loop_.unwatch(fd);
-  if (clients_.size() == clientLimit) watchForClients();
-  clients_.erase(fd);
-}
+ControlServer::~ControlServer() { unlink(path_.c_str()); }
 
 nlohmann::ordered_json controlRequest(Site const& site, std::string_view request, ControlSide side) {
   if (request.find('\n') != std::string_view::npos) throw std::runtime_error("a request is one line");

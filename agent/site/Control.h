@@ -3,8 +3,7 @@
 ///
 /// A client connects to the unix stream socket `Site::controlSocket()`, or `evpnControlSocket()` (mode 0600:
 /// the process's own user and root), writes one request line and reads one JSON document up to the end of the
-/// stream. The EVPN side answers `state`, and `why`
-/// about one VNI (agent/explain/WhyLearned.h).
+/// stream. The EVPN side answers `state`, and `why` about one VNI (agent/explain/WhyLearned.h).
 ///
 ///   request                answer
 ///   evpn-status            {"5000": {"floods": ["10.99.0.2"],
@@ -23,18 +22,17 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
-#include "agent/base/Loop.h"
+#include "agent/base/RequestServer.h"
 #include "agent/site/Site.h"
 
 namespace Agent {
 
-/// Answers requests, from the loop. A client that does not read its answer holds up nothing but itself, and
-/// whoever comes when there are 64 of them.
+/// Answers requests, from the loop, of 64 clients at a time.
 class ControlServer {
  public:
   /// Answers the request, of which it is given the first word and the rest behind the blank. What it raises
@@ -48,31 +46,20 @@ class ControlServer {
   ControlServer& operator=(ControlServer const&) = delete;
 
  private:
-  struct Client {
-    Fd fd;
-    std::string request;
-    std::string answer;
-    std::size_t written = 0;
-  };
-
-  void watchForClients();
-  void accept();
-  void serve(int fd);
-  void write(int fd);
-  void drop(int fd);
-
-  Loop& loop_;
   std::string path_;
-  Answer answer_;
-  Fd listening_;
-  std::map<int, Client> clients_;
-  Timer later_;  ///< Runs while clients are not looked for, since one could not be taken on.
+  RequestServer server_;
 };
 
 enum class ControlSide { agent, evpn };
 
-/// Asks that side of a site and returns its answer. Raises std::runtime_error that says so where it does not
-/// run or this user may not ask it, and with its own error.
+/// Nobody is there to be asked.
+class NotRunning : public std::runtime_error {
+ public:
+  using runtime_error::runtime_error;
+};
+
+/// Asks that side of a site and returns its answer. Raises NotRunning where it does not run, and
+/// std::runtime_error where this user may not ask it, where it does not answer, and with its own error.
 nlohmann::ordered_json controlRequest(Site const& site, std::string_view request,
                                       ControlSide side = ControlSide::agent);
 

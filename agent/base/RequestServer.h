@@ -1,0 +1,58 @@
+/// Agent::RequestServer: serves the clients of a listening socket, from the loop. Each sends one request and
+/// reads one answer, up to the end of the stream. A client that does not read its answer holds up nothing but
+/// itself, and whoever comes when there is no room for more.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "agent/base/Fd.h"
+#include "agent/base/Loop.h"
+
+namespace Agent {
+
+class RequestServer {
+ public:
+  struct Limits {
+    std::size_t request;  ///< In bytes; who sends more gets no answer.
+    std::size_t clients;  ///< At a time.
+    bool replaces;        ///< Whether one more takes the place of who came first; else it waits for room.
+  };
+  /// Called with all that has come of a request whenever more has: none while it is not whole.
+  using Answer = std::function<std::optional<std::string>(std::string const& request)>;
+
+  /// `listening` must not block.
+  RequestServer(Loop& loop, Fd listening, Limits limits, Answer answer);
+  ~RequestServer();
+  RequestServer(RequestServer const&) = delete;
+  RequestServer& operator=(RequestServer const&) = delete;
+
+ private:
+  struct Client {
+    Fd fd;
+    std::uint64_t arrival = 0;
+    std::string request;
+    std::string answer;
+    std::size_t written = 0;
+  };
+
+  void watchForClients();
+  void accept();
+  void read(int fd);
+  void write(int fd);
+  void drop(int fd);
+  void dropOldest();
+
+  Loop& loop_;
+  Fd listening_;
+  Limits limits_;
+  Answer answer_;
+  std::map<int, Client> clients_;
+  std::uint64_t arrivals_ = 0;
+  Timer later_;  ///< Runs while clients are not looked for, since one could not be taken on.
+};
+
+}  // namespace Agent
