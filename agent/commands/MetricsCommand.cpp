@@ -13,9 +13,8 @@ namespace {
 nlohmann::ordered_json asked(Site const& site, std::string_view request, ControlSide side) {
   try {
     return controlRequest(site, request, side);
-  } catch (std::runtime_error const& error) {
-    if (std::string_view(error.what()).starts_with("no ")) return nullptr;
-    throw;
+  } catch (NotRunning const&) {
+    return nullptr;
   }
 }
 

@@ -73,6 +73,7 @@ class Answer {
     if (import.value("rule", "imported") != "imported") line("", import.at("text"));
     Json const evpnSide = answer_.value("evpnSide", Json::object());
     sources(evpnSide);
+    if (evpnSide.contains("error")) line("", evpnSide.at("error").get<std::string>());
     if (auto const& fields = answer_.at("differences"); !fields.empty()) {
       std::string text = "the two differ in";
       for (Json const& field : fields) text.append(" ").append(field.get_ref<std::string const&>());
@@ -119,14 +120,16 @@ class Answer {
   Json const& answer_;
 };
 
-/// Adds what the EVPN side knows, if it runs in a process of its own and is no mere exchange.
+/// Adds what the EVPN side knows, if it runs in a process of its own; or why that cannot be said.
 void addEvpnSide(Json& answer, Site const& site, std::string const& subject) {
   if (answer.contains("evpnSide")) return;
   try {
     std::string const vni = std::to_string(answer.at("vni").get<std::uint32_t>());
     answer["evpnSide"] = controlRequest(site, "why " + subject + ' ' + vni, ControlSide::evpn);
-  } catch (std::runtime_error const&) {
-    // The rest of the answer is good without it.
+  } catch (NotRunning const&) {
+    // The rest of the answer is whole without it.
+  } catch (std::runtime_error const& error) {
+    answer["evpnSide"] = {{"error", error.what()}};
   }
 }
 
