@@ -10,11 +10,6 @@ using namespace QorEvpn;
 
 namespace {
 
-bool isBetter(Host const& left, Host const& right) {
-  if (left.seqNo() != right.seqNo()) return left.seqNo() > right.seqNo();
-  return left.vtepAddr() < right.vtepAddr();
-}
-
 /// Why a table cannot be read; empty where it can.
 template <class Table>
 std::string obstacle(Table const& table, std::string const& place) {
@@ -123,7 +118,7 @@ void Exchange::tellHost(std::size_t site, std::size_t learner, MacVniPair const&
   event.op = Op::macDel;
   event.vni = key.vni();
   event.mac = key.macAddr();
-  if (row != Host() && (own == Host() || isBetter(row, own))) {
+  if (row != Host() && (own == Host() || outranks(row, own))) {
     event.op = Op::mac;
     event.vtep = row.vtepAddr();
     event.seq = row.seqNo();

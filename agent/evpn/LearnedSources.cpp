@@ -6,13 +6,9 @@ namespace Agent {
 
 using namespace QorEvpn;
 
-namespace {
-
 bool outranks(Host const& left, Host const& right) {
   return left.seqNo() != right.seqNo() ? left.seqNo() > right.seqNo() : left.vtepAddr() < right.vtepAddr();
 }
-
-}  // namespace
 
 LearnedSources::LearnedSources(Learned& learned) : learned_(learned) {
   learned_.forEach([this](Host const& row) { earlier_.hosts.put(row.key(), {row}); },

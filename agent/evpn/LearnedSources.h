@@ -17,6 +17,9 @@
 
 namespace Agent {
 
+/// Of two rows of a MAC, whether the left one stands.
+bool outranks(QorEvpn::Host const& left, QorEvpn::Host const& right);
+
 class LearnedSources : public SourceLedgers {
  public:
   /// What the tables hold now is an earlier run's.
