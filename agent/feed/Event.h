@@ -60,6 +60,7 @@ enum class Op : std::uint8_t {
   capability,
   synced
 };
+inline constexpr std::size_t opCount = static_cast<std::size_t>(Op::synced) + 1;
 
 /// Keys that an op does not have hold their defaults.
 struct Event {

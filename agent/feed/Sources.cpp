@@ -79,7 +79,7 @@ SourceHandlers Sources::add(About about) {
 }
 
 void Sources::event(SourceId source, Event const& event) {
-  ++records_[source].events[event.op];
+  ++records_[source].events[static_cast<std::size_t>(event.op)];
   if (event.op == Op::enabled || event.op == Op::capability) {
     flag(source, event);
   } else if (!refuse(records_[source], event)) {
@@ -212,7 +212,9 @@ nlohmann::ordered_json Sources::state() const {
   for (SourceId id = 0; id < records_.size(); ++id) {
     Record const& record = records_[id];
     auto events = nlohmann::ordered_json::object();
-    for (auto const& [op, count] : record.events) events[std::string(toText(op))] = count;
+    for (std::size_t op = 0; op < opCount; ++op) {
+      if (record.events[op] != 0) events[std::string(toText(static_cast<Op>(op)))] = record.events[op];
+    }
     auto const since = std::chrono::duration_cast<std::chrono::seconds>(record.since.time_since_epoch());
     result.push_back({{"name", record.about.name},
                       {"kind", record.about.kind},

@@ -18,6 +18,7 @@
 /// it has been read, and `false` from a stream once it is synced, for it may be history that is told again.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <ctime>
 #include <map>
@@ -112,10 +113,10 @@ class Sources {
     std::chrono::system_clock::time_point since = std::chrono::system_clock::now();
     std::string error;
     std::map<std::string, std::uint64_t, std::less<>> refused;
-    std::map<Op, std::uint64_t> events;  ///< How many it told, refused ones too.
-    std::map<Op, Event> flags;           ///< That wait.
-    bool hasTold = false;                ///< In this run, and not withdrawn.
-    bool isAgain = false;                ///< It tells what it told before.
+    std::array<std::uint64_t, opCount> events{};  ///< How many it told, by op, refused ones too.
+    std::map<Op, Event> flags;                    ///< That wait.
+    bool hasTold = false;                         ///< In this run, and not withdrawn.
+    bool isAgain = false;                         ///< It tells what it told before.
     bool givenUp = false;
     bool isOverdue = false;  ///< `hold` has passed since it was last synced.
     Sweep sweep = Sweep::none;

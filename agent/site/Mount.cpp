@@ -35,9 +35,9 @@ void TablePair::mountAsWriter(bool repair) {
   Agent::mountAsWriter(*flood, folder, floodFile, repair);
 }
 
-void TablePair::mountAsReader(Brine::Mode mode) {
-  host->mount({.directory = folder, .name = std::string(hostFile), .mode = mode});
-  flood->mount({.directory = folder, .name = std::string(floodFile), .mode = mode});
+void TablePair::mountAsReader() {
+  host->mount({.directory = folder, .name = std::string(hostFile), .mode = Brine::Mode::keyshadow});
+  flood->mount({.directory = folder, .name = std::string(floodFile), .mode = Brine::Mode::keyshadow});
 }
 
 void TablePair::unmount() {

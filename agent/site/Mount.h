@@ -48,7 +48,7 @@ struct TablePair {
   /// Raises MountError.
   void mountAsWriter(bool repair);
   /// TablePair that are not there yet mount themselves at a later delivery.
-  void mountAsReader(Brine::Mode mode = Brine::Mode::keyshadow);
+  void mountAsReader();
   void unmount();
   /// Reader: notifies of what has changed; raises what an observer raises.
   void deliver();
