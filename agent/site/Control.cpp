@@ -55,8 +55,8 @@ Fd newSocket(int flags) {
   return Fd(checked(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0), "socket"));
 }
 
-/// A socket that listens at the place, or at what a killed process left there. Who finds it is answered: it has
-/// its name only when it listens.
+/// A socket that listens at the place, or at what a killed process left there. It gets its name only when it
+/// listens, so that whoever finds it is answered.
 Fd listeningAt(std::string const& path) {
   std::string const unnamed = path + ".new";
   Place const place(unnamed);
