@@ -69,7 +69,7 @@ class BrineMap {
   }
   void unmount() { table_.unmount(); }
 
-  DeliverResult deliver() { return notifying_ ? table_.deliver() : DeliverResult{}; }
+  DeliverResult deliver(uint64_t limit) { return notifying_ ? table_.deliver(limit) : DeliverResult{}; }
 
   /// Ends mount and notifying and lets the binding be bound again. Raises `StateError` before `bind()`.
   void cleanup() {

@@ -63,10 +63,11 @@ class EntityTable : public Orb::Entity {
   std::string const& mountDetail() const { return map_.table().mountDetail(); }
   /// Reader: readable when `deliver()` has something to do. -1 for a writer.
   int fd() const { return map_.table().fd(); }
-  /// Reader: notifies of what changed since the last call, on this thread.
-  DeliverResult deliver() {
+  /// Reader: notifies of what changed since the last call, on this thread; with a `limit`, of a part of it
+  /// (`Brine::Table::deliver`).
+  DeliverResult deliver(uint64_t limit = UINT64_MAX) {
     Orb::Ptr<EntityTable> const self(this);
-    return map_.deliver();
+    return map_.deliver(limit);
   }
   /// Writer mounted with `MountOptions::turns`: to be called at the end of each turn of the owner's loop;
   /// wakes readers at most once. Other writers need not call it: each of their changes is announced at once.

@@ -50,6 +50,7 @@ struct Statistics {
 
 struct DeliverResult {
   uint64_t changes = 0;
+  bool isMore = false;  ///< Changes are left for the next delivery, for which `fd()` stays readable.
 };
 
 /// Which observers a change is for, by the order in which they joined: those behind `after`, up to `upTo`.

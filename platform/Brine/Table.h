@@ -114,7 +114,12 @@ class Table : public TableBase {
   /// `fd()` is readable once a second at least, and each time this looks for what no event tells: a directory
   /// that was made, moved or linked to, memory or descriptors that became free (`noResources`). Where `fd()`
   /// is -1, `mount()` again instead.
-  DeliverResult deliver() { return mode() == Mode::writer ? DeliverResult{} : reading_.deliver(); }
+  ///
+  /// With a `limit`, some more changes than that at most are told, by a batch, and quiesced is told when none
+  /// is left. For owners whose loop has other things to do: a burst then takes several turns.
+  DeliverResult deliver(uint64_t limit = UINT64_MAX) {
+    return mode() == Mode::writer ? DeliverResult{} : reading_.deliver(limit);
+  }
 
   /// Hook, reader: the key's row was written or removed, by another process or object. May be called for
   /// every key at once after a lap, a recovery or at the first delivery. To be set before the mount.

@@ -131,6 +131,13 @@ TEST_P(ModelTest, RandomOperationsWithReopenInAllModes) {
       writer_.endTurn();
       shadow_.deliver();
       EXPECT_EQ(shadow_.rows(), model_);
+    } else if (operation < 30) {
+      writer_.endTurn();
+      if (shadow_.table.deliver(1).isMore) {
+        EXPECT_TRUE(shadow_.isAwake());
+      } else {
+        EXPECT_EQ(shadow_.rows(), model_) << "told in parts";
+      }
     } else {
       change();
     }

@@ -31,6 +31,7 @@ class TableReader {
   /// A file was taken on.
   void begin() {
     nextChange_ = 0;
+    comparison_.reset();
     if (generation_ != segment().generation()) shadow_.forgetVersions();
     generation_ = segment().generation();
   }
@@ -57,13 +58,18 @@ class TableReader {
     stageKeys<Row>(segment(), keys, staged, [this](uint32_t id) { prefetch(segment().slot(id)); });
   }
 
-  DeliverResult deliver() {
+  DeliverResult deliver(uint64_t limit) {
     DeliverResult result;
     if (isDelivering_) return result;
     During<bool> const delivering(isDelivering_, true);
     try {
       // A hook may have mounted it as writer.
-      if (table_.look() && table_.mode() != Mode::writer) tellChanges(result);
+      if (table_.look() && table_.mode() != Mode::writer) {
+        do {
+          tellChanges(limit, result);
+        } while (result.isMore && result.changes < limit);
+      }
+      if (result.isMore && table_.reader_) table_.reader_->kick();
     } catch (...) {
       onRaised();
     }
@@ -125,9 +131,18 @@ class TableReader {
     throw;
   }
 
-  void tellChanges(DeliverResult& result) {
+  /// A comparison with what was told. It may take several deliveries; what changes meanwhile is told behind
+  /// it, by the ring, or by another comparison.
+  struct Comparison {
+    uint64_t nextChange;  ///< To go on with; 0 if it is not known.
+    uint32_t id = 0;      ///< Rows below were compared,
+    uint32_t stray = 0;   ///< and then strays below.
+  };
+
+  /// Tells of some `limit` changes; `result.isMore` where others are left.
+  void tellChanges(uint64_t limit, DeliverResult& result) {
     uint64_t const before = serial();
-    bool const& mustCompare = table_.mustCompareAll_;
+    result.isMore = false;
     uint64_t const quiet = loadAcquire(&segment().header()->quiet);
     uint64_t const head = loadAcquire(&segment().header()->head);
     // After the head: the rows of all changes up to it lie within what is followed now.
@@ -135,28 +150,33 @@ class TableReader {
     // A head that neither its own entry nor quiet bears out may be ahead of its changes: until it is written
     // again, nothing is known of what is still to come.
     bool const isKnown = quiet == head || loadAcquire(segment().ring().entry(head)) >= head;
-    if (mustCompare || head + 1 != nextChange_ || quiet == 0) table_.reportQuiesced(false);
+    bool const mustCompare = table_.mustCompareAll_;
+    if (mustCompare || comparison_ || head + 1 != nextChange_ || quiet == 0) table_.reportQuiesced(false);
     if (before != serial()) return;
-    if (mustCompare || !tellRing(head, result)) {
+    if (mustCompare || (!comparison_ && !tellRing(head, limit, result))) {
       if (before != serial()) return;
       if (!mustCompare) ++table_.figures_.laps;
-      compareAll(result);
-      if (before != serial()) return;
       table_.mustCompareAll_ = false;
-      nextChange_ = isKnown ? head + 1 : 0;
+      comparison_ = Comparison{isKnown ? head + 1 : 0};
+    }
+    if (comparison_ && compareAll(limit, result)) {
+      nextChange_ = comparison_->nextChange;
+      comparison_.reset();
     }
     if (before != serial() || table_.mountStatus() == MountStatus::noResources) return;
+    result.isMore = comparison_ || (nextChange_ != 0 && nextChange_ <= head);
     // Looked at again: what was told may have been of a turn that began meanwhile.
     bool const isQuiet = quiet != 0 && loadAcquire(&segment().header()->quiet) == quiet;
     if (isQuiet && quiet + 1 == nextChange_) table_.reportQuiesced(true);
   }
 
-  /// Tells the ring's changes up to `head`. Returns false where they are not all there any more.
-  bool tellRing(uint64_t head, DeliverResult& result) {
+  /// Tells the ring's changes up to `head`, some `limit` of them. Returns false where they are not all there
+  /// any more.
+  bool tellRing(uint64_t head, uint64_t limit, DeliverResult& result) {
     RingEntry read[batch];
     uint64_t const before = serial();
     if (head + 1 < nextChange_) return false;
-    while (nextChange_ <= head) {
+    while (nextChange_ <= head && result.changes < limit) {
       if (head - nextChange_ >= segment().ring().entries()) return false;
       unsigned count = 0;
       bool complete = true;
@@ -190,16 +210,19 @@ class TableReader {
       compareRow(change.id, result);
   }
 
-  /// Compares every row with what was told: versions only, and keys where these differ.
-  void compareAll(DeliverResult& result) {
+  /// Compares every row with what was told: versions only, and keys where these differ. False where there is
+  /// more to compare, after some `limit` changes, or nothing any more.
+  bool compareAll(uint64_t limit, DeliverResult& result) {
     uint64_t const before = serial();
     // The number of rows is a hint from shared memory; their ids are bounded.
     uint32_t const ids = segment().highWater();
     shadow_.reserve(std::min<uint64_t>(loadRelaxed(&segment().header()->rows), ids), ids);
     auto const end = [this] { return std::max(segment().highWater(), shadow_.homes()); };
-    for (uint32_t id = 0; id < end();) {
+    while (comparison_->id < end()) {
+      if (result.changes >= limit) return false;
       uint32_t news[batch];
       unsigned count = 0;
+      uint32_t id = comparison_->id;
       for (uint32_t const stop = end(); id < stop && count < batch; ++id) {
         prefetchRow(id + batch);
         if (!isNews(id)) continue;
@@ -211,15 +234,18 @@ class TableReader {
       }
       for (unsigned i = 0; i < count; ++i) {
         compareRow(news[i], result);
-        if (before != serial()) return;
+        if (before != serial()) return false;
       }
+      comparison_->id = id;
     }
-    for (uint32_t number = 0; number < shadow_.strays(); ++number) {
-      if (shadow_.stray(number) == nullptr) continue;
-      auto const stray = *shadow_.stray(number);
+    for (; comparison_->stray < shadow_.strays(); ++comparison_->stray) {
+      if (result.changes >= limit) return false;
+      if (shadow_.stray(comparison_->stray) == nullptr) continue;
+      auto const stray = *shadow_.stray(comparison_->stray);
       compareKey(stray.key, noRow, result);
-      if (before != serial()) return;
+      if (before != serial()) return false;
     }
+    return true;
   }
 
   void compareRow(uint32_t id, DeliverResult& result) {
@@ -357,6 +383,7 @@ class TableReader {
   uint64_t generation_ = 0;
   /// Number of the next change to tell; 0 if it is not known.
   uint64_t nextChange_ = 0;
+  std::optional<Comparison> comparison_;
   Shadow<Row> shadow_;
   Pin<Row>* pins_ = nullptr;
 };
