@@ -44,6 +44,8 @@ std::vector<Scenario> const scenarios{
     {0, "ab.", "baaaaaaaaaaaaaaa.a.", {">^~>"}},
     {0, "ab.", "Baaaaaaaaaaaaaaa.a.", {">^~>"}},
     {0, "ab.", "Baaaaaaaaaaaaaaaaa.c.", {">^~>"}},
+    // The turn's last change is the one with which the writer publishes in its midst.
+    {0, "ab.", "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaab.", {">~>"}},
 };
 
 /// Orderings that may be taken away alone, and why.
