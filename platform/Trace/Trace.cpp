@@ -132,13 +132,13 @@ void writeTo(int fd, Record const& record) {
 
 namespace Impl {
 
-Buffer::Buffer() noexcept {
-  if (!isSpareGone) text_.swap(spare.text);
+Buffer::Buffer() noexcept : spare_(isSpareGone ? nullptr : &spare.text) {
+  if (spare_ != nullptr) text_.swap(*spare_);
 }
 
 Buffer::~Buffer() {
   text_.clear();
-  if (!isSpareGone && spare.text.capacity() < text_.capacity()) text_.swap(spare.text);
+  if (spare_ != nullptr && spare_->capacity() < text_.capacity()) text_.swap(*spare_);
 }
 
 void deliver(Record const& record) {

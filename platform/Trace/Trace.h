@@ -102,6 +102,7 @@ class Buffer {
   std::string& text() { return text_; }
 
  private:
+  std::string* const spare_;  // asked for once: a thread's variables are dear in a shared library
   std::string text_;
 };
 
