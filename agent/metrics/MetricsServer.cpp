@@ -6,9 +6,6 @@ namespace Agent {
 
 namespace {
 
-/// Who is idle makes room for others.
-constexpr RequestServer::Limits limits{.request = 8192, .clients = 16, .replaces = true};
-
 Fd listeningAt(HostPort const& address) {
   Fd fd(checked(::socket(address.address()->sa_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0),
                 "socket"));
@@ -43,7 +40,8 @@ std::optional<std::string> answerTo(std::string const& request, std::function<st
 }  // namespace
 
 MetricsServer::MetricsServer(Loop& loop, HostPort const& address, std::function<std::string()> text)
-    : server_(loop, listeningAt(address), limits,
+    // Who is idle makes room for others.
+    : server_(loop, listeningAt(address), {.request = 8192, .clients = 16, .replaces = true},
               [text = std::move(text)](std::string const& request) { return answerTo(request, text); }) {}
 
 }  // namespace Agent

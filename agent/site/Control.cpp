@@ -13,9 +13,6 @@ namespace Agent {
 
 namespace {
 
-/// More clients wait, so that idle ones cannot take every descriptor.
-constexpr RequestServer::Limits limits{.request = 4096, .clients = 64, .replaces = false};
-
 /// Where a socket is, for bind and connect. A path that an address cannot hold is reached through its folder.
 class Place {
  public:
@@ -114,9 +111,10 @@ Fd connectedTo(Site const& site, Asked const& asked) {
 
 ControlServer::ControlServer(Loop& loop, std::string path, Answer answer)
     : path_(std::move(path)),
-      server_(loop, listeningAt(path_), limits, [answer = std::move(answer)](std::string const& request) {
-        return answerTo(request, answer);
-      }) {}
+      // More clients wait, so that idle ones cannot take every descriptor.
+      server_(
+          loop, listeningAt(path_), {.request = 4096, .clients = 64, .replaces = false},
+          [answer = std::move(answer)](std::string const& request) { return answerTo(request, answer); }) {}
 
 ControlServer::~ControlServer() { unlink(path_.c_str()); }
 
