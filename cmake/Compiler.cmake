@@ -20,7 +20,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   # GCC 12 reports overlaps inside std::string at -O3 that cannot be (its bug 105651), hence no -Wrestrict.
   add_compile_options(-Wduplicated-cond -Wlogical-op -Wno-restrict)
 endif()
-# The sanitizer presets compile several files at once, which takes half the time. Names need not differ for that: where
+# Some presets compile several files at once, which takes less than half the time. Names need not differ for that: where
 # two files that have the same name in their unnamed namespaces come together, one of them is listed here. One file's
 # names are no shadow on those of another.
 if(CMAKE_UNITY_BUILD)

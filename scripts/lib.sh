@@ -9,7 +9,8 @@ packages() {
   local purpose
   for purpose; do
     case $purpose in
-      build) echo g++ cmake ninja-build libcli11-dev nlohmann-json3-dev libssl-dev libnghttp2-dev libprotobuf-dev protobuf-compiler prometheus-cpp-dev ;;
+      demo) echo g++ cmake ninja-build libcli11-dev nlohmann-json3-dev prometheus-cpp-dev ;;
+      build) packages demo && echo libssl-dev libnghttp2-dev libprotobuf-dev protobuf-compiler ;;
       test) echo libgtest-dev libgmock-dev dpkg-dev openssl openvswitch-common openvswitch-vtep gobgpd ;;
       package) echo dpkg-dev ;;
       sanitizers) echo clang libclang-rt-14-dev llvm ;;
