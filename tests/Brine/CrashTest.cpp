@@ -140,9 +140,7 @@ class CrashTest : public testing::Test {
     expectSound(writer);
   }
   Brine::MountOptions options(TestFolder const& folder) const {
-    Brine::MountOptions options = folder.options(Mode::writer);
-    options.repair = repair_;
-    return options;
+    return folder.options(Mode::writer, "table", repair_);
   }
   Step mount(TestFolder const& folder) {
     return {[options = options(folder)](Table& table) {

@@ -36,15 +36,28 @@ TEST_F(DeliveryTest, AReaderWithoutMemoryForAGrownTableCatchesUpWhenThereIsSome)
   copy_.deliver();
   EXPECT_EQ(copy_.table.mountStatus(), MountStatus::writerGone);
   expectCopied(copy_.table);
-  // Nor where another file takes the place of its own.
-  editFile(folder_, 0, 1, [](std::string& magic) { magic[0] ^= 1; });
-  mount(true);
-  fill(0, 2);
-  Brine::sys.map = [](size_t, int, int, off_t) { return errno = ENOMEM, MAP_FAILED; };
-  expectStatus(MountStatus::noResources);
-  EXPECT_FALSE(copy_.isQuiesced());
-  Brine::sys = Brine::realSystem();
-  expectFollowed();
+}
+
+TEST_F(DeliveryTest, AReaderWithoutMemoryOrAFreeDescriptorFollowsToANewFileWhenThereIsOne) {
+  for (bool const isMemory : {true, false}) {
+    start(1);
+    writer_.unmount();
+    editFile(folder_, 0, 1, [](std::string& magic) { magic[0] ^= 1; });
+    mount(true);
+    fill(0, 2);
+    if (isMemory) {
+      Brine::sys.map = [](size_t, int, int, off_t) { return errno = ENOMEM, MAP_FAILED; };
+    } else {
+      Brine::sys.openFile = [](int, char const*, int, mode_t) { return errno = EMFILE, -1; };
+    }
+    copy_.await();
+    expectStatus(MountStatus::noResources);
+    EXPECT_FALSE(copy_.isQuiesced());
+    Brine::sys = Brine::realSystem();
+    copy_.await(MountStatus::mounted);
+    expectCopied(writer_);
+    writer_.unmount();
+  }
 }
 
 TEST_F(DeliveryTest, AReaderThatMayNotWatchItsDirectoryAnewLearnsOfItsWritersEnd) {

@@ -140,31 +140,6 @@ TEST_F(FaultTest, EverySystemCallMayFail) {
   EXPECT_GT(failures, 450U);
 }
 
-TEST_F(FaultTest, AReaderWithoutAFreeDescriptorFollowsToANewFileWhenThereIsOne) {
-  TestFolder const folder;
-  Table writer;
-  Brine::MountOptions options = folder.options(Mode::writer);
-  options.repair = true;
-  writer.mount(options);
-  write(writer, 1);
-  writer.endTurn();
-  Copy copy(folder, Mode::keyshadow);
-  copy.deliver();
-  writer.unmount();
-  editFile(folder, 0, 1, [](std::string& magic) { magic[0] ^= 1; });
-  ASSERT_EQ(writer.mount(options), MountStatus::mounted);
-  write(writer, 1);
-  writer.endTurn();
-  Brine::sys.openFile = [](int, char const*, int, mode_t) { return errno = EMFILE, -1; };
-  copy.await();
-  copy.table.deliver();
-  EXPECT_EQ(copy.table.mountStatus(), MountStatus::noResources);
-  EXPECT_FALSE(copy.isQuiesced());
-  Brine::sys = Brine::realSystem();
-  copy.await(MountStatus::mounted);
-  EXPECT_EQ(copy.rows(), model_);
-}
-
 TEST_F(FaultTest, BeyondTheProcesssLimitAWriteIsRefused) {
   TestFolder const folder;
   TestSupport::Child child([&](TestSupport::Child&) {

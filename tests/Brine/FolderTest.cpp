@@ -109,9 +109,7 @@ TEST(Folder, AReaderFollowsWhatBecomesOfTheTable) {
   auto const expect = [&](MountStatus ofReader, MountStatus ofWriter, bool repair) {
     reader.deliver();
     EXPECT_EQ(reader.mountStatus(), ofReader) << reader.mountDetail();
-    Brine::MountOptions options = folder.options(Mode::writer);
-    options.repair = repair;
-    EXPECT_EQ(writer.mount(options), ofWriter) << writer.mountDetail();
+    EXPECT_EQ(writer.mount(folder.options(Mode::writer, "table", repair)), ofWriter) << writer.mountDetail();
   };
   EXPECT_EQ(Brine::Table<OtherRow>().mount(folder.options(Mode::writer)), MountStatus::mounted);
   expect(MountStatus::incompatible, MountStatus::incompatible, false);

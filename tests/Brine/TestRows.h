@@ -81,11 +81,12 @@ class TestFolder {
   }
   std::string const& path() const { return path_; }
 
-  Brine::MountOptions options(Mode mode, std::string const& name = "table") const {
+  Brine::MountOptions options(Mode mode, std::string const& name = "table", bool repair = false) const {
     Brine::MountOptions options;
     options.directory = path_;
     options.name = name;
     options.mode = mode;
+    options.repair = repair;
     options.turns = true;
     // Small, so that growth and laps happen.
     options.initialRows = 16;

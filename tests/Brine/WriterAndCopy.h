@@ -20,9 +20,8 @@ class WriterAndCopy : public testing::Test {
   }
 
   void mount(bool repair = false) {
-    Brine::MountOptions options = folder_.options(Mode::writer);
-    options.repair = repair;
-    ASSERT_EQ(writer_.mount(options), MountStatus::mounted) << writer_.mountDetail();
+    ASSERT_EQ(writer_.mount(folder_.options(Mode::writer, "table", repair)), MountStatus::mounted)
+        << writer_.mountDetail();
   }
   /// Every row differs from all before.
   void write(uint64_t number) { writer_.write({{number, 1}, ++lastValue_, 0}); }

@@ -115,24 +115,29 @@ class SmallWorld : public Site {
     if (state.present) {
       auto const before = now.present ? now : VniState();
       if (!now.present) status[which] = makePtr<VniFdbStatusV2>(name, vni(which));
-      for (size_t m : {0u, 1u}) toMac(*status[which], m, before.own[m], state.own[m]);
+      for (size_t m : {0u, 1u}) {
+        if (before.own[m] == state.own[m]) continue;
+        state.own[m] ? status[which]->macVtepTableIs(entryOf(m, state.own[m]))
+                     : status[which]->macVtepTableDel(macOf(m));
+      }
       toList(*status[which], before, state);
       if (!now.present) dir->entryIs(status[which]);
     }
     for (size_t i : {0u, 1u}) {
-      toTheirs(host(vni(which).value(), static_cast<uint32_t>(1 + i), 11), now.theirs[i], state.theirs[i]);
-      FloodEntry const row = flood(vni(which).value(), static_cast<uint32_t>(1 + i));
-      if (now.theirVtep[i] == state.theirVtep[i]) continue;
-      state.theirVtep[i] ? evpns.floodTable->floodEntryIs(row)
-                         : void(evpns.floodTable->floodEntryDel(row.key()));
-      delivered();
+      Host const row = host(vni(which).value(), static_cast<uint32_t>(1 + i), 11);
+      if (now.theirs[i] != state.theirs[i]) {
+        state.theirs[i] ? evpns.hostTable->hostIs(row) : void(evpns.hostTable->hostDel(row.key()));
+        delivered();
+      }
+      FloodEntry const vtep = flood(vni(which).value(), static_cast<uint32_t>(1 + i));
+      if (now.theirVtep[i] != state.theirVtep[i]) {
+        state.theirVtep[i] ? evpns.floodTable->floodEntryIs(vtep)
+                           : void(evpns.floodTable->floodEntryDel(vtep.key()));
+        delivered();
+      }
     }
     now = state;
     ++events;
-  }
-  void toMac(VniFdbStatusV2& own, size_t m, uint8_t from, uint8_t value) const {
-    if (from == value) return;
-    value ? own.macVtepTableIs(entryOf(m, value)) : own.macVtepTableDel(macOf(m));
   }
   void toList(VniFdbStatusV2& own, VniState const& from, VniState const& state) const {
     if (from.list && !state.list) return own.macVtepFloodListTableDel(bum);
@@ -144,11 +149,6 @@ class SmallWorld : public Site {
                     : list->vtepIpFloodListDel(vtepOf(i));
     }
     if (!from.list) own.macVtepFloodListTableIs(list);
-  }
-  void toTheirs(Host const& row, uint8_t from, uint8_t value) {
-    if (from == value) return;
-    value ? evpns.hostTable->hostIs(row) : void(evpns.hostTable->hostDel(row.key()));
-    delivered();
   }
   void delivered() {
     evpns.endTurn(), received.deliver();
@@ -296,57 +296,6 @@ TEST_F(SmallWorld, EveryStartOverWhatAnyRunLeft) {
     }
   }
   std::cout << all.size() << " states, " << starts << " starts\n";
-}
-
-// The list of bridge identifiers remembers: entries that are not supported count in it, but only what is
-// supported looks again.
-TEST_F(SmallWorld, UnsupportedEntriesCountFromTheNextSupportedEventOn) {
-  // What may be there: of the controller's, all-BUM entries before those of a MAC; and an entry of EVPN's.
-  enum : size_t { ownMac, ownList, ownMultiPath, listOfMac, multiPathOfMac, evpnsMac, kinds };
-  auto const change = [&](size_t kind, bool on) {
-    VniFdbStatusV2& own = *status[0];
-    EthAddr const key = kind < listOfMac ? bum : mac(1);
-    switch (kind) {
-      case ownMac: return toMac(own, 0, !on, on);
-      case ownList:
-      case listOfMac: return on ? void(own.macVtepFloodListTableIs(key)) : own.macVtepFloodListTableDel(key);
-      case evpnsMac: return toTheirs(host(5, 1, 11), !on, on);
-      default: return on ? own.macVtepMultiPathTableIs({key, {}}) : own.macVtepMultiPathTableDel(key);
-    }
-  };
-  // A state is the bits of what is there and, above them, whether the VNI is listed.
-  constexpr uint32_t listed = 1u << kinds, ofController = listed - 1 - (1u << evpnsMac);
-  auto const after = [](uint32_t state, size_t kind) {
-    uint32_t const bits = (state ^ 1u << kind) & (listed - 1);
-    bool const refreshes = kind != listOfMac && kind != multiPathOfMac;
-    bool const isListed = refreshes ? (bits & ofController) != 0 : (state & listed) != 0;
-    return bits | (isListed ? listed : 0);
-  };
-  std::map<uint32_t, std::vector<size_t>> ways = {{0, {}}};
-  std::vector<uint32_t> open = {0};
-  uint64_t count = 0;
-  while (!open.empty()) {
-    uint32_t const from = open.back();
-    open.pop_back();
-    for (size_t kind = 0; kind < kinds; ++kind) {
-      uint32_t const to = after(from, kind);
-      std::vector<size_t> way = ways[from];
-      way.push_back(kind);
-      if (ways.emplace(to, way).second) open.push_back(to);
-      status[0] = vniIs("5", 5);
-      uint32_t state = 0;
-      for (size_t each : way) {
-        change(each, (state & 1u << each) == 0);
-        state = after(state, each);
-        ASSERT_EQ(brIds->brIdList().contains(brId(5)), (state & listed) != 0) << state;
-        ++count;
-      }
-      dir->entryDel("5");
-      if (state & 1u << evpnsMac) change(evpnsMac, false);
-      ASSERT_EQ(tables(), "| | ");
-    }
-  }
-  std::cout << ways.size() << " states, " << count << " events\n";
 }
 
 }  // namespace

@@ -66,8 +66,25 @@ TEST_F(Transmit, TellsTheStoryInTheFileBesideThis) {
   EXPECT_NE(dir->entityPtr("10"), ten);
   told("another status of VNI 10 is refused");
   dir->entryIs(ten), told("the same again is not");
+  EXPECT_THROW(ten->macVtepFloodListTableIs(makePtr<MacVtepFloodListV2>(bum)), Orb::ReinstantiationError);
+  told("another flood list is refused too");
+  EXPECT_THROW(vniIs("10x", 10), Orb::ReinstantiationError);
+  told("so is another name of VNI 10");
+  dir->entryDel("10x"), told("whose end takes the VNI away all the same");
+  root->handleInitialized(), told("until the next pass");
+  brIds->brIdListIs(brId(10), false);
+  ten->macVtepTableIs(entry(9, 11)), told("an identifier that is listed is not written");
+  EXPECT_FALSE(*brIds->brIdList().find(brId(10)));
   dir->entryDel("10"), told("VNI 10 goes");
   root->handleVniFdbStatus("40"), told("one that was never served");
+  auto const fdb50 = makePtr<VniFdbStatusV2>("50", Vni(50));
+  fdb50->macVtepMultiPathTableIs({mac(1), {}}), dir->entryIs(fdb50), told("VNI 50 comes, unsupported");
+  fdb50->macVtepFloodListTableIs(mac(6)), fdb50->macVtepMultiPathTableDel(mac(1)), told("in another way");
+  fdb50->macVtepMultiPathTableIs({bum, {}}), fdb50->macVtepMultiPathTableDel(bum);
+  told("and is looked at again");
+  fdb50->macVtepFloodListTableDel(mac(6)), told("unsupported entries alone do not take its identifier");
+  evpn->vniStatusV2Is(Vni(50)), told("EVPN's status does");
+  dir->entryDel("50"), evpn->vniStatusV2Del(Vni(50)), traced();
   fdb20->macVtepMultiPathTableIs({mac(1), {}}), listOf(fdb20, {{16, true}}), traced();
   root->vniFdbStatusSm(Vni(20))->cleanup(), root->vniFdbStatusSm(Vni(20))->cleanup();
   told("the machine of VNI 20 is cleaned up, alone and once");
@@ -80,6 +97,11 @@ TEST_F(Transmit, TellsTheStoryInTheFileBesideThis) {
   root->publishBrId(brId(9)), root->unpublishBrId(brId(9)), vniIs("30"), evpn->vniStatusV2Del(Vni(99));
   told("deaf until the next start");
   Orb::attributeInvoke(*root, "handleInitialized"), told("start again");
+  root->hasNotificationActiveIs(false);
+  fdb20->macVtepTableIs(entry(2, 11)), listOf(fdb20, {{17, true}}), vniIs("61"), evpn->vniStatusV2Is(Vni(20));
+  told("switched off, the children too");
+  root = nullptr, told("destruction writes nothing");
+  EXPECT_EQ(dir->notifieeList()->size() + evpn->notifieeList()->size() + fdb20->notifieeList()->size(), 0u);
   EXPECT_EQ(story, TestSupport::sourceText("tests/VxlanController/TransmitTest.story"));
 }
 
@@ -105,19 +127,6 @@ TEST_F(TxSm, NamesStandForTheNumberAtTheirBeginning) {
   EXPECT_EQ(counts(), Counts());
 }
 
-// The end of an alias names the VNI too, whoever stands under the VNI's other name.
-TEST_F(TxSm, AnAliasIsRefusedAndItsEndTakesTheVniAwayUntilTheNextPass) {
-  serve();
-  status->macVtepTableIs(entry(1, 11));
-  std::string const served = tables();
-  EXPECT_THROW(vniIs("10x", 10), Orb::ReinstantiationError);
-  EXPECT_EQ(tables(), served);
-  dir->entryDel("10x");
-  EXPECT_EQ(tables(), "| | ");
-  root->handleInitialized();
-  EXPECT_EQ(tables(), served);
-}
-
 TEST_F(TxSm, OutputsAreEmptiedInOrderAndTheChildIsOutBeforeItsCleanup) {
   Texts seen;
   auto const sink = Trace::sinkIs({});
@@ -137,16 +146,6 @@ TEST_F(TxSm, OutputsAreEmptiedInOrderAndTheChildIsOutBeforeItsCleanup) {
   }
   Trace::sinkIs(sink);
   EXPECT_EQ(seen, (Texts{"b", "h", "f", "| | 0", "b", "h", "f", "| | 0"}));
-}
-
-TEST_F(TxSm, IdentifiersAreWrittenOnlyWhereThatChangesThem) {
-  make();
-  brIds->brIdListIs(brId(5), false);  // which a write would turn into true
-  root->publishBrId(brId(5)), root->publishBrId(brId(6));
-  EXPECT_FALSE(*brIds->brIdList().find(brId(5)));
-  EXPECT_TRUE(*brIds->brIdList().find(brId(6)));
-  root->unpublishBrId(brId(5)), root->unpublishBrId(brId(5));
-  EXPECT_EQ(text(*brIds), "6 ");
 }
 
 TEST_F(Transmit, DamageEndsItsWalkAndOtherErrorsTheHandler) {
@@ -197,53 +196,6 @@ TEST_F(VniFdbStatus, EvpnStatusMayComeBeforeTheStartAndIsALateInput) {
   other->vniStatusFromEvpnIs(first);
   EXPECT_EQ(other->vniStatusFromEvpnDel(), first);
   EXPECT_EQ(tables(), "10:1>11/1/16 | | 10 ");
-}
-
-class MacVtepFloodList : public Transmit {
- public:
-  MacVtepFloodList() {
-    evpn->vniStatusV2Is(Vni(10));
-    serve();
-    own = listOf(status, {{11, true}, {12, false}});
-    child = machine->macVtepFloodListSm(bum);
-    traced();
-    counts();
-  }
-  Ptr<MacVtepFloodListV2> own, fromEvpn = makePtr<MacVtepFloodListV2>(bum);
-  Ptr<MacVtepFloodListSm> child;
-};
-
-TEST_F(MacVtepFloodList, OnlyAnotherListOfEvpnsRunsItsPassAgain) {
-  EXPECT_TRUE(child->hasNotificationActive());
-  child->initializedIs(false);
-  machine->handleFloodList(bum);
-  EXPECT_TRUE(child->initialized());
-  EXPECT_EQ(counts(), Counts());
-  fromEvpn->vtepIpFloodListIs(ip(11), false);
-  child->floodListFromEvpnIs(fromEvpn);
-  child->floodListFromEvpnIs(fromEvpn);
-  EXPECT_EQ(counts(), (Counts{0, 0, 0, 0, 2, 1}));
-  EXPECT_EQ(child->floodListFromEvpnDel(), fromEvpn);
-  EXPECT_EQ(tables(), "| 10>11 | 10 ");
-}
-
-TEST_F(MacVtepFloodList, AnotherListOfTheControllersIsRefused) {
-  EXPECT_THROW(status->macVtepFloodListTableIs(fromEvpn), Orb::ReinstantiationError);
-  EXPECT_EQ(child->macVtepFloodList(), own);
-}
-
-TEST_F(Transmit, DestructionWritesNothingAndTheSwitchReachesChildren) {
-  serve();
-  status->macVtepTableIs(entry(1, 11));
-  auto const list = listOf(status, {{12, true}});
-  std::string const before = tables();
-  counts();
-  root->hasNotificationActiveIs(false);
-  status->macVtepTableIs(entry(2, 11)), list->vtepIpFloodListIs(ip(13), true), evpn->vniStatusV2Is(Vni(10));
-  machine = nullptr, root = nullptr;
-  EXPECT_EQ(counts(), Counts());
-  EXPECT_EQ(tables(), before);
-  EXPECT_EQ(dir->notifieeList()->size() + evpn->notifieeList()->size() + status->notifieeList()->size(), 0u);
 }
 
 TEST_F(Transmit, Assertions) {

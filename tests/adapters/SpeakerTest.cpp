@@ -121,6 +121,26 @@ class SpeakerTest : public testing::Test {
 
 constexpr unsigned lastVni = 0xFFFFFF;
 
+// ---- HTTP/2, as far as servers of these tests speak it
+
+enum : char { dataFrame = 0, headersFrame = 1, settingsFrame = 4, endOfStream = 1, endOfHeaders = 4 };
+
+std::string frame(char type, int flags, unsigned char stream, std::string const& content) {
+  using namespace std::string_literals;
+  return "\0\0"s + static_cast<char>(content.size()) + type + static_cast<char>(flags) + "\0\0\0"s +
+         static_cast<char>(stream) + content;
+}
+std::string field(std::string const& name, std::string const& value) {
+  return std::string(1, '\0') + static_cast<char>(name.size()) + name + static_cast<char>(value.size()) +
+         value;
+}
+std::string const settings = frame(settingsFrame, 0, 0, "");
+std::string const status200 = "\x88";
+std::string messageFrame(unsigned char stream, google::protobuf::MessageLite const& message) {
+  std::string const text = message.SerializeAsString();
+  return frame(dataFrame, 0, stream, std::string(4, '\0') + static_cast<char>(text.size()) + text);
+}
+
 TEST_F(SpeakerTest, CarriesRowsOfAllVnisToAnotherSiteAndTakesThemBack) {
   Gobgpd const west(1, {2}), east(2, {1});
   Site here(loop, west), there(loop, east);
@@ -234,14 +254,10 @@ TEST_F(SpeakerTest, TakesNothingBackWhenItsSpeakerIsKilledAndStartedAgain) {
 }
 
 TEST_F(SpeakerTest, NamesEndpointAndCauseOfEachFaultAndTriesAgain) {
-  using namespace std::string_literals;
-  // HTTP/2: settings, then the headers of the first answer, which are its end too.
-  std::string const settings = "\0\0\0\4\0\0\0\0\0"s;
-  std::string const fields =
-      "\x88\0\x0bgrpc-status\2"
-      "12\0\x0cgrpc-message\4Nope"s;
+  // The headers of the first answer are its end too.
   std::string const unimplemented =
-      settings + "\0\0"s + static_cast<char>(fields.size()) + "\1\5\0\0\0\1"s + fields;
+      settings + frame(headersFrame, endOfStream | endOfHeaders, 1,
+                       status200 + field("grpc-status", "12") + field("grpc-message", "Nope"));
   struct Case {
     std::string answer;
     bool ends, listens;
@@ -277,6 +293,58 @@ TEST_F(SpeakerTest, NamesEndpointAndCauseOfEachFaultAndTriesAgain) {
   for (char const* const endpoint : {"", "127.0.0.1", "127.0.0.1:0", "127.0.0.1:65536", "host:1", ":1"}) {
     EXPECT_THROW(Agent::HostPort{endpoint}, std::invalid_argument) << endpoint;
   }
+}
+
+/// By a server of the test's own, since GoBGP takes whatever the adapter sends.
+TEST_F(SpeakerTest, ARouteThatTheSpeakerRefusesHoldsUpNoOther) {
+  constexpr int refused = 5;
+  std::multiset<int> taken;  // last octets of MACs
+  std::size_t refusals = 0;
+  auto const add = [&](std::string const& request) {
+    apipb::AddPathStreamRequest message;
+    std::multiset<int> macs;
+    message.ParseFromString(request.substr(5));
+    // Behind the address stand an IP address's length, which is 0, and a label. Other requests have no paths.
+    for (apipb::Path const& path : message.paths()) {
+      if (path.nlri_binary().size() > 5) macs.insert(path.nlri_binary()[path.nlri_binary().size() - 5]);
+    }
+    bool const isRefused = macs.contains(refused);
+    isRefused ? void(++refusals) : taken.merge(macs);
+    return isRefused ? "3" : "0";
+  };
+  apipb::GetBgpResponse bgp;
+  bgp.mutable_global()->set_asn(65001);
+  apipb::WatchEventResponse initialised;
+  initialised.mutable_peer()->set_type(2);
+  std::map<unsigned char, std::string> requests;  // by stream
+  auto const answer = [&](std::string& input, int) {
+    std::string output;
+    if (input.starts_with("PRI ")) input.erase(0, 24), output = settings;
+    auto const octet = [&](std::size_t i) { return static_cast<unsigned char>(input[i]); };
+    for (std::size_t end; input.size() >= 9 && input.size() >= (end = 9U + octet(1) * 256U + octet(2));
+         input.erase(0, end)) {
+      if (input[3] != dataFrame) continue;
+      unsigned char const stream = octet(8);
+      requests[stream] += input.substr(9, end - 9);
+      if ((input[4] & endOfStream) == 0) continue;
+      output += frame(headersFrame, endOfHeaders, stream, status200);
+      if (stream == 1) output += messageFrame(stream, bgp);
+      if (stream == 3) output += messageFrame(stream, initialised);
+      if (stream == 3) continue;  // the watch has no end
+      output += frame(headersFrame, endOfStream | endOfHeaders, stream,
+                      field("grpc-status", add(requests[stream])));
+    }
+    return output;
+  };
+  unsigned port = 0;
+  TestSupport::FakeServer const server(loop, TestSupport::boundSocket(port), answer);
+  Site site(loop, Site::optionsOf("127.0.0.1:" + std::to_string(port), 65001, "10.99.0.1"));
+  for (int i = 1; i <= 9; ++i) site.host(5000, "02:00:00:00:00:0" + std::to_string(i), "10.99.0.11");
+  site.speaker.beginSending();
+  await([&] { return site.speaker.show()["refusedRoutes"] == 1 && site.speaker.show()["waiting"] == 0; });
+  EXPECT_THAT(taken, ElementsAre(1, 2, 3, 4, 6, 7, 8, 9));
+  EXPECT_EQ(refusals, 2U);  // of the batch, of the route
+  EXPECT_THAT(site.lines, ElementsAre(HasSubstr("VNI 5000 MAC 02:00:00:00:00:05 is refused")));
 }
 
 }  // namespace
