@@ -76,6 +76,8 @@ EvpnStatus filtered(EvpnStatus const& status, RowFilter const& filter) {
 nlohmann::ordered_json toJson(EvpnStatus const& status) {
   using Json = nlohmann::ordered_json;
   Json result = Json::object();
+  // Members are told apart already; by key, each one would be compared with all before it.
+  auto& members = result.get_ref<Json::object_t&>();
   for (auto const& [vni, rows] : status) {
     Json shown = {{"floods", Json::array()}, {"hosts", Json::array()}};
     for (FloodEntry const& row : rows.floods) shown["floods"].push_back(Orb::toText(row.key().vtepAddr()));
@@ -84,7 +86,7 @@ nlohmann::ordered_json toJson(EvpnStatus const& status) {
       host.erase("vni");
       shown["hosts"].push_back(Json(std::move(host)));
     }
-    result[Orb::toText(vni)] = std::move(shown);
+    members.push_back({Orb::toText(vni), std::move(shown)});
   }
   return result;
 }
