@@ -140,12 +140,17 @@ bool ServedVni::earlierDel(std::size_t& limit) {
   return true;
 }
 
-/// Everything that was merged, perhaps from a status that is no longer there, and what EVPN has now. What the
-/// sources know is always among the former.
+void ServedVni::vniStatusFromEvpnIs(EvpnStatusPtr const& status) {
+  formerFromEvpn_ = vniStatusFromEvpn();
+  vniStatusFromEvpn_.lateIs(this, status);
+  formerFromEvpn_ = nullptr;
+}
+
+/// What EVPN had and what it has: of all else, nothing has changed.
 void ServedVni::handleInitialized() {
-  for (auto const& entry : vniFdbStatus_->macVtepTable()) handleMac(EthAddr(entry.key));
-  if (EvpnStatusPtr const status = vniStatusFromEvpn()) {
-    for (auto const& entry : status->macVtepTable()) handleMac(EthAddr(entry.key));
+  for (EvpnStatusPtr const& each : {formerFromEvpn_, vniStatusFromEvpn()}) {
+    if (!each) continue;
+    for (auto const& entry : each->macVtepTable()) handleMac(EthAddr(entry.key));
   }
   handleFloodList(allBum);
 }

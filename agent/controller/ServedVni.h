@@ -31,9 +31,9 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
   /// What the controller publishes about the VNI.
   Orb::Ptr<VxlanController::VniFdbStatusV2> const& vniFdbStatus() const { return vniFdbStatus_; }
 
-  /// EVPN's status of the VNI, or null. Another one, or none, merges everything again.
+  /// EVPN's status of the VNI, or null. Another one, or none, merges what either has.
   EvpnStatusPtr const& vniStatusFromEvpn() const { return vniStatusFromEvpn_.notifier(); }
-  void vniStatusFromEvpnIs(EvpnStatusPtr const& status) { vniStatusFromEvpn_.lateIs(this, status); }
+  void vniStatusFromEvpnIs(EvpnStatusPtr const& status);
 
   /// The ledgers of a source, or null.
   SourcePart* part(SourceId source) const;
@@ -134,7 +134,8 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
   std::vector<std::unique_ptr<SourcePart>> parts_;
   std::unique_ptr<VniLedger> earlier_;
   Orb::FlatMap<Wirix::EthAddr, Number> numbers_;
-  std::uint32_t heard_ = 0;  ///< Order of what was heard last.
+  std::uint32_t heard_ = 0;       ///< Order of what was heard last.
+  EvpnStatusPtr formerFromEvpn_;  ///< While another takes its place.
   Orb::Input<OrbVniStatusFromEvpn> vniStatusFromEvpn_;
   Orb::Input<OrbFloodListFromEvpn> floodListFromEvpn_;
 };
