@@ -57,15 +57,10 @@ class SpeakerSide::Machine : public Orb::StateMachine<SpeakerSide::Machine> {
   ~Machine() override { teardown(); }
   static Orb::TypeDescriptor const& type() {
     using A = Orb::Attributes<Machine>;
-    static Orb::TypeDescriptor const descriptor("Agent::SpeakerSide::Machine",
-                                                {A::handler<&Machine::readAll>("readAll")});
+    static Orb::TypeDescriptor const descriptor(
+        "Agent::SpeakerSide::Machine",
+        {A::handlerWithArgument("handleHost"), A::handlerWithArgument("handleFloodEntry")});
     return descriptor;
-  }
-
-  void readAll() {
-    forEachRow(*host_, host_->hostWalk(), [this](Host const& row) { handleHost(row.key()); });
-    forEachRow(*flood_, flood_->floodEntryWalk(),
-               [this](FloodEntry const& row) { handleFloodEntry(row.key()); });
   }
 
   void handleHost(MacVniPair const& key) {
@@ -97,17 +92,14 @@ struct SpeakerSide::Parts {
                 sources.add({.name = "speaker", .kind = "speaker", .endpoint = options.endpoint})),
         exported("exported", site.exported()),
         machine(Orb::create<Machine>(exported, speaker)),
-        follower(loop, exported, [] {}),
-        state(loop, site.exported(), [this] { beginSending(); }) {
-    machine->readAll();
-    beginSending();
-  }
+        follower(
+            loop, exported, [this] { beginSending(); }, sweepLimit),
+        state(loop, site.exported(), [this] { follower.deliverSome(); }) {}
 
-  /// The tables are written before the state that says so.
+  /// The tables are written before the state that says so, and delivered after it was read.
   void beginSending() {
-    if (isSending || !state.state().value_or(EvpnState()).isWhole) return;
+    if (isSending || !follower.isUpToDate() || !state.state().value_or(EvpnState()).isWhole) return;
     isSending = true;
-    follower.deliver();
     speaker.beginSending();
     log("speaker: the exported tables are whole, and announced from now on");
   }

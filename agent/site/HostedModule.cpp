@@ -26,7 +26,11 @@ HostedModule::HostedModule(Loop& loop, Site const& site, bool repair, std::chron
       config_(make<QorEvpn::QorEvpnConfig>("qorEvpnConfig")),
       brIdList_(make<QorEvpn::QorBrIdList>("qorBrIdList")),
       vniStatusDir_(make<VxlanController::VniStatusDirV2>("vniStatusDir")),
-      evpnState_(loop, site.learned(), [this] { deliver(); }),
+      evpnState_(loop, site.learned(),
+                 [this] {
+                   if (follower_) follower_->deliverSome();
+                   capabilityIs();
+                 }),
       sources_(loop, *this, hold, logs),
       evpnHold_(loop, [this] { evpnIsOverdue_ = true; }) {
   exportedState_.emplace(site.exported(), repair);
@@ -98,32 +102,42 @@ void HostedModule::forgetEarlier() {
 /// not wanted has nothing to tell.
 void HostedModule::settleRemotes() {
   if (!sources_.isSettled() || controller_->isSettled()) return;
-  bool const isWhole = learned_ && Brine::isReadable(learned_->host->mountStatus()) &&
+  bool const isWhole = tx_ && Brine::isReadable(learned_->host->mountStatus()) && follower_->isUpToDate() &&
                        evpnState_.state().value_or(EvpnState{.isWhole = true}).isWhole;
   if (isWhole || evpnIsOverdue_ || (toldOff_ && !tx_)) controller_->settledIs();
 }
 
 void HostedModule::handleMode() {
   bool const on = config_->qorEvpnIntegrationMode();
-  if (on && !tx_) start();
-  if (!on && tx_) stop();
+  if (on && !rx_) start();
+  if (!on && rx_) stop();
 }
 
+/// The receive machine comes first: the transmit machines' first pass then knows what EVPN supplied. It is
+/// built on tables that are not mounted yet, so that deliveries tell it every row, a part a turn.
 void HostedModule::start() {
-  // The receive machine comes first: the transmit machines' first pass then knows what EVPN supplied.
   learned_.emplace("learned", site_.learned());
-  follower_.emplace(loop_, *learned_, [this] { reportLearned(); });
   rx_ = VxlanController::qorEvpnRxSmFactory(learned_->host, learned_->flood, vniStatusDir_);
+  follower_.emplace(
+      loop_, *learned_, [this] { handleLearned(); }, sweepLimit);
+  follower_->deliverSome();
+}
+
+void HostedModule::handleLearned() {
+  reportLearned();
+  if (!tx_ && follower_->isUpToDate()) startTransmit();
+}
+
+void HostedModule::startTransmit() {
   seedBrIdList();
   tx_ = QorEvpn::qorEvpnTxSmFactory(controller_->vniDir(), vniStatusDir_, brIdList_, exported_.host,
                                     exported_.flood);
   log_("integration on");
-  reportLearned();
 }
 
 void HostedModule::stop() {
   // The transmit machines go first: they would export what the receive machine withdraws.
-  Orb::attributeInvoke(*tx_, "cleanup");
+  if (tx_) Orb::attributeInvoke(*tx_, "cleanup");
   tx_ = nullptr;
   withdrawLearned();
   rx_ = nullptr;
@@ -152,11 +166,9 @@ void HostedModule::withdrawLearned() {
 }
 
 void HostedModule::cleanup() {
-  if (tx_) {
-    stop();
-  } else {
-    clearExported();
-  }
+  bool const isWritten = tx_ != nullptr;
+  if (rx_) stop();
+  if (!isWritten) clearExported();
 }
 
 void HostedModule::clearExported() {

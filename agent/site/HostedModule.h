@@ -115,10 +115,12 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
   void forgetEarlier();
   void settleRemotes();
   void start();
+  void startTransmit();
   void stop();
   void seedBrIdList();
   void clearExported();
   void withdrawLearned();
+  void handleLearned();
   void reportLearned();
 
   Loop& loop_;

@@ -45,9 +45,10 @@ void TablePair::unmount() {
   flood->unmount();
 }
 
-void TablePair::deliver() {
-  host->deliver();
-  flood->deliver();
+bool TablePair::deliver(std::uint64_t limit) {
+  bool const isMoreOfHosts = host->deliver(limit).isMore;
+  bool const isMoreOfFloods = flood->deliver(limit).isMore;
+  return !isMoreOfHosts && !isMoreOfFloods;
 }
 
 void TablePair::endTurn() {
@@ -61,15 +62,17 @@ bool mustLookAgain(Brine::MountStatus status) {
   return status == Brine::MountStatus::noResources || status == Brine::MountStatus::notPermitted;
 }
 
-Follower::Follower(Loop& loop, TablePair& tables, Loop::Handler told)
-    : loop_(loop), tables_(tables), told_(std::move(told)), again_(loop, [this] { deliver(); }) {
+Follower::Follower(Loop& loop, TablePair& tables, Loop::Handler told, std::uint64_t limit)
+    : loop_(loop), tables_(tables), told_(std::move(told)), limit_(limit), again_(loop, [this] {
+        deliverSome();
+      }) {
   mount();
   lookAgain();
 }
 
 Follower::~Follower() { unwatch(); }
 
-void Follower::deliver() {
+void Follower::deliver(std::uint64_t limit) {
   // Without a descriptor a table does not even wait.
   bool const waits = tables_.host->fd() >= 0 && tables_.flood->fd() >= 0;
   if (!waits) {
@@ -77,7 +80,7 @@ void Follower::deliver() {
     tables_.unmount();
     mount();
   }
-  tables_.deliver();
+  isUpToDate_ = tables_.deliver(limit);
   lookAgain();
   told_();
 }
@@ -85,7 +88,7 @@ void Follower::deliver() {
 void Follower::mount() {
   tables_.mountAsReader();
   for (int const fd : {tables_.host->fd(), tables_.flood->fd()}) {
-    if (fd >= 0) loop_.watchInput(fd, [this] { deliver(); });
+    if (fd >= 0) loop_.watchInput(fd, [this] { deliverSome(); });
   }
 }
 

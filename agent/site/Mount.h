@@ -50,8 +50,9 @@ struct TablePair {
   /// TablePair that are not there yet mount themselves at a later delivery.
   void mountAsReader();
   void unmount();
-  /// Reader: notifies of what has changed; raises what an observer raises.
-  void deliver();
+  /// Reader: notifies of what has changed, of some `limit` changes each; raises what an observer raises. True
+  /// where nothing is left for another delivery.
+  bool deliver(std::uint64_t limit = UINT64_MAX);
   /// Writer: wakes readers, at the end of a turn of the loop.
   void endTurn();
   /// How many there are in both.
@@ -72,16 +73,21 @@ inline constexpr std::chrono::seconds lookAgainDelay{1};
 class Follower {
  public:
   /// `told` is called after each delivery. The tables outlive the follower and are mounted by it, as
-  /// keyshadow readers.
-  Follower(Loop& loop, TablePair& tables, Loop::Handler told);
+  /// keyshadow readers. The loop delivers some `limit` changes a turn.
+  Follower(Loop& loop, TablePair& tables, Loop::Handler told, std::uint64_t limit = UINT64_MAX);
   ~Follower();
   Follower(Follower const&) = delete;
   Follower& operator=(Follower const&) = delete;
 
   /// Notifies the tables' observers now, without waiting for the loop.
-  void deliver();
+  void deliver() { deliver(UINT64_MAX); }
+  /// The same of a part, as the loop does.
+  void deliverSome() { deliver(limit_); }
+  /// The last delivery left nothing for another.
+  bool isUpToDate() const { return isUpToDate_; }
 
  private:
+  void deliver(std::uint64_t limit);
   void mount();
   void unwatch();
   void lookAgain();
@@ -89,6 +95,8 @@ class Follower {
   Loop& loop_;
   TablePair& tables_;
   Loop::Handler told_;
+  std::uint64_t limit_;
+  bool isUpToDate_ = false;
   Timer again_;
 };
 
