@@ -118,13 +118,7 @@ RemoteWriter::RemoteWriter(Agent::Loop& loop, Agent::RemoteRows& rows, Pauses co
                     [this](Vxlan::Vni vni, Wirix::EthAddr mac) {
                       note({vni, mac});
                     },
-                    [this] {
-                      if (!rows_.isSettled()) return;
-                      dirty_.merge(putOff_);
-                      putOff_.clear();
-                      wanted_.clear();
-                      handlers_.wake();
-                    }});
+                    [this] { handlers_.wake(); }});
 }
 
 void RemoteWriter::note(Key const& key) {
@@ -183,6 +177,12 @@ bool RemoteWriter::step(Session& session, Replica const& replica, LocalEntries c
     std::size_t const rest = noted_.size() - std::min(noted_.size(), lookLimit);
     dirty_.insert(noted_.begin() + static_cast<std::ptrdiff_t>(rest), noted_.end());
     noted_.resize(rest);
+    return true;
+  }
+  if (rows_.isSettled() && !(putOff_.empty() && wanted_.empty())) {
+    for (std::size_t i = 0; i < lookLimit && !putOff_.empty(); ++i)
+      dirty_.insert(putOff_.extract(putOff_.begin()));
+    for (std::size_t i = 0; i < lookLimit && !wanted_.empty(); ++i) wanted_.erase(wanted_.begin());
     return true;
   }
   Transaction transaction(replica);
