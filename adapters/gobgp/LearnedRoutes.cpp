@@ -55,6 +55,11 @@ bool LearnedRoutes::drain(std::size_t limit, std::function<void(Agent::Event con
   return !dirty_.empty();
 }
 
+bool LearnedRoutes::shrink(std::size_t limit) {
+  for (; limit > 0 && !routes_.empty(); --limit) routes_.erase(routes_.begin());
+  return !routes_.empty();
+}
+
 void LearnedRoutes::tell(RowKey const& key, std::function<void(Agent::Event const&)> const& emit) {
   Candidates& candidates = *rows_.find(key);
   candidates.isDirty = false;

@@ -28,6 +28,8 @@ class LearnedRoutes {
   /// Gives up to `limit` differences; true where more are left.
   bool drain(std::size_t limit, std::function<void(Agent::Event const&)> const& emit);
   bool isDrained() const { return dirty_.empty(); }
+  /// Frees up to `limit` routes, telling nothing, before all of it goes; false where none is left.
+  bool shrink(std::size_t limit);
 
   std::uint64_t hosts() const { return hosts_; }
   std::uint64_t floods() const { return floods_; }

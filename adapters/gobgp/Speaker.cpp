@@ -57,7 +57,7 @@ Speaker::Speaker(Agent::Loop& loop, Options options, Agent::SourceHandlers handl
       handlers_(std::move(handlers)),
       retry_(loop, [this] { connect(); }),
       poll_(loop, [this] { listPeers(); }),
-      rest_(loop, [this] { drain(); }),
+      rest_(loop, [this] { rest(); }),
       fall_(loop, [this] { capabilityIs(false); }),
       pause_(options_.retryMin),
       own_(options_.identity) {
@@ -122,7 +122,8 @@ void Speaker::askBgp() {
       "GetBgp", apipb::Empty(),
       [this](apipb::GetBgpResponse const& answer) {
         if (answer.global().asn() == 0) return fail("the speaker runs no BGP yet");
-        learned_ = LearnedRoutes();
+        former_.push_back(std::exchange(learned_, {}));
+        rest_.start(0s);
         own_.forgetPresent();
         connected_ = lastRoute_ = Clock::now();
         stateIs(SourceState::syncing, {});
@@ -196,6 +197,13 @@ void Speaker::drain() {
   bool const isMore = learned_.drain(drainLimit, handlers_.event);
   if (isMore && !rest_.isRunning()) rest_.start(0s);
   settleSessions();
+}
+
+/// What earlier turns have left.
+void Speaker::rest() {
+  if (!former_.empty() && !former_.front().shrink(drainLimit)) former_.pop_front();
+  if (!former_.empty()) rest_.start(0s);
+  if (isListed_) drain();
 }
 
 // ---- Sessions ---------------------------------------------------------------------------------------------

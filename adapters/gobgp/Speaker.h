@@ -27,6 +27,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -103,6 +104,7 @@ class Speaker {
   void settleSessions();
   void capabilityIs(bool capability);
   void drain();
+  void rest();
   void announce();
   void batchEnded(Status const& status);
 
@@ -122,6 +124,7 @@ class Speaker {
   std::string lastError_;
 
   LearnedRoutes learned_;
+  std::deque<LearnedRoutes> former_;         ///< Of connections that failed, to be freed bit by bit.
   std::unordered_set<std::string> watched_;  ///< Routes that the watch told while they were listed.
   bool isWatching_ = false;
   bool isListed_ = false;
