@@ -253,6 +253,26 @@ TEST_F(SpeakerTest, TakesNothingBackWhenItsSpeakerIsKilledAndStartedAgain) {
   EXPECT_THAT(here.capabilities, ElementsAre(true));
 }
 
+/// Its neighbour keeps what it had announced until it says that it has told all; by then it has.
+TEST_F(SpeakerTest, ASpeakerThatRestartsGracefullyHasItsRoutesBeforeItsNeighbourDropsThem) {
+  Gobgpd west(1, {2}, true);
+  Gobgpd const east(2, {1}, true);
+  Site here(loop, west), there(loop, east);
+  here.speaker.beginSending();
+  for (unsigned i = 1; i <= 9; ++i) here.host(i, "02:00:00:00:00:01", "10.99.0.11", i % 2);
+  here.speaker.floodIs({Vxlan::Vni(1), Wirix::IpAddr("10.99.0.11")});
+  await([&] { return there.learned.size() == 10 && there.isSynced(); });
+  west.kill();
+  await([&] { return here.speaker.state() == SourceState::lost; });
+  west.start();
+  here.hostDel(9, "02:00:00:00:00:01");
+  here.host(10, "02:00:00:00:00:01", "10.99.0.11");
+  await([&] { return there.learned.contains("10 02:00:00:00:00:01") && there.removals != 0; });
+  EXPECT_EQ(there.removals, 1U);
+  EXPECT_EQ(there.learned.size(), 10U);
+  EXPECT_THAT(there.capabilities, ElementsAre(true));
+}
+
 TEST_F(SpeakerTest, NamesEndpointAndCauseOfEachFaultAndTriesAgain) {
   // The headers of the first answer are its end too.
   std::string const unimplemented =

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <utility>
 
 namespace TestSupport {
 
@@ -15,7 +16,7 @@ namespace {
 
 constexpr std::uint16_t apiPort = 50051;
 
-std::string neighbourText(unsigned self, unsigned other) {
+std::string neighbourText(unsigned self, unsigned other, bool isGraceful) {
   std::string text = "[[neighbors]]\n[neighbors.config]\nneighbor-address = \"" + Gobgpd::addressOf(other) +
                      "\"\npeer-as = " + std::to_string(Gobgpd::asOf(other)) +
                      "\n[neighbors.timers.config]\nconnect-retry = 1\nhold-time = 9\nkeepalive-interval = 3\n"
@@ -23,7 +24,9 @@ std::string neighbourText(unsigned self, unsigned other) {
                      Gobgpd::addressOf(self) + "\"\nremote-port = 1790\n";
   // One side calls: two calls at a time cost a session half a minute.
   if (self > other) text += "passive-mode = true\n";
+  if (isGraceful) text += "[neighbors.graceful-restart.config]\nenabled = true\nrestart-time = 60\n";
   text += "[[neighbors.afi-safis]]\n[neighbors.afi-safis.config]\nafi-safi-name = \"l2vpn-evpn\"\n";
+  if (isGraceful) text += "[neighbors.afi-safis.mp-graceful-restart.config]\nenabled = true\n";
   return text;
 }
 
@@ -35,11 +38,12 @@ std::string Gobgpd::addressOf(unsigned number) {
          std::to_string(number);
 }
 
-Gobgpd::Gobgpd(unsigned number, std::vector<unsigned> const& neighbours) : number_(number) {
+Gobgpd::Gobgpd(unsigned number, std::vector<unsigned> const& neighbours, bool isGraceful)
+    : number_(number), isGraceful_(isGraceful) {
   std::ofstream file(folder_.path() + "/gobgpd.toml");
   file << "[global.config]\nas = " << as() << "\nrouter-id = \"" << routerId()
        << "\"\nport = 1790\nlocal-address-list = [\"" << addressOf(number) << "\"]\n";
-  for (unsigned const other : neighbours) file << neighbourText(number, other);
+  for (unsigned const other : neighbours) file << neighbourText(number, other, isGraceful);
   file.close();
   start();
 }
@@ -48,12 +52,14 @@ void Gobgpd::start() {
   std::string const config = folder_.path() + "/gobgpd.toml";
   std::string const log = folder_.path() + "/log";
   std::string const api = endpoint();
+  // A speaker that starts anew does not say that it comes back.
+  char const* const comesBack = isGraceful_ && std::exchange(hasRun_, true) ? "-r" : nullptr;
   process_ = std::make_unique<Child>([&](Child&) {
     int const out = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
     ::dup2(out, STDOUT_FILENO);
     ::dup2(out, STDERR_FILENO);
     ::execlp("gobgpd", "gobgpd", "-f", config.c_str(), "--api-hosts", api.c_str(), "--pprof-disable",
-             nullptr);
+             comesBack, nullptr);
   });
   sockaddr_in address{};
   address.sin_family = AF_INET;

@@ -14,9 +14,10 @@ namespace TestSupport {
 /// of.
 class Gobgpd {
  public:
-  /// Runs when this returns; sessions take some seconds. Without graceful restart: this version ends with a
-  /// panic when a neighbour that does it has told all of its EVPN routes.
-  Gobgpd(unsigned number, std::vector<unsigned> const& neighbours);
+  /// Runs when this returns; sessions take some seconds. `isGraceful`: restarts gracefully, where the
+  /// neighbour does so too. A speaker of this version that has EVPN routes of its own ends with a panic when
+  /// such a neighbour goes.
+  Gobgpd(unsigned number, std::vector<unsigned> const& neighbours, bool isGraceful = false);
 
   void start();
   /// SIGKILL.
@@ -36,6 +37,7 @@ class Gobgpd {
 
  private:
   unsigned number_;
+  bool isGraceful_, hasRun_ = false;
   ScratchFolder folder_;
   std::unique_ptr<Child> process_;
 };
