@@ -20,6 +20,8 @@ constexpr uint32_t usualVnis = 4000, usualRows = 1'000'000;
 /// MAC addresses of a VNI that is added and removed: as many as others have where 4,000 share a million.
 constexpr uint32_t macsOfOne = usualRows / usualVnis;
 constexpr uint32_t eventsOfATurn = 256, eventsOfAPass = 4096;
+/// As the agent reads.
+constexpr uint64_t changesOfATurn = 4096;
 
 /// Without axis and place, which the parent knows.
 void tell(std::string const& picture, std::string const& subject, double value, std::string const& unit) {
@@ -240,9 +242,9 @@ void measureMap(uint32_t rows) {
   say("end");
 }
 
-/// Reads bursts of these lengths; says processor time and longest turn of each.
+/// Reads bursts of these lengths, some `limit` changes a turn; says processor time and longest turn of each.
 template <class TablePtr>
-void readBursts(TablePtr const& table, std::vector<std::string> const& bursts) {
+void readBursts(TablePtr const& table, std::vector<std::string> const& bursts, uint64_t limit) {
   table->deliver();
   say("ready");
   for (std::string const& burst : bursts) {
@@ -253,7 +255,7 @@ void readBursts(TablePtr const& table, std::vector<std::string> const& bursts) {
       pollfd entry{table->fd(), POLLIN, 0};
       ::poll(&entry, 1, 10'000);
       uint64_t changes = 0;
-      longest = std::max(longest, seconds(Clock::cpu, [&] { changes = table->deliver().changes; }));
+      longest = std::max(longest, seconds(Clock::cpu, [&] { changes = table->deliver(limit).changes; }));
       if (changes > left) fail("a reader was told of more than changed");
       left -= changes;
     }
@@ -264,14 +266,14 @@ void readBursts(TablePtr const& table, std::vector<std::string> const& bursts) {
   heard();
 }
 
-void read(std::string const& directory, bool withMachine, std::vector<std::string> const& bursts) {
+void read(std::string const& directory, std::string const& kind, std::vector<std::string> const& bursts) {
   auto const hosts = QorEvpn::hostTableFactory(Orb::Name("host"));
   mount(hosts, directory, Brine::Mode::keyshadow);
-  if (!withMachine) return readBursts(hosts, bursts);
+  if (kind == "plain") return readBursts(hosts, bursts, UINT64_MAX);
   auto const floods = QorEvpn::floodTableFactory(Orb::Name("flood"));
   auto const statuses = Orb::makePtr<VxlanController::VniStatusDirV2>(Orb::Name("evpn"));
   auto const machine = VxlanController::qorEvpnRxSmFactory(hosts, floods, statuses);
-  readBursts(hosts, bursts);
+  readBursts(hosts, bursts, kind == "agent" ? changesOfATurn : UINT64_MAX);
 }
 
 void runRole(std::vector<std::string> const& role) {
@@ -279,7 +281,7 @@ void runRole(std::vector<std::string> const& role) {
   if (role[0] == "site") measureSite(role.at(1), number(2), number(3));
   if (role[0] == "restart") measureRestart(role.at(1), number(2), number(3));
   if (role[0] == "map") measureMap(number(1));
-  if (role[0] == "read") read(role.at(1), role.at(2) == "machine", {role.begin() + 3, role.end()});
+  if (role[0] == "read") read(role.at(1), role.at(2), {role.begin() + 3, role.end()});
 }
 
 // ---- The parent ----
@@ -438,6 +440,7 @@ void run(Options const& options) {
   for (uint32_t const vnis : {1U, 100U, 16'000U}) siteOf({{"VNIs", vnis}}, usualRows, vnis);
   burstsOf("plain", "reader");
   burstsOf("machine", "receive machine");
+  burstsOf("agent", "the same, 4,096 changes a turn");
   for (unsigned const count : {1U, 4U, 16U, 64U}) readersOf(count);
 }
 
