@@ -36,19 +36,18 @@ ServedVni::ServedVni(Controller& controller, Vxlan::Vni vni)
       vniFdbStatus_(
           Orb::makePtr<VxlanController::VniFdbStatusV2>(Orb::Name(std::to_string(vni.value())), vni)) {}
 
-SourcePart* ServedVni::part(SourceId source) const {
-  auto const found =
-      std::find_if(parts_.begin(), parts_.end(), [&](auto const& part) { return part->source == source; });
-  return found == parts_.end() ? nullptr : found->get();
+SourcePart* ServedVni::part(SourceId source) {
+  auto const found = std::ranges::find(parts_, source, &SourcePart::source);
+  return found == parts_.end() ? nullptr : &*found;
 }
 
 SourcePart& ServedVni::part(SourceId source, bool isNumbered) {
   if (SourcePart* const found = part(source)) return *found;
-  return *parts_.emplace_back(std::make_unique<SourcePart>(SourcePart{source, isNumbered, {}, {}}));
+  return parts_.emplace_back(SourcePart{source, isNumbered, {}, {}});
 }
 
 void ServedVni::partDel(SourcePart const& part) {
-  std::erase_if(parts_, [&](auto const& each) { return each.get() == &part; });
+  parts_.remove_if([&](SourcePart const& each) { return &each == &part; });
 }
 
 void ServedVni::begin(SourceId source) {
@@ -163,11 +162,11 @@ MacVtepV2 const* ServedVni::evpnsMac(EthAddr mac) const {
 /// Of feeds' entries: the highest sequence number, then the lowest VTEP.
 ServedVni::Found ServedVni::numberedClaim(EthAddr mac) const {
   Found best;
-  for (auto const& part : parts_) {
-    Claim const* const claim = part->isNumbered ? part->claim(mac) : nullptr;
+  for (SourcePart const& part : parts_) {
+    Claim const* const claim = part.isNumbered ? part.claim(mac) : nullptr;
     bool const isBetter = claim && (!best || claim->seq > best.claim->seq ||
                                     (claim->seq == best.claim->seq && claim->vtep < best.claim->vtep));
-    if (isBetter) best = {claim, part->source};
+    if (isBetter) best = {claim, part.source};
   }
   return best;
 }
@@ -182,8 +181,8 @@ ServedVni::Found ServedVni::switchesClaim(EthAddr mac, Number const* number) con
   auto const add = [&](Claim const* claim, SourceId source) {
     if (claim && (!best || rank(*claim) > rank(*best.claim))) best = {claim, source};
   };
-  for (auto const& part : parts_) {
-    if (!part->isNumbered) add(part->claim(mac), part->source);
+  for (SourcePart const& part : parts_) {
+    if (!part.isNumbered) add(part.claim(mac), part.source);
   }
   if (earlier_) add(earlier_->macs.find(mac), earlierRun);
   return best;
@@ -225,8 +224,8 @@ ServedVni::Verdict ServedVni::verdict(EthAddr mac) {
 }
 
 void ServedVni::forEachClaim(EthAddr mac, std::function<void(SourceId, Claim const&)> const& visit) const {
-  for (auto const& part : parts_) {
-    if (Claim const* const claim = part->claim(mac)) visit(part->source, *claim);
+  for (SourcePart const& part : parts_) {
+    if (Claim const* const claim = part.claim(mac)) visit(part.source, *claim);
   }
   Claim const* const claim = earlier_ ? earlier_->macs.find(mac) : nullptr;
   if (claim) visit(earlierRun, *claim);
@@ -234,8 +233,8 @@ void ServedVni::forEachClaim(EthAddr mac, std::function<void(SourceId, Claim con
 
 void ServedVni::forEachFloodClaim(EthAddr mac, IpAddr vtep,
                                   std::function<void(SourceId, FloodClaim const&)> const& visit) const {
-  for (auto const& part : parts_) {
-    if (FloodClaim const* const claim = part->flood(mac, vtep)) visit(part->source, *claim);
+  for (SourcePart const& part : parts_) {
+    if (FloodClaim const* const claim = part.flood(mac, vtep)) visit(part.source, *claim);
   }
   FloodClaim const* const claim = earlier_ ? earlier_->flood(mac, vtep) : nullptr;
   if (claim) visit(earlierRun, *claim);
@@ -322,7 +321,7 @@ void ServedVni::mergeMultipath(EthAddr mac) {
     if (!vteps) vteps.emplace();
     vteps->insert(vteps->end(), entry->begin(), entry->end());
   };
-  for (auto const& part : parts_) add(part->multipath(mac));
+  for (SourcePart const& part : parts_) add(part.multipath(mac));
   if (earlier_) add(earlier_->multipath(mac));
   if (!vteps) return vniFdbStatus_->macVtepMultiPathTableDel(mac);
   std::sort(vteps->begin(), vteps->end());

@@ -8,6 +8,7 @@
 ///   the controller, for a source            macIs(), floodIs(), ...    the same tables
 #pragma once
 
+#include <list>
 #include <memory>
 
 #include "DataModel/VniFdbStatusV2.h"
@@ -36,7 +37,7 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
   void vniStatusFromEvpnIs(EvpnStatusPtr const& status);
 
   /// The ledgers of a source, or null.
-  SourcePart* part(SourceId source) const;
+  SourcePart* part(SourceId source);
   /// The same, made if there are none.
   SourcePart& part(SourceId source, bool isNumbered);
   void partDel(SourcePart const& part);
@@ -131,7 +132,7 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
 
   Controller& controller_;
   Orb::Ptr<VxlanController::VniFdbStatusV2> vniFdbStatus_;
-  std::vector<std::unique_ptr<SourcePart>> parts_;
+  std::list<SourcePart> parts_;  ///< Few, and one access away.
   std::unique_ptr<VniLedger> earlier_;
   Orb::FlatMap<Wirix::EthAddr, Number> numbers_;
   std::uint32_t heard_ = 0;       ///< Order of what was heard last.
