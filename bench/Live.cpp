@@ -21,12 +21,14 @@ class Live {
     await([this] { return isUp_[0] && isUp_[1]; });
   }
 
-  void round() {
+  /// `isFirst`: with the row of the most MACs, which the speakers fill.
+  void round(bool isFirst) {
     std::vector<double> waits;
     for (unsigned i = 0; i < 20; ++i) waits.push_back(carry(1).wall);
     std::nth_element(waits.begin(), waits.begin() + 10, waits.end());
     report_.add("live-one", "wall", waits[10] * 1e3);
     for (auto const& [row, count] : {std::pair("live-1k", 1'000U), {"live-10k", most_}}) {
+      if (count == most_ && !isFirst) continue;
       Cost const cost = carry(count);
       report_.add(row, "adapters' processor time", cost.ours * 1e3);
       report_.add(row, "speakers' processor time", cost.theirs * 1e3);
@@ -103,7 +105,7 @@ void run(Options const& options) {
                           {"live-1k", "1,000 MACs, site to site", "ms", false},
                           {"live-10k", "10,000 MACs, site to site", "ms", false}});
   Live live(options, report);
-  for (unsigned i = 0; i < options.rounds; ++i) live.round();
+  for (unsigned i = 0; i < options.rounds; ++i) live.round(i == 0);
   report.print();
 }
 
