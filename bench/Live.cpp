@@ -17,7 +17,7 @@ class Live {
  public:
   Live(Options const& options, Report& report) : report_(report), most_(options.quick ? 1'000 : 10'000) {
     loop_.turnEndIs([this] { turnEnded(); });
-    here_.release();
+    here_.beginSending();
     await([this] { return isUp_[0] && isUp_[1]; });
   }
 
