@@ -202,14 +202,27 @@ TEST_F(DeliveryTest, AReaderThatTakesOverInAHookIsNotToldOfItsOwnRows) {
   EXPECT_TRUE(heir.isWritable());
 }
 
-TEST_F(DeliveryTest, AGrowthThatRanOutOfMemoryCanBeMadeUpForAfterARecovery) {
+TEST_F(DeliveryTest, AGrowthThatRanOutOfMemoryCanBeMadeUpForAndGivesBackWhatItTook) {
   mount();
   fill(0, 16);
   Brine::sys.populate = [](void*, size_t) -> int { throw std::bad_alloc(); };
   EXPECT_THROW(write(16), std::bad_alloc);
   Brine::sys = Brine::realSystem();
   writer_.recover();
-  fill(16, 20);
+  auto const size = [this] { return std::filesystem::file_size(folder_.path() + "/table.table"); };
+  EXPECT_EQ(size(), testLayout.fileBytes(1));
+  // What the file has when a writer comes stays: somebody may have mapped it.
+  writer_.unmount();
+  mount();
+  Brine::sys.map = [](size_t, int, int, off_t) { return errno = ENOMEM, MAP_FAILED; };
+  EXPECT_THROW(write(16), Brine::SpaceError);
+  EXPECT_EQ(size(), testLayout.fileBytes(1));
+  Brine::sys = Brine::realSystem();
+  fill(16, 32);
+  Brine::sys.map = [](size_t, int, int, off_t) { return errno = ENOMEM, MAP_FAILED; };
+  EXPECT_THROW(write(32), Brine::SpaceError);
+  EXPECT_EQ(size(), testLayout.fileBytes(1));
+  Brine::sys = Brine::realSystem();
   expectSound(writer_);
   expectFollowed();
 }
