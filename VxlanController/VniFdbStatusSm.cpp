@@ -56,7 +56,7 @@ void VniFdbStatusSm::handleHost(Wirix::EthAddr const& macAddr) {
   if (!initialized()) return;
   TRACE_SCOPE(traced, txTrace, "VniFdbStatusSm(", vni_, ")::handleHost(", macAddr, ")");
   updateBrIdList();
-  // Who hears of the identifier must not have the VNI removed; where he has, nothing may be asked of EVPN's.
+  // An observer of the identifier must not have the VNI removed; if it did, what follows would assert.
   if (!initialized()) return traced.dismiss();
   MacVniPair const key(macAddr, vni_);
   VxlanController::MacVtepV2 const& entry = ORB_REF(vniFdbStatus()).macVtepTable(macAddr);

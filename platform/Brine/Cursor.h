@@ -27,8 +27,8 @@ class [[nodiscard]] Cursor {
   Cursor& operator=(Cursor const&) = delete;
 
   /// The next row, verified and copied, or null at the end. Valid until the next call or the cursor's end;
-  /// so long, but for `inspect()`, look-ups of a reader give this row too. A keyshadow reader's owner is told
-  /// of the row before, if it was not. Raises `CorruptionError` for a damaged row, which the next call
+  /// so long, but for `inspect()`, look-ups of a reader give this row too. A reader's owner who was not told
+  /// of the row is told before this returns. Raises `CorruptionError` for a damaged row, which the next call
   /// passes, and for a damaged header, which ends the walk; and what the owner's hook raises.
   Row const* next() { return step() ? show() : nullptr; }
   /// The same, but damage that the walk meets goes to `handle(message)` and ends it. What a hook raises is

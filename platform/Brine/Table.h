@@ -115,8 +115,8 @@ class Table : public TableBase {
   /// that was made, moved or linked to, memory or descriptors that became free (`noResources`). Where `fd()`
   /// is -1, `mount()` again instead.
   ///
-  /// With a `limit`, some more changes than that at most are told, by a batch, and quiesced is told when none
-  /// is left. For owners whose loop has other things to do: a burst then takes several turns.
+  /// With a `limit`, this ends with the batch, of some tens of rows, in which so many changes were told;
+  /// quiesced is told when none is left. For owners whose loop has other things to do than a burst.
   DeliverResult deliver(uint64_t limit = UINT64_MAX) {
     return mode() == Mode::writer ? DeliverResult{} : reading_.deliver(limit);
   }

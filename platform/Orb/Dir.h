@@ -32,7 +32,7 @@ class Dir : public Entity {
   void entryDelAll();
 
  private:
-  /// The entity has left; its parent goes with this directory, if that is what it is.
+  /// The entity has left: it loses its parent, if that is this directory.
   void orphan(Entity& entity) const;
 
   Entries entries_;

@@ -14,8 +14,8 @@
 /// Text forms. Two functions, found by argument-dependent look-up, give a type its text:
 ///
 ///   void appendText(std::string& out, T const& value);           // writes the one text of the value
-///   T parseText(Orb::TextCursor& text, std::type_identity<T>);   // reads it back, raises ParseError or
-///   RangeError
+///   T parseText(Orb::TextCursor& text, std::type_identity<T>);   // reads it back
+///                                                                // or raises ParseError or RangeError
 ///
 /// Each value has exactly one text and a parser accepts nothing else: no blanks, no sign, no leading zero, no
 /// other case. A parser returns the value or raises an error, so no partial value can be seen. Writing

@@ -139,7 +139,7 @@ class TableReader {
     uint32_t stray = 0;   ///< and then strays below.
   };
 
-  /// Tells of some `limit` changes; `result.isMore` where others are left.
+  /// Tells of `limit` changes, or a batch more; `result.isMore` where others are left.
   void tellChanges(uint64_t limit, DeliverResult& result) {
     uint64_t const before = serial();
     result.isMore = false;
@@ -170,8 +170,8 @@ class TableReader {
     if (isQuiet && quiet + 1 == nextChange_) table_.reportQuiesced(true);
   }
 
-  /// Tells the ring's changes up to `head`, some `limit` of them. Returns false where they are not all there
-  /// any more.
+  /// Tells the ring's changes up to `head`, or about `limit` of them. Returns false where they are not all
+  /// there any more.
   bool tellRing(uint64_t head, uint64_t limit, DeliverResult& result) {
     RingEntry read[batch];
     uint64_t const before = serial();
@@ -211,7 +211,7 @@ class TableReader {
   }
 
   /// Compares every row with what was told: versions only, and keys where these differ. False where there is
-  /// more to compare, after some `limit` changes, or nothing any more.
+  /// more to compare, after about `limit` changes, or nothing any more.
   bool compareAll(uint64_t limit, DeliverResult& result) {
     uint64_t const before = serial();
     // The number of rows is a hint from shared memory; their ids are bounded.

@@ -92,7 +92,7 @@ class Checker {
     }
     ++rows_;
     uint32_t const twin = checkFound(id, seen);
-    // Where the table has grown, the row may be of after that, and the index is another one.
+    // If the table has grown meanwhile, the row may be of after that, and the index is another one.
     if (loadAcquire(segment_.slot(id)) != seen.row.version ||
         loadAcquire(&segment_.header()->geometry) != geometry_)
       return;

@@ -299,7 +299,7 @@ void Segment::addExtent() {
   clearColumn(extent);
 }
 
-/// Gives back the space that it took, and no more: not what the file had before, whoever mapped that.
+/// Gives back the space that a growth took, and no more: readers may have mapped what the file had before.
 void Segment::undoGrowth() const { sys.truncate(fd_, static_cast<off_t>(std::max(fileBytes(), keptBytes_))); }
 
 /// Of an extent that nobody else reads yet.

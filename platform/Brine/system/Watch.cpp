@@ -57,7 +57,7 @@ void Watch::watchTable() {
   int const watch = sys.watchAdd(watch_.get(), (path_ + "/" + tableFile_).c_str(), tableEvents);
   if (watch < 0) {
     std::string const what = "watching " + path_ + "/" + tableFile_;
-    // What there is no space for is the watch.
+    // Here it says that the user has no watches left, not that a file system is full.
     if (errno == ENOSPC) throw MountFailure(MountStatus::noResources, what + ": " + strerror(errno));
     throw MountFailure::ofErrno(errno, what);
   }
@@ -72,7 +72,7 @@ WatchEvents Watch::take() {
     lookAt(now + lookPeriod);
   }
   char buffer[4096];
-  // Where there was room for one more event, there is none.
+  // A read that left room for one more event has taken the last one.
   constexpr ssize_t full = sizeof buffer - sizeof(inotify_event) - NAME_MAX - 1;
   for (ssize_t size = full + 1; size > full && (size = ::read(watch_.get(), buffer, sizeof buffer)) > 0;) {
     for (char const* at = buffer; at < buffer + size;) {
