@@ -76,6 +76,9 @@ struct Fault {
   std::string report;
 };
 
+auto constantly(std::string text) {
+  return [text = std::move(text)](Json const&) { return text; };
+}
 std::string without(char const* table, char const* column, Json const& request) {
   Json lacking = schema();
   column == nullptr ? lacking["tables"].erase(table) : lacking["tables"][table]["columns"].erase(column);
@@ -89,14 +92,10 @@ std::string withRow(char const* table, Json const& row, Json const& request) {
 
 TEST(SwitchFaults, areNamedAndTriedAgainAfterGrowingPauses) {
   std::vector<Fault> const faults = {
-      {"get_schema", [](Json const&) { return std::string("HTTP/1.1 400 Bad Request\r\n"); },
-       "malformed JSON: 'H'"},
-      {"get_schema", [](Json const&) { return std::string(R"({"id":1,"result":tru,"error":null})"); },
-       "malformed JSON: "},
-      {"get_schema", [](Json const&) { return std::string(R"({"id":1]})"); },
-       "malformed JSON: ']' closes nothing"},
-      {"get_schema", [](Json const&) { return std::string(100, '[').replace(0, 1, "{"); },
-       "nested too deeply"},
+      {"get_schema", constantly("HTTP/1.1 400 Bad Request\r\n"), "malformed JSON: 'H'"},
+      {"get_schema", constantly(R"({"id":1,"result":tru,"error":null})"), "malformed JSON: "},
+      {"get_schema", constantly(R"({"id":1]})"), "malformed JSON: ']' closes nothing"},
+      {"get_schema", constantly("{" + std::string(99, '[')), "nested too deeply"},
       {"get_schema",
        [](Json const& request) {
          return Json({{"id", request["id"]}, {"error", {{"error", "unknown database"}}}}).dump();
@@ -106,9 +105,8 @@ TEST(SwitchFaults, areNamedAndTriedAgainAfterGrowingPauses) {
        "lacks table Mcast_Macs_Remote"},
       {"get_schema", [](Json const& request) { return without("Ucast_Macs_Local", "locator", request); },
        "lacks column locator of table Ucast_Macs_Local"},
-      {"get_schema", [](Json const&) { return std::string(); }, "no answer within"},
-      {"get_schema", [](Json const&) { return std::string(R"({"id":77,"result":{},"error":null})"); },
-       "an answer that nobody asked for"},
+      {"get_schema", constantly(""), "no answer within"},
+      {"get_schema", constantly(R"({"id":77,"result":{},"error":null})"), "an answer that nobody asked for"},
       {"monitor", [](Json const& request) { return answer(request, rows()).substr(0, 300) + "CLOSE"; },
        "closed by the server"},
       {"monitor",

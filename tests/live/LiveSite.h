@@ -1,6 +1,5 @@
 #pragma once
 
-#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -21,16 +20,7 @@ class Observer {
  public:
   /// `mark`: what is in the line of a removal, and in no other.
   Observer(std::vector<std::string> command, std::string mark)
-      : mark_(std::move(mark)), process_([this, &command](Child&) {
-          int const out = ::open(path().c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-          ::dup2(out, STDOUT_FILENO);
-          ::dup2(out, STDERR_FILENO);
-          std::vector<char*> pointers;
-          for (std::string& each : command) pointers.push_back(each.data());
-          pointers.push_back(nullptr);
-          ::execvp(pointers[0], pointers.data());
-          ::_exit(126);
-        }) {}
+      : mark_(std::move(mark)), process_([this, &command](Child&) { execute(command, path()); }) {}
 
   /// All that it told so far.
   std::vector<std::string> removals() const {

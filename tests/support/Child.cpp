@@ -68,6 +68,19 @@ void Child::kill() {
   wait();
 }
 
+void execute(std::vector<std::string> command, std::string const& output) {
+  if (!output.empty()) {
+    int const out = ::open(output.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    ::dup2(out, STDOUT_FILENO);
+    ::dup2(out, STDERR_FILENO);
+  }
+  std::vector<char*> words;
+  for (std::string& word : command) words.push_back(word.data());
+  words.push_back(nullptr);
+  ::execvp(words[0], words.data());
+  ::_exit(126);
+}
+
 void becomeNobody(gid_t group) {
   if (::setgroups(0, nullptr) != 0 || ::setgid(group) != 0 || ::setuid(nobody) != 0) std::abort();
 }

@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <functional>
 #include <new>
+#include <string>
+#include <vector>
 
 namespace TestSupport {
 
@@ -58,6 +60,10 @@ class Shared {
  private:
   Value* value_;
 };
+
+/// In a child: becomes that program, which is looked for as shells do. With `output`, all that it prints goes
+/// to the end of that file.
+[[noreturn]] void execute(std::vector<std::string> command, std::string const& output = {});
 
 /// A user without rights, and what makes the calling process, which is root's, his. Its group stays unless
 /// another one is given.

@@ -59,14 +59,7 @@ void Database::start() {
                                         "-vconsole:off"};
   arguments.insert(arguments.end(), options_.begin(), options_.end());
   ::unlink((folder() + "/db.sock").c_str());
-  server_ = std::make_unique<Child>([&](Child&) {
-    std::vector<char*> pointers;
-    for (std::string& argument : arguments) pointers.push_back(argument.data());
-    pointers.push_back(nullptr);
-    ::freopen("/dev/null", "w", stderr);
-    ::execvp(pointers[0], pointers.data());
-    ::_exit(126);
-  });
+  server_ = std::make_unique<Child>([&](Child&) { execute(arguments, "/dev/null"); });
   awaitAnswer(endpoint());
 }
 

@@ -1,7 +1,6 @@
 #include "support/Gobgpd.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -50,17 +49,10 @@ Gobgpd::Gobgpd(unsigned number, std::vector<unsigned> const& neighbours, bool is
 
 void Gobgpd::start() {
   std::string const config = folder_.path() + "/gobgpd.toml";
-  std::string const log = folder_.path() + "/log";
-  std::string const api = endpoint();
+  std::vector<std::string> command{"gobgpd", "-f", config, "--api-hosts", endpoint(), "--pprof-disable"};
   // A speaker that starts anew does not say that it comes back.
-  char const* const comesBack = isGraceful_ && std::exchange(hasRun_, true) ? "-r" : nullptr;
-  process_ = std::make_unique<Child>([&](Child&) {
-    int const out = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-    ::dup2(out, STDOUT_FILENO);
-    ::dup2(out, STDERR_FILENO);
-    ::execlp("gobgpd", "gobgpd", "-f", config.c_str(), "--api-hosts", api.c_str(), "--pprof-disable",
-             comesBack, nullptr);
-  });
+  if (isGraceful_ && std::exchange(hasRun_, true)) command.push_back("-r");
+  process_ = std::make_unique<Child>([&](Child&) { execute(command, folder_.path() + "/log"); });
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(apiPort);

@@ -40,17 +40,13 @@ Program::Program(std::vector<std::string> arguments, bool isNobodys)
       output_(newPipe()),
       errors_(memfd_create("errors", MFD_CLOEXEC)),
       process_([&](Child&) {
-        std::string path = programPath();
-        std::vector<char*> pointers = {path.data()};
-        for (std::string& argument : arguments) pointers.push_back(argument.data());
-        pointers.push_back(nullptr);
+        arguments.insert(arguments.begin(), programPath());
         dup2(input_[0], STDIN_FILENO);
         dup2(output_[1], STDOUT_FILENO);
         dup2(errors_, STDERR_FILENO);
         std::signal(SIGPIPE, SIG_DFL);
         if (isNobodys) becomeNobody();
-        execv(path.c_str(), pointers.data());
-        _exit(126);
+        execute(arguments);
       }) {
   // A program that ended must show as a failed write.
   std::signal(SIGPIPE, SIG_IGN);
