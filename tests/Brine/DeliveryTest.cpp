@@ -128,35 +128,6 @@ TEST_F(DeliveryTest, AWritersEndIsNoticedWhereItsEventIsLost) {
   EXPECT_EQ(copy_.rows().size(), 1U);
 }
 
-TEST_F(DeliveryTest, ATableMadeAnewInADirectoryMadeAnewIsFound) {
-  start(3);
-  writer_.unmount();
-  std::filesystem::remove_all(folder_.path());
-  copy_.table.deliver();
-  EXPECT_EQ(copy_.rows().size(), 3U);
-  // Made at the worst moment: when the reader has not found it and does not yet watch for it.
-  Brine::sys.watchAdd = [](int fd, char const* path, uint32_t events) {
-    int const watch = Brine::realSystem().watchAdd(fd, path, events);
-    int const error = errno;
-    if (watch < 0) play();
-    errno = error;
-    return watch;
-  };
-  Copy late(folder_, Mode::keyshadow);
-  late.table.unmount();
-  interlude = [this] {
-    mount();
-    fill(2, 9);
-  };
-  late.remount();
-  ASSERT_FALSE(interlude);
-  for (Copy* const copy : {&copy_, &late}) {
-    copy->await(MountStatus::mounted);
-    copy->deliver();
-    EXPECT_EQ(copy->rows(), rowsOf(writer_));
-  }
-}
-
 TEST_F(DeliveryTest, AHookThatRaisesIsWokenForTheRest) {
   mount();
   fill(0, 3);

@@ -132,20 +132,19 @@ TEST(Folder, AReaderFollowsWhatBecomesOfTheTable) {
   EXPECT_EQ(reader.mountStatus(), MountStatus::mounted);
 }
 
-TEST(Folder, AReaderFindsItsTableWhereADirectoryAboveItIsMovedOrALinkToItIsTurned) {
+TEST(Folder, AReaderFindsItsTableWhereADirectoryIsMadeMovedOrRemovedOrALinkToItIsTurned) {
   TestFolder const folder;
   auto const optionsAt = [&](std::string const& site, Mode mode) {
     Brine::MountOptions options = folder.options(mode);
     options.directory += "/" + site + "/tables";
     return options;
   };
-  Table writers[3];
+  std::map<uint64_t, Table> writers;
   auto const write = [&](std::string const& site, uint64_t value) {
     std::filesystem::create_directory(folder.path() + "/" + site);
-    Table& writer = writers[value];
-    EXPECT_EQ(writer.mount(optionsAt(site, Mode::writer)), MountStatus::mounted) << writer.mountDetail();
-    writer.write({{1, 1}, value, 0});
-    writer.endTurn();
+    EXPECT_EQ(writers[value].mount(optionsAt(site, Mode::writer)), MountStatus::mounted);
+    writers[value].write({{1, 1}, value, 0});
+    writers[value].endTurn();
   };
   auto const turn = [&](std::string const& site) {
     std::filesystem::create_directory_symlink(site, folder.path() + "/new");
@@ -172,6 +171,11 @@ TEST(Folder, AReaderFindsItsTableWhereADirectoryAboveItIsMovedOrALinkToItIsTurne
   std::filesystem::rename(folder.path() + "/two", folder.path() + "/two.bak");
   write("two", 2);
   expectRow(2);
+  std::filesystem::remove_all(folder.path() + "/two");
+  reader.deliver();
+  EXPECT_TRUE(reader.find({1, 1})) << "what is gone can be read";
+  write("two", 3);
+  expectRow(3);
 }
 
 TEST(Folder, NoTableTakesTheDescriptorThatItsProcessPrintsTo) {
