@@ -75,7 +75,7 @@ struct SourcePart {
     return now ? now : kept.multipath(mac);
   }
   bool serves() const { return told.serves || kept.serves; }
-  /// What it told becomes what is kept, with what was kept already.
+  /// What it told becomes what is kept, with what was kept already; of a key in both what counts.
   void begin();
 };
 

@@ -24,7 +24,9 @@ Seqno32 after(Seqno32 seq) { return seq.value() == Seqno32::max ? seq : Seqno32(
 void SourcePart::begin() {
   VniLedger before = std::exchange(kept, std::exchange(told, {}));
   for (auto const& entry : before.macs) {
-    if (!kept.macs.contains(entry.key)) kept.macs.put(entry.key, entry.value);
+    Claim const* const now = kept.macs.find(entry.key);
+    bool const isOlder = now && isNumbered && now->seq < entry.value.seq;
+    if (!now || isOlder) kept.macs.put(entry.key, entry.value);
   }
   for (auto& [mac, list] : before.floods) kept.floods[mac].merge(list);
   kept.multipaths.merge(before.multipaths);

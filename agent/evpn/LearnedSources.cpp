@@ -29,7 +29,7 @@ void LearnedSources::begin(SourceId source) {
   auto& [told, kept, capability] = records_[source];
   Ledger before = std::exchange(kept, std::exchange(told, {}));
   for (auto const& entry : before.hosts) {
-    if (!kept.hosts.contains(entry.key)) kept.hosts.put(entry.key, entry.value);
+    if (newer(&entry.value, kept.hosts.find(entry.key)) == &entry.value) kept.hosts.put(entry.key, entry.value);
   }
   kept.floods.merge(before.floods);
 }
