@@ -6,6 +6,7 @@
 #include "agent/commands/FeedOptions.h"
 #include "agent/commands/LogOptions.h"
 #include "agent/commands/MetricsOptions.h"
+#include "agent/commands/RecordOptions.h"
 #include "agent/evpn/EvpnSide.h"
 #include "agent/explain/WhyLearned.h"
 #include "agent/feed/Feeds.h"
@@ -31,6 +32,7 @@ struct AgentOptions {
   Duplicates::Rule duplicates;
   unsigned duplicateSeconds = 180;
   SpeakerOptions speaker;
+  RecordOptions record;
   MetricsOptions metrics;
   bool withEvpn = false;
   bool cleanup = false;
@@ -68,6 +70,7 @@ class AgentProcess {
     if (options.withEvpn || options.speaker.isGiven()) {
       evpn_.emplace(loop_, site_, options.repair, options.feed.hold(), logs());
     }
+    if (options.record.isGiven()) record();
     if (options.speaker.isGiven()) speaker_.emplace(loop_, site_, options.speaker, evpn_->sources(), logs());
     if (options.switches.areGiven()) {
       switches_.emplace(loop_, options.switches, module_.sources(), module_.controller());
@@ -83,6 +86,7 @@ class AgentProcess {
       measureTurn();
       module_.endTurn();
       if (evpn_) evpn_->learned().endTurn();
+      if (recorder_) recorder_->endTurn();
       if (module_.sources().isSettled()) serviceManager_.ready();
     });
   }
@@ -115,6 +119,13 @@ class AgentProcess {
   }
   Logs logs() const { return {logger(), logger(LogLevel::warning)}; }
   void log(std::string const& line) const { logger()(line); }
+
+  /// Before the first source is added.
+  void record() {
+    recorder_.emplace(loop_, options_.record.recorder, Origin::controller, logs());
+    module_.recorderIs(*recorder_);
+    recorder_->begin();
+  }
 
   /// How long the longest turn was of those that the process spent working, not waiting.
   void measureTurn() {
@@ -213,6 +224,7 @@ class AgentProcess {
   Loop& loop_;
   Feeds feeds_;  ///< Before the site is made: a feed that cannot be opened leaves nothing behind.
   Site site_;
+  std::optional<Recorder> recorder_;  ///< Before those whom it records.
   HostedModule module_;
   std::optional<EvpnSide> evpn_;
   std::optional<SwitchSide> switches_;
@@ -258,6 +270,7 @@ void addAgentCommand(CLI::App& app, Run& run) {
   options->feed.addTo(*command);
   options->switches.addTo(*command);
   options->speaker.addTo(*command);
+  options->record.addTo(*command);
   options->metrics.addTo(*command);
   options->log.addTo(*command);
   command->add_flag("--with-evpn", options->withEvpn,

@@ -28,6 +28,7 @@ void addCheckCommand(CLI::App& app, Run& run);
 void addAuditCommand(CLI::App& app, Run& run);
 void addTraceCommand(CLI::App& app, Run& run);
 void addWhyCommand(CLI::App& app, Run& run);
+void addReplayCommand(CLI::App& app, Run& run);
 void addMetricsCommand(CLI::App& app, Run& run);
 void addManualCommand(CLI::App& app, Run& run);
 

@@ -6,6 +6,7 @@
 #include "agent/commands/Commands.h"
 #include "agent/commands/FeedOptions.h"
 #include "agent/commands/LogOptions.h"
+#include "agent/commands/RecordOptions.h"
 #include "agent/evpn/EvpnSide.h"
 #include "agent/evpn/Exchange.h"
 #include "agent/explain/WhyLearned.h"
@@ -23,6 +24,7 @@ struct EvpnOptions {
   std::vector<std::string> peers;
   FeedOptions feed;
   SpeakerOptions speaker;
+  RecordOptions record;
   LogOptions log;
   bool repair = false;
 };
@@ -80,6 +82,7 @@ int runEvpn(EvpnOptions const& options) {
     return Logs{loggerOf("evpn " + site.dir()), loggerOf("evpn " + site.dir(), LogLevel::warning)};
   };
   // Now only: a command that is refused leaves nothing behind.
+  std::optional<Recorder> recorder;
   std::vector<std::unique_ptr<ServedSide>> sides;
   std::vector<Exchange::Member> members;
   for (Site const& site : sites) {
@@ -89,9 +92,15 @@ int runEvpn(EvpnOptions const& options) {
   }
   ServedSide& own = *sides.front();
   Logs const logs = logsOf(sites.front());
+  if (options.record.isGiven()) {
+    recorder.emplace(loop, options.record.recorder, Origin::evpn, logs);
+    own.side.recorderIs(*recorder);
+    recorder->begin();
+  }
   ServiceManager serviceManager(loop);
   auto const endTurn = [&] {
     for (auto const& each : sides) each->side.learned().endTurn();
+    if (recorder) recorder->endTurn();
   };
   loop.turnEndIs([&] {
     endTurn();
@@ -128,6 +137,7 @@ void addEvpnCommand(CLI::App& app, Run& run) {
   command->add_option("--peer", options->peers, "Exchange with the site of this directory, both ways")
       ->allow_extra_args(false);
   options->speaker.addTo(*command);
+  options->record.addTo(*command);
   options->log.addTo(*command);
   command->add_flag("--repair", options->repair, "Drop damaged rows of the tables instead of giving up");
   command->footer(

@@ -70,6 +70,7 @@ int program(int argc, char** argv) {
   addCheckCommand(app, run);
   addWhyCommand(app, run);
   addAuditCommand(app, run);
+  addReplayCommand(app, run);
   addMetricsCommand(app, run);
   addTraceCommand(app, run);
   addHelpCommand(app, run);

@@ -197,7 +197,8 @@ class Show {
   }
 
   void evpnStatus() {
-    EvpnStatus const status = evpnStatusOf(site_, options_.filter);
+    EvpnStatus const status = options_.evpnStatus ? filtered(*options_.evpnStatus, options_.filter)
+                                                  : evpnStatusOf(site_, options_.filter);
     if (options_.json) {
       title("evpnStatus", "");
       writeEvpnStatus(out_, status);

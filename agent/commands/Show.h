@@ -6,11 +6,13 @@
 #include <vector>
 
 #include "agent/commands/FormatOptions.h"
+#include "agent/views/EvpnStatus.h"
 
 namespace Agent {
 
 struct ShowOptions : ViewOptions {
   std::vector<std::string> subjects;
+  EvpnStatus const* evpnStatus = nullptr;  ///< Where no agent is to be asked.
 };
 
 /// Writes the subjects to `out`, problems that leave something to show to standard error. Returns the exit

@@ -80,10 +80,12 @@ class RowWatcher : public Watcher {
     isSynchronised_ = status_ == Brine::MountStatus::noTable && options_.stay;
   }
 
+  std::string now() const { return options_.now ? options_.now() : options_.json ? utcTime() : localTime(); }
+
   /// Writes what a delivery tells. Its lines are kept until it is known whether a marker must precede them.
   void tell() {
     batch_.clear();
-    time_ = options_.json ? utcTime() : localTime();
+    time_ = now();
     table_.deliver();
     bool const isMounted = table_.mountStatus() == Brine::MountStatus::mounted;
     if (isMounted) statusMarker();
@@ -174,7 +176,7 @@ class RowWatcher : public Watcher {
     status_ = table_.mountStatus();
     hadWriter_ = hadWriter_ || status_ == Brine::MountStatus::mounted;
     if (!options_.stay) return;
-    time_ = options_.json ? utcTime() : localTime();
+    time_ = now();
     marker(Brine::toText(status_),
            status_ == Brine::MountStatus::mounted ? place_.label() : explain(table_, place_));
   }
@@ -257,6 +259,22 @@ int watchAll(WatchOptions const& options, Output& out, int stopFd) {
 }
 
 }  // namespace
+
+struct TableWatch::Parts {
+  WatchOptions options;
+  Watchers watchers;
+};
+
+TableWatch::TableWatch(WatchOptions options, Output& out)
+    : parts_(std::make_unique<Parts>(Parts{std::move(options), {}})) {
+  parts_->watchers = watchersOf(parts_->options, out);
+}
+
+TableWatch::~TableWatch() = default;
+
+void TableWatch::deliver() {
+  for (auto const& watcher : parts_->watchers) watcher->deliver();
+}
 
 int watch(WatchOptions const& options, Output& out, int stopFd) {
   out.stopFdIs(stopFd);

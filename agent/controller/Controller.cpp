@@ -90,6 +90,7 @@ void Controller::begin(SourceId source) {
 }
 
 void Controller::apply(SourceId source, Event const& event) {
+  if (event.op == Op::number) return serve(event.vni).numberIs(event.mac, event.vtep, event.seq);
   SourceRecord const& record = sources_[source];
   bool const isTold =
       event.op == Op::vni || event.op == Op::mac || event.op == Op::flood || event.op == Op::multipath;
@@ -99,9 +100,9 @@ void Controller::apply(SourceId source, Event const& event) {
   part.told.serves = true;
   if (event.op == Op::mac) {
     bool const isNews = record.isKnown && !(duplicates_ && duplicates_->isFrozen(event.vni, event.mac));
-    served.macIs(part, event.mac, {event.vtep, event.seq, 0, event.preference}, isNews);
+    served.macIs(part, event.mac, {event.vtep, event.seq, 0, event.preference, event.since}, isNews);
   } else if (event.op == Op::flood) {
-    served.floodIs(part, event.mac, event.vtep, event.on);
+    served.floodIs(part, event.mac, event.vtep, {event.on, event.since});
   } else if (event.op == Op::multipath) {
     served.multipathIs(part, event.mac, event.vteps);
   }

@@ -57,6 +57,7 @@ class Controller : public Orb::StateMachine<Controller> {
   bool whole(SourceId source);
   bool withdraw(SourceId source);
   std::size_t entries(SourceId source) const;
+  void tellState(SourceLedgers::Tell const& tell) const;
 
   // What an earlier run left.
   void earlierIs(Vxlan::Vni vni) { serve(vni).earlierIsPublished(); }

@@ -60,9 +60,13 @@ void ServedVni::macIs(SourcePart& part, EthAddr mac, Claim claim, bool isNews) {
   Claim const* const former = part.claim(mac);
   bool const isSame = former && former->vtep == claim.vtep && former->seq == claim.seq &&
                       former->preference == claim.preference;
-  claim.since = isSame ? former->since : nowInSeconds();
+  bool const isRestored = claim.since != 0;
+  if (!isRestored) claim.since = isSame ? former->since : nowInSeconds();
   if (!part.isNumbered) {
-    if (former ? former->vtep != claim.vtep : isNews) {
+    if (isRestored) {
+      claim.order = std::exchange(claim.seq, {}).value();
+      heard_ = std::max(heard_, claim.order);
+    } else if (former ? former->vtep != claim.vtep : isNews) {
       claim.order = ++heard_;
       renumber(mac, claim.vtep);
     } else if (former) {
@@ -89,10 +93,11 @@ void ServedVni::macDel(SourcePart& part, EthAddr mac) {
   if (part.told.macs.erase(mac)) mergeMac(mac, false);
 }
 
-void ServedVni::floodIs(SourcePart& part, EthAddr mac, IpAddr vtep, bool on) {
+void ServedVni::floodIs(SourcePart& part, EthAddr mac, IpAddr vtep, FloodClaim claim) {
   FloodClaim const* const former = part.flood(mac, vtep);
-  std::uint32_t const since = former && former->on == on ? former->since : nowInSeconds();
-  part.told.floods[mac][vtep] = {on, since};
+  bool const isSame = former && former->on == claim.on;
+  if (claim.since == 0) claim.since = isSame ? former->since : nowInSeconds();
+  part.told.floods[mac][vtep] = claim;
   mergeFlood(mac, vtep);
 }
 

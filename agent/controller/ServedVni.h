@@ -46,10 +46,11 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
   /// Whether anybody serves the VNI.
   bool isServed() const { return earlier_ || !parts_.empty(); }
 
-  /// `isNews`: a switch that had no entry of the MAC has just heard it.
+  /// `isNews`: a switch that had no entry of the MAC has just heard it. A claim with a `since` was told
+  /// before; a switch's has its order in place of its number then.
   void macIs(SourcePart& part, Wirix::EthAddr mac, Claim claim, bool isNews);
   void macDel(SourcePart& part, Wirix::EthAddr mac);
-  void floodIs(SourcePart& part, Wirix::EthAddr mac, Wirix::IpAddr vtep, bool on);
+  void floodIs(SourcePart& part, Wirix::EthAddr mac, Wirix::IpAddr vtep, FloodClaim claim);
   void floodDel(SourcePart& part, Wirix::EthAddr mac, Wirix::IpAddr vtep);
   void multipathIs(SourcePart& part, Wirix::EthAddr mac, std::vector<Wirix::IpAddr> vteps);
   void multipathDel(SourcePart& part, Wirix::EthAddr mac);
@@ -69,6 +70,12 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
   void forEachClaim(Wirix::EthAddr mac, std::function<void(SourceId, Claim const&)> const& visit) const;
   void forEachFloodClaim(Wirix::EthAddr mac, Wirix::IpAddr vtep,
                          std::function<void(SourceId, FloodClaim const&)> const& visit) const;
+
+  // Parts of Controller::tellState(); and what it told of the numbers of switches' entries.
+  void tellEarlier(SourceLedgers::Tell const& tell) const;
+  void tellParts(VniLedger SourcePart::*ledger, SourceLedgers::Tell const& tell) const;
+  void tellNumbers(SourceLedgers::Tell const& tell) const;
+  void numberIs(Wirix::EthAddr mac, Wirix::IpAddr vtep, Seqno32 seq);
 
   // What an earlier run left.
   void earlierMacIs(VxlanController::MacVtepV2 const& entry);

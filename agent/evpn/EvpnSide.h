@@ -2,6 +2,7 @@
 #pragma once
 
 #include "agent/evpn/LearnedSources.h"
+#include "agent/record/Recorder.h"
 
 namespace Agent {
 
@@ -16,9 +17,13 @@ class EvpnSide {
   EvpnSide(EvpnSide const&) = delete;
   EvpnSide& operator=(EvpnSide const&) = delete;
 
+  /// Writes down what sources tell, before the first one is added. The recorder outlives this.
+  void recorderIs(Recorder& recorder) { recorder.tap(sources_, ledgers_); }
+
   /// Where sources of EVPN events are added.
   Sources& sources() { return sources_; }
   Sources const& sources() const { return sources_; }
+  LearnedSources& ledgers() { return ledgers_; }
   LearnedSources const& ledgers() const { return ledgers_; }
   Learned& learned() { return learned_; }
   /// It has sources that know of no capability.

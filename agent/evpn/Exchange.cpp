@@ -113,28 +113,17 @@ void Exchange::tellHost(std::size_t site, std::size_t learner, MacVniPair const&
   if (!records_[site].isTelling()) return;
   Host const row = records_[site].reader->exported().host->host(key);
   Host const own = records_[learner].reader->exported().host->host(key);
-  Event event;
-  event.from = Origin::evpn;
-  event.op = Op::macDel;
-  event.vni = key.vni();
-  event.mac = key.macAddr();
-  if (row != Host() && (own == Host() || outranks(row, own))) {
-    event.op = Op::mac;
-    event.vtep = row.vtepAddr();
-    event.seq = row.seqNo();
-    event.preference = row.preference();
-  }
+  bool const isTold = row != Host() && (own == Host() || outranks(row, own));
+  Event event = eventOf(isTold ? row : Host(key));
+  if (!isTold) event.op = Op::macDel;
   records_[site].learners[learner].event(event);
 }
 
 void Exchange::floodChanged(std::size_t site, VniVtepPair const& key) {
   if (!records_[site].isTelling()) return;
   bool const isThere = records_[site].reader->exported().flood->floodEntry(key) != FloodEntry();
-  Event event;
-  event.from = Origin::evpn;
-  event.op = isThere ? Op::flood : Op::floodDel;
-  event.vni = key.vni();
-  event.vtep = key.vtepAddr();
+  Event event = eventOf(key);
+  if (!isThere) event.op = Op::floodDel;
   for (SourceHandlers const& learner : records_[site].learners) {
     if (learner.event) learner.event(event);
   }

@@ -10,6 +10,32 @@ bool outranks(Host const& left, Host const& right) {
   return left.seqNo() != right.seqNo() ? left.seqNo() > right.seqNo() : left.vtepAddr() < right.vtepAddr();
 }
 
+Event eventOf(Host const& row) {
+  Event event = eventOf(VniVtepPair(row.key().vni(), row.vtepAddr()));
+  event.op = Op::mac;
+  event.mac = row.key().macAddr();
+  event.seq = row.seqNo();
+  event.preference = row.preference();
+  return event;
+}
+
+Event eventOf(VniVtepPair const& flood) {
+  Event event;
+  event.from = Origin::evpn;
+  event.op = Op::flood;
+  event.vni = flood.vni();
+  event.vtep = flood.vtepAddr();
+  return event;
+}
+
+Host hostOf(Event const& event) {
+  Host row(MacVniPair(event.mac, event.vni));
+  row.vtepAddrIs(event.vtep);
+  row.seqNoIs(event.seq);
+  row.preferenceIs(event.preference);
+  return row;
+}
+
 LearnedSources::LearnedSources(Learned& learned) : learned_(learned) {
   learned_.forEach([this](Host const& row) { earlier_.hosts.put(row.key(), {row}); },
                    [this](FloodEntry const& row) { earlier_.floods.emplace(row.key(), 0); });
@@ -29,7 +55,8 @@ void LearnedSources::begin(SourceId source) {
   auto& [told, kept, capability] = records_[source];
   Ledger before = std::exchange(kept, std::exchange(told, {}));
   for (auto const& entry : before.hosts) {
-    if (newer(&entry.value, kept.hosts.find(entry.key)) == &entry.value) kept.hosts.put(entry.key, entry.value);
+    if (newer(&entry.value, kept.hosts.find(entry.key)) == &entry.value)
+      kept.hosts.put(entry.key, entry.value);
   }
   kept.floods.merge(before.floods);
 }
@@ -38,19 +65,17 @@ void LearnedSources::apply(SourceId source, Event const& event) {
   Ledger& told = records_[source].told;
   MacVniPair const key(event.mac, event.vni);
   VniVtepPair const flood(event.vni, event.vtep);
+  std::uint32_t const since = event.since != 0 ? event.since : nowInSeconds();
   if (event.op == Op::mac) {
-    Host row(key);
-    row.vtepAddrIs(event.vtep);
-    row.seqNoIs(event.seq);
-    row.preferenceIs(event.preference);
+    Host const row = hostOf(event);
     HostClaim const* const former = told.hosts.find(key);
     if (former && former->row == row) return;
-    told.hosts.put(key, {row, nowInSeconds()});
+    told.hosts.put(key, {row, since});
     mergeHost(key);
   } else if (event.op == Op::macDel) {
     if (told.hosts.erase(key)) mergeHost(key);
   } else if (event.op == Op::flood) {
-    if (told.floods.emplace(flood, nowInSeconds()).second) mergeFlood(flood);
+    if (told.floods.emplace(flood, since).second) mergeFlood(flood);
   } else if (event.op == Op::floodDel) {
     if (told.floods.erase(flood) != 0) mergeFlood(flood);
   }
@@ -88,6 +113,34 @@ bool LearnedSources::settled() {
 std::size_t LearnedSources::entries(SourceId source) const {
   auto const& [told, kept, capability] = records_[source];
   return told.hosts.size() + told.floods.size() + kept.hosts.size() + kept.floods.size();
+}
+
+void LearnedSources::tellState(Tell const& tell) const {
+  auto const tellAll = [&](Ledger const& ledger, SourceId source) {
+    for (auto const& entry : ledger.hosts) {
+      Event event = eventOf(entry.value.row);
+      event.since = entry.value.since;
+      tell(source, event);
+    }
+    for (auto const& [flood, since] : ledger.floods) {
+      Event event = eventOf(flood);
+      event.since = since;
+      tell(source, event);
+    }
+  };
+  tellAll(earlier_, earlierRun);
+  for (SourceId source = 0; source < records_.size(); ++source) {
+    Record const& record = records_[source];
+    tellAll(record.kept, source);
+    Event event;
+    event.from = Origin::evpn;
+    event.op = Op::begin;
+    tell(source, event);
+    tellAll(record.told, source);
+    event.op = Op::capability;
+    event.value = record.capability.value_or(false);
+    if (record.capability) tell(source, event);
+  }
 }
 
 LearnedSources::HostClaim const* LearnedSources::newer(HostClaim const* before, HostClaim const* now) {

@@ -20,6 +20,11 @@ namespace Agent {
 /// Of two rows of a MAC, whether the left one stands.
 bool outranks(QorEvpn::Host const& left, QorEvpn::Host const& right);
 
+/// A row as the event that tells it, and back.
+Event eventOf(QorEvpn::Host const& row);
+Event eventOf(QorEvpn::VniVtepPair const& flood);
+QorEvpn::Host hostOf(Event const& event);
+
 class LearnedSources : public SourceLedgers {
  public:
   /// What the tables hold now is an earlier run's.
@@ -37,6 +42,7 @@ class LearnedSources : public SourceLedgers {
   bool withdraw(SourceId source) override;
   bool settled() override;
   std::size_t entries(SourceId source) const override;
+  void tellState(Tell const& tell) const override;
 
   /// Calls `visit` with what each source, and an earlier run last, tells of a key.
   void forEachClaim(

@@ -1,7 +1,6 @@
 #include "agent/feed/Event.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cmath>
 #include <nlohmann/json.hpp>
@@ -10,63 +9,13 @@
 
 #include "Orb/Text.h"
 #include "agent/base/MacNotation.h"
+#include "agent/feed/EventRules.h"
 
 namespace Agent {
 
 namespace {
 
 using Parsed = nlohmann::json;
-
-/// Keys of an event as a set of bits.
-enum Key : unsigned {
-  keyT = 1,
-  keyFrom = 2,
-  keyOp = 4,
-  keyVni = 8,
-  keyMac = 16,
-  keyVtep = 32,
-  keyVteps = 64,
-  keySeq = 128,
-  keyPreference = 256,
-  keyOn = 512,
-  keyValue = 1024
-};
-constexpr std::array<std::pair<std::string_view, unsigned>, 11> keys{{{"t", keyT},
-                                                                      {"from", keyFrom},
-                                                                      {"op", keyOp},
-                                                                      {"vni", keyVni},
-                                                                      {"mac", keyMac},
-                                                                      {"vtep", keyVtep},
-                                                                      {"vteps", keyVteps},
-                                                                      {"seq", keySeq},
-                                                                      {"preference", keyPreference},
-                                                                      {"on", keyOn},
-                                                                      {"value", keyValue}}};
-
-/// What an op takes, by where it comes from.
-struct OpRule {
-  std::string_view name;
-  Op op;
-  unsigned required;
-  unsigned fromController;
-  unsigned fromEvpn;
-};
-constexpr unsigned macKeys = keyVni | keyMac | keyVtep | keySeq | keyPreference;
-constexpr unsigned notThere = ~0U;  ///< Instead of keys: no op of that side's.
-constexpr std::array<OpRule, 11> opRules{{
-    {"vni", Op::vni, keyVni, keyVni, notThere},
-    {"vni-del", Op::vniDel, keyVni, keyVni, notThere},
-    {"mac", Op::mac, keyVni | keyMac | keyVtep, macKeys, macKeys},
-    {"mac-del", Op::macDel, keyVni | keyMac, macKeys, macKeys},
-    {"flood", Op::flood, keyVni | keyVtep, keyVni | keyVtep | keyMac | keyOn, keyVni | keyVtep | keyOn},
-    {"flood-del", Op::floodDel, keyVni | keyVtep, keyVni | keyVtep | keyMac | keyOn,
-     keyVni | keyVtep | keyOn},
-    {"multipath", Op::multipath, keyVni | keyMac | keyVteps, keyVni | keyMac | keyVteps, notThere},
-    {"multipath-del", Op::multipathDel, keyVni | keyMac, keyVni | keyMac | keyVteps, notThere},
-    {"enabled", Op::enabled, keyValue, keyValue, notThere},
-    {"capability", Op::capability, keyValue, notThere, keyValue},
-    {"synced", Op::synced, 0, 0, 0},
-}};
 
 /// A value or a key as JSON, cut short.
 std::string shown(Parsed const& value) {
@@ -115,6 +64,11 @@ Wirix::IpAddr vtepOf(Parsed const& value, char const* key) {
     }
   }
   fail(key, value, "an IPv4 address such as \"10.99.0.11\"");
+}
+
+std::string textOf(Parsed const& value, char const* key) {
+  if (!value.is_string()) fail(key, value, "a text");
+  return value.get<std::string>();
 }
 
 std::vector<Wirix::IpAddr> vtepsOf(Parsed const& value) {
@@ -192,7 +146,7 @@ void requireKeys(OpRule const& rule, Origin from, unsigned present) {
   if (allowed == notThere) throw EventError(op + " does not exist");
   if (unsigned const missing = rule.required & ~present)
     throw EventError(op + " needs key " + keyName(missing));
-  if (unsigned const extra = present & ~(allowed | keyT | keyFrom | keyOp)) {
+  if (unsigned const extra = present & ~(allowed | commonKeys)) {
     throw EventError(op + " has no key " + keyName(extra));
   }
 }
@@ -230,7 +184,7 @@ class PlainLine {
     bool const isControllers = event_.from == Origin::controller;
     unsigned const allowed = isControllers ? rule_->fromController : rule_->fromEvpn;
     return allowed != notThere && (rule_->required & ~present_) == 0 &&
-           (present_ & ~(allowed | keyT | keyFrom | keyOp)) == 0 && (isControllers || event_.on);
+           (present_ & ~(allowed | commonKeys)) == 0 && (isControllers || event_.on);
   }
 
   bool readMember() {
@@ -267,6 +221,14 @@ class PlainLine {
       case keyVteps: return readVteps();
       case keyOn: return readBool(event_.on);
       case keyValue: return readBool(event_.value);
+      case keySource:
+        if (!readNumber(number, sourceMax)) return false;
+        event_.source = number;
+        return true;
+      case keySince:
+        if (!readNumber(number, sinceMax)) return false;
+        event_.since = static_cast<std::uint32_t>(number);
+        return true;
       default: return false;
     }
   }
@@ -280,11 +242,10 @@ class PlainLine {
   bool readOp() {
     std::string_view name;
     if (!readText(name)) return false;
-    for (OpRule const& rule : opRules) {
-      if (rule.name == name) rule_ = &rule;
-    }
-    if (rule_ != nullptr) event_.op = rule_->op;
-    return rule_ != nullptr;
+    rule_ = std::find_if(opRules.begin(), opRules.end(), [&](auto const& each) { return each.name == name; });
+    if (rule_ == opRules.end()) return false;
+    event_.op = rule_->op;
+    return true;
   }
   bool readTime() {
     char const* const begin = at_;
@@ -406,15 +367,16 @@ Event readAny(std::string_view line) {
   event.preference = static_cast<std::uint8_t>(number(object, "preference", 255, event.preference));
   event.on = boolean(object, "on", true);
   event.value = boolean(object, "value", false);
+  if (object.contains("source")) event.source = number(object, "source", sourceMax);
+  event.since = static_cast<std::uint32_t>(number(object, "since", sinceMax));
+  if (object.contains("name")) event.name = textOf(object["name"], "name");
   if (event.from == Origin::evpn && !event.on) throw EventError("on: a flood row from evpn cannot be off");
   return event;
 }
 
 }  // namespace
 
-std::string_view toText(Op op) {
-  return std::find_if(opRules.begin(), opRules.end(), [op](auto const& rule) { return rule.op == op; })->name;
-}
+std::string_view toText(Op op) { return ruleOf(op).name; }
 
 Event parseEvent(std::string_view line) {
   std::optional<Event> plain = PlainLine(line).read();

@@ -30,11 +30,26 @@
 ///
 /// A -del may repeat the keys of what it takes back. Any other key is an error, and so is one that occurs
 /// twice.
+///
+/// A recording (agent/record/Recorder.h) is a feed that has, besides, in every line of a source `source`, its
+/// number among the sources of that side. Other keys and ops of recordings:
+///
+///   since       Unix time in seconds: told then, as what holds at the beginning of a file
+///
+///   recording   name* seq           a file begins: the run of the process, and which of its files it is
+///   source      source* name* on    a source comes to be; `on`: it numbers its entries
+///   begin       source*             it tells its state again, beside which what it told is kept
+///   whole       source* value*      it has told it: a part of what was kept goes; `value`: none is left
+///   withdraw    source* value*      a part of all that it told goes; `value`: none is left
+///   settled     value*              every source is whole or given up; as `whole`, of an earlier run's
+///   number      vni* mac* vtep* seq the number of the switches' entry of a MAC
+///   state-end                       what holds at the beginning of the file has been told
 #pragma once
 
 #include <cstdint>
 #include <optional>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -58,9 +73,23 @@ enum class Op : std::uint8_t {
   multipathDel,
   enabled,
   capability,
-  synced
+  synced,
+  // Of recordings.
+  recording,
+  source,
+  begin,
+  whole,
+  withdraw,
+  settled,
+  number,
+  stateEnd
 };
-inline constexpr std::size_t opCount = static_cast<std::size_t>(Op::synced) + 1;
+inline constexpr std::size_t opCount = static_cast<std::size_t>(Op::stateEnd) + 1;
+
+/// Counts the sources of a side from 0, in the order in which they were added.
+using SourceId = std::size_t;
+/// Stands for what an earlier run left, where a source is named.
+inline constexpr SourceId earlierRun = ~SourceId{0};
 
 /// Keys that an op does not have hold their defaults.
 struct Event {
@@ -75,6 +104,9 @@ struct Event {
   std::uint8_t preference = 16;
   bool on = true;
   bool value = false;
+  SourceId source = earlierRun;  ///< Of a recording; else, and of what nobody in particular says, this.
+  std::uint32_t since = 0;       ///< 0: now.
+  std::string name;
 
   friend bool operator==(Event const&, Event const&) = default;
 };
@@ -87,6 +119,10 @@ class EventError : public std::runtime_error {
 
 /// Reads one line, without its end of line. Raises EventError. The order of times is the feed's to check.
 Event parseEvent(std::string_view line);
+
+/// Appends the line of an event, with its end; all keys but `t` and `source` are the event's. Those
+/// that have their defaults are left out.
+void appendLine(std::string& out, std::string_view time, SourceId source, Event const& event);
 
 /// "mac-del".
 std::string_view toText(Op op);

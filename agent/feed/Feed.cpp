@@ -164,12 +164,19 @@ void Feed::take(LineCutter::Line const& line) {
   lastTime_ = *waiting_->time;
 }
 
+/// Of a recording every entry is this feed's, whosoever told it, but for an earlier run's. Where the process
+/// that was recorded started again, so does the feed.
 void Feed::apply(Event const& event) {
   ++events_;
   ++writersEvents_;
-  if (event.op == Op::synced) {
+  bool const isRunsFirst = event.op == Op::recording && event.seq == Seqno32();
+  bool const isAgain = isRunsFirst && std::exchange(isRecorded_, true);
+  bool const isEarliers = isRecorded_ && event.source == earlierRun && event.op < Op::enabled;
+  if (event.op == Op::synced || (event.op == Op::settled && event.value)) {
     sync(event.from);
-  } else if (auto const& handler = side(event.from).event) {
+  } else if (isAgain) {
+    state(SourceState::syncing);
+  } else if (auto const& handler = side(event.from).event; handler && event.op < Op::synced && !isEarliers) {
     handler(event);
   }
 }
@@ -234,7 +241,7 @@ void Feed::endOfInput() {
 void Feed::nextWriter() {
   state(SourceState::lost, "its writer ended");
   lines_ = {};
-  readToEnd_ = hasWriter_ = isPartial_ = false;
+  readToEnd_ = hasWriter_ = isPartial_ = isRecorded_ = false;
   writersEvents_ = writersErrors_ = 0;
   lastTime_ = 0;
   start_.reset();

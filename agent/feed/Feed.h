@@ -121,6 +121,7 @@ class Feed {
   bool isFile_ = false;
   bool isFifo_ = false;
   bool hasWriter_ = false;               ///< A FIFO that something has come out of.
+  bool isRecorded_ = false;              ///< It is a recording.
   bool isPartial_ = false;               ///< Its writer has told somebody else the beginning, perhaps.
   std::array<SourceState, 2> states_{};  ///< By origin.
   bool reading_ = false;

@@ -61,15 +61,15 @@ std::string_view toText(SourceState state) {
 }
 
 Sources::Sources(Loop& loop, SourceLedgers& ledgers, std::chrono::seconds hold, Logs logs)
-    : loop_(loop), ledgers_(ledgers), hold_(hold), logs_(std::move(logs)), sweep_(loop, [this] {
+    : loop_(loop), ledgers_(&ledgers), hold_(hold), logs_(std::move(logs)), sweep_(loop, [this] {
         sweep();
       }) {}
 
 SourceHandlers Sources::add(About about) {
   SourceId const id = records_.size();
-  ledgers_.sourceIs(id, about.isNumbered);
   Record& record = records_.emplace_back();
   record.about = std::move(about);
+  ledgers_->sourceIs(id, record.about.isNumbered);
   if (hold_.count() != 0) {
     record.timer = std::make_unique<Timer>(loop_, [this, id] { holdEnds(id); });
     record.timer->start(hold_);
@@ -83,7 +83,7 @@ void Sources::event(SourceId source, Event const& event) {
   if (event.op == Op::enabled || event.op == Op::capability) {
     flag(source, event);
   } else if (!refuse(records_[source], event)) {
-    ledgers_.apply(source, event);
+    ledgers_->apply(source, event);
   }
 }
 
@@ -114,7 +114,7 @@ void Sources::state(SourceId source, SourceState next, std::string const& cause)
     if (record.givenUp) record.givenUp = record.isOverdue = false;
     record.sweep = Sweep::none;
     record.isAgain = record.hasTold;
-    if (record.isAgain) ledgers_.begin(source);
+    if (record.isAgain) ledgers_->begin(source);
     record.hasTold = true;
   } else if (next == SourceState::syncing) {
     applyFlags(source);  // it has said what it will
@@ -131,7 +131,7 @@ void Sources::state(SourceId source, SourceState next, std::string const& cause)
   }
   sweep();
   if (!isWorthALine) return;
-  if (next == SourceState::synced) line += ", " + entriesText(ledgers_.entries(source));
+  if (next == SourceState::synced) line += ", " + entriesText(ledgers_->entries(source));
   (next == SourceState::synced ? logs_.info : logs_.warning)(cause.empty() ? line : line + ": " + cause);
 }
 
@@ -144,12 +144,12 @@ void Sources::flag(SourceId source, Event const& event) {
     record.flags.insert_or_assign(event.op, event);
   } else {
     record.flags.erase(event.op);
-    ledgers_.flag(source, event);
+    ledgers_->flag(source, event);
   }
 }
 
 void Sources::applyFlags(SourceId source) {
-  for (auto const& [op, event] : std::exchange(records_[source].flags, {})) ledgers_.flag(source, event);
+  for (auto const& [op, event] : std::exchange(records_[source].flags, {})) ledgers_->flag(source, event);
 }
 
 void Sources::holdEnds(SourceId source) {
@@ -165,7 +165,7 @@ void Sources::giveUp(SourceId source) {
   if (record.givenUp) return;
   record.givenUp = true;
   logs_.warning(record.about.name + ": given up after " + std::to_string(hold_.count()) +
-                " s: " + entriesText(ledgers_.entries(source)) + " withdrawn");
+                " s: " + entriesText(ledgers_->entries(source)) + " withdrawn");
   record.flags.clear();
   record.sweep = Sweep::withdraw;
   sweep();
@@ -184,12 +184,11 @@ bool Sources::sweepSome() {
   for (SourceId source = 0; source < records_.size(); ++source) {
     Sweep const sweep = records_[source].sweep;
     if (sweep == Sweep::none) continue;
-    if (!(sweep == Sweep::whole ? ledgers_.whole(source) : ledgers_.withdraw(source))) return false;
+    if (!(sweep == Sweep::whole ? ledgers_->whole(source) : ledgers_->withdraw(source))) return false;
     sweepEnds(source);
   }
   if (isSettled_ || !canSettle()) return true;
-  isSettled_ = ledgers_.settled();
-  return isSettled_;
+  return settle();
 }
 
 void Sources::sweepEnds(SourceId source) {
@@ -221,7 +220,7 @@ nlohmann::ordered_json Sources::state() const {
                       {"endpoint", record.about.endpoint},
                       {"state", toText(record.state)},
                       {"since", since.count()},
-                      {"entries", ledgers_.entries(id)},
+                      {"entries", ledgers_->entries(id)},
                       {"events", std::move(events)},
                       {"refused", record.refused},
                       {"givenUp", record.givenUp},

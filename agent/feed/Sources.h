@@ -37,13 +37,12 @@ struct Logs {
   Log info, warning;
 };
 
-/// Counts the sources of a side from 0, in the order in which they were added.
-using SourceId = std::size_t;
-/// Stands for what an earlier run left, where a source is named.
-inline constexpr SourceId earlierRun = ~SourceId{0};
-
+/// Of what is replayed now (agent/record/Replay.h), in seconds of Unix time; 0: nothing is.
+inline std::uint32_t replayedTime = 0;
 /// Seconds of Unix time, for when an entry was told.
-inline std::uint32_t nowInSeconds() { return static_cast<std::uint32_t>(std::time(nullptr)); }
+inline std::uint32_t nowInSeconds() {
+  return replayedTime != 0 ? replayedTime : static_cast<std::uint32_t>(std::time(nullptr));
+}
 
 /// How many entries go in a turn: some milliseconds, whatever is notified of them.
 inline constexpr std::size_t sweepLimit = 4096;
@@ -65,6 +64,10 @@ class SourceLedgers {
   virtual bool settled() = 0;
   /// How many entries a source has there.
   virtual std::size_t entries(SourceId source) const = 0;
+  /// Tells all that is held, `earlierRun`'s first, as lines of a recording: what comes to other ledgers in
+  /// this way, or is there when they are made, makes them hold the same.
+  using Tell = std::function<void(SourceId, Event const&)>;
+  virtual void tellState(Tell const& tell) const = 0;
 };
 
 class Sources {
@@ -85,9 +88,17 @@ class Sources {
   /// Adds a source, before the loop turns; what is returned is for the source to call.
   SourceHandlers add(About about);
 
+  /// Who stands before the ledgers from now on, and hands on what he is told. Call it before add().
+  void ledgersAre(SourceLedgers& ledgers) { ledgers_ = &ledgers; }
+
+  /// Takes a part of what an earlier run left out of force, as if every source was synced; true where none is
+  /// left.
+  bool settle() { return isSettled_ = ledgers_->settled(); }
   /// Does at once what is left to do, where no further turn comes.
   void finish();
 
+  /// How many were added.
+  std::size_t size() const { return records_.size(); }
   /// Also of `earlierRun`.
   std::string name(SourceId source) const {
     return source == earlierRun ? "earlier run" : records_[source].about.name;
@@ -136,7 +147,7 @@ class Sources {
   bool canSettle() const;
 
   Loop& loop_;
-  SourceLedgers& ledgers_;
+  SourceLedgers* ledgers_;
   bool keepsEarlier_ = false;
   std::chrono::seconds hold_;
   Logs logs_;

@@ -12,6 +12,15 @@ Orb::Ptr<Entity> make(char const* name) {
   return Orb::makePtr<Entity>(Orb::Name(name));
 }
 
+/// A flag as it counts, whoever said it.
+Event flagEvent(Op flag, bool value) {
+  Event event;
+  event.from = flag == Op::enabled ? Origin::controller : Origin::evpn;
+  event.op = flag;
+  event.value = value;
+  return event;
+}
+
 }  // namespace
 
 HostedModule::HostedModule(Loop& loop, Site const& site, bool repair, std::chrono::seconds hold,
@@ -60,9 +69,28 @@ void HostedModule::duplicatesIs(Duplicates::Rule const& rule) {
   controller_->duplicatesIs(&*duplicates_);
 }
 
+void HostedModule::recorderIs(Recorder& recorder) {
+  recorder.tap(sources_, *this);
+  recorder_ = &recorder;
+}
+
+/// The flags last: what they start finds the rest.
+void HostedModule::tellState(Tell const& tell) const {
+  controller_->tellState(tell);
+  if (tap_) tap_->tellState(*vniStatusDir_, tell);
+  if (status_->enabled()) tell(earlierRun, flagEvent(Op::enabled, true));
+  if (saidCapability_) tell(earlierRun, flagEvent(Op::capability, *saidCapability_));
+}
+
+/// Behind what the flag has brought about: a replay has what was learned then when it comes to it.
+void HostedModule::record(Op flag, bool value) {
+  if (recorder_) recorder_->write(earlierRun, flagEvent(flag, value));
+}
+
 void HostedModule::enabledIs(bool enabled) {
   status_->enabledIs(enabled);
   handleFlag(enabled);
+  record(Op::enabled, enabled);
 }
 
 void HostedModule::flag(SourceId, Event const& event) {
@@ -83,8 +111,8 @@ void HostedModule::capabilityIs() {
   if (capability == saidCapability_) return;
   saidCapability_ = capability;
   capability_->evpnEnabledIs(capability.value_or(false));
-  if (!capability) return;
-  handleFlag(*capability);
+  if (capability) handleFlag(*capability);
+  record(Op::capability, capability.value_or(false));
 }
 
 /// A flag that is off also removes what an earlier run left.
@@ -117,6 +145,7 @@ void HostedModule::handleMode() {
 /// built on tables that are not mounted yet, so that deliveries tell it every row, a part a turn.
 void HostedModule::start() {
   learned_.emplace("learned", site_.learned());
+  if (recorder_) tap_ = Orb::create<LearnedTap>(*learned_, *recorder_);
   rx_ = VxlanController::qorEvpnRxSmFactory(learned_->host, learned_->flood, vniStatusDir_);
   follower_.emplace(
       loop_, *learned_, [this] { handleLearned(); }, sweepLimit);
@@ -125,7 +154,9 @@ void HostedModule::start() {
 
 void HostedModule::handleLearned() {
   reportLearned();
-  if (!tx_ && follower_->isUpToDate()) startTransmit();
+  if (tx_ || !follower_->isUpToDate() || transmitWaits_) return;
+  if (tap_) tap_->whole();
+  startTransmit();
 }
 
 void HostedModule::startTransmit() {
@@ -141,6 +172,7 @@ void HostedModule::stop() {
   tx_ = nullptr;
   withdrawLearned();
   rx_ = nullptr;
+  tap_ = nullptr;
   follower_.reset();
   learned_.reset();
   learnedReport_.clear();
@@ -166,6 +198,7 @@ void HostedModule::withdrawLearned() {
 }
 
 void HostedModule::cleanup() {
+  record(Op::enabled, false);
   bool const isWritten = tx_ != nullptr;
   if (rx_) stop();
   if (!isWritten) clearExported();

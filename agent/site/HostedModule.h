@@ -31,6 +31,7 @@
 #include "agent/controller/Controller.h"
 #include "agent/explain/Why.h"
 #include "agent/feed/Sources.h"
+#include "agent/record/LearnedTap.h"
 #include "agent/site/EvpnState.h"
 #include "agent/site/Mount.h"
 #include "agent/site/Site.h"
@@ -48,6 +49,12 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
   /// Which MACs count as duplicates; none until this is said.
   void duplicatesIs(Duplicates::Rule const& rule);
 
+  /// Writes down from now on, before the first source is added, what the module takes in: what its sources
+  /// tell, and what the EVPN side's tables do. The recorder outlives this.
+  void recorderIs(Recorder& recorder);
+  /// For who replays it: until what was learned at the start is whole, nothing is exported.
+  void transmitWaitsIs(bool waits) { transmitWaits_ = waits; }
+
   /// Where the controller's sources are added: its switches and feeds.
   Sources& sources() { return sources_; }
   Controller& controller() { return *controller_; }
@@ -63,6 +70,7 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
   bool withdraw(SourceId source) override { return controller_->withdraw(source); }
   bool settled() override { return controller_->earlierDel(); }
   std::size_t entries(SourceId source) const override { return controller_->entries(source); }
+  void tellState(Tell const& tell) const override;
 
   bool integrationIsOn() const { return tx_ != nullptr; }
   std::uint64_t rowsFound() const { return rowsFound_; }
@@ -110,6 +118,7 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
   bool isListed(Vxlan::Vni vni) const;
   ExportState exportState() const;
   void handleFlag(bool on);
+  void record(Op flag, bool value);
   void capabilityIs();
   void seedController();
   void forgetEarlier();
@@ -147,6 +156,9 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
   Orb::Ptr<QorEvpn::QorEvpnIntegrationModeSm> mode_;
   Orb::Ptr<QorEvpn::QorEvpnTxSm> tx_;
   Orb::Ptr<VxlanController::QorEvpnRxSm> rx_;
+  Recorder* recorder_ = nullptr;
+  Orb::Ptr<LearnedTap> tap_;
+  bool transmitWaits_ = false;
   std::uint64_t rowsFound_ = 0;
   EvpnStateReader evpnState_;
   std::optional<bool> feedsCapability_;
