@@ -7,6 +7,7 @@
 #include "Wirix/IpAddr.h"
 #include "agent/base/MacNotation.h"
 #include "agent/commands/Commands.h"
+#include "agent/commands/ReplayOptions.h"
 #include "agent/site/Control.h"
 #include "agent/site/Site.h"
 #include "agent/views/Format.h"
@@ -21,6 +22,7 @@ struct WhyOptions {
   std::string dir{Site::defaultDir};
   std::string subject;
   std::optional<std::uint32_t> vni;
+  ReplayOptions recording;
   bool json = false;
 };
 
@@ -37,9 +39,9 @@ std::string subjectText(std::string const& subject) {
   }
 }
 
-/// "12 s", "3 min", "5 h", "9 days"
+/// "12 s", "3 min", "5 h", "9 days"; of a recording, at its end.
 std::string ageText(std::uint64_t since) {
-  auto const now = static_cast<std::uint64_t>(std::time(nullptr));
+  std::uint64_t const now = nowInSeconds();
   std::uint64_t const age = now > since ? now - since : 0;
   if (age < 120) return std::to_string(age) + " s";
   if (age < 7200) return std::to_string(age / 60) + " min";
@@ -136,10 +138,17 @@ void addEvpnSide(Json& answer, Site const& site, std::string const& subject) {
 int runWhy(WhyOptions const& options) {
   Site const site(options.dir);
   std::string const subject = subjectText(options.subject);
-  std::string request = "why " + subject;
-  if (options.vni) request += " " + std::to_string(*options.vni);
-  Json answers = controlRequest(site, request);
-  for (Json& answer : answers) addEvpnSide(answer, site, subject);
+  std::string const question = options.vni ? subject + ' ' + std::to_string(*options.vni) : subject;
+  std::optional<Replay> replay;  // whose time counts for ages
+  bool isWhole = true;
+  Json answers;
+  if (options.recording.files.empty()) {
+    answers = controlRequest(site, "why " + question);
+    for (Json& answer : answers) addEvpnSide(answer, site, subject);
+  } else {
+    isWhole = options.recording.run(replay.emplace(), [](double) { return true; });
+    answers = replay->why(question);
+  }
   Output out(STDOUT_FILENO);
   if (options.json) {
     out.write(answers.dump(2), "\n");
@@ -149,7 +158,7 @@ int runWhy(WhyOptions const& options) {
   for (Json const& answer : options.json ? Json::array() : answers)
     Answer(out, answer).write(options.subject);
   out.flush();
-  return exitOk;
+  return isWhole ? exitOk : exitFailed;
 }
 
 }  // namespace
@@ -161,13 +170,19 @@ void addWhyCommand(CLI::App& app, Run& run) {
   command->add_option("SUBJECT", options->subject, "A MAC address, or a VTEP of a flood list")->required();
   command->add_option("VNI", options->vni, "The VNI; of a MAC, every VNI that knows it if none is named")
       ->check(CLI::Range(0U, 16777215U));
+  command
+      ->add_option("--replay", options->recording.files,
+                   "Ask the recording of an agent instead; its files, in any order, behind all else")
+      ->type_name("FILE");
+  options->recording.addTo(*command);
   command->add_flag("-j,--json", options->json, "For programs");
   command->footer(
       "Asks the running agent what both sides know, which rule decided, and whether the table is so.\n\n"
       "Examples:\n"
       "  qorevpn why 02:00:00:00:00:01 5000\n"
       "  qorevpn why 0200.0000.0001            in every VNI\n"
-      "  qorevpn why 10.99.0.11 5000           a VTEP of the VNI's flood list");
+      "  qorevpn why 10.99.0.11 5000           a VTEP of the VNI's flood list\n"
+      "  qorevpn why 0200.0000.0001 --until 2026-11-22T03:12:05Z --replay agent.rec*     what was then");
   command->callback([options, &run] { run = [options] { return runWhy(*options); }; });
 }
 

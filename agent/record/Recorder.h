@@ -1,19 +1,19 @@
 /// Agent::Recorder: writes down every event that a process takes in, so that `qorevpn replay` can do later
 /// what the process did.
 ///
-/// A recording is a feed (agent/feed/Event.h). It holds, in their order, the calls that the sources of a side
-/// made on its ledgers, and the flags of an agent as they counted. `t` is Unix time, in the first line of each
-/// turn. Each file begins with `recording`, which names the run of the process and counts its files, then tells
-/// what holds at the time, as far as `state-end`, so that each can be read alone: first what an earlier run
-/// left, then what each source has told. (A switch's entry has there as `seq` its place in the order of
-/// hearing.)
+/// A recording is a feed (agent/feed/Event.h). It holds, in their order, the calls that the sources of a
+/// side made on its ledgers, and the flags of an agent as they counted. `t` is Unix time, in the first line
+/// of each turn. Each file begins with `recording`, which names the run of the process and counts its files,
+/// then tells what holds at the time, as far as `state-end`, so that each can be read alone: first what an
+/// earlier run left, then what each source has told. (A switch's entry has there as `seq` its place in the
+/// order of hearing.)
 ///
 ///   FILE      is written to; a run goes on in it behind the earlier one's
 ///   FILE.1    the one before, and so on; the oldest is removed
 ///
-/// A turn is written at its end, in one piece, so who is killed loses a turn at most, of which the tables have
-/// all that came of it, and the next run begins with those. What cannot be written is said and never stops the
-/// process: it is tried again every half minute, with what holds then.
+/// A turn is written at its end, in one piece, so who is killed loses a turn at most, of which the tables
+/// have all that came of it, and the next run begins with those. What cannot be written is said and never
+/// stops the process: it is tried again every half minute, with what holds then.
 #pragma once
 
 #include <memory>

@@ -16,8 +16,8 @@ class Recording {
   explicit Recording(std::vector<std::string> const& files);
   ~Recording();
 
-  /// The next line; nothing behind the last one. One that is none is named on standard error and passed over; a
-  /// last one without its end is being written still.
+  /// The next line; nothing behind the last one. One that is none is named on standard error and passed over;
+  /// a last one without its end is being written still.
   std::optional<Event> next();
   bool hasBadLines() const { return hasBadLines_; }
 

@@ -1,8 +1,8 @@
 /// Agent::Replay: does again, in a site of its own, what a process did whose recording it is told
 /// (agent/record/Recorder.h), with the same machines, tables and ledgers, and neither sources nor time.
 ///
-/// Where a run of the process begins, all is built anew on the tables that the run found. Files that follow one
-/// another in a run are one: what holds at the beginning of the next is known already.
+/// Where a run of the process begins, all is built anew on the tables that the run found. Files that follow
+/// one another in a run are one: what holds at the beginning of the next is known already.
 #pragma once
 
 #include <optional>
