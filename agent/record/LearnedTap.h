@@ -1,5 +1,5 @@
-/// Agent::LearnedTap: records what an agent takes of the tables that EVPN's side writes, in this process or in
-/// another, as one source.
+/// Agent::LearnedTap: records what an agent takes of the tables that EVPN's side writes, in this process or
+/// in another, as one source.
 ///
 ///   input                handler                 output
 ///   learned host table   handleHost(key)         mac, mac-del

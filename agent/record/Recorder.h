@@ -39,8 +39,8 @@ class Recorder {
   Recorder(Recorder const&) = delete;
   Recorder& operator=(Recorder const&) = delete;
 
-  /// Writes down from now on what `sources`, of which there is none yet, tell `ledgers`. Both outlive the last
-  /// turn.
+  /// Writes down from now on what `sources`, of which there is none yet, tell `ledgers`. Both outlive the
+  /// last turn.
   void tap(Sources& sources, SourceLedgers& ledgers);
   /// Opens the file. Raises std::runtime_error naming it.
   void begin();
