@@ -278,6 +278,10 @@ TEST_F(SpeakerTest, NamesEndpointAndCauseOfEachFaultAndTriesAgain) {
   std::string const unimplemented =
       settings + frame(headersFrame, endOfStream | endOfHeaders, 1,
                        status200 + field("grpc-status", "12") + field("grpc-message", "Nope"));
+  using namespace std::string_literals;
+  auto const message = [](std::string const& octets) {
+    return settings + frame(headersFrame, endOfHeaders, 1, status200) + frame(dataFrame, 0, 1, octets);
+  };
   struct Case {
     std::string answer;
     bool ends, listens;
@@ -287,7 +291,9 @@ TEST_F(SpeakerTest, NamesEndpointAndCauseOfEachFaultAndTriesAgain) {
                         {settings, true, true, "closed the connection"},
                         {settings, false, true, "no answer to GetBgp within"},
                         {"SSH-2.0-OpenSSH\r\n\r\n..................", false, true, "does not speak HTTP/2"},
-                        {unimplemented, false, true, "does not have this interface (GoBGP 3): Nope"}};
+                        {unimplemented, false, true, "does not have this interface (GoBGP 3): Nope"},
+                        {message("\0\0\0\0\2\xff\xff"s), false, true, "the answer to GetBgp cannot be read"},
+                        {message("\1\0\0\0\2xx"s), false, true, "is compressed or too long"}};
   for (Case const& each : cases) {
     unsigned port = 0;
     Agent::Fd socket = TestSupport::boundSocket(port);
@@ -302,12 +308,14 @@ TEST_F(SpeakerTest, NamesEndpointAndCauseOfEachFaultAndTriesAgain) {
     }
     auto options = Site::optionsOf(endpoint, 65001, "10.99.0.1");
     options.answer = 300ms;
+    if (!each.listens) options.retryMin = 300ms, options.retryMax = 2s;
     Site site(loop, options);
     await([&] { return !site.lines.empty(); });
     EXPECT_THAT(site.lines[0], StartsWith(endpoint + ": "));
     EXPECT_THAT(site.lines[0], HasSubstr(each.cause));
     EXPECT_THAT(std::string(site.speaker.show()["lastError"]), HasSubstr(each.cause));
-    await([&] { return site.lines.size() > 2; });  // it tries again
+    // It tries again, after pauses that grow.
+    await([&] { return each.listens ? site.lines.size() > 2 : site.lines.back().ends_with("again in 2 s"); });
     EXPECT_EQ(site.speaker.state(), SourceState::connecting);
   }
   for (char const* const endpoint : {"", "127.0.0.1", "127.0.0.1:0", "127.0.0.1:65536", "host:1", ":1"}) {
