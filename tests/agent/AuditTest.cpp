@@ -35,42 +35,45 @@ SiteLook soundLook() {
   return look;
 }
 
+std::vector<std::string> findingsOf(SiteLook& look) {
+  look.exported.sort(), look.learned.sort();
+  std::vector<std::string> found;
+  for (Finding const& finding : audit(look)) found.push_back(Orb::toText(finding));
+  return found;
+}
+
 TEST(AuditTest, NamesEachRowThatIsNotAsItShouldBe) {
+  std::string const host5000 = "exported/host  vni 5000  mac 00:00:00:00:00:0";
+  std::string const echoed = ": echoed: EVPN supplied exactly this, and nothing is echoed";
+  std::string const notServed = ": orphan: no source of the controller serves the VNI";
   struct {
     void (*plant)(SiteLook&);
     std::vector<std::string> findings;
   } const cases[] = {
       {[](SiteLook&) {}, {}},
       {[](SiteLook& look) { look.exported.of<Host>().clear(); },
-       {"exported/host  vni 5000  mac 00:00:00:00:00:01: missing: the controller has it, and nothing keeps "
-        "it out"}},
+       {host5000 + "1: missing: the controller has it, and nothing keeps it out"}},
       {[](SiteLook& look) { look.exported.add(host(5000, 3, 11)); },
-       {"exported/host  vni 5000  mac 00:00:00:00:00:03: orphan: the MAC is in the multipath table only"}},
+       {host5000 + "3: orphan: the MAC is in the multipath table only"}},
       {[](SiteLook& look) { look.exported.add(host(6000, 1, 11)); },
-       {"exported/host  vni 6000  mac 00:00:00:00:00:01: orphan: no source of the controller serves the "
-        "VNI"}},
-      {[](SiteLook& look) { look.exported.add(host(5000, 2, 22)); },
-       {"exported/host  vni 5000  mac 00:00:00:00:00:02: echoed: EVPN supplied exactly this, and nothing is "
-        "echoed"}},
+       {"exported/host  vni 6000  mac 00:00:00:00:00:01" + notServed}},
+      {[](SiteLook& look) { look.exported.add(host(5000, 2, 22)); }, {host5000 + "2" + echoed}},
       {[](SiteLook& look) { look.exported.of<Host>() = {host(5000, 1, 12, 1)}; },
-       {"exported/host  vni 5000  mac 00:00:00:00:00:01: stale: vtep 10.99.0.12, not 10.99.0.11"}},
+       {host5000 + "1: stale: vtep 10.99.0.12, not 10.99.0.11"}},
       {[](SiteLook& look) { look.exported.of<Host>() = {host(5000, 1, 22)}; },
-       {"exported/host  vni 5000  mac 00:00:00:00:00:01: echoed: vtep 10.99.0.22, not 10.99.0.11; seq 0, not "
-        "1"}},
+       {host5000 + "1: echoed: vtep 10.99.0.22, not 10.99.0.11; seq 0, not 1"}},
       {[](SiteLook& look) { look.exported.add(host(5000, 1, 11, 1)); },
-       {"exported/host  vni 5000  mac 00:00:00:00:00:01: duplicate: it is there 2 times"}},
+       {host5000 + "1: duplicate: it is there 2 times"}},
       {[](SiteLook& look) {
          look.exported.of<FloodEntry>() = {flood(5000, 12), flood(5000, 22)};
        },
        {"exported/flood  vni 5000  vtep 10.99.0.11: missing: the controller floods to it, and nothing keeps "
-        "it "
-        "out",
+        "it out",
         "exported/flood  vni 5000  vtep 10.99.0.12: orphan: the flood list has the VTEP switched off",
-        "exported/flood  vni 5000  vtep 10.99.0.22: echoed: EVPN supplied exactly this, and nothing is "
-        "echoed"}},
+        "exported/flood  vni 5000  vtep 10.99.0.22" + echoed}},
       {[](SiteLook& look) { look.exported.of<Bridging::BridgeId>() = {bridgeId(6000)}; },
        {"exported/brId  vni 5000: missing: the VNI is served and has entries",
-        "exported/brId  vni 6000: orphan: no source of the controller serves the VNI"}},
+        "exported/brId  vni 6000" + notServed}},
       // What EVPN told is not what the agent holds.
       {[](SiteLook& look) {
          look.learned.of<Host>() = {host(5000, 1, 22), host(5000, 1, 22), host(5000, 2, 22, 7),
@@ -87,8 +90,7 @@ TEST(AuditTest, NamesEachRowThatIsNotAsItShouldBe) {
          look.sides.evpn->vniStatusV2Del(Vxlan::Vni(5000));
          look.exported.of<FloodEntry>().clear(), look.exported.of<Bridging::BridgeId>().clear();
        },
-       {"exported/host  vni 5000  mac 00:00:00:00:00:01: orphan: the integration is off, since EVPN is not "
-        "capable"}},
+       {host5000 + "1: orphan: the integration is off, since EVPN is not capable"}},
       {[](SiteLook& look) { look.isKept = true, look.exported.of<Host>().clear(); }, {}},
       // Entries that are not supported decide late.
       {[](SiteLook& look) {
@@ -103,10 +105,7 @@ TEST(AuditTest, NamesEachRowThatIsNotAsItShouldBe) {
   for (auto const& each : cases) {
     SiteLook look = soundLook();
     each.plant(look);
-    look.exported.sort(), look.learned.sort();
-    std::vector<std::string> found;
-    for (Finding const& finding : audit(look)) found.push_back(Orb::toText(finding));
-    EXPECT_EQ(found, each.findings);
+    EXPECT_EQ(findingsOf(look), each.findings);
   }
 }
 
@@ -118,10 +117,7 @@ TEST(AuditTest, NamesEachRemoteRowOfASwitchThatIsNotAsItShouldBe) {
         "name": "leaf1", "own": ["10.99.0.11"], "told": ["00:00:00:00:00:04 10.99.0.44"],
         "tables": [{"name": "Ucast_Macs_Remote", "rows": [)" + unicast + R"(]},
                    {"name": "Mcast_Macs_Remote", "rows": [)" + flood + "]}]}]"));
-    look.exported.sort(), look.learned.sort();
-    std::vector<std::string> found;
-    for (Finding const& finding : audit(look)) found.push_back(Orb::toText(finding));
-    return found;
+    return findingsOf(look);
   };
   using testing::ElementsAre, testing::IsEmpty;
   std::string const table = "leaf1/Ucast_Macs_Remote  vni 5000  mac 00:00:00:00:00:0";
