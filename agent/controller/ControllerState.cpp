@@ -51,9 +51,9 @@ void ServedVni::tellEarlier(Tell const& tell) const {
 }
 
 void ServedVni::tellParts(VniLedger SourcePart::*ledger, Tell const& tell) const {
-  for (auto const& part : parts_) {
-    if ((*part.*ledger).serves)
-      tellLedger(vniFdbStatus_->vni(), *part.*ledger, part->source, part->isNumbered, tell);
+  for (SourcePart const& part : parts_) {
+    if ((part.*ledger).serves)
+      tellLedger(vniFdbStatus_->vni(), part.*ledger, part.source, part.isNumbered, tell);
   }
 }
 
