@@ -26,6 +26,10 @@ class ModeSm : public testing::Test {
     capability->evpnEnabledIs(evpnEnabled);
   }
   bool mode() const { return config->qorEvpnIntegrationMode(); }
+  void expectRun(bool enabled, bool evpnEnabled) {
+    EXPECT_EQ(mode(), enabled && evpnEnabled);
+    EXPECT_EQ(traces.take(), run(enabled, evpnEnabled));
+  }
 
   TestSupport::TraceCapture traces{"QorEvpnModeSm", 1U << 8};
   Ptr<Status> status = makePtr<Status>("controllerdb");
@@ -52,14 +56,9 @@ TEST_F(ModeSm, IsOnWhenBothAreOn) {
 
       // Every change of an input writes the flag, also where the result stays as it is.
       config->qorEvpnIntegrationModeIs(!(enabled && !evpnEnabled));
-      inputs(enabled, !evpnEnabled);
-      EXPECT_EQ(mode(), enabled && !evpnEnabled);
-      EXPECT_EQ(traces.take(), run(enabled, !evpnEnabled));
-      status->enabledIs(!enabled);
-      EXPECT_EQ(mode(), !enabled && !evpnEnabled);
-      EXPECT_EQ(traces.take(), run(!enabled, !evpnEnabled));
-      Orb::attributeInvoke(*sm, "setQorEvpnIntegrationMode");
-      EXPECT_EQ(traces.take(), run(!enabled, !evpnEnabled));
+      inputs(enabled, !evpnEnabled), expectRun(enabled, !evpnEnabled);
+      status->enabledIs(!enabled), expectRun(!enabled, !evpnEnabled);
+      Orb::attributeInvoke(*sm, "setQorEvpnIntegrationMode"), expectRun(!enabled, !evpnEnabled);
     }
   }
 }
@@ -70,13 +69,9 @@ TEST_F(ModeSm, AReplacedInputRunsTheRuleOnceUnlessTheReactorIsAZombie) {
   traces.take();
   auto const on = makePtr<Status>("on");
   on->enabledIs(true);
-  sm->orbControllerdbStatus()->notifierIs(on);
-  EXPECT_EQ(traces.take(), run(true, true));
-  status->enabledIs(false);
-  on->enabledIs(false);
-  EXPECT_EQ(traces.take(), run(false, true));
-  sm->orbEvpnCapability()->notifierIs(makePtr<EvpnCapability>("off"));
-  EXPECT_EQ(traces.take(), run(false, false));
+  sm->orbControllerdbStatus()->notifierIs(on), expectRun(true, true);
+  status->enabledIs(false), on->enabledIs(false), expectRun(false, true);
+  sm->orbEvpnCapability()->notifierIs(makePtr<EvpnCapability>("off")), expectRun(false, false);
   sm->orbControllerdbStatus()->orbDoZombieReactors(true);
   sm->orbControllerdbStatus()->notifierIs(status);
   EXPECT_EQ(traces.take(), Texts());

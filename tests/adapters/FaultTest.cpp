@@ -79,15 +79,15 @@ struct Fault {
 auto constantly(std::string text) {
   return [text = std::move(text)](Json const&) { return text; };
 }
-std::string without(char const* table, char const* column, Json const& request) {
+auto without(char const* table, char const* column) {
   Json lacking = schema();
   column == nullptr ? lacking["tables"].erase(table) : lacking["tables"][table]["columns"].erase(column);
-  return answer(request, lacking);
+  return [lacking](Json const& request) { return answer(request, lacking); };
 }
-std::string withRow(char const* table, Json const& row, Json const& request) {
+auto withRow(char const* table, Json const& row) {
   Json wrong = rows();
   wrong[table]["00000000-0000-0000-0000-000000000009"] = row;
-  return answer(request, wrong);
+  return [wrong](Json const& request) { return answer(request, wrong); };
 }
 
 TEST(SwitchFaults, areNamedAndTriedAgainAfterGrowingPauses) {
@@ -101,9 +101,8 @@ TEST(SwitchFaults, areNamedAndTriedAgainAfterGrowingPauses) {
          return Json({{"id", request["id"]}, {"error", {{"error", "unknown database"}}}}).dump();
        },
        "no database hardware_vtep: unknown database"},
-      {"get_schema", [](Json const& request) { return without("Mcast_Macs_Remote", nullptr, request); },
-       "lacks table Mcast_Macs_Remote"},
-      {"get_schema", [](Json const& request) { return without("Ucast_Macs_Local", "locator", request); },
+      {"get_schema", without("Mcast_Macs_Remote", nullptr), "lacks table Mcast_Macs_Remote"},
+      {"get_schema", without("Ucast_Macs_Local", "locator"),
        "lacks column locator of table Ucast_Macs_Local"},
       {"get_schema", constantly(""), "no answer within"},
       {"get_schema", constantly(R"({"id":77,"result":{},"error":null})"), "an answer that nobody asked for"},
@@ -114,12 +113,9 @@ TEST(SwitchFaults, areNamedAndTriedAgainAfterGrowingPauses) {
          return answer(request, nullptr, {{"error", "not owner"}, {"details", "no rights"}});
        },
        "cannot be monitored: not owner: no rights"},
-      {"monitor",
-       [](Json const& request) {
-         return withRow("Ucast_Macs_Local", {{"new", {{"MAC", 7}}}}, request);
-       },
+      {"monitor", withRow("Ucast_Macs_Local", {{"new", {{"MAC", 7}}}}),
        "table Ucast_Macs_Local, row 00000000-0000-0000-0000-000000000009: "},
-      {"monitor", [](Json const& request) { return withRow("Physical_Locator", {1}, request); },
+      {"monitor", withRow("Physical_Locator", {1}),
        "table Physical_Locator, row 00000000-0000-0000-0000-000000000009: "}};
   for (Fault const& fault : faults) {
     SCOPED_TRACE(fault.report);
