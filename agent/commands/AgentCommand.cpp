@@ -1,7 +1,7 @@
 #include <CLI/CLI.hpp>
 
-#include "Counter/Counter.h"
 #include "agent/base/ServiceManager.h"
+#include "agent/base/TurnMeter.h"
 #include "agent/commands/Commands.h"
 #include "agent/commands/FeedOptions.h"
 #include "agent/commands/LogOptions.h"
@@ -41,14 +41,6 @@ struct AgentOptions {
   std::string traceFile;
 };
 
-nlohmann::ordered_json countersJson() {
-  auto result = nlohmann::ordered_json::array();
-  for (Counter::Counter const* counter : Counter::counters()) {
-    result.push_back({{"name", counter->name()}, {"owner", counter->owner()}, {"value", counter->value()}});
-  }
-  return result;
-}
-
 /// A site's agent, from its start to its end.
 class AgentProcess {
  public:
@@ -79,11 +71,11 @@ class AgentProcess {
     }
     if (options.metrics.address) {
       metrics_.emplace(loop_, *options.metrics.address, [this] {
-        return metricsText(site_, {state(), countersJson(), nullptr});
+        return metricsText(site_, {state(), countersJson(), nullptr, nullptr});
       });
     }
     loop_.turnEndIs([this] {
-      measureTurn();
+      turns_.endTurn();
       module_.endTurn();
       if (evpn_) evpn_->learned().endTurn();
       if (recorder_) recorder_->endTurn();
@@ -125,15 +117,6 @@ class AgentProcess {
     recorder_.emplace(loop_, options_.record.recorder, Origin::controller, logs());
     module_.recorderIs(*recorder_);
     recorder_->begin();
-  }
-
-  /// How long the longest turn was of those that the process spent working, not waiting.
-  void measureTurn() {
-    timespec used{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &used);
-    double const now = static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) * 1e-9;
-    longestTurn_ = std::max(longestTurn_, now - lastTurn_);
-    lastTurn_ = now;
   }
 
   /// The controller's events, and `capability`; EVPN's too where its side is played, and each at once.
@@ -209,7 +192,7 @@ class AgentProcess {
   nlohmann::ordered_json state() const {
     nlohmann::ordered_json result = {{"pid", getpid()}};
     result.update(module_.state());
-    result["longestTurn"] = longestTurn_;
+    result["longestTurn"] = turns_.longest();
     result["feed"] = feeds_.state();
     if (switches_) switches_->describe(result["sources"]);
     if (evpn_) {
@@ -233,8 +216,7 @@ class AgentProcess {
   SiteWatch siteWatch_;    ///< Behind the socket, whose removal is no news.
   std::optional<MetricsServer> metrics_;
   ServiceManager serviceManager_;
-  double lastTurn_ = 0;     ///< Processor time of this thread, in seconds, at its end.
-  double longestTurn_ = 0;  ///< Seconds.
+  TurnMeter turns_;
 };
 
 int runAgent(AgentOptions const& options) {

@@ -3,15 +3,19 @@
 #include <filesystem>
 
 #include "agent/base/ServiceManager.h"
+#include "agent/base/TurnMeter.h"
 #include "agent/commands/Commands.h"
 #include "agent/commands/FeedOptions.h"
 #include "agent/commands/LogOptions.h"
+#include "agent/commands/MetricsOptions.h"
 #include "agent/commands/RecordOptions.h"
 #include "agent/evpn/EvpnSide.h"
 #include "agent/evpn/Exchange.h"
 #include "agent/explain/WhyLearned.h"
 #include "agent/feed/Feeds.h"
 #include "agent/live/SpeakerSide.h"
+#include "agent/metrics/Metrics.h"
+#include "agent/metrics/MetricsServer.h"
 #include "agent/site/Control.h"
 #include "agent/views/Format.h"
 
@@ -25,6 +29,7 @@ struct EvpnOptions {
   FeedOptions feed;
   SpeakerOptions speaker;
   RecordOptions record;
+  MetricsOptions metrics;
   LogOptions log;
   bool repair = false;
 };
@@ -55,20 +60,29 @@ std::vector<Site> sitesOf(EvpnOptions const& options) {
 
 /// A site's EVPN side, and what asks it.
 struct ServedSide {
-  ServedSide(Loop& loop, Site const& site, EvpnOptions const& options, Logs const& logs)
+  ServedSide(Loop& loop, Site const& site, EvpnOptions const& options, Logs const& logs,
+             TurnMeter const& meter)
       : side(loop, site, options.repair, options.feed.hold(), logs),
-        control(loop, site.evpnControlSocket(), [this](std::string_view command, std::string_view argument) {
-          if (command == "why") return whyLearned(side, speaker ? &*speaker : nullptr, argument);
-          if (command != "state")
-            throw std::runtime_error("the EVPN side does not know '" + std::string(command) + "'");
-          nlohmann::ordered_json state = {{"pid", getpid()}, {"sources", side.sources().state()}};
-          if (speaker) speaker->describe(state["sources"]);
-          return state;
-        }) {}
+        control(loop, site.evpnControlSocket(),
+                [this](std::string_view command, std::string_view argument) {
+                  if (command == "why") return whyLearned(side, speaker ? &*speaker : nullptr, argument);
+                  if (command == "counters") return countersJson();
+                  if (command == "state") return state();
+                  throw std::runtime_error("the EVPN side does not know '" + std::string(command) + "'");
+                }),
+        turns(meter) {}
+
+  nlohmann::ordered_json state() const {
+    nlohmann::ordered_json result = {
+        {"pid", getpid()}, {"longestTurn", turns.longest()}, {"sources", side.sources().state()}};
+    if (speaker) speaker->describe(result["sources"]);
+    return result;
+  }
 
   EvpnSide side;
   std::optional<SpeakerSide> speaker;
   ControlServer control;
+  TurnMeter const& turns;  ///< Of the process.
 };
 
 int runEvpn(EvpnOptions const& options) {
@@ -82,12 +96,13 @@ int runEvpn(EvpnOptions const& options) {
     return Logs{loggerOf("evpn " + site.dir()), loggerOf("evpn " + site.dir(), LogLevel::warning)};
   };
   // Now only: a command that is refused leaves nothing behind.
+  TurnMeter turns;
   std::optional<Recorder> recorder;
   std::vector<std::unique_ptr<ServedSide>> sides;
   std::vector<Exchange::Member> members;
   for (Site const& site : sites) {
     Site::made(site.dir());
-    sides.push_back(std::make_unique<ServedSide>(loop, site, options, logsOf(site)));
+    sides.push_back(std::make_unique<ServedSide>(loop, site, options, logsOf(site), turns));
     members.push_back({site, sides.back()->side});
   }
   ServedSide& own = *sides.front();
@@ -103,6 +118,7 @@ int runEvpn(EvpnOptions const& options) {
     if (recorder) recorder->endTurn();
   };
   loop.turnEndIs([&] {
+    turns.endTurn();
     endTurn();
     bool const areSettled = std::all_of(sides.begin(), sides.end(),
                                         [](auto const& each) { return each->side.sources().isSettled(); });
@@ -113,6 +129,12 @@ int runEvpn(EvpnOptions const& options) {
             (sites.size() == 1 ? "" : "; exchanging between " + std::to_string(sites.size()) + " sites"));
   if (options.speaker.isGiven()) {
     own.speaker.emplace(loop, sites.front(), options.speaker, own.side.sources(), logs);
+  }
+  std::optional<MetricsServer> metrics;
+  if (options.metrics.address) {
+    metrics.emplace(loop, *options.metrics.address, [&] {
+      return metricsText(sites.front(), {nullptr, nullptr, own.state(), countersJson()});
+    });
   }
   std::optional<Exchange> exchange;
   if (sites.size() > 1) exchange.emplace(loop, members);
@@ -138,6 +160,7 @@ void addEvpnCommand(CLI::App& app, Run& run) {
       ->allow_extra_args(false);
   options->speaker.addTo(*command);
   options->record.addTo(*command);
+  options->metrics.addTo(*command);
   options->log.addTo(*command);
   command->add_flag("--repair", options->repair, "Drop damaged rows of the tables instead of giving up");
   command->footer(

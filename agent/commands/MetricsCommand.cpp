@@ -25,18 +25,17 @@ void addMetricsCommand(CLI::App& app, Run& run) {
   CLI::App* const command = app.add_subcommand("metrics", "Print the figures of a site for Prometheus");
   command->add_option("--dir", *dir, "The site's directory")->capture_default_str();
   command->footer(
-      "What does not run has no figures; the tables have theirs nevertheless. `agent --metrics "
-      "ADDRESS:PORT`\n"
-      "serves the agent's over HTTP.\n\n"
+      "What does not run has no figures; the tables have theirs nevertheless. `--metrics ADDRESS:PORT` of\n"
+      "`agent` and `evpn` serves the same, each its own, over HTTP.\n\n"
       "Examples:\n"
       "  qorevpn metrics | grep rows\n"
       "  qorevpn metrics > site.prom.new && mv site.prom.new site.prom    for a textfile collector");
   command->callback([dir, &run] {
     run = [dir] {
       Site const site(*dir);
-      ProcessFigures const processes{asked(site, "state", ControlSide::agent),
-                                     asked(site, "counters", ControlSide::agent),
-                                     asked(site, "state", ControlSide::evpn)};
+      ProcessFigures const processes{
+          asked(site, "state", ControlSide::agent), asked(site, "counters", ControlSide::agent),
+          asked(site, "state", ControlSide::evpn), asked(site, "counters", ControlSide::evpn)};
       Output out(STDOUT_FILENO);
       out.write(metricsText(site, processes));
       out.flush();

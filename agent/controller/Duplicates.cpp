@@ -12,6 +12,7 @@ Duplicates::Duplicates(Rule rule, std::function<void(std::string const&)> log,
 
 void Duplicates::moved(Vxlan::Vni vni, VxlanController::MacVtepV2 const& from,
                        VxlanController::MacVtepV2 const& to) {
+  ++movesCount_;
   if (rule_.moves == 0) return;
   auto const now = now_();
   Moves& moves = moves_[{vni, to.macAddr()}];
@@ -22,6 +23,7 @@ void Duplicates::moved(Vxlan::Vni vni, VxlanController::MacVtepV2 const& from,
   if (moves.times.size() >= rule_.moves) {
     moves.times.clear();
     if (!isReported(moves)) {
+      ++reportsCount_;
       std::string line = "duplicate: vni ";
       Orb::appendTexts(line, vni, " mac ", to.macAddr(), " moved ", std::to_string(rule_.moves), " times in ",
                        std::to_string(rule_.window.count()), " s, last from ", moves.from, " to ", moves.to,

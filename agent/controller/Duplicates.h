@@ -32,6 +32,10 @@ class Duplicates {
   void moved(Vxlan::Vni vni, VxlanController::MacVtepV2 const& from, VxlanController::MacVtepV2 const& to);
   bool isFrozen(Vxlan::Vni vni, Wirix::EthAddr mac) const;
 
+  /// How many moves there were, and how often a MAC was reported.
+  std::uint64_t moves() const { return movesCount_; }
+  std::uint64_t reports() const { return reportsCount_; }
+
   /// [{"vni": 5000, "mac": "02:00:00:00:00:01", "vteps": ["10.0.0.1", "10.9.0.1"], "frozen": false}, ..]:
   /// those that were reported and have not been quiet for `window` since.
   nlohmann::ordered_json state() const;
@@ -51,6 +55,7 @@ class Duplicates {
   std::function<void(std::string const&)> log_;
   std::function<Clock::time_point()> now_;
   std::map<Key, Moves> moves_;
+  std::uint64_t movesCount_ = 0, reportsCount_ = 0;
   std::size_t forgetAt_ = 1024;  ///< How many MACs there are when old ones are looked for.
 };
 

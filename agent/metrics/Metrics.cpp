@@ -2,6 +2,9 @@
 
 #include <prometheus/text_serializer.h>
 
+#include <map>
+
+#include "Counter/Counter.h"
 #include "agent/feed/Sources.h"
 #include "agent/tables/Tables.h"
 
@@ -111,8 +114,11 @@ void addAgent(Families& families, Json const& agent) {
       {"servedVnis", "served_vnis", "VNIs that the controller serves", false},
       {"evpnVnis", "evpn_vnis", "VNIs of which EVPN has told anything", false},
       {"bridgeIds", "bridge_ids", "Bridge identifiers that are listed", false},
-      {"longestTurn", "longest_turn_seconds", "Processor time of the longest turn of the agent's loop",
-       false},
+      {"resynchronisations", "resynchronisations_total",
+       "Deliveries of learned rows that compared a whole table, for changes came faster than they were taken",
+       true},
+      {"moves", "moves_total", "MAC addresses that went from one site to another", true},
+      {"duplicatesReported", "duplicates_total", "MAC addresses that were reported as duplicates", true},
   };
   for (auto const& figure : figures) {
     auto const found = agent.find(figure.member);
@@ -131,25 +137,33 @@ void addAgent(Families& families, Json const& agent) {
 
 }  // namespace
 
+nlohmann::ordered_json countersJson() {
+  auto result = Json::array();
+  for (Counter::Counter const* counter : Counter::counters()) {
+    result.push_back({{"name", counter->name()}, {"owner", counter->owner()}, {"value", counter->value()}});
+  }
+  return result;
+}
+
 std::string metricsText(Site const& site, ProcessFigures const& processes) {
   Families families;
-  auto const up = [&](std::string const& process) {
-    families.gauge("up", "1 for each process that runs", 1, {{"process", process}});
+  auto const add = [&](std::string const& name, Json const& process, Json const& counters) {
+    if (process.is_null()) return;
+    families.gauge("up", "1 for each process that runs", 1, {{"process", name}});
+    families.gauge("longest_turn_seconds", "Processor time of the longest turn of the process's loop",
+                   numberOf(process.at("longestTurn")), {{"process", name}});
+    if (name == "agent") addAgent(families, process);
+    addSources(families, name, process.at("sources"));
+    std::map<std::pair<std::string, std::string>, double> operations;  // of several sites in one process
+    for (Json const& counter : counters)
+      operations[{counter.at("owner"), counter.at("name")}] += numberOf(counter.at("value"));
+    for (auto const& [each, value] : operations) {
+      families.counter("operations_total", "Operations of the process on tables, by the counter's name",
+                       value, {{"process", name}, {"table", each.first}, {"operation", each.second}});
+    }
   };
-  if (!processes.agent.is_null()) {
-    up("agent");
-    addAgent(families, processes.agent);
-    addSources(families, "agent", processes.agent.at("sources"));
-  }
-  if (!processes.evpn.is_null()) {
-    up("evpn");
-    addSources(families, "evpn", processes.evpn.at("sources"));
-  }
-  for (Json const& counter : processes.counters) {
-    families.counter("operations_total", "Operations on the agent's tables, by the name of their counter",
-                     numberOf(counter.at("value")),
-                     {{"table", counter.at("owner")}, {"operation", counter.at("name")}});
-  }
+  add("agent", processes.agent, processes.agentCounters);
+  add("evpn", processes.evpn, processes.evpnCounters);
   addTables(families, site);
   return families.text();
 }

@@ -9,10 +9,13 @@
 
 namespace Agent {
 
-/// What a running agent answers to `state` and `counters`, and an EVPN side to `state`; null where none runs.
+/// What a running agent and an EVPN side answer to `state` and `counters`; null where none runs.
 struct ProcessFigures {
-  nlohmann::ordered_json agent, counters, evpn;
+  nlohmann::ordered_json agent, agentCounters, evpn, evpnCounters;
 };
+
+/// [{"name": "hostIs", "owner": "exported/host", "value": 278}, ..]: the operations of this process on tables.
+nlohmann::ordered_json countersJson();
 
 /// Of a site whose tables need not be there. Never raises for a table.
 std::string metricsText(Site const& site, ProcessFigures const& processes);

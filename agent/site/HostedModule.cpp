@@ -174,6 +174,7 @@ void HostedModule::stop() {
   rx_ = nullptr;
   tap_ = nullptr;
   follower_.reset();
+  resynchronisations_ += learned_->laps();
   learned_.reset();
   learnedReport_.clear();
   forgetEarlier();
@@ -306,7 +307,12 @@ nlohmann::ordered_json HostedModule::state() const {
   result["exportedFloods"] = exported_.flood->statistics().rows;
   result["bridgeIds"] = brIdList_->brIdList().size();
   result["learned"] = learned_ ? learnedReport_ : "not mounted";
-  if (duplicates_) result["duplicates"] = duplicates_->state();
+  result["resynchronisations"] = resynchronisations_ + (learned_ ? learned_->laps() : 0);
+  if (duplicates_) {
+    result["moves"] = duplicates_->moves();
+    result["duplicatesReported"] = duplicates_->reports();
+    result["duplicates"] = duplicates_->state();
+  }
   result["sources"] = sources_.state();
   return result;
 }

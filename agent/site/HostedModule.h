@@ -142,6 +142,7 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
   std::optional<TablePair> learned_;
   std::optional<Follower> follower_;
   std::string learnedReport_;
+  std::uint64_t resynchronisations_ = 0;  ///< Of learned tables that are mounted no longer.
 
   Orb::Ptr<Controllerdb::Status> status_;
   Orb::Ptr<QorEvpn::EvpnCapability> capability_;

@@ -58,6 +58,8 @@ void TablePair::endTurn() {
 
 std::uint64_t TablePair::rows() const { return host->statistics().rows + flood->statistics().rows; }
 
+std::uint64_t TablePair::laps() const { return host->statistics().laps + flood->statistics().laps; }
+
 bool mustLookAgain(Brine::MountStatus status) {
   return status == Brine::MountStatus::noResources || status == Brine::MountStatus::notPermitted;
 }

@@ -57,6 +57,8 @@ struct TablePair {
   void endTurn();
   /// How many there are in both.
   std::uint64_t rows() const;
+  /// Reader: deliveries that compared a whole table, since changes came faster than they were taken.
+  std::uint64_t laps() const;
 
   std::string folder;
   Orb::Ptr<QorEvpn::HostTable> host;

@@ -87,7 +87,8 @@ TEST(MetricsTest, FiguresOverHttpAndOnTheCommandLineAreThoseThatShowHas) {
     return figures.contains(name) ? figures.at(name) : -1;
   };
   for (auto const& each : show("counters")) {
-    std::string const labels = "{table=" + each["owner"].dump() + ",operation=" + each["name"].dump() + '}';
+    std::string const labels =
+        "{process=\"agent\",table=" + each["owner"].dump() + ",operation=" + each["name"].dump() + '}';
     EXPECT_EQ(figure("qorevpn_operations_total" + labels), each["value"]) << labels;
   }
   for (auto const& each : show("tables"))
@@ -114,6 +115,9 @@ TEST(MetricsTest, FiguresOverHttpAndOnTheCommandLineAreThoseThatShowHas) {
     bool const changes = name.starts_with("qorevpn_longest_turn");
     EXPECT_TRUE(changes || now[name] == value) << name << ' ' << value;
   }
+  EXPECT_GT(figure("qorevpn_moves_total"), 0);
+  EXPECT_EQ(figure("qorevpn_duplicates_total"), state["duplicatesReported"]);
+  EXPECT_EQ(figure("qorevpn_resynchronisations_total"), 0);
   agent.signal(SIGKILL);
   agent.wait();
   now = printed();
@@ -121,6 +125,23 @@ TEST(MetricsTest, FiguresOverHttpAndOnTheCommandLineAreThoseThatShowHas) {
   EXPECT_EQ(now[R"(qorevpn_table_writer_alive{table="exported/host"})"], 0);
   EXPECT_EQ(now[R"(qorevpn_table_rows{table="exported/host"})"],
             figure(R"(qorevpn_table_rows{table="exported/host"})"));
+
+  // The EVPN side has its own, at an address of its own.
+  Program evpn({"evpn", "--dir", site.dir, "--feed", feed, "--metrics", "127.0.0.1:" + std::to_string(port)});
+  std::string const synced =
+      R"(qorevpn_source_state{process="evpn",source=")" + feed + R"(",kind="feed",state="synced"})";
+  Figures served;
+  ASSERT_TRUE(becomes([&] {
+    served = figuresIn(http(port, "GET /metrics HTTP/1.1\r\n\r\n"));
+    return served[synced] == 1;
+  })) << evpn.errors();
+  EXPECT_EQ(served[R"(qorevpn_table_rows{table="learned/host"})"],
+            figure(R"(qorevpn_table_rows{table="learned/host"})"));
+  EXPECT_GT(served[R"(qorevpn_longest_turn_seconds{process="evpn"})"], 0);
+  now = printed();
+  for (auto const& [name, value] : served) {
+    EXPECT_TRUE(name.starts_with("qorevpn_longest_turn") || now[name] == value) << name << ' ' << value;
+  }
 }
 
 }  // namespace
