@@ -14,7 +14,7 @@ struct ProcessFigures {
   nlohmann::ordered_json agent, agentCounters, evpn, evpnCounters;
 };
 
-/// [{"name": "hostIs", "owner": "exported/host", "value": 278}, ..]: the operations of this process on tables.
+/// [{"name": "hostIs", "owner": "exported/host", "value": 278}, ..]: the process's operations on tables.
 nlohmann::ordered_json countersJson();
 
 /// Of a site whose tables need not be there. Never raises for a table.
