@@ -21,7 +21,7 @@ constexpr uint32_t usualVnis = 4000, usualRows = 1'000'000;
 constexpr uint32_t macsOfOne = usualRows / usualVnis;
 constexpr uint32_t eventsOfATurn = 256, eventsOfAPass = 4096;
 /// As the agent reads.
-constexpr uint64_t changesOfATurn = 4096;
+constexpr uint64_t changesOfATurn = 1024;
 
 /// Without axis and place, which the parent knows.
 void tell(std::string const& picture, std::string const& subject, double value, std::string const& unit) {
@@ -440,7 +440,7 @@ void run(Options const& options) {
   for (uint32_t const vnis : {1U, 100U, 16'000U}) siteOf({{"VNIs", vnis}}, usualRows, vnis);
   burstsOf("plain", "reader");
   burstsOf("machine", "receive machine");
-  burstsOf("agent", "the same, 4,096 changes a turn");
+  burstsOf("agent", "the same, 1,024 changes a turn");
   for (unsigned const count : {1U, 4U, 16U, 64U}) readersOf(count);
 }
 

@@ -93,7 +93,7 @@ struct SpeakerSide::Parts {
         exported("exported", site.exported()),
         machine(Orb::create<Machine>(exported, speaker)),
         follower(
-            loop, exported, [this] { beginSending(); }, sweepLimit),
+            loop, exported, [this] { beginSending(); }, deliveryLimit),
         state(loop, site.exported(), [this] { follower.deliverSome(); }) {}
 
   /// The tables are written before the state that says so, and delivered after it was read.

@@ -148,7 +148,7 @@ void HostedModule::start() {
   if (recorder_) tap_ = Orb::create<LearnedTap>(*learned_, *recorder_);
   rx_ = VxlanController::qorEvpnRxSmFactory(learned_->host, learned_->flood, vniStatusDir_);
   follower_.emplace(
-      loop_, *learned_, [this] { handleLearned(); }, sweepLimit);
+      loop_, *learned_, [this] { handleLearned(); }, deliveryLimit);
   follower_->deliverSome();
 }
 

@@ -52,7 +52,7 @@ class TurnTest : public testing::Test {
         module.evpnStatus(""), [&](auto const& vni) { return vni["hosts"][0]["seq"] == seq; }));
   }
 
-  static constexpr unsigned rows = 3 * Agent::sweepLimit;
+  static constexpr unsigned rows = 12 * Agent::deliveryLimit;
   EvpnTables evpn;
   Agent::Loop loop;
   Agent::HostedModule module{
@@ -67,7 +67,7 @@ TEST_F(TurnTest, AFullTableIsTakenAPartATurnAndNothingIsExportedBeforeItsEnd) {
   auto const had = turnUntil([&] { return module.integrationIsOn(); });
   EXPECT_GT(had.size(), 2U);
   EXPECT_EQ(had.back(), rows);
-  for (std::size_t i = 1; i < had.size(); ++i) EXPECT_LE(had[i] - had[i - 1], Agent::sweepLimit + 64);
+  for (std::size_t i = 1; i < had.size(); ++i) EXPECT_LE(had[i] - had[i - 1], 2 * Agent::deliveryLimit + 64);
   // EVPN's row of our MAC has the higher number.
   EXPECT_EQ(module.state()["exportedHosts"], 0);
   EXPECT_EQ(told(7), rows);
