@@ -1,5 +1,5 @@
 /// Events of a controller from a feed to rows in the exported table, by the program as people run it: from a
-/// file, and from a pipe.
+/// file, from a pipe, and recorded meanwhile.
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -88,14 +88,16 @@ Cost runAgent(Place const& place, std::string const& file, std::string_view byte
   return {static_cast<double>(user.tv_sec) + static_cast<double>(user.tv_usec) * 1e-6, wall};
 }
 
-Cost measure(std::string const& lines, uint32_t rows, bool fromPipe) {
+Cost measure(std::string const& lines, uint32_t rows, bool fromPipe, bool isRecorded = false) {
   Place const place;
   std::string file = "-";
   if (!fromPipe) {
     file = place.path() + "/events.jsonl";
     std::ofstream(file) << lines;
   }
-  Cost const cost = runAgent(place, file, lines, {});
+  std::vector<std::string> more;
+  if (isRecorded) more = {"--record", place.path() + "/recording"};
+  Cost const cost = runAgent(place, file, lines, more);
   BrineStore::Table exported;
   exported.mount({.directory = place.path() + "/site/exported", .name = "host"});
   if (!exported.isReadable() || exported.statistics().rows != rows) fail("not every row was exported");
@@ -104,15 +106,18 @@ Cost measure(std::string const& lines, uint32_t rows, bool fromPipe) {
 
 void run(Options const& options) {
   Report report(
-      options, {{"feed", "1 M events from a feed file to exported rows, VNI by VNI, user time", "s"},
-                {"feed-wall", "the same on the clock", "s"},
-                {"feed-random", "1 M events in random order, user time", "s"},
-                {"feed-132k", "132,000 events from a feed file to exported rows, VNI by VNI, user time", "s"},
-                {"feed-132k-wall", "the same on the clock", "s"},
-                {"feed-pipe", "1 M events from a pipe, VNI by VNI, user time", "times that from a file"}});
+      options,
+      {{"feed", "1 M events from a feed file to exported rows, VNI by VNI, user time", "s"},
+       {"feed-wall", "the same on the clock", "s"},
+       {"feed-random", "1 M events in random order, user time", "s"},
+       {"feed-132k", "132,000 events from a feed file to exported rows, VNI by VNI, user time", "s"},
+       {"feed-132k-wall", "the same on the clock", "s"},
+       {"feed-pipe", "1 M events from a pipe, VNI by VNI, user time", "times that from a file"},
+       {"feed-record", "the same from a file, every event recorded, user time", "times that without"}});
   report.goal("feed", "Brine", 1, 0.5);
   report.goal("feed-132k", "Brine", 0.15, 0.075);
   report.goal("feed-pipe", "Brine", 1.33, 1.1);
+  report.goal("feed-record", "Brine", 1.33, 1.1);
   auto const vniByVni = [](std::vector<QorEvpn::Host> hosts) {
     std::ranges::sort(hosts, {}, [](QorEvpn::Host const& host) {
       return std::pair(host.key().vni().value(), host.key().macAddr().value());
@@ -127,6 +132,7 @@ void run(Options const& options) {
     report.add("feed", "Brine", file.user);
     report.add("feed-wall", "Brine", file.wall);
     report.add("feed-pipe", "Brine", measure(all, options.rows, true).user / file.user);
+    report.add("feed-record", "Brine", measure(all, options.rows, false, true).user / file.user);
     report.add("feed-random", "Brine", measure(random, options.rows, false).user);
     Cost const start = measure(few, fewRows, false);
     report.add("feed-132k", "Brine", start.user);
