@@ -70,8 +70,8 @@ struct TablePair {
 bool mustLookAgain(Brine::MountStatus status);
 inline constexpr std::chrono::seconds lookAgainDelay{1};
 
-/// How many changes a turn takes from a table where others wait for the loop: a millisecond or two, whatever is
-/// notified of them.
+/// How many changes a turn takes from a table where others wait for the loop: a millisecond or two, whatever
+/// is notified of them.
 inline constexpr std::uint64_t deliveryLimit = 1024;
 
 /// Has a reader's two tables delivered by the loop: when one has something to tell, and now and then while
