@@ -30,6 +30,20 @@ std::string timeText(double seconds) {
   return text;
 }
 
+/// The tables of that side whose rows can be told by the filter.
+std::vector<std::string> tablesOf(ViewOptions const& options) {
+  std::vector<std::string> words{"hosts", "floods"};
+  if (!options.learned) words.emplace_back("bridge-ids");
+  std::erase_if(words, [&](std::string const& word) {
+    try {
+      return placeOf(word, options.learned, options.filter), false;
+    } catch (UsageError const&) {
+      return true;
+    }
+  });
+  return words;
+}
+
 /// Writes what changes in the tables of a replay.
 class ChangeTrace {
  public:
@@ -44,8 +58,7 @@ class ChangeTrace {
       static_cast<ViewOptions&>(changes) = options_;
       changes.dir = replay.site().dir();
       changes.learned = options_.learned || replay.side() == Origin::evpn;
-      changes.subjects = {"hosts", "floods"};
-      if (!changes.learned) changes.subjects.emplace_back("bridge-ids");
+      changes.subjects = tablesOf(changes);
       changes.initial = true;
       changes.now = [this] { return timeText(time_); };
       watch_.emplace(std::move(changes), out_);
@@ -63,10 +76,11 @@ class ChangeTrace {
 int showEnd(Replay const& replay, ViewOptions const& options, Output& out) {
   if (!replay.isBuilt()) throw std::runtime_error("the recording has nothing before that time");
   EvpnStatus const evpnStatus = replay.evpnStatus();
-  ShowOptions state{options, {"hosts", "floods", "bridge-ids", "evpn-status"}, &evpnStatus};
+  ShowOptions state{options, {}, &evpnStatus};
   state.dir = replay.site().dir();
   state.learned = options.learned || replay.side() == Origin::evpn;
-  if (state.learned) state.subjects.resize(2);
+  state.subjects = tablesOf(state);
+  if (!state.learned) state.subjects.emplace_back("evpn-status");
   return show(state, out);
 }
 

@@ -163,6 +163,9 @@ TEST(RecordTest, ReplayEndsAsTheLiveRunDidThatWasKilledAgainAndAgain) {
   EXPECT_EQ(replayed({recording}), end);
   for (auto const& [when, seen] : looks) EXPECT_EQ(replayed({recording}, {"--until", when}), seen) << when;
 
+  std::string const mac = "02:b1:00:13:8a:01";
+  EXPECT_EQ(replayed({recording}, {"--mac", mac}), shown(site, {"hosts", "evpn-status", "--mac", mac}));
+
   // What came and went, line by line, leaves what is there.
   std::map<std::string, nlohmann::json> rows;
   std::istringstream changes(replayed({recording}, {"--trace"}));
