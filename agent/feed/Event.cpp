@@ -113,7 +113,7 @@ unsigned keysOf(Parsed const& object) {
 }
 
 /// The name of the first key in a set that is not empty.
-std::string keyName(unsigned set) {
+std::string nameOfKey(unsigned set) {
   for (auto const& [name, bit] : keys) {
     if ((set & bit) != 0) return "'" + std::string(name) + "'";
   }
@@ -145,9 +145,9 @@ void requireKeys(OpRule const& rule, Origin from, unsigned present) {
       "op '" + std::string(rule.name) + "' from " + (isControllers ? "controller" : "evpn");
   if (allowed == notThere) throw EventError(op + " does not exist");
   if (unsigned const missing = rule.required & ~present)
-    throw EventError(op + " needs key " + keyName(missing));
+    throw EventError(op + " needs key " + nameOfKey(missing));
   if (unsigned const extra = present & ~(allowed | commonKeys)) {
-    throw EventError(op + " has no key " + keyName(extra));
+    throw EventError(op + " has no key " + nameOfKey(extra));
   }
 }
 
