@@ -165,15 +165,24 @@ std::optional<double> timeOf(Parsed const& object) {
 /// `readAny()`, which takes some ten times as long and says what is wrong and where.
 class PlainLine {
  public:
-  explicit PlainLine(std::string_view line) : at_(line.data()), end_(line.data() + line.size()) {}
+  explicit PlainLine(std::string_view line)
+      : line_(line.data()), at_(line.data()), end_(line.data() + line.size()) {}
 
   std::optional<Event> read() {
     bool const isRead = take('{') && readMember();
     if (!isRead) return std::nullopt;
+    // What a recording leaves out is the time alone, and only where it stands in front.
+    char const* members = line_ + 1;
+    bool const isTimeInFront = present_ == keyT;
     while (take(',')) {
+      if (present_ == keyT) members = at_;
       if (!readMember()) return std::nullopt;
     }
+    char const* const membersEnd = at_;
     if (!take('}')) return std::nullopt;
+    bool const isAFeeds = (present_ & (keySource | keySince | Key::keyName)) == 0 && *line_ == '{';
+    if (isAFeeds && (isTimeInFront || (present_ & keyT) == 0))
+      event_.written.members = {members, static_cast<std::size_t>(membersEnd - members)};
     skipBlanks();
     return at_ == end_ && isComplete() ? std::optional(std::move(event_)) : std::nullopt;
   }
@@ -342,6 +351,7 @@ class PlainLine {
     return letter < 6 ? letter + 10 : 16;
   }
 
+  char const* line_;
   char const* at_;
   char const* end_;
   unsigned present_ = 0;

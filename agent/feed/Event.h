@@ -91,6 +91,13 @@ using SourceId = std::size_t;
 /// Stands for what an earlier run left, where a source is named.
 inline constexpr SourceId earlierRun = ~SourceId{0};
 
+/// The members of an event's line as they were written, but `t`; empty where nobody has them. Whatever it is,
+/// the event is the same.
+struct Written {
+  std::string_view members;
+  friend bool operator==(Written, Written) { return true; }
+};
+
 /// Keys that an op does not have hold their defaults.
 struct Event {
   std::optional<double> time;  ///< Seconds, finite, not negative.
@@ -107,6 +114,7 @@ struct Event {
   SourceId source = earlierRun;  ///< Of a recording; else, and of what nobody in particular says, this.
   std::uint32_t since = 0;       ///< 0: now.
   std::string name;
+  Written written;  ///< Refers to the line; who keeps an event for longer than that drops this.
 
   friend bool operator==(Event const&, Event const&) = default;
 };
@@ -120,8 +128,8 @@ class EventError : public std::runtime_error {
 /// Reads one line, without its end of line. Raises EventError. The order of times is the feed's to check.
 Event parseEvent(std::string_view line);
 
-/// Appends the line of an event, with its end; all keys but `t` and `source` are the event's. Those
-/// that have their defaults are left out.
+/// Appends the line of an event, with its end; all keys but `t` and `source` are the event's, as they were
+/// written, or else without those that have their defaults.
 void appendLine(std::string& out, std::string_view time, SourceId source, Event const& event);
 
 /// "mac-del".

@@ -8,27 +8,56 @@ namespace Agent {
 
 namespace {
 
+/// "0" to "255", and "00" to "ff".
+struct Octets {
+  char decimal[256][4];  ///< The last one is how long it is.
+  char hex[256][2];
+};
+constexpr Octets octets = [] {
+  Octets result{};
+  for (unsigned i = 0; i < 256; ++i) {
+    unsigned length = 0;
+    for (unsigned unit = i < 10 ? 1 : i < 100 ? 10 : 100; unit != 0; unit /= 10)
+      result.decimal[i][length++] = static_cast<char>('0' + i / unit % 10);
+    result.decimal[i][3] = static_cast<char>(length);
+    result.hex[i][0] = "0123456789abcdef"[i / 16];
+    result.hex[i][1] = "0123456789abcdef"[i % 16];
+  }
+  return result;
+}();
+
 /// Writes the parts of a line that have bounds one behind the other: what is recorded is a line an event.
 class LineWriter {
  public:
+  template <std::size_t size>
+  void text(char const (&piece)[size]) {
+    std::memcpy(at_, piece, size - 1);
+    at_ += size - 1;
+  }
   void text(std::string_view piece) {
     std::memcpy(at_, piece.data(), piece.size());
     at_ += piece.size();
   }
   void number(std::uint64_t value) { at_ = std::to_chars(at_, std::end(buffer_), value).ptr; }
   void mac(Wirix::EthAddr mac) {
-    for (int shift = 44; shift >= 0; shift -= 4) {
-      *at_++ = "0123456789abcdef"[mac.value() >> shift & 15];
-      if (shift % 8 == 0 && shift != 0) *at_++ = ':';
+    std::uint64_t const value = mac.value();
+    for (int shift = 40; shift >= 0; shift -= 8) {
+      std::memcpy(at_, octets.hex[value >> shift & 255], 2);
+      at_[2] = ':';
+      at_ += 3;
     }
+    --at_;
   }
   void address(Wirix::IpAddr address) {
     for (int shift = 24; shift >= 0; shift -= 8) {
-      number(address.value() >> shift & 255);
-      if (shift != 0) *at_++ = '.';
+      char const* const octet = octets.decimal[address.value() >> shift & 255];
+      std::memcpy(at_, octet, 3);
+      at_ += octet[3];
+      *at_++ = '.';
     }
+    --at_;
   }
-  void boolean(bool value) { text(value ? "true" : "false"); }
+  void boolean(bool value) { value ? text("true") : text("false"); }
   std::string_view written() const { return {buffer_, static_cast<std::size_t>(at_ - buffer_)}; }
 
  private:
@@ -39,6 +68,14 @@ class LineWriter {
 }  // namespace
 
 void appendLine(std::string& out, std::string_view time, SourceId source, Event const& event) {
+  if (std::string_view const members = event.written.members; !members.empty()) {
+    out += '{';
+    if (!time.empty()) out.append("\"t\":").append(time).append(",");
+    out.append(members).append(",\"source\":");
+    char digits[24];
+    out.append(digits, std::to_chars(digits, std::end(digits), source).ptr).append("}\n");
+    return;
+  }
   static Event const plain;
   OpRule const& rule = ruleOf(event.op);
   bool const isControllers = event.from == Origin::controller;
@@ -53,7 +90,7 @@ void appendLine(std::string& out, std::string_view time, SourceId source, Event 
     line.text(time);
     line.text(",");
   }
-  line.text(isControllers ? R"("from":"controller","op":")" : R"("from":"evpn","op":")");
+  isControllers ? line.text(R"("from":"controller","op":")") : line.text(R"("from":"evpn","op":")");
   line.text(rule.name);
   line.text("\"");
   if (has(keyVni, true)) {

@@ -138,7 +138,7 @@ void Feed::takeLines() {
         return;
       }
       apply(*std::exchange(waiting_, std::nullopt));
-    } else if (auto const line = lines_.next()) {
+    } else if (auto line = lines_.next()) {
       take(*line);
     } else if (readToEnd_) {
       return endOfInput();
@@ -148,11 +148,12 @@ void Feed::takeLines() {
   }
 }
 
-void Feed::take(LineCutter::Line const& line) {
+void Feed::take(LineCutter::Line& line) {
   if (line.tooLong) return bad(line, "longer than " + std::to_string(LineCutter::lengthLimit) + " bytes");
   if (line.text.find_first_not_of(" \t") == std::string::npos) return;
   try {
-    waiting_ = parseEvent(line.text);
+    waitingLine_ = std::move(line.text);
+    waiting_ = parseEvent(waitingLine_);
   } catch (EventError const& error) {
     return bad(line, error.what());
   }

@@ -99,7 +99,7 @@ class Feed {
   void pause();
   void readPiece();
   void takeLines();
-  void take(LineCutter::Line const& line);
+  void take(LineCutter::Line& line);
   void apply(Event const& event);
   void bad(LineCutter::Line const& line, std::string const& what);
   std::chrono::nanoseconds waitFor(Event const& event);
@@ -129,8 +129,9 @@ class Feed {
   bool ended_ = false;
   LineCutter lines_;
   std::optional<Event> waiting_;
-  Timer timer_;  ///< Until an event is due.
-  Timer piece_;  ///< Until the next turn, for the next piece of a file.
+  std::string waitingLine_;  ///< To which it refers.
+  Timer timer_;              ///< Until an event is due.
+  Timer piece_;              ///< Until the next turn, for the next piece of a file.
   std::optional<Clock::time_point> start_;
   std::optional<Clock::time_point> nextReport_;
   double firstTime_ = 0;

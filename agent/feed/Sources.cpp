@@ -141,7 +141,7 @@ void Sources::flag(SourceId source, Event const& event) {
   bool const waits =
       isTelling && (isKeeping() || record.isAgain) && (record.about.isRecording || !event.value);
   if (waits) {
-    record.flags.insert_or_assign(event.op, event);
+    record.flags.insert_or_assign(event.op, event).first->second.written = {};
   } else {
     record.flags.erase(event.op);
     ledgers_->flag(source, event);
