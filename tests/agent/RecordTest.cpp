@@ -51,12 +51,16 @@ Words filesOf(std::string const& recording) {
 TEST(RecordTest, AnEventIsWhatItsLineSays) {
   for (std::string const name : {"fabric-3vni", "corner-cases"}) {
     for (std::string const& line : linesOf(recordingPath(name + ".jsonl"))) {
-      Event event = Agent::parseEvent(line.substr(0, line.size() - 1));
-      std::string text;
-      appendLine(text, "1795345258.692946", 7, event);
-      event.time = 1795345258.692946;
-      event.source = 7;
-      EXPECT_EQ(Agent::parseEvent(text.substr(0, text.size() - 1)), event) << text;
+      std::string const read = line.substr(0, line.size() - 1);
+      Event event = Agent::parseEvent(read);
+      for (bool const asWritten : {true, false}) {
+        if (!asWritten) event.written = {};
+        std::string text;
+        appendLine(text, "1795345258.692946", 7, event);
+        event.time = 1795345258.692946;
+        event.source = 7;
+        EXPECT_EQ(Agent::parseEvent(text.substr(0, text.size() - 1)), event) << text;
+      }
     }
   }
 }
