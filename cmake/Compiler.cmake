@@ -22,9 +22,9 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
 endif()
 # Some presets compile several files at once, which takes less than half the time. Names need not differ for that: where
 # two files that have the same name in their unnamed namespaces come together, one of them is listed here. One file's
-# names are no shadow on those of another.
+# names are no shadow on those of another, and what belongs to one file may be part of another type there.
 if(CMAKE_UNITY_BUILD)
-  add_compile_options(-Wno-shadow)
+  add_compile_options(-Wno-shadow $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
   set_source_files_properties(agent/tables/BridgeIds.cpp agent/tables/Floods.cpp
     PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
 endif()
