@@ -6,6 +6,7 @@
 #include "agent/commands/FeedOptions.h"
 #include "agent/commands/LogOptions.h"
 #include "agent/commands/MetricsOptions.h"
+#include "agent/commands/Ranges.h"
 #include "agent/commands/RecordOptions.h"
 #include "agent/evpn/EvpnSide.h"
 #include "agent/explain/WhyLearned.h"
@@ -262,7 +263,7 @@ void addAgentCommand(CLI::App& app, Run& run) {
                    "Report a MAC as a duplicate that moves between sites so often; 0 reports none")
       ->capture_default_str();
   command->add_option("--duplicate-seconds", options->duplicateSeconds, "The time within which it does")
-      ->check(CLI::Range(1U, 86400U))
+      ->check(numberFrom("1", "86400"))
       ->capture_default_str();
   command->add_flag("--freeze-duplicates", options->duplicates.freezes,
                     "Leave a duplicate to the other site for that time, whatever switches hear");

@@ -33,7 +33,7 @@ CLI::Option* FeedOptions::addTo(CLI::App& command) {
   command
       .add_option("--hold", holdSeconds,
                   "Seconds for which what a lost source told is kept; 0 keeps it until the source is back")
-      ->check(CLI::Range(0U, 31536000U))
+      ->check(numberFrom("0", "31536000"))
       ->capture_default_str();
   return feed;
 }

@@ -34,7 +34,7 @@ double secondsOf(std::string const& text) {
 void ReplayOptions::addTo(CLI::App& command) {
   command
       .add_option("--until", until,
-                  "Stop behind this time: 2026-11-22T03:12:05Z (without Z in local time), or seconds of Unix "
+                  "Stop after this time: 2026-11-22T03:12:05Z (without Z in local time), or seconds of Unix "
                   "time")
       ->type_name("TIME");
 }

@@ -7,6 +7,7 @@
 #include "Wirix/IpAddr.h"
 #include "agent/base/MacNotation.h"
 #include "agent/commands/Commands.h"
+#include "agent/commands/Ranges.h"
 #include "agent/commands/ReplayOptions.h"
 #include "agent/site/Control.h"
 #include "agent/site/Site.h"
@@ -169,10 +170,10 @@ void addWhyCommand(CLI::App& app, Run& run) {
   command->add_option("--dir", options->dir, "The site's directory")->capture_default_str();
   command->add_option("SUBJECT", options->subject, "A MAC address, or a VTEP of a flood list")->required();
   command->add_option("VNI", options->vni, "The VNI; of a MAC, every VNI that knows it if none is named")
-      ->check(CLI::Range(0U, 16777215U));
+      ->check(numberFrom("0", "16777215"));
   command
       ->add_option("--replay", options->recording.files,
-                   "Ask the recording of an agent instead; its files, in any order, behind all else")
+                   "Ask the recording of an agent instead; its files, in any order; give it last")
       ->type_name("FILE");
   options->recording.addTo(*command);
   command->add_flag("-j,--json", options->json, "For programs");
