@@ -212,7 +212,7 @@ class LiveSite {
   }
   void observeBgp() {
     fromOthers_.push_back(observer(
-        {"gobgp", "-u", Gobgpd::addressOf(number_), "monitor", "global", "rib", "-a", "evpn"}, "[DELROUTE]"));
+        {"gobgp", "-u", ownLoopback(number_), "monitor", "global", "rib", "-a", "evpn"}, "[DELROUTE]"));
   }
   static std::vector<std::string> news(std::vector<Observed>& observers) {
     std::vector<std::string> result;

@@ -16,11 +16,11 @@ namespace {
 constexpr std::uint16_t apiPort = 50051;
 
 std::string neighbourText(unsigned self, unsigned other, bool isGraceful) {
-  std::string text = "[[neighbors]]\n[neighbors.config]\nneighbor-address = \"" + Gobgpd::addressOf(other) +
+  std::string text = "[[neighbors]]\n[neighbors.config]\nneighbor-address = \"" + ownLoopback(other) +
                      "\"\npeer-as = " + std::to_string(Gobgpd::asOf(other)) +
                      "\n[neighbors.timers.config]\nconnect-retry = 1\nhold-time = 9\nkeepalive-interval = 3\n"
                      "idle-hold-time-after-reset = 1\n[neighbors.transport.config]\nlocal-address = \"" +
-                     Gobgpd::addressOf(self) + "\"\nremote-port = 1790\n";
+                     ownLoopback(self) + "\"\nremote-port = 1790\n";
   // One side calls: two calls at a time cost a session half a minute.
   if (self > other) text += "passive-mode = true\n";
   if (isGraceful) text += "[neighbors.graceful-restart.config]\nenabled = true\nrestart-time = 60\n";
@@ -31,17 +31,11 @@ std::string neighbourText(unsigned self, unsigned other, bool isGraceful) {
 
 }  // namespace
 
-std::string Gobgpd::addressOf(unsigned number) {
-  static pid_t const pid = ::getpid();
-  return "127." + std::to_string(64 + (pid >> 8) % 128) + '.' + std::to_string(pid & 255) + '.' +
-         std::to_string(number);
-}
-
 Gobgpd::Gobgpd(unsigned number, std::vector<unsigned> const& neighbours, bool isGraceful)
     : number_(number), isGraceful_(isGraceful) {
   std::ofstream file(folder_.path() + "/gobgpd.toml");
   file << "[global.config]\nas = " << as() << "\nrouter-id = \"" << routerId()
-       << "\"\nport = 1790\nlocal-address-list = [\"" << addressOf(number) << "\"]\n";
+       << "\"\nport = 1790\nlocal-address-list = [\"" << ownLoopback(number) << "\"]\n";
   for (unsigned const other : neighbours) file << neighbourText(number, other, isGraceful);
   file.close();
   start();
@@ -56,7 +50,7 @@ void Gobgpd::start() {
   sockaddr_in address{};
   address.sin_family = AF_INET;
   address.sin_port = htons(apiPort);
-  ::inet_pton(AF_INET, addressOf(number_).c_str(), &address.sin_addr);
+  ::inet_pton(AF_INET, ownLoopback(number_).c_str(), &address.sin_addr);
   for (int waited = 0; waited < patienceMs; waited += 10) {
     int const probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     bool const answers = ::connect(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
@@ -68,7 +62,7 @@ void Gobgpd::start() {
 }
 
 int Gobgpd::command(std::string const& arguments) const {
-  std::string const text = "gobgp -u " + addressOf(number_) + " -p 50051 " + arguments + " >&2";
+  std::string const text = "gobgp -u " + ownLoopback(number_) + " -p 50051 " + arguments + " >&2";
   return std::system(text.c_str());
 }
 

@@ -28,12 +28,9 @@ class Gobgpd {
   unsigned as() const { return asOf(number_); }
   std::string routerId() const { return "10.99.0." + std::to_string(number_); }
   /// Where its interface is served, HOST:PORT.
-  std::string endpoint() const { return addressOf(number_) + ":50051"; }
+  std::string endpoint() const { return ownLoopback(number_) + ":50051"; }
   /// Runs its command line client: the exit status.
   int command(std::string const& arguments) const;
-
-  /// 127.x.y.number, with x and y from this process's identifier.
-  static std::string addressOf(unsigned number);
 
  private:
   unsigned number_;

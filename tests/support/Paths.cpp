@@ -19,6 +19,12 @@ std::string sourceText(std::string_view relative) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
+std::string ownLoopback(unsigned number) {
+  static pid_t const pid = ::getpid();
+  return "127." + std::to_string(64 + (pid >> 8) % 128) + '.' + std::to_string(pid & 255) + '.' +
+         std::to_string(number);
+}
+
 std::string programPath() { return QOREVPN_PROGRAM; }
 
 std::string modulePath() { return QOREVPN_MODULE; }
