@@ -17,8 +17,8 @@ std::string programPath();
 /// The absolute path of the module's shared library, for programs that load it at run time.
 std::string modulePath();
 
-/// An IPv4 loopback address that this process alone uses, for each `number` from 1 to 254 another one. All its
-/// ports are free.
+/// An IPv4 loopback address that this process alone uses, another one for each `number` from 1 to 254. All
+/// its ports are free.
 std::string ownLoopback(unsigned number);
 
 /// A folder of the test's own that anybody may enter, removed with everything in it.
