@@ -1,12 +1,10 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/file.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <csignal>
-#include <thread>
 
 #include "Brine/Copy.h"
 #include "support/Child.h"
@@ -143,33 +141,6 @@ TEST(Claim, EndsWhereItsProcessExecutesAnotherProgram) {
   copy.await(MountStatus::writerGone);
   EXPECT_EQ(copy.rows().size(), 1U);
   EXPECT_EQ(Table().mount(folder.options(Mode::reader)), MountStatus::writerGone);
-  EXPECT_EQ(tryToWrite(folder), MountStatus::mounted);
-}
-
-TEST(Claim, IsKeptByAProcessWhoseMainThreadHasEnded) {
-  TestFolder const folder;
-  Child writer([&](Child& parent) {
-    Table table;
-    table.mount(folder.options(Mode::writer));
-    std::thread([&] {
-      std::string stat;
-      while (stat.find(") Z") == std::string::npos)
-        std::getline(std::ifstream("/proc/" + std::to_string(::getpid()) + "/stat"), stat);
-      // Mounted anew, it signs again.
-      table.unmount();
-      table.mount(folder.options(Mode::writer));
-      parent.tell();
-      for (;;) ::pause();
-    }).detach();
-    ::syscall(SYS_exit, 0);
-  });
-  ASSERT_TRUE(writer.hear());
-  Copy copy(folder, Mode::keyshadow);
-  EXPECT_EQ(copy.table.mountStatus(), MountStatus::mounted);
-  std::filesystem::remove(folder.path() + "/table.lock");
-  EXPECT_EQ(tryToWrite(folder), MountStatus::busy);
-  writer.kill();
-  copy.await(MountStatus::writerGone);
   EXPECT_EQ(tryToWrite(folder), MountStatus::mounted);
 }
 

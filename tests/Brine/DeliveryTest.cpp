@@ -38,38 +38,6 @@ TEST_F(DeliveryTest, AReaderWithoutMemoryForAGrownTableCatchesUpWhenThereIsSome)
   expectCopied(copy_.table);
 }
 
-TEST_F(DeliveryTest, AReaderWithoutMemoryOrAFreeDescriptorFollowsToANewFileWhenThereIsOne) {
-  for (bool const isMemory : {true, false}) {
-    start(1);
-    writer_.unmount();
-    editFile(folder_, 0, 1, [](std::string& magic) { magic[0] ^= 1; });
-    mount(true);
-    fill(0, 2);
-    if (isMemory) {
-      Brine::sys.map = [](size_t, int, int, off_t) { return errno = ENOMEM, MAP_FAILED; };
-    } else {
-      Brine::sys.openFile = [](int, char const*, int, mode_t) { return errno = EMFILE, -1; };
-    }
-    copy_.await();
-    expectStatus(MountStatus::noResources);
-    EXPECT_FALSE(copy_.isQuiesced());
-    Brine::sys = Brine::realSystem();
-    copy_.await(MountStatus::mounted);
-    expectCopied(writer_);
-    writer_.unmount();
-  }
-}
-
-TEST_F(DeliveryTest, AReaderThatMayNotWatchItsDirectoryAnewLearnsOfItsWritersEnd) {
-  mount();
-  copy_.deliver();
-  Brine::sys.watchAdd = [](int, char const*, uint32_t) { return errno = EACCES, -1; };
-  std::filesystem::permissions(folder_.path() + "/table.table", std::filesystem::perms::owner_read);
-  expectStatus(MountStatus::mounted);
-  writer_.unmount();
-  expectStatus(MountStatus::writerGone);
-}
-
 TEST_F(DeliveryTest, AReaderThatRunsOutOfMemoryWhileItIsToldLosesNoChange) {
   start(16);
   write(0);
@@ -142,14 +110,10 @@ TEST_F(DeliveryTest, AHookThatRaisesIsWokenForTheRest) {
   // Each second it is woken all the same.
   for (int look = 0; look < 3 && copy_.isAwake(); ++look) copy_.deliver();
   EXPECT_FALSE(copy_.isAwake());
-  auto const raise = [] { throw Brine::SpaceError("elsewhere"); };
-  copy_.table.onMountStatus = raise;
+  copy_.table.onMountStatus = [] { throw Brine::SpaceError("elsewhere"); };
   writer_.unmount();
   EXPECT_THROW(copy_.table.deliver(), Brine::SpaceError);
   EXPECT_EQ(copy_.table.mountStatus(), MountStatus::writerGone);
-  writer_.onMountStatus = [] { throw std::bad_alloc(); };
-  EXPECT_THROW(mount(), std::bad_alloc);
-  EXPECT_TRUE(writer_.isWritable());
   EXPECT_THROW(copy_.table.unmount(), Brine::SpaceError);
   // Where nothing but the mount wakes it at once.
   EXPECT_THROW(copy_.remount(), Brine::SpaceError);
@@ -227,29 +191,6 @@ TEST_F(DeliveryTest, TheLastChangeOfABurstArrivesWithoutAnotherEvent) {
   expectCopied(copy_.table);
 }
 
-TEST_F(DeliveryTest, WithoutTurnsEachChangeIsToldAtOnce) {
-  Brine::MountOptions options = folder_.options(Mode::writer);
-  options.turns = false;
-  ASSERT_EQ(writer_.mount(options), MountStatus::mounted);
-  expectFollowed();
-  auto const expectTold = [&](auto const& change) {
-    change();
-    EXPECT_TRUE(copy_.isAwake());
-    expectFollowed();
-  };
-  for (uint64_t number = 0; number < 31; ++number) expectTold([&] { write(number); });
-  expectTold([&] { writer_.remove({1, 1}); });
-  expectTold([&] { writer_.erase({2, 1}); });
-  TestRow const row{{3, 1}, 99, 0};
-  expectTold([&] { writer_.commit(&row); });
-  uint64_t const wakes = writer_.statistics().wakes;
-  expectTold([&] {
-    Table::Turn const turn(writer_);
-    write(5), write(6);
-  });
-  EXPECT_EQ(writer_.statistics().wakes, wakes + 1);
-}
-
 TEST_F(DeliveryTest, ADeliveryEndsThoughARowChangesWheneverItIsTold) {
   mount();
   Table reader;
@@ -273,26 +214,6 @@ TEST_F(DeliveryTest, ADeliveryEndsThoughARowChangesWheneverItIsTold) {
   reader.onChanged = [&](TestKey const& key) { EXPECT_EQ(reader.find(key), writer_.find(key)); };
   reader.deliver();
   EXPECT_EQ(reader.find({1, 1}), writer_.find({1, 1}));
-}
-
-TEST_F(DeliveryTest, WhatAWalkWithinAnAnnouncementShowedIsLookedUpAfterwards) {
-  mount();
-  write(1);
-  writer_.endTurn();
-  Table reader;
-  unsigned told = 0;
-  reader.onChanged = [&](TestKey const& key) {
-    if (told++ != 0) return;
-    write(1);
-    std::optional<TestRow> walked;
-    for (auto cursor = reader.walk(); TestRow const* const row = cursor.next();) walked = *row;
-    EXPECT_EQ(walked, writer_.find(key));
-    EXPECT_EQ(reader.find(key), walked);
-  };
-  reader.mount(folder_.options(Mode::keyshadow));
-  reader.deliver();
-  reader.deliver();
-  EXPECT_EQ(told, 2U) << "the walk has told the second change";
 }
 
 }  // namespace

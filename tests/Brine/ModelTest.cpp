@@ -6,13 +6,16 @@
 
 namespace {
 
-/// A writer and readers in both modes under random operations, and what they must show.
+/// A writer and readers in both modes under random operations, and what they must show. Every other seed's
+/// writer has no turns: each of its changes is announced at once.
 class ModelTest : public testing::TestWithParam<uint32_t> {
  protected:
   uint32_t below(uint32_t bound) { return static_cast<uint32_t>(random_() % bound); }
   TestKey anyKey() { return {below(100), below(4)}; }
   void mount() {
-    ASSERT_EQ(writer_.mount(folder_.options(Mode::writer)), MountStatus::mounted) << writer_.mountDetail();
+    Brine::MountOptions options = folder_.options(Mode::writer);
+    options.turns = hasTurns_;
+    ASSERT_EQ(writer_.mount(options), MountStatus::mounted) << writer_.mountDetail();
   }
   void remove(TestKey const& key) {
     auto const known = model_.find(key);
@@ -81,6 +84,29 @@ class ModelTest : public testing::TestWithParam<uint32_t> {
     EXPECT_EQ(next + 1, order.size());
   }
 
+  /// All that was written is published and has woken its readers, without an end of a turn where there are
+  /// no turns.
+  void publish() {
+    if (hasTurns_) writer_.endTurn();
+    EXPECT_TRUE(shadow_.isAwake() || shadow_.rows() == model_);
+  }
+  /// A delivery in which who is told of a change walks, or makes more of them.
+  void deliverDisturbed() {
+    shadow_.afterwards = [this, isWalking = false]() mutable {
+      uint32_t const disturbance = isWalking ? 8 : below(8);
+      if (disturbance < 3) change();
+      if (disturbance == 0) writer_.endTurn();
+      if (disturbance == 1) {
+        isWalking = true;
+        rowsOf(shadow_.table);
+        isWalking = false;
+      }
+    };
+    shadow_.table.deliver();
+    shadow_.afterwards = [] {};
+  }
+
+  bool const hasTurns_ = GetParam() % 2 == 0;
   TestFolder const folder_;
   std::mt19937 random_{GetParam()};
   Table writer_;
@@ -128,11 +154,13 @@ TEST_P(ModelTest, RandomOperationsWithReopenInAllModes) {
       TestKey const keys[] = {anyKey(), anyKey(), anyKey()};
       for (Table* const table : tables) table->stage(keys);
     } else if (operation < 20) {
-      writer_.endTurn();
+      publish();
+      if (operation % 2 == 0) deliverDisturbed();
+      publish();
       shadow_.deliver();
       EXPECT_EQ(shadow_.rows(), model_);
     } else if (operation < 30) {
-      writer_.endTurn();
+      publish();
       if (shadow_.table.deliver(1).isMore) {
         EXPECT_TRUE(shadow_.isAwake());
       } else {
