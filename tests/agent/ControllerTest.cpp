@@ -3,8 +3,11 @@
 #include <gmock/gmock.h>
 
 #include <map>
+#include <optional>
+#include <sstream>
 
 #include "Orb/Text.h"
+#include "support/Paths.h"
 
 namespace {
 
@@ -14,10 +17,10 @@ using VxlanController::MacVtepV2;
 using Wirix::EthAddr;
 using Wirix::IpAddr;
 
-class ControllerTest : public testing::Test {
- protected:
-  ControllerTest() {
-    controller->sourceIs(feed, true);
+/// A controller, its sources, and one MAC address.
+struct Site {
+  Site() {
+    for (Agent::SourceId const each : {feed, feed2}) controller->sourceIs(each, true);
     for (Agent::SourceId const each : {leaf1, leaf2}) {
       controller->sourceIs(each, false);
       controller->begin(each);
@@ -41,14 +44,16 @@ class ControllerTest : public testing::Test {
   void evpnIs(IpAddr vtep, unsigned seq) {
     evpn->vniStatusV2Is(vni)->macVtepTableIs(MacVtepV2(m, vtep, Seqno32(seq)));
   }
-  /// The merged entry of the MAC: "10.0.0.1/3", or "-".
+  /// The merged entry of the MAC: "10.0.0.1/3", or "none"; and whether there are flood lists.
   std::string entry() const {
     auto const* const status = controller->vniFdbStatus(vni);
-    auto const* const found = status ? status->macVtepTable().find(m) : nullptr;
-    return found ? Orb::toText(found->vtepAddr()) + '/' + std::to_string(found->seqNo().value()) : "-";
+    if (!status) return "the VNI is not served";
+    auto const* const found = status->macVtepTable().find(m);
+    return (found ? Orb::toText(found->vtepAddr()) + '/' + std::to_string(found->seqNo().value()) : "none") +
+           (status->macVtepFloodListTable().empty() ? "" : ", flooded");
   }
 
-  static constexpr Agent::SourceId feed = 0, leaf1 = 1, leaf2 = 2;
+  static constexpr Agent::SourceId feed = 0, leaf1 = 1, leaf2 = 2, feed2 = 3;
   Vxlan::Vni const vni{7};
   EthAddr const m{"02:00:00:00:00:01"}, allBum;
   IpAddr const v1{"10.0.0.1"}, v2{"10.0.0.2"}, far{"10.9.0.1"}, far2{"10.9.0.2"};
@@ -56,6 +61,37 @@ class ControllerTest : public testing::Test {
       makePtr<VxlanController::VniStatusDirV2>(Orb::Name("evpn"));
   Orb::Ptr<Agent::Controller> const controller = Agent::Controller::ControllerIs(evpn);
 };
+
+struct ControllerTest : testing::Test, Site {};
+
+/// One line of the story: who tells what of the MAC.
+void act(Site& site, std::string const& line) {
+  std::istringstream words(line);
+  std::string who, what, vtep = "0.0.0.0";
+  unsigned seq = 0;
+  words >> who >> what >> vtep >> seq;
+  IpAddr const addr(vtep);
+  if (who == "evpn") {
+    what == "has" ? site.evpnIs(addr, seq) : static_cast<void>(site.evpn->vniStatusV2Del(site.vni));
+  } else if (who == "earlier-run") {
+    if (what == "goes") site.controller->earlierDel();
+    if (what == "floods") site.controller->earlierIs(site.vni, addr);
+    if (what == "has") site.controller->earlierIs(site.vni, MacVtepV2(site.m, addr, Seqno32(seq)));
+    if (what == "serves") site.controller->earlierIs(site.vni);
+  } else {
+    Agent::SourceId const source = std::map<std::string, Agent::SourceId>{
+        {"feed", Site::feed},
+        {"feed2", Site::feed2},
+        {"leaf1", Site::leaf1},
+        {"leaf2", Site::leaf2}}.at(who);
+    if (what == "has") site.mac(source, addr, seq);
+    if (what == "lost") site.del(source);
+    if (what == "begins") site.controller->begin(source);
+    if (what == "whole") site.controller->whole(source);
+    if (what == "withdrawn") site.controller->withdraw(source);
+    if (what == "leaves") site.tell(source, Agent::Op::vniDel);
+  }
+}
 
 // What EVPN learned may be there before the switches serve the VNI, and go while others hold its objects.
 TEST_F(ControllerTest, AVniTakesUpWhatEvpnHadLearnedAndGivesItUpWithTheStatus) {
@@ -71,8 +107,7 @@ TEST_F(ControllerTest, AVniTakesUpWhatEvpnHadLearnedAndGivesItUpWithTheStatus) {
   auto const& merged = *controller->vniFdbStatus(vni);
   EXPECT_EQ(merged.macVtepTable(evpns).vtepAddr(), far);
   EXPECT_EQ(merged.macVtepTable(own).vtepAddr(), v1);
-  EXPECT_EQ(entry(), "10.9.0.1/2");
-  EXPECT_EQ(merged.macVtepFloodListTable(allBum)->vtepIpFloodList().size(), 1U);
+  EXPECT_EQ(entry(), "10.9.0.1/2, flooded");
 
   evpn->vniStatusV2Del(vni);
   learned->macVtepTableIs(MacVtepV2(evpns, far2));
@@ -83,95 +118,21 @@ TEST_F(ControllerTest, AVniTakesUpWhatEvpnHadLearnedAndGivesItUpWithTheStatus) {
   EXPECT_FALSE(merged.macVtepFloodListTable(allBum));
 }
 
-TEST_F(ControllerTest, NumbersWhatSwitchesHear) {
-  mac(leaf1, v1);
-  mac(leaf2, v2);
-  EXPECT_EQ(entry(), "10.0.0.1/0") << "what is listed at first was not newly heard";
-  for (Agent::SourceId const each : {leaf1, leaf2}) controller->whole(each);
-  del(leaf2);
-  mac(leaf2, v2);
-  EXPECT_EQ(entry(), "10.0.0.2/1");
-  mac(leaf1, v1);
-  EXPECT_EQ(entry(), "10.0.0.2/1") << "the same again is no news";
-  del(leaf2);
-  EXPECT_EQ(entry(), "10.0.0.1/2") << "falls back to who still lists it";
-  evpnIs(far, 7);
-  EXPECT_EQ(entry(), "10.9.0.1/7");
-  mac(leaf2, v2);
-  EXPECT_EQ(entry(), "10.0.0.2/8") << "newly heard, EVPN's before";
-  mac(feed, far2, 20);
-  del(leaf2);
-  EXPECT_EQ(entry(), "10.9.0.2/20");
-  mac(leaf2, v2);
-  EXPECT_EQ(entry(), "10.0.0.2/21");
-  mac(feed, far2, 4294967295);
-  del(leaf2);
-  mac(leaf2, v2);
-  EXPECT_EQ(entry(), "10.0.0.2/4294967295") << "the last number";
-  for (Agent::SourceId const each : {leaf1, leaf2, feed}) del(each);
-  evpn->vniStatusV2Del(vni);
-  EXPECT_EQ(entry(), "-");
-  mac(leaf1, v1);
-  EXPECT_EQ(entry(), "10.0.0.1/0");
-}
-
-TEST_F(ControllerTest, ASwitchThatListsItsStateAgainTakesNothingFromAnybody) {
-  mac(leaf1, v1);
-  controller->whole(leaf1);
-  controller->whole(leaf2);
-  mac(leaf2, v2);
-  controller->begin(leaf1);
-  mac(leaf1, v1);
-  controller->whole(leaf1);
-  EXPECT_EQ(entry(), "10.0.0.2/1");
-  controller->begin(leaf2);
-  EXPECT_EQ(entry(), "10.0.0.2/1");
-  controller->whole(leaf2);
-  EXPECT_EQ(entry(), "10.0.0.1/2") << "not repeated";
-  controller->withdraw(leaf1);
-  EXPECT_EQ(entry(), "-");
-  EXPECT_FALSE(controller->vniFdbStatus(vni)) << "served by nobody";
-}
-
-TEST_F(ControllerTest, WhatAnEarlierRunLeftStaysWithItsNumberUntilItIsSweptOrOutdone) {
-  controller->earlierIs(vni, MacVtepV2(m, v2, Seqno32(5)));
-  controller->earlierIs(vni, far);
-  controller->earlierIs(vni);
-  mac(feed, v1, 4);
-  EXPECT_EQ(entry(), "10.0.0.2/5") << "a recording tells what was";
-  tell(feed, Agent::Op::vniDel);
-  mac(leaf1, v1);
-  EXPECT_EQ(entry(), "10.0.0.2/5") << "a list does not say when it was heard";
-  mac(leaf2, v2);
-  controller->earlierDel();
-  EXPECT_EQ(entry(), "10.0.0.2/5");
-  auto const& merged = *controller->vniFdbStatus(vni);
-  EXPECT_TRUE(merged.macVtepFloodListTable().empty() && merged.macVtepMultiPathTable().empty());
-  controller->withdraw(leaf2);
-  EXPECT_EQ(entry(), "10.0.0.1/6");
-  mac(feed, far, 6);
-  EXPECT_EQ(entry(), "10.0.0.1/6") << "of equals the lowest VTEP";
-  tell(leaf1, Agent::Op::vniDel);
-  EXPECT_EQ(entry(), "10.9.0.1/6");
-  tell(feed, Agent::Op::vniDel);
-  EXPECT_FALSE(controller->vniFdbStatus(vni));
-}
-
-TEST_F(ControllerTest, FeedsAreMergedByNumberAndWhatOneRepeatsLateIsKept) {
-  controller->sourceIs(leaf2, true);
-  mac(feed, v1, 3);
-  mac(leaf2, v2, 3);
-  EXPECT_EQ(entry(), "10.0.0.1/3");
-  mac(leaf2, v2, 4);
-  controller->begin(leaf2);
-  mac(leaf2, v1, 1);
-  del(leaf2);
-  EXPECT_EQ(entry(), "10.0.0.2/4") << "told of old";
-  mac(leaf2, far, 4);
-  EXPECT_EQ(entry(), "10.9.0.1/4");
-  controller->begin(leaf2);
-  controller->whole(leaf2);
-  EXPECT_EQ(entry(), "10.0.0.1/3");
+// What becomes of the MAC's entry. A line says who tells what and, behind `->`, what is in force then. A
+// blank line stands before the next site.
+TEST(ControllerStory, IsToldInTheFileBesideThis) {
+  std::string const expected = TestSupport::sourceText("tests/agent/ControllerTest.story");
+  std::string story;
+  std::optional<Site> site(std::in_place);
+  std::istringstream lines(expected);
+  for (std::string line; std::getline(lines, line); story += line + '\n') {
+    if (line.empty()) site.emplace();
+    if (line.empty() || line[0] == '#') continue;
+    line.erase(std::min(line.size(), line.find(" ->")));
+    act(*site, line);
+    line += " -> " + site->entry();
+  }
+  EXPECT_EQ(story, expected);
 }
 
 TEST_F(ControllerTest, AMacThatMovesToAndFroIsReportedOnceAndFrozenIfAsked) {

@@ -130,15 +130,4 @@ TEST_F(WatchTest, EndsWhenItIsNotWantedAnyMore) {
   EXPECT_EQ(stuck.wait(), 0);
 }
 
-TEST_F(WatchTest, NothingToWatchIsAFailure) {
-  auto const missing = TestSupport::run(command({"hosts"}));
-  EXPECT_EQ(missing.status, 1);
-  EXPECT_THAT(missing.err, HasSubstr("no table " + dir() + "/exported/host"));
-  mountHosts();
-  hosts.unmount();
-  auto const left = TestSupport::run(command({"hosts"}));
-  EXPECT_EQ(left.status, 1);
-  EXPECT_THAT(left.err, HasSubstr("not running"));
-}
-
 }  // namespace
