@@ -17,6 +17,12 @@ TEST(Module, IsLoadedAtRunTime) {
   QorEvpn::Module const* const module = entry(QorEvpn::Module::version);
   ASSERT_NE(module, nullptr);
 
+  // Types are known by name before a machine is made.
+  for (std::string const type :
+       {"QorEvpn::QorEvpnIntegrationModeSm", "QorEvpn::QorEvpnTxSm", "QorEvpn::VniFdbStatusSm",
+        "QorEvpn::MacVtepFloodListSm", "VxlanController::QorEvpnRxSm"}) {
+    EXPECT_TRUE(Orb::TypeDescriptor::find(type)) << type;
+  }
   auto const status = Orb::makePtr<Controllerdb::Status>("controllerdb");
   auto const capability = Orb::makePtr<QorEvpn::EvpnCapability>("capability");
   auto const config = Orb::makePtr<QorEvpn::QorEvpnConfig>("config");
