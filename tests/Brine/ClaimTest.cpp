@@ -1,10 +1,12 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/file.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <csignal>
+#include <thread>
 
 #include "Brine/Copy.h"
 #include "support/Child.h"
@@ -142,6 +144,26 @@ TEST(Claim, EndsWhereItsProcessExecutesAnotherProgram) {
   EXPECT_EQ(copy.rows().size(), 1U);
   EXPECT_EQ(Table().mount(folder.options(Mode::reader)), MountStatus::writerGone);
   EXPECT_EQ(tryToWrite(folder), MountStatus::mounted);
+}
+
+TEST(Claim, IsKeptByAProcessWhoseMainThreadHasEnded) {
+  TestFolder const folder;
+  Child writer([&](Child& parent) {
+    std::thread([&] {
+      std::string stat;
+      while (stat.find(") Z") == std::string::npos) std::getline(std::ifstream("/proc/self/stat"), stat);
+      Table table;
+      table.mount(folder.options(Mode::writer));
+      parent.tell();
+      for (;;) ::pause();
+    }).detach();
+    ::syscall(SYS_exit, 0);
+  });
+  ASSERT_TRUE(writer.hear());
+  EXPECT_EQ(Table().mount(folder.options(Mode::reader)), MountStatus::mounted);
+  EXPECT_EQ(tryToWrite(folder), MountStatus::busy);
+  writer.kill();
+  EXPECT_EQ(Table().mount(folder.options(Mode::reader)), MountStatus::writerGone);
 }
 
 }  // namespace
