@@ -1,8 +1,8 @@
 /// Gobgp::Channel: calls of a gRPC server over one connection (HTTP/2 without TLS), on the loop.
 ///
-/// A call is one request message, or several, and any number of answers. Every answer and end of a call is
-/// told from the loop, never from within call(). A connection that fails is told once, calls and all: the
-/// channel is then good for nothing but to be destroyed.
+/// A call has one or more request messages and any number of answers. Handlers are called from the loop,
+/// never from within call(). If the connection fails, `failed` is called once for it and all its calls; after
+/// that the channel can only be destroyed.
 #pragma once
 
 #include <sys/socket.h>
@@ -22,7 +22,7 @@ struct nghttp2_session;
 
 namespace Gobgp {
 
-/// How a call ended: gRPC's code, 0 where all is well, and the server's words.
+/// How a call ended: the gRPC status code, 0 for success, and the server's message.
 struct Status {
   int code = 0;
   std::string message;
@@ -33,21 +33,21 @@ struct Status {
 
 class Channel {
  public:
-  /// Any of them may destroy the channel.
+  /// The handlers of one call: of each answer, and of the call's end. Each may destroy the channel.
   struct CallHandlers {
     std::function<void(std::string_view message)> message;
     std::function<void(Status const&)> end;
   };
 
-  /// Connects. `failed`: why the connection failed or ended, for people.
+  /// Begins to connect. `failed` takes the reason for which the connection failed or ended, for people.
   Channel(Agent::Loop& loop, Agent::HostPort const& address,
           std::function<void(std::string const& cause)> failed);
   ~Channel();
   Channel(Channel const&) = delete;
   Channel& operator=(Channel const&) = delete;
 
-  /// Calls a method, "/package.Service/Method". The connection fails where the server says nothing on this
-  /// call for as long as `limit`; 0: no limit.
+  /// Calls a method, "/package.Service/Method". The connection fails if the server sends nothing for this
+  /// call within `limit`; 0: no limit.
   void call(std::string method, std::string_view request, CallHandlers handlers,
             std::chrono::nanoseconds limit);
 
@@ -58,14 +58,14 @@ class Channel {
     CallHandlers handlers;
     std::chrono::nanoseconds limit;
     Clock::time_point deadline;
-    std::string body;  ///< What is left to send, from `sent`.
+    std::string body;  ///< The request; bytes from `sent` on are not sent yet.
     std::size_t sent = 0;
-    std::string received;  ///< No whole message yet.
+    std::string received;  ///< The beginning of a message that is not complete.
     int httpStatus = 0;
     int grpcStatus = -1;
     std::string grpcMessage;
   };
-  struct Told {  ///< An answer, or the end of a call where `status` is there.
+  struct Told {  ///< An answer, or, if `status` is set, the end of a call.
     std::shared_ptr<Call> call;
     std::string message;
     std::unique_ptr<Status> status;
@@ -92,12 +92,12 @@ class Channel {
   std::map<std::int32_t, std::shared_ptr<Call>> calls_;
   std::deque<Told> told_;
   std::string out_;
-  std::string broken_;  ///< What a callback found wrong.
+  std::string broken_;  ///< The error that a callback found.
   bool isConnected_ = false;
   bool watchesOutput_ = false;
   Clock::time_point connectDeadline_;
   Agent::Timer timer_;
-  /// Gone when the channel is, which a handler may cause.
+  /// Tells members whether a handler has destroyed the channel.
   std::shared_ptr<void> self_ = std::make_shared<int>();
 };
 

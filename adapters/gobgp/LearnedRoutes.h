@@ -1,9 +1,9 @@
-/// Gobgp::LearnedRoutes: what neighbours told the speaker, as events of rows.
+/// Gobgp::LearnedRoutes: the routes that neighbours told the speaker, converted to events of rows.
 ///
-/// Several routes may say where one MAC address is: of each the highest sequence number counts, then the
-/// lowest VTEP. A route with an IP address is one more route of its MAC.
+/// Several routes may exist for one MAC address: the one with the highest sequence number counts, then the
+/// one with the lowest VTEP. A route with an IP address counts as one more route of its MAC.
 ///
-/// A route is told once it is settled: drain() gives what differs from what it gave before.
+/// take() only stores a route. drain() gives the rows that differ from those that it gave before.
 #pragma once
 
 #include <deque>
@@ -22,13 +22,14 @@ namespace Gobgp {
 
 class LearnedRoutes {
  public:
-  /// A route came, changed or went. Returns why it is no row where that is seen for the first time.
+  /// A route was added, changed or removed (`isGone`). If no row can hold it, returns the cause, once for
+  /// each cause.
   std::optional<std::string> take(apipb::Path const& path, bool isGone);
 
-  /// Gives up to `limit` differences; true where more are left.
+  /// Gives up to `limit` differences to `emit`; true if more are left.
   bool drain(std::size_t limit, std::function<void(Agent::Event const&)> const& emit);
   bool isDrained() const { return dirty_.empty(); }
-  /// Frees up to `limit` routes, telling nothing, before all of it goes; false where none is left.
+  /// Frees up to `limit` routes without events, before the object is destroyed; false if none is left.
   bool shrink(std::size_t limit);
 
   std::uint64_t hosts() const { return hosts_; }
@@ -39,7 +40,7 @@ class LearnedRoutes {
 
  private:
   using Decoded = std::variant<Row, Unusable>;
-  /// A row that routes tell of. They are few: one in most networks.
+  /// The values that routes give one row: one value in most networks.
   struct Candidates {
     std::vector<RowValue> values;
     std::optional<RowValue> told;

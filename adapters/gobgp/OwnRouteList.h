@@ -8,10 +8,10 @@
 
 namespace Gobgp {
 
-/// The rows of the routes that a speaker announces as this identity, one for each route. A route that is no
-/// row, which is not one of ours then, has VTEP 0.0.0.0. Asks the speaker over a connection of its own and
-/// waits for the answer, for `limit` at most. Raises std::runtime_error, or std::invalid_argument for an
-/// endpoint that is none.
+/// The rows of the routes that a speaker announces with this identity, one for each route. A route that no
+/// row can hold was not announced by this program; its row has VTEP 0.0.0.0. The function connects to the
+/// speaker and waits up to `limit` for the answer. Raises std::runtime_error, or std::invalid_argument for a
+/// wrong endpoint.
 std::vector<Row> listOwnRoutes(std::string const& endpoint, Identity const& identity,
                                std::chrono::seconds limit);
 

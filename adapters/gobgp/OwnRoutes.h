@@ -1,7 +1,8 @@
-/// Gobgp::OwnRoutes: the routes of the rows that this site exports, beside those that the speaker has of it.
+/// Gobgp::OwnRoutes: compares the routes of the rows that this site exports with this site's routes that the
+/// speaker has.
 ///
-/// What differs waits in a queue, a key once, and is taken in batches; what a key's route is by then is what
-/// is sent.
+/// Keys that differ wait in a queue, each key once, and are taken in batches. The route that is sent is the
+/// key's route at the time of the batch.
 #pragma once
 
 #include <deque>
@@ -16,27 +17,28 @@ class OwnRoutes {
  public:
   explicit OwnRoutes(Identity const& identity) : identity_(identity) {}
 
-  /// The site exports this row, or none. VTEP 0.0.0.0 cannot be announced and counts as none.
+  /// Sets the row that the site exports, or none. VTEP 0.0.0.0 cannot be announced and counts as none.
   void wantedIs(RowKey const& key, std::optional<RowValue> const& value);
 
-  /// The speaker is another one or has been started again: nothing is known of what it has.
+  /// The connection is a new one: it is not known which routes the speaker has.
   void forgetPresent();
-  /// The speaker has this path of its own. Octets of its attributes are looked at.
+  /// The speaker has this path of its own. The octets of its attributes are compared with ours.
   void presentIs(apipb::Path const& path);
-  /// Somebody withdrew this path of the speaker's own, we or another.
+  /// This path of the speaker's own was withdrawn, by this program or another one.
   void presentDel(apipb::Path const& path);
-  /// Queues whatever differs.
+  /// Queues every key that differs.
   void compare();
 
-  /// Moves up to `limit` differences into a request, as if the speaker had them by now.
+  /// Moves up to `limit` differences into a request and assumes that the speaker has them from now on.
   std::vector<RowKey> takeBatch(std::size_t limit, apipb::AddPathStreamRequest& request);
-  /// The speaker refused a batch: what of it the speaker has is not known.
+  /// The speaker refused a batch: it is not known which of its routes the speaker has.
   void giveBack(std::vector<RowKey> const& keys);
 
-  /// Of one row: what the site exports, what the speaker has, and whether they are about to be compared.
+  /// The state of one row: what the site exports, what the speaker has, and whether the key is in the queue.
   struct State {
     std::optional<RowValue> wanted;
-    std::optional<RowValue> present;  ///< VTEP 0.0.0.0: unlike what we announce, or not known.
+    /// VTEP 0.0.0.0: not known, or not in the form that this program sends.
+    std::optional<RowValue> present;
     bool isQueued = false;
     friend bool operator==(State const&, State const&) = default;
   };

@@ -3,13 +3,14 @@
 ///   host row   MAC/IP advertisement route (type 2) without IP address
 ///   flood row  inclusive multicast Ethernet tag route (type 3), ingress replication
 ///
-/// Of both: next hop and tunnel end the row's VTEP, label the VNI, route target AS:VNI, encapsulation VXLAN;
-/// a host row's sequence number in a MAC mobility community, which is left out for 0.
+/// In both kinds the next hop and the tunnel end point are the row's VTEP, the label is the VNI, the route
+/// target is AS:VNI, and the encapsulation is VXLAN. The sequence number of a host row is in a MAC mobility
+/// community, which is left out for 0.
 ///
-/// A route's key in BGP has the route distinguisher (RD), the Ethernet tag, and the MAC address or the VTEP,
-/// but not the label. So the tag is the VNI and the RD router-id:(VNI mod 65536): router identifiers differ,
-/// and so do the RDs of any two sites. GoBGP takes routes of one tag and MAC for the moves of one host,
-/// whatever their RDs are, which is the other reason for the tag.
+/// A route's key in BGP consists of the route distinguisher (RD), the Ethernet tag, and the MAC address or
+/// the VTEP; the label is not part of it. Therefore the tag is the VNI, and the RD is router-id:(VNI mod
+/// 65536): router identifiers differ, and so do the RDs of any two sites. A second reason for the tag: GoBGP
+/// takes two routes of one tag and one MAC for moves of one host, whatever their RDs are.
 #pragma once
 
 #include <cstdint>
@@ -37,8 +38,10 @@ class RowKey {
 
   bool isHost() const { return isHost_; }
   Vxlan::Vni vni() const { return vni_; }
-  Wirix::EthAddr mac() const { return Wirix::EthAddr::ofValue(address_); }                    ///< Of a host.
-  Wirix::IpAddr vtep() const { return Wirix::IpAddr(static_cast<std::uint32_t>(address_)); }  ///< Of a flood.
+  /// For a host row only.
+  Wirix::EthAddr mac() const { return Wirix::EthAddr::ofValue(address_); }
+  /// For a flood row only.
+  Wirix::IpAddr vtep() const { return Wirix::IpAddr(static_cast<std::uint32_t>(address_)); }
   std::uint32_t hash() const {
     return Orb::hashMix(address_ ^ std::uint64_t{vni_.value()} << 40 ^ std::uint64_t{isHost_} << 39);
   }
@@ -50,7 +53,7 @@ class RowKey {
   std::uint64_t address_ = 0;
 };
 
-/// The rest of a row. A flood row has no sequence number, and the VTEP of its key.
+/// The rest of a row. In a flood row the sequence number is 0 and the VTEP is that of the key.
 struct RowValue {
   Wirix::IpAddr vtep;
   Seqno32 seq;
@@ -62,14 +65,14 @@ struct Row {
   RowValue value;
 };
 
-/// Why a route is no row: "with an IPv6 next hop".
+/// Why no row can hold a route: "with an IPv6 next hop".
 struct Unusable {
   std::string cause;
 };
 
-/// As whom routes are announced.
+/// The identity with which routes are announced.
 struct Identity {
-  std::uint32_t as = 0;  ///< Of a route target's two octets: the lower half, as other speakers have it.
+  std::uint32_t as = 0;  ///< A route target has two octets for it: the lower half, as in other speakers.
   Wirix::IpAddr routerId;
 };
 
@@ -78,20 +81,21 @@ constexpr std::uint32_t safiEvpn = 70;
 void setEvpn(apipb::Family& family);
 bool isEvpn(apipb::Family const& family);
 
-/// The octets of a row's route.
+/// The octets of a row's route (NLRI), and of its path attributes; a host's sequence number only
+/// `withMobility`.
 std::string nlriOf(Identity const& identity, RowKey const& key);
 std::vector<std::string> attributesOf(Identity const& identity, Row const& row, bool withMobility);
 /// The path that announces or withdraws a row's route.
 void setPath(apipb::Path& path, Identity const& identity, Row const& row, bool isWithdrawal);
 
-/// The row of a route of ours; nothing where this identity does not announce such.
+/// The row of a route that this identity announced; nothing for any other route.
 std::optional<RowKey> ownKeyOf(Identity const& identity, apipb::Path const& path);
 
 /// True where a neighbour told the speaker of this path.
 bool isLearned(apipb::Path const& path);
-/// What tells a path's route from others, without what may change of it.
+/// The key of a path's route: what distinguishes it from other routes and never changes.
 std::string routeKeyOf(apipb::Path const& path);
-/// The row of a neighbour's route.
+/// The row that a neighbour's route describes, or why no row can hold it.
 std::variant<Row, Unusable> rowOf(apipb::Path const& path);
 
 }  // namespace Gobgp

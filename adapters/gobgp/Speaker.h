@@ -1,28 +1,29 @@
-/// Gobgp::Speaker: a site's BGP speaker (GoBGP 3) as a source of EVPN's events, and as the announcer of what
-/// the site exports.
+/// Gobgp::Speaker: a site's BGP speaker (GoBGP 3): a source of EVPN events, and the announcer of the rows
+/// that the site exports.
 ///
 ///   exported rows ─► OwnRoutes ─► routes of the speaker's own ─► neighbours
 ///   events        ◄─ LearnedRoutes ◄─ best routes that have a neighbour ◄─ neighbours
 ///
-/// After it is connected it goes
+/// After connecting it makes these calls:
 ///
-///   1  GetBgp      a speaker that knows this interface and runs BGP
-///   2  WatchEvent  changes from now on; told when the watch stands
-///   3  ListPath    all routes; one that the watch has told already is known better by the watch
-///   4  ListPeer    every session; again at each change of one, and now and then to see that the speaker
-///   answers
+///   1  GetBgp      checks that the speaker knows this interface and runs BGP
+///   2  WatchEvent  gives changes from now on
+///   3  ListPath    gives all routes; a route that the watch has given already is ignored
+///   4  ListPeer    gives every session; repeated at each change of a session, and regularly, to see that the
+///                  speaker still answers
 ///
-/// and is synced when the routes are listed and the sessions have settled. A speaker that was started again
-/// lists nothing until its neighbours have told it all they know, and there is no mark for that: so each
-/// session that is not up yet is waited for, for `settle` at most and unless it has been down for longer than
-/// that, and one that is new must have been quiet for `quiet`.
+/// The source is synced when the routes are listed and the sessions have settled. A speaker that was started
+/// again has no routes until its neighbours have sent theirs, and the interface has no mark for the end of
+/// that. So the source waits for each session that is not up, for `settle` at most, and not for a session
+/// that has been down for longer than `settle`. After a session has come up, no route must have come for
+/// `quiet`.
 ///
-/// The capability event is true while a session that carries EVPN is up, and false after none has been for
-/// `settle`: one that falls and comes again takes back nothing that this site exports.
+/// The event `capability` is true while a session that carries EVPN is up, and false when none has been up
+/// for `settle`. So a session that fails and comes up again withdraws nothing that this site exports.
 ///
-/// Own routes are sent after beginSending(), and after the list: what the speaker has already is not sent
-/// again, and what it has and the site exports no more is withdrawn. A batch is in flight at a time. Routes
-/// without a neighbour and with another RD than this site's are left alone.
+/// This site's routes are sent after beginSending() and after ListPath: a route that the speaker has already
+/// is not sent again, and a route that the speaker has but the site no longer exports is withdrawn. One batch
+/// is in flight at a time. Routes of the speaker's own with an RD of another site are not touched.
 #pragma once
 
 #include <chrono>
@@ -48,32 +49,32 @@ class Speaker {
   struct Options {
     std::string endpoint;  ///< HOST:PORT, as Agent::HostPort takes it.
     Identity identity;
-    std::chrono::milliseconds answer{10'000};  ///< How long its first answer may take.
+    std::chrono::milliseconds answer{10'000};  ///< How long the first answer of a call may take.
     std::chrono::milliseconds settle{30'000};
     std::chrono::milliseconds quiet{2'000};
     std::chrono::milliseconds retryMin{1'000};
     std::chrono::milliseconds retryMax{30'000};
   };
 
-  /// Begins to connect in the loop's next turn. Raises std::invalid_argument for an endpoint that is none.
+  /// Connects in the loop's next turn. Raises std::invalid_argument for a wrong endpoint.
   Speaker(Agent::Loop& loop, Options options, Agent::SourceHandlers handlers);
   Speaker(Speaker const&) = delete;
   Speaker& operator=(Speaker const&) = delete;
 
-  /// What the site exports, row by row, in any order and at any time.
+  // The rows that the site exports, in any order and at any time.
   void hostIs(QorEvpn::Host const& row);
   void hostDel(QorEvpn::MacVniPair const& key);
   void floodIs(QorEvpn::VniVtepPair const& key);
   void floodDel(QorEvpn::VniVtepPair const& key);
-  /// What the site exports is whole: only now routes of the speaker's own may be withdrawn, or announced.
+  /// All rows that the site exports have been given. Before this call no route is announced or withdrawn.
   void beginSending();
 
   std::string const& endpoint() const { return options_.endpoint; }
   Agent::SourceState state() const { return state_; }
-  /// What is known of the route of a row: {"wanted": {"vtep": .., "seq": ..}, "announced": .., "waiting":
-  /// false}; null where there is none. `announced`: as the speaker has it.
+  /// The state of a row's route: {"wanted": {"vtep": .., "seq": ..}, "announced": .., "waiting": false};
+  /// `wanted` and `announced` (the speaker's route) are null if there is none.
   nlohmann::ordered_json route(RowKey const& key) const;
-  /// For people: endpoint, state, since when, entries, sessions, last error.
+  /// For people: endpoint, state, time of its last change, entries, sessions, last error.
   nlohmann::ordered_json show() const;
 
  private:
@@ -81,13 +82,13 @@ class Speaker {
   struct Session {
     std::string address;
     bool isUp = false;
-    bool isAwaited = false;  ///< Its routes may not all be here yet.
+    bool isAwaited = false;  ///< Some of its routes may still be missing.
   };
 
   void connect();
   void fail(std::string const& cause);
   void stateIs(Agent::SourceState state, std::string const& cause);
-  /// The channel's call, whose failure is the speaker's.
+  /// Makes a call on the channel. If the call fails, the connection to the speaker fails.
   template <class Answer>
   void call(char const* method, google::protobuf::MessageLite const& request,
             std::function<void(Answer const&)> take, std::function<void()> end,
@@ -124,7 +125,7 @@ class Speaker {
   std::string lastError_;
 
   LearnedRoutes learned_;
-  std::deque<LearnedRoutes> former_;         ///< Of connections that failed, to be freed bit by bit.
+  std::deque<LearnedRoutes> former_;         ///< Routes of former connections, freed a part a turn.
   std::unordered_set<std::string> watched_;  ///< Routes that the watch told while they were listed.
   bool isWatching_ = false;
   bool isListed_ = false;
@@ -136,12 +137,12 @@ class Speaker {
   bool listsPeers_ = false;
   bool peersChanged_ = false;
   bool peersKnown_ = false;
-  bool wasAwaited_ = false;  ///< A session that came up while we looked: its routes may be on their way.
+  bool wasAwaited_ = false;  ///< A session came up during the listing; its routes may still come.
   std::optional<bool> capability_;
 
   OwnRoutes own_;
   std::vector<RowKey> batch_;
-  std::size_t oneByOne_ = 0;  ///< So many routes are sent alone, to find the one that is refused.
+  std::size_t oneByOne_ = 0;  ///< How many routes are still sent one by one, to find the one that is refused.
   std::uint64_t sent_ = 0;
   std::uint64_t refused_ = 0;
   bool isSending_ = false;

@@ -1,4 +1,4 @@
-/// Ovsdb::Connection: a stream to an endpoint over the agent's loop, with or without TLS; waits for nothing.
+/// Ovsdb::Connection: a stream to an endpoint, with or without TLS, on the agent's loop. No call blocks.
 #pragma once
 
 #include <functional>
@@ -16,24 +16,24 @@ class Connection {
  public:
   /// Called from the loop. A handler may shut the connection; it must not destroy it.
   struct Handlers {
-    std::function<void()> opened;  ///< Once: what is sent from now on goes out.
-    /// The next octets that came, at most 64 KiB.
+    std::function<void()> opened;  ///< Once: the connection is open.
+    /// Takes the next octets that came, at most 64 KiB.
     std::function<void(std::string_view)> received;
-    /// At most once, and the last call: it cannot be opened, or it broke.
+    /// At most once, and the last call: the connection could not be opened, or it broke.
     std::function<void(std::string const& cause)> failed;
   };
 
-  /// Begins to connect. Raises std::system_error or std::runtime_error where even that cannot be done.
+  /// Begins to connect. Raises std::system_error or std::runtime_error if no attempt can be made.
   Connection(Agent::Loop& loop, Endpoint const& endpoint, TlsFiles const& files, Handlers handlers);
   ~Connection() { shut(); }
   Connection(Connection const&) = delete;
   Connection& operator=(Connection const&) = delete;
 
-  /// Sends it as the socket takes it.
+  /// Sends the text, in the background as the socket takes it.
   void send(std::string_view text);
-  /// While it is off, nothing is read beyond what is in hand.
+  /// While it is off, nothing is read from the socket; octets that were read already are still given.
   void readingIs(bool on);
-  /// Closes it; no handler is called any more.
+  /// Closes the connection; no handler is called after that.
   void shut();
 
  private:

@@ -1,10 +1,10 @@
-/// Ovsdb::Endpoint: where a database is served, as the database's own tools write it:
+/// Ovsdb::Endpoint: the address of a database server, in the notation of the database's own tools:
 ///
 ///   unix:PATH         a socket of this machine
 ///   tcp:HOST:PORT     HOST is an IPv4 address, an IPv6 address in brackets, or `localhost`
 ///   ssl:HOST:PORT     the same with TLS
 ///
-/// Other names are refused: to look one up could hold the loop for as long as the name server likes.
+/// Other host names are refused: a look-up would block the loop until the name server answers.
 #pragma once
 
 #include <sys/socket.h>
@@ -16,7 +16,7 @@ namespace Ovsdb {
 
 class Endpoint {
  public:
-  /// Raises std::invalid_argument, which says what is wrong with the text.
+  /// Raises std::invalid_argument with the error in the text.
   explicit Endpoint(std::string_view text);
 
   std::string const& text() const { return text_; }

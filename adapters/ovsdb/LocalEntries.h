@@ -1,6 +1,6 @@
-/// Ovsdb::LocalEntries: what a switch knows, as events. Keeps what has been told, takes in which keys of the
-/// replica changed, and tells the differences: a VNI before its entries, the end of a VNI behind the end of
-/// its entries.
+/// Ovsdb::LocalEntries: converts the rows that a switch learned to events. It remembers the entries that it
+/// told and the keys of the replica that changed, and tells the differences: a VNI before its entries, the
+/// removal of a VNI after the removal of its entries.
 ///
 ///   rows of the replica                                   events
 ///   Logical_Switch with a tunnel_key                      vni, vni-del
@@ -27,18 +27,18 @@ class LocalEntries {
 
   void vniChanged(Vxlan::Vni vni) { changedVnis_.insert(vni); }
   void changed(Key const& key) { changedKeys_.insert(key); }
-  /// Tells what is different about a key or a VNI; false where nothing is left.
+  /// Tells the differences of one key or VNI; false if none is left.
   bool step(Replica const& replica);
-  /// Forgets at most `limit` entries, telling nothing; false where none is left.
+  /// Removes at most `limit` entries without events; false if none is left.
   bool shrink(std::size_t limit);
 
   std::size_t vnis() const { return vnis_.size(); }
   std::size_t macs() const { return macs_.size(); }
   std::size_t floods() const { return floods_.size(); }
   std::size_t multipaths() const { return multipaths_.size(); }
-  /// The VTEP that was told of a MAC, and those of a flood list.
+  /// Whether the entry that was told of the MAC, or the flood list, has this VTEP.
   bool tells(Key const& key, Wirix::IpAddr vtep) const;
-  /// Each MAC and each flood list that was told of a VNI.
+  /// Calls `visit` with each MAC and each flood list of a VNI that was told.
   void forEachOf(Vxlan::Vni vni, std::function<void(Wirix::EthAddr, VtepList const&)> const& visit) const;
 
  private:

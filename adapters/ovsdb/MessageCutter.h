@@ -1,14 +1,15 @@
-/// Ovsdb::MessageCutter: cuts a stream of JSON-RPC messages, which come one behind the other with no mark
-/// between them, into messages, and the rows of a message apart, so that nobody has to take in a full table
-/// at once.
+/// Ovsdb::MessageCutter: cuts a stream of JSON-RPC messages, which follow each other without a separator,
+/// into messages, and separates a message's rows, so that the rows of a full table can be parsed a part a
+/// turn.
 ///
 /// It knows where a value ends and where rows stand in the messages of RFC 7047:
 ///
 ///   {"id":1,"error":null,"result":{"TABLE":{"UUID":ROW,...},...}}
 ///   {"id":null,"method":"update","params":[ID,{"TABLE":{"UUID":ROW,...},...}]}
 ///
-/// Everything else is the skeleton: the same message with `{}` in the place of each table's rows. The cutter
-/// does not check what stands between two brackets or quotes: whoever parses the skeleton and the rows does.
+/// The rest of a message is the skeleton: the same message with `{}` in place of each table's rows. The
+/// cutter does not check the text between two brackets or quotes; the parser of the skeleton and of the rows
+/// does.
 #pragma once
 
 #include <cstdint>
@@ -21,7 +22,7 @@
 
 namespace Ovsdb {
 
-/// What came is no message; the text says why.
+/// The stream holds something that is not a message; the text says why.
 class MessageError : public std::runtime_error {
  public:
   using runtime_error::runtime_error;
@@ -41,7 +42,8 @@ class MessageCutter {
   static constexpr std::size_t lengthLimit = std::size_t{1} << 30;
   static constexpr std::size_t depthLimit = 64;
 
-  /// Takes the next octets, however they were cut. Raises MessageError; the stream is of no use then.
+  /// Takes the next octets, in pieces of any size. Raises MessageError; after that the stream cannot be read
+  /// on.
   void append(std::string_view piece);
   /// The next whole message, if there is one.
   std::optional<Message> next();

@@ -1,23 +1,21 @@
-/// Ovsdb::RemoteWriter: writes what the controller knows from elsewhere (Agent::RemoteRows) into
+/// Ovsdb::RemoteWriter: writes the entries that the controller has from elsewhere (Agent::RemoteRows) into
 /// Ucast_Macs_Remote and Mcast_Macs_Remote of one switch's database.
 ///
-///   input                                     handler                    output
-///   Agent::RemoteRows: vni, mac, flood        the key is noted           a transaction that writes the
-///   differences
-///   Agent::RemoteRows: settled                -                          rows that nobody asked for are
-///   removed
-///   the switch comes to serve a VNI           vniServed(vni)             all keys of the VNI are noted
-///   a remote row of the database              remoteChanged(key)         the key is noted, after a pause, so
-///   that
-///                                                                        two writers do not chase each other
-///   answer to a transaction                   answered(refusal)          the next one, or a pause
+///   input                                handler               effect
+///   Agent::RemoteRows: vni, mac, flood   -                     notes the key for a transaction
+///   Agent::RemoteRows: settled           -                     rows that were never wanted are removed
+///   the switch begins to serve a VNI     vniServed(vni)        notes all keys of the VNI
+///   a remote row of the database         remoteChanged(key)    notes the key after a pause, so that two
+///                                                              writers do not overwrite each other at once
+///   answer to a transaction              answered(refusal)     the next transaction, or a pause
 ///
-/// One transaction is under way at a time, since two would insert the same locator twice; the database tells
-/// its changes before it answers, so that the next one is worked out from what the last one did. Until the
-/// controller is settled, only rows that were wanted in this run, and no longer are, are removed.
+/// One transaction is in flight at a time, since two would insert the same locator twice. The database sends
+/// the changes of a transaction before its answer, so the next transaction is computed from the result of the
+/// last. Until the controller is settled, only rows that were wanted in this run and are no longer wanted are
+/// removed.
 ///
-/// What the database refuses is tried again after a growing pause, key by key until one is accepted; a key
-/// that is refused by itself waits apart, and the others go on.
+/// If the database refuses a transaction, its keys are tried again after a growing pause, one by one until
+/// one is accepted. A key that is refused alone waits separately; the other keys go on.
 #pragma once
 
 #include <cstdint>
@@ -40,7 +38,7 @@ class RemoteWriter {
     std::function<void()> wake;
     std::function<void(std::string const&)> report;
   };
-  /// `rows` outlives it.
+  /// `rows` must outlive it.
   RemoteWriter(Agent::Loop& loop, Agent::RemoteRows& rows, Pauses const& pauses, Handlers handlers);
   ~RemoteWriter() { rows_.handlersIs({}); }
   RemoteWriter(RemoteWriter const&) = delete;
@@ -48,12 +46,11 @@ class RemoteWriter {
 
   void remoteChanged(Key const& key);
   void vniServed(Vxlan::Vni vni) { vnis_.insert(vni); }
-  /// The replica is whole: from now on differences are written.
+  /// The replica is complete: from now on differences are written.
   void ready();
-  /// The session is gone, what was under way with it, and what the replica knew.
+  /// The session has ended, with the transaction in flight and the content of the replica.
   void sessionLost();
-  /// Does a part of what there is to do. False where it must wait: for something to do, an answer, or a
-  /// pause.
+  /// Does a part of the work. False if it must wait: for changes, for an answer, or for the end of a pause.
   bool step(Session& session, Replica const& replica, LocalEntries const& own);
 
   std::uint64_t transactions() const { return transactions_; }
@@ -72,17 +69,17 @@ class RemoteWriter {
   Agent::RemoteRows& rows_;
   Handlers handlers_;
   bool ready_ = false;
-  std::vector<Key> noted_;     ///< To be compared, some more than once.
+  std::vector<Key> noted_;     ///< To be compared; a key may stand here more than once.
   std::set<Vxlan::Vni> vnis_;  ///< All of whose keys are to be compared.
   std::set<Key> dirty_;        ///< To be compared.
-  std::set<Key> putOff_;       ///< Has rows that may go once the controller is settled.
+  std::set<Key> putOff_;       ///< Has rows that may be removed once the controller is settled.
   std::set<Key> wanted_;       ///< Was wanted in this run, before the controller was settled.
   std::set<Key> corrected_;    ///< Changed by the database; to be compared after a pause.
-  std::set<Key> apart_;        ///< Refused by itself; to be tried again, one by one, after a pause.
+  std::set<Key> apart_;        ///< Refused alone; to be tried again, one by one, after a pause.
   std::vector<Key> underWay_;
   std::size_t limit_;
-  bool isTrial_ = false;   ///< What is under way is a key of those apart.
-  bool trialDue_ = false;  ///< The next one to try is one of them.
+  bool isTrial_ = false;   ///< The transaction in flight is for a key of `apart_`.
+  bool trialDue_ = false;  ///< The next transaction is for a key of `apart_`.
   std::uint64_t transactions_ = 0;
   std::uint64_t refusals_ = 0;
   std::chrono::milliseconds correctionPause_;

@@ -1,16 +1,16 @@
-/// Ovsdb::Replica: the rows of one hardware_vtep database that matter here, as the database's updates tell
-/// them.
+/// Ovsdb::Replica: a copy of the rows of one hardware_vtep database that this program uses, kept by the
+/// database's updates.
 ///
-///   Logical_Switch            tunnel_key is the VNI that it serves; none: none
+///   Logical_Switch            tunnel_key is the VNI that it serves; without one it serves none
 ///   Physical_Locator          dst_ip is a VTEP
 ///   Physical_Locator_Set      several of them
 ///   Physical_Switch           tunnel_ips are the switch's own VTEPs
 ///   Ucast_Macs_Local          MAC behind a locator, as the switch learned it
-///   Mcast_Macs_Local          flood list of a MAC; of "unknown-dst": 00:00:00:00:00:00, all BUM traffic
-///   Ucast_ and Mcast_Macs_Remote   the same, as they were written for the switch
+///   Mcast_Macs_Local          flood list of a MAC; "unknown-dst" is 00:00:00:00:00:00, all BUM traffic
+///   Ucast_ and Mcast_Macs_Remote   the same, written for the switch by its controllers
 ///
 /// Rows may come in any order. A row that no event can hold (an IPv6 locator, a name for a MAC) is reported
-/// and left out; whether an entry makes sense is for whoever takes the events to say.
+/// and left out. Whether an entry is valid is checked by the listener of the events, not here.
 #pragma once
 
 #include <array>
@@ -49,7 +49,7 @@ class RowError : public std::runtime_error {
   using runtime_error::runtime_error;
 };
 
-/// What switches tell, and are told, something about.
+/// The key of an entry that a switch learned or is given.
 struct Key {
   Vxlan::Vni vni;
   Wirix::EthAddr mac;
@@ -59,10 +59,11 @@ struct Key {
 enum class MacTable : std::uint8_t { ucastLocal, mcastLocal, ucastRemote, mcastRemote };
 std::string_view nameOf(MacTable table);
 
-/// The table of addresses in order, each once.
+/// Addresses in ascending order, each once.
 using VtepList = std::vector<Wirix::IpAddr>;
 
-/// Takes as many elements off the front of a map or a set as `limit` allows, and counts it down.
+/// Removes at most `limit` elements from the front of a map or a set, and subtracts their number from
+/// `limit`.
 template <class Map>
 void shrinkMap(Map& map, std::size_t& limit) {
   for (; limit != 0 && !map.empty(); --limit) map.erase(map.begin());
@@ -71,7 +72,7 @@ void shrinkMap(Map& map, std::size_t& limit) {
 class Replica {
  public:
   struct Handlers {
-    std::function<void(Vxlan::Vni)> vniChanged;  ///< It is served now, or no longer.
+    std::function<void(Vxlan::Vni)> vniChanged;  ///< The VNI is served now, or no longer.
     std::function<void(Key const&)> localChanged;
     std::function<void(Key const&)> remoteChanged;
     std::function<void()> ownVtepsChanged;
@@ -79,23 +80,23 @@ class Replica {
   };
   explicit Replica(Handlers handlers) : handlers_(std::move(handlers)) {}
 
-  /// The tables and columns that it asks for, as the parameter of a `monitor` request.
+  /// The tables and columns that the replica needs, as the parameter of a `monitor` request.
   static Json monitorRequests();
-  /// What a schema lacks of them; empty where it lacks nothing. `columns`: of each table that it has.
+  /// Which of them a schema lacks; empty if none. `columns`: the columns of each table of the schema.
   static std::string missing(std::map<std::string, Json> const& columns);
 
-  /// Takes a row as an update tells it: a member "UUID":{"old":...,"new":...} of its table. Raises RowError,
-  /// or the JSON library's error.
+  /// Takes one row of an update: a member "UUID":{"old":...,"new":...} of its table. Raises RowError, or the
+  /// JSON library's error.
   void take(std::string const& table, std::string const& member);
-  /// Announces at most `limit` entries of logical switches whose VNI changed; false where none is left.
+  /// Announces at most `limit` entries of logical switches whose VNI changed; false if none is left.
   bool relabel(std::size_t limit);
-  /// Forgets at most `limit` rows, announcing nothing; false where none is left.
+  /// Removes at most `limit` rows without announcing them; false if none is left.
   bool shrink(std::size_t limit);
 
   bool serves(Vxlan::Vni vni) const { return switchesOf_.contains(vni); }
   std::set<Uuid> const& switchesOf(Vxlan::Vni vni) const;
   bool usesServiceNodes(Uuid const& logicalSwitch) const;
-  /// The rows of a MAC in a logical switch, the one that came or changed last at the end.
+  /// The rows of a MAC in a logical switch; the one that was added or changed last is the last one.
   std::vector<Uuid> const& rowsOf(MacTable table, Uuid const& logicalSwitch, Wirix::EthAddr mac) const;
   /// Each MAC that has rows in a logical switch.
   void forEachMac(MacTable table, Uuid const& logicalSwitch,
@@ -110,7 +111,7 @@ class Replica {
   }
   std::size_t vnis() const { return switchesOf_.size(); }
   std::size_t rows(MacTable table) const { return index(table).rows.size(); }
-  /// Rows that no event can hold, by what is wrong with them.
+  /// The number of rows that no event can hold, by cause.
   std::map<std::string_view, std::size_t> const& leftOut() const { return leftOut_; }
 
  private:
@@ -132,7 +133,7 @@ class Replica {
     std::map<Uuid, MacRow> rows;
     std::map<Place, std::vector<Uuid>> places;
   };
-  /// A logical switch whose entries belong to other VNIs now: those up to `next` have been announced.
+  /// A logical switch whose VNI changed: its entries up to `next` have been announced.
   struct Relabelled {
     Uuid logicalSwitch;
     Vxlan::Vni vni;

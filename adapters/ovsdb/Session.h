@@ -1,8 +1,9 @@
-/// Ovsdb::Session: JSON-RPC with a database server, for as long as it lives: a connection that breaks is made
-/// again, after pauses that grow. Answers `echo`, and sends one itself where the server is silent for long.
+/// Ovsdb::Session: JSON-RPC with a database server. A connection that breaks is made again, after growing
+/// pauses, as long as the session exists. The session answers `echo`, and sends an `echo` when the server has
+/// been silent for long.
 ///
-/// A message is given whole, but its rows are not parsed: whoever takes it parses as many a turn as he likes,
-/// and no other message comes until he is done.
+/// A message is given as a whole, but its rows are not parsed. The receiver parses as many of them a turn as
+/// it wants; with heldIs(true) it stops further messages until it is done.
 #pragma once
 
 #include <chrono>
@@ -21,11 +22,11 @@ namespace Ovsdb {
 
 using Json = nlohmann::json;
 
-/// How long to wait, and for what.
+/// The times that a session waits.
 struct Pauses {
-  std::chrono::milliseconds first{1000};   ///< Before the second attempt; doubles with each further one,
+  std::chrono::milliseconds first{1000};   ///< Before the second attempt; it doubles with each attempt,
   std::chrono::milliseconds last{30'000};  ///< up to this.
-  /// A connection, or an answer, of which nothing comes for so long is given up.
+  /// A connection attempt or an answer is given up if nothing comes for so long.
   std::chrono::milliseconds silence{10'000};
 };
 
@@ -46,7 +47,7 @@ class GrowingPause {
 
 class Session {
  public:
-  /// An answer. `error` is null where all went well; else `result` has no meaning.
+  /// An answer. `error` is null for success; otherwise `result` has no meaning.
   struct Reply {
     Json result;
     Json error;
@@ -54,13 +55,14 @@ class Session {
   };
   using Answer = std::function<void(Reply&&)>;
 
-  /// Called from the loop; one may call fail(), request() and heldIs(), and none may destroy the session.
+  /// Called from the loop. A handler may call fail(), request() and heldIs(); it must not destroy the
+  /// session.
   struct Handlers {
     std::function<void()> opened;
     std::function<void(std::string const& method, Json const& params, std::vector<Message::Table>&& tables)>
         notified;
-    /// The connection is gone, or could not be made, and no answer comes any more. `pause`: until the next
-    /// attempt.
+    /// The connection ended or could not be made; requests without an answer get none. `pause`: the time
+    /// until the next attempt.
     std::function<void(std::string const& cause, std::chrono::milliseconds pause)> failed;
   };
 
@@ -72,11 +74,11 @@ class Session {
 
   bool isOpen() const { return open_; }
   void request(std::string const& method, Json params, Answer answer);
-  /// While it is on, nothing that comes is given to anybody.
+  /// While it is on, no handler is given a message.
   void heldIs(bool on);
-  /// All is well: the next pause is a short one.
+  /// The session works: the next pause is the shortest again.
   void healthy() { pause_.reset(); }
-  /// The server is of no use: drops the connection, and tries again after a pause.
+  /// The server's data cannot be used: closes the connection and tries again after a pause.
   void fail(std::string const& cause);
 
  private:
@@ -101,7 +103,7 @@ class Session {
   bool open_ = false;
   bool held_ = false;
   bool delivering_ = false;
-  bool probed_ = false;  ///< The server has been silent for one limit, and asked whether it is there.
+  bool probed_ = false;  ///< The server has been silent for `silence`, and an `echo` was sent.
   Agent::Timer retry_;
   Agent::Timer silence_;
   Agent::Timer resume_;

@@ -1,15 +1,15 @@
-/// Ovsdb::Switch: one hardware VTEP switch, as a source of events about what it learned, and as a place where
-/// what is behind other VTEPs is written.
+/// Ovsdb::Switch: one hardware VTEP switch: a source of events about the MACs that it learned, and the place
+/// to which the MACs behind other VTEPs are written.
 ///
-///   its database                           source state
-///   cannot be reached, at the start        connecting
-///   tells its rows, and they are taken in  syncing
-///   has told all of them                   synced
-///   went away, or is of no use             lost, until it tells its rows again
+///   its database                            state of the source
+///   not reached yet                         connecting
+///   its rows are being read                 syncing
+///   all its rows have been read             synced
+///   not reachable any more, or not usable   lost, until its rows are read again
 ///
-/// Big messages are taken in slices, one a turn of the loop, so that nothing else waits for them. After an
-/// error, which the state's cause tells together with the endpoint, another attempt follows after a pause
-/// that grows.
+/// A big message is handled in slices, one a turn of the loop, so that other events do not wait for it. After
+/// an error the state's cause names the endpoint and the error, and another attempt follows after a growing
+/// pause.
 #pragma once
 
 #include <chrono>
@@ -35,8 +35,8 @@ class Switch {
     TlsFiles tls;
     Pauses pauses;
   };
-  /// Connects in the loop's next turn. Raises std::invalid_argument where the endpoint cannot be read.
-  /// `rows`, what the switch is to be told, outlives it.
+  /// Connects in the loop's next turn. Raises std::invalid_argument for a wrong endpoint. `rows`, the entries
+  /// that are written to the switch, must outlive it.
   Switch(Agent::Loop& loop, Options options, Agent::SourceHandlers handlers, Agent::RemoteRows& rows);
   Switch(Switch const&) = delete;
   Switch& operator=(Switch const&) = delete;
@@ -45,18 +45,18 @@ class Switch {
   std::string const& endpoint() const { return options_.endpoint; }
   Agent::SourceState state() const { return state_; }
   std::chrono::system_clock::time_point since() const { return since_; }
-  /// What went wrong last, empty where nothing did.
+  /// The last error; empty if there was none.
   std::string const& lastError() const { return lastError_; }
-  /// What it has told so far.
+  /// The entries that it has told.
   LocalEntries const& entries() const { return local_; }
-  /// What it told of a VNI and what stands in its tables of remote MACs (agent/audit/RemoteTables.h).
   bool serves(Vxlan::Vni vni) const { return replica_->serves(vni); }
+  /// The entries of a VNI that it told, and its tables of remote MACs (agent/audit/RemoteTables.h).
   nlohmann::ordered_json rowsOf(Vxlan::Vni vni) const;
-  /// The remote row of a MAC in each logical switch that has the VNI, and its flood list's: their VTEPs.
+  /// The VTEPs of the remote rows of a MAC, or of its flood list, in each logical switch that has the VNI.
   std::vector<VtepList> remoteRowsOf(Key const& key) const;
-  /// Rows that no event can hold, by what is wrong with them.
+  /// The number of rows that no event can hold, by cause.
   std::map<std::string_view, std::size_t> const& leftOut() const { return replica_->leftOut(); }
-  /// Rows that stand in its tables of remote MACs.
+  /// The number of rows in its tables of remote MACs.
   std::size_t remoteRows() const;
 
   RemoteWriter const& remote() const { return remote_; }
@@ -77,7 +77,7 @@ class Switch {
     return LocalEntries([this](Agent::Event const& event) { handlers_.event(event); });
   }
 
-  /// What was known in a session that ended.
+  /// The data of a session that ended.
   struct Former {
     std::unique_ptr<Replica> replica;
     LocalEntries local;
@@ -92,8 +92,8 @@ class Switch {
   std::size_t refusalsNamed_ = 0;
   LocalEntries local_;
   std::unique_ptr<Replica> replica_;
-  std::vector<Former> former_;          ///< Freed bit by bit.
-  std::deque<Message::Table> untaken_;  ///< Rows of the message that is being taken in.
+  std::vector<Former> former_;          ///< Freed a part a turn.
+  std::deque<Message::Table> untaken_;  ///< Rows of the present message that are not handled yet.
   bool taking_ = false;
   Agent::Timer work_;
   RemoteWriter remote_;

@@ -1,8 +1,8 @@
-/// Ovsdb::Tls: TLS of a client as a filter of octets, with no socket of its own: what came from the network
-/// goes in, what is to be sent comes out.
+/// Ovsdb::Tls: a client's TLS as a filter of octets, without a socket of its own: received() takes what came
+/// from the network, takeOutput() gives what must be sent.
 ///
-/// The server's certificate must be signed by the given authority; its name is not compared with the host, as
-/// the database's own tools do not either.
+/// The server's certificate must be signed by the given authority. Its name is not compared with the host;
+/// the database's own tools do not compare it either.
 #pragma once
 
 #include <openssl/ssl.h>
@@ -26,9 +26,10 @@ class Tls {
   explicit Tls(TlsFiles const& files);
 
   void received(std::string_view cipherText);
-  /// Whether the handshake is over; goes on with it.
+  /// Continues the handshake; true if it is complete.
   bool isOpen();
-  /// The next piece of what the server said, empty where more must come first. Good until the next call.
+  /// The next piece of the server's plain text; empty if more octets must come first. Valid until the next
+  /// call.
   std::string_view read();
   bool hasEnded() const { return ended_; }
   void write(std::string_view plainText);

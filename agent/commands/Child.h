@@ -10,8 +10,8 @@ namespace Agent {
 
 class Child {
  public:
-  /// Starts the program with these arguments. Its output goes to the end of the file `log`. It is in no
-  /// terminal's foreground, and is killed when this process ends. Raises std::system_error.
+  /// Starts the program with these arguments. Its output is appended to the file `log`. It has a process
+  /// group of its own, and is killed when this process ends. Raises std::system_error.
   Child(std::vector<std::string> arguments, std::string const& log);
   ~Child();
   Child(Child const&) = delete;
@@ -19,7 +19,7 @@ class Child {
 
   /// False once it has ended by itself.
   bool isRunning();
-  /// Ends it: SIGKILL at any instruction, SIGTERM as a user would. Returns when it has ended.
+  /// Sends the signal and waits until the process has ended.
   void stop(int signal);
 
  private:

@@ -1,5 +1,5 @@
-/// The program and its subcommands. Each adds itself to the command line; when it is the one that was chosen,
-/// it leaves in `run` what the program is to call once the whole command line has been accepted.
+/// The program and its subcommands. Each add..Command() function adds one subcommand to the command line. The
+/// chosen subcommand sets `run`, which the program calls after the whole command line has been accepted.
 #pragma once
 
 #include <functional>
@@ -12,7 +12,7 @@ class App;
 
 namespace Agent {
 
-/// What the program exits with.
+/// The program's exit status.
 enum ExitStatus : int { exitOk = 0, exitFailed = 1, exitUsage = 2 };
 
 /// Runs a command and returns the program's exit status. An exception is reported by its text and means

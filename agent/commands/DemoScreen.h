@@ -1,5 +1,5 @@
-/// What a demonstration writes: progress that overwrites itself on a terminal and is a line now and then
-/// elsewhere.
+/// The output of a demonstration. On a terminal a progress line overwrites itself; elsewhere progress is a
+/// line every few seconds.
 #pragma once
 
 #include <chrono>
@@ -28,7 +28,7 @@ struct DemoProgress {
 
 class DemoScreen {
  public:
-  /// Takes SIGHUP, SIGINT and SIGTERM; wait() reports them.
+  /// Blocks SIGHUP, SIGINT and SIGTERM; wait() reports them.
   DemoScreen();
 
   static std::string seconds(double value);
@@ -36,14 +36,14 @@ class DemoScreen {
 
   void line(std::string const& text);
   void heading(std::string const& text);
-  /// A line in the middle of progress.
+  /// Writes a line that ends the progress line, if there is one.
   void note(std::string const& text);
-  /// Without a terminal only now and then, and the last one.
+  /// Shows the progress; without a terminal every few seconds only, and the last one.
   void progress(DemoProgress const& progress, bool isLast = false);
   void progressEnds();
   void verdict(std::vector<Check> const& checks);
 
-  /// The first `limit` rows of a kind, or all for 0, in the order in which people read them.
+  /// Writes the first `limit` rows of a kind (0: all), sorted as `qorevpn show` sorts them.
   template <class Row>
   void rows(SiteRows const& all, std::size_t limit) {
     std::span<Row const> const rows = all.of<Row>();
@@ -53,7 +53,7 @@ class DemoScreen {
     out_.flush();
   }
 
-  /// Raises DemoInterrupted.
+  /// Waits that long. Raises DemoInterrupted if one of the signals arrives.
   void wait(std::chrono::milliseconds time);
 
  private:

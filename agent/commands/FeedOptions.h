@@ -1,4 +1,5 @@
-/// The options of the commands that have sources.
+/// The options of the commands that have sources: feeds, their speed, and how long a lost source's entries
+/// stay.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -18,7 +19,7 @@ struct FeedOptions {
   bool exitAtEnd = false;
   unsigned holdSeconds = 300;
 
-  /// The option --feed itself is returned, for what the command demands of it.
+  /// Adds the options. Returns the option --feed, so that the command can make it required.
   CLI::Option* addTo(CLI::App& command);
   std::vector<Feed::Options> feeds() const;
   std::chrono::seconds hold() const { return std::chrono::seconds(holdSeconds); }

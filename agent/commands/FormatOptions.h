@@ -1,4 +1,4 @@
-/// The options that the commands share which show tables: where, which side, which rows, in which form.
+/// The options that all commands that show tables have: site, side, rows, form.
 #pragma once
 
 #include <string>

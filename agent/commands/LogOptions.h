@@ -1,4 +1,4 @@
-/// The log of the commands that run until they are told to stop.
+/// The log of the commands that run until a signal ends them.
 #pragma once
 
 #include <functional>
@@ -18,12 +18,12 @@ struct LogOptions {
 
   /// Adds --log. `this` must live as long as the command line.
   void addTo(CLI::App& command);
-  /// Begins the log, which SIGHUP opens again from then on, and calls `alsoOpens`. Raises std::system_error
-  /// naming the file.
+  /// Opens the log. From then on SIGHUP opens it again and calls `alsoOpens`. Raises std::system_error naming
+  /// the file.
   void begin(Loop& loop, Loop::Handler alsoOpens = {}) const;
 };
 
-/// Takes lines for the log of `who`, such as "agent /dev/shm/west", at that level.
+/// A function that writes its line to the log, after the name `who` ("agent /dev/shm/west"), at that level.
 std::function<void(std::string const&)> loggerOf(std::string const& who, LogLevel level = LogLevel::info);
 
 }  // namespace Agent

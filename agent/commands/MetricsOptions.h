@@ -1,4 +1,4 @@
-/// The option of the commands that serve their figures.
+/// The option --metrics of the commands that serve metrics.
 #pragma once
 
 #include <optional>

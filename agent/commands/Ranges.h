@@ -1,4 +1,4 @@
-/// Numbers of the command line that have limits.
+/// Options of the command line whose values are numbers with limits.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -6,7 +6,8 @@
 
 namespace Agent {
 
-/// Refuses what is not a number from `min` to `max`, in these words.
+/// A validator that refuses a text that is not a number from `min` to `max`. Its message has the limits as
+/// they are written here.
 inline CLI::Validator numberFrom(std::string const& min, std::string const& max) {
   return CLI::Validator(
       [=](std::string& text) {

@@ -1,4 +1,4 @@
-/// The options of the commands that can record what they take in.
+/// The options of the commands that can record their inputs.
 #pragma once
 
 #include "agent/record/Recorder.h"
@@ -12,7 +12,7 @@ namespace Agent {
 struct RecordOptions {
   Recorder::Options recorder;
 
-  /// Adds --record and what belongs to it. `this` must live as long as the command line.
+  /// Adds --record and the options of the recording. `this` must live as long as the command line.
   void addTo(CLI::App& command);
   bool isGiven() const { return !recorder.file.empty(); }
 };

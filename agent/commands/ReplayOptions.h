@@ -19,9 +19,9 @@ struct ReplayOptions {
 
   /// Adds --until. `this` must live as long as the command line.
   void addTo(CLI::App& command);
-  /// Replays the files as far as `until`. Calls `step` behind each line, with its time, and ends where it
-  /// returns false. Returns whether every line was understood. Raises UsageError for a wrong time and
-  /// std::runtime_error for files that are no recording.
+  /// Replays the files up to `until`. After each line it calls `step` with the line's time; the replay ends
+  /// if `step` returns false. Returns whether every line was valid. Raises UsageError for a wrong time and
+  /// std::runtime_error for files that are not a recording.
   bool run(Replay& replay, std::function<bool(double time)> const& step) const;
 };
 

@@ -1,5 +1,5 @@
-/// `qorevpn show`: what is there, once. Tables are read directly, whether an agent runs or not; counters and
-/// the status from EVPN are asked of the running agent.
+/// `qorevpn show`: writes the present content of tables once. It reads tables directly, so no agent need run.
+/// It asks the running agent for counters and for the status from EVPN.
 #pragma once
 
 #include <string>
@@ -12,11 +12,11 @@ namespace Agent {
 
 struct ShowOptions : ViewOptions {
   std::vector<std::string> subjects;
-  EvpnStatus const* evpnStatus = nullptr;  ///< Where no agent is to be asked.
+  EvpnStatus const* evpnStatus = nullptr;  ///< If set, it is shown, and no agent is asked.
 };
 
-/// Writes the subjects to `out`, problems that leave something to show to standard error. Returns the exit
-/// status; raises where a subject cannot be shown at all.
+/// Writes the subjects to `out`. A problem that leaves other rows to show is written to standard error.
+/// Returns the exit status; raises if a subject cannot be shown at all.
 int show(ShowOptions const& options, Output& out);
 
 }  // namespace Agent

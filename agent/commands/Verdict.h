@@ -1,4 +1,4 @@
-/// The checks of a demonstration: what must hold between two sites that exchange.
+/// The checks at the end of a demonstration: claims about two sites that exchange rows.
 #pragma once
 
 #include <string>
@@ -10,17 +10,17 @@ namespace Agent {
 
 struct Check {
   std::string claim;
-  std::string fault;  ///< What is wrong; empty where the claim holds.
+  std::string fault;  ///< How the claim fails; empty if it holds.
 };
 
-/// A site as it stands.
+/// A site and its present content.
 struct SiteState {
   std::string name;
   SiteLook look;
 };
 
-/// Each site is audited; `west` is compared with its expectation, and what either exports with what the other
-/// learned.
+/// Audits each site, compares `west` with its expectation, and compares the rows that each site exports with
+/// those that the other one learned.
 std::vector<Check> verdictOn(SiteState const& west, SiteState const& east, Expectation const& expected);
 
 bool holds(std::vector<Check> const& checks);

@@ -1,4 +1,4 @@
-/// `qorevpn watch`: the changes of tables as they come, each with the row before and after.
+/// `qorevpn watch`: writes changes of tables as they come, each with the row before and after.
 #pragma once
 
 #include <functional>
@@ -11,12 +11,12 @@ namespace Agent {
 
 struct WatchOptions : ViewOptions {
   std::vector<std::string> subjects;
-  bool initial = false;  ///< Begin with the rows that are there, and a line behind the last of them.
-  bool stay = false;     ///< Wait for a table, and for the next writer when one ends.
-  std::function<std::string()> now;  ///< The text of the time; the clock's where there is none.
+  bool initial = false;              ///< Write the present rows first, and a line after the last of them.
+  bool stay = false;                 ///< Wait for a table, and for the next writer when one ends.
+  std::function<std::string()> now;  ///< Gives the text of the time; empty: the clock's time.
 };
 
-/// Watches tables for a caller who has them written in this process, and says when to look.
+/// Watches tables that this process writes itself. The caller calls deliver() after each write. For replays.
 class TableWatch {
  public:
   TableWatch(WatchOptions options, Output& out);
@@ -29,11 +29,11 @@ class TableWatch {
 };
 
 /// Writes changes to `out` until the last writer ends, `stopFd` becomes readable, or the reader of `out`
-/// goes. Returns the exit status; raises where one of the tables cannot be watched.
+/// closes it. Returns the exit status; raises if one of the tables cannot be watched.
 ///
-/// A change is what differs from what was last written, so changes of one row between two looks count as one.
-/// A watcher that cannot keep up never delays the writer; it compares the whole table instead and writes a
-/// marker first.
+/// A change is a difference from the row that was written last, so several changes of one row between two
+/// deliveries are one. A watcher that cannot keep up does not delay the writer: it writes a marker, compares
+/// the whole table, and writes the differences.
 int watch(WatchOptions const& options, Output& out, int stopFd);
 
 }  // namespace Agent

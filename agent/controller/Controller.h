@@ -49,7 +49,7 @@ class Controller : public Orb::StateMachine<Controller> {
   /// The same by VNI, or null.
   VxlanController::VniFdbStatusV2 const* vniFdbStatus(Vxlan::Vni vni) const;
 
-  // Ledgers of sources, as SourceLedgers has them. Taking back what is not there does nothing.
+  // The ledgers of sources, as in SourceLedgers. Removing an entry that does not exist does nothing.
   void sourceIs(SourceId source, bool isNumbered);
   void begin(SourceId source);
   /// Every op of the controller's but `enabled`.
@@ -59,37 +59,38 @@ class Controller : public Orb::StateMachine<Controller> {
   std::size_t entries(SourceId source) const;
   void tellState(SourceLedgers::Tell const& tell) const;
 
-  // What an earlier run left.
+  // The entries that an earlier run left: a published VNI, an entry of a MAC, a VTEP of the all-BUM list.
   void earlierIs(Vxlan::Vni vni) { serve(vni).earlierIsPublished(); }
   void earlierIs(Vxlan::Vni vni, VxlanController::MacVtepV2 const& entry) { serve(vni).earlierMacIs(entry); }
   void earlierIs(Vxlan::Vni vni, Wirix::IpAddr floodVtep) { serve(vni).earlierFloodIs(floodVtep); }
-  /// A part of it, as SourceLedgers has it.
+  /// Withdraws a part of them; true if none is left (SourceLedgers::settled()).
   bool earlierDel();
 
   /// [{"vni": 5000, "mac": "02:00:00:00:00:01", "vtep": "10.99.0.11", "seq": 0, "from": "leaf1",
-  ///   "why": "heard last"}, ..], of every MAC; `from` "evpn" or what `nameOf` calls the source.
+  ///   "why": "heard last"}, ..], of every MAC; `from` is "evpn" or the result of `nameOf`.
   nlohmann::ordered_json fdb(std::function<std::string(SourceId)> const& nameOf) const;
 
-  /// What is merged of a VNI, or null where it is not served.
+  /// The merged state of a VNI, or null if it is not served.
   ServedVni const* served(Vxlan::Vni vni) const {
     Orb::Ptr<ServedVni> const* const found = served_.find(vni);
     return found ? found->get() : nullptr;
   }
-  /// Why the merged entry of a MAC is as it is; nothing where the VNI is not served.
+  /// Whose entry of a MAC is in force, and why; nothing if the VNI is not served.
   std::optional<ServedVni::Verdict> verdict(Vxlan::Vni vni, Wirix::EthAddr mac) const;
-  /// Calls `visit` with each VNI that is served. For who only reads.
+  /// Calls `visit` with each VNI that is served. `visit` must not change the controller.
   template <class Visit>
   void forEachVni(Visit visit) const {
     for (auto const& each : served_) visit(each.key);
   }
 
-  /// A switch's view of what others know. The controller owns it.
+  /// A new view for one switch: the entries that it does not have itself. The controller owns it.
   RemoteRows& remoteRows();
-  /// Every source has told its state or was given up (RemoteRows::isSettled()).
+  /// Every source is synced or given up. Informs the RemoteRows of switches.
   void settledIs();
   bool isSettled() const { return isSettled_; }
 
-  /// Is told of moves between sites, and may freeze MACs; null for none. It outlives the controller.
+  /// Sets the object that counts moves between sites and may freeze MACs; null for none. It must outlive the
+  /// controller.
   void duplicatesIs(Duplicates* duplicates) { duplicates_ = duplicates; }
 
   void handleVniStatus(Vxlan::Vni const& vni);
@@ -106,7 +107,7 @@ class Controller : public Orb::StateMachine<Controller> {
   class Remote;
   struct SourceRecord {
     bool isNumbered = true;
-    bool isKnown = false;  ///< It has been whole: what it tells now is news.
+    bool isKnown = false;  ///< It has been synced once: an entry that it tells now was newly heard.
   };
 
   auto inputs() { return std::tie(vniStatusDirFromEvpn_); }
@@ -116,7 +117,7 @@ class Controller : public Orb::StateMachine<Controller> {
   void retire(ServedVni& served, SourcePart* part);
   bool drop(std::size_t& limit, SourceId source, VniLedger SourcePart::*ledger);
   void vniChanged(Vxlan::Vni vni);
-  // What a ServedVni tells.
+  // Called by each ServedVni.
   void macChanged(Vxlan::Vni vni, Wirix::EthAddr mac);
   void floodChanged(Vxlan::Vni vni, Wirix::EthAddr mac);
 

@@ -1,5 +1,5 @@
-/// Agent::Duplicates: notices a MAC address that two sites have at a time, for it moves between them again
-/// and again.
+/// Agent::Duplicates: detects MAC addresses that two sites have at the same time: such a MAC moves between
+/// the sites again and again.
 #pragma once
 
 #include <chrono>
@@ -16,28 +16,28 @@ namespace Agent {
 class Duplicates {
  public:
   using Clock = std::chrono::steady_clock;
-  /// A MAC is a duplicate that moves `moves` times within `window`.
+  /// A MAC is a duplicate if it moves `moves` times within `window`.
   struct Rule {
-    unsigned moves = 5;  ///< 0: none is.
+    unsigned moves = 5;  ///< 0: no MAC is a duplicate.
     std::chrono::seconds window{180};
-    /// A duplicate stays with the other site, whatever switches hear, until `window` has passed.
+    /// A duplicate stays with the other site until `window` has passed, although a switch here hears it.
     bool freezes = false;
   };
 
-  /// `log` takes a line for people about each one; `now` tells the time.
+  /// `log` takes a line for people about each duplicate; `now` gives the time.
   Duplicates(Rule rule, std::function<void(std::string const&)> log,
              std::function<Clock::time_point()> now = Clock::now);
 
-  /// The entry of a MAC went from one site to another.
+  /// The entry of a MAC moved from one site to another. Called by the controller.
   void moved(Vxlan::Vni vni, VxlanController::MacVtepV2 const& from, VxlanController::MacVtepV2 const& to);
   bool isFrozen(Vxlan::Vni vni, Wirix::EthAddr mac) const;
 
-  /// How many moves there were, and how often a MAC was reported.
+  /// The numbers of moves and of reports since the start.
   std::uint64_t moves() const { return movesCount_; }
   std::uint64_t reports() const { return reportsCount_; }
 
   /// [{"vni": 5000, "mac": "02:00:00:00:00:01", "vteps": ["10.0.0.1", "10.9.0.1"], "frozen": false}, ..]:
-  /// those that were reported and have not been quiet for `window` since.
+  /// the MACs that were reported and have moved within the last `window`.
   nlohmann::ordered_json state() const;
 
  private:
@@ -56,7 +56,7 @@ class Duplicates {
   std::function<Clock::time_point()> now_;
   std::map<Key, Moves> moves_;
   std::uint64_t movesCount_ = 0, reportsCount_ = 0;
-  std::size_t forgetAt_ = 1024;  ///< How many MACs there are when old ones are looked for.
+  std::size_t forgetAt_ = 1024;  ///< The size of `moves_` at which old entries are removed.
 };
 
 }  // namespace Agent

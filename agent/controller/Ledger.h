@@ -1,8 +1,9 @@
-/// What sources told the controller about one VNI, each in a ledger of its own.
+/// The entries of one VNI that the controller's sources told: one ledger a source.
 ///
-/// A source that begins to tell its state again has two: what it told before is kept beside what it tells
-/// now, until it is whole. Of a key that stands in both, what it tells now counts; a numbered entry only if
-/// its sequence number is not lower, for a recording tells what was before what is.
+/// A source that tells its state again has two ledgers until it is synced: `kept` with the entries that it
+/// told before, `told` with those that it tells now. For a key in both ledgers the entry in `told` counts; a
+/// numbered entry counts only if its sequence number is not lower, since a recording tells past entries
+/// first.
 #pragma once
 
 #include <map>
@@ -17,19 +18,20 @@ namespace Agent {
 /// A source's entry of a MAC.
 struct Claim {
   Wirix::IpAddr vtep;
-  Seqno32 seq;              ///< Of a source that numbers its entries.
-  std::uint32_t order = 0;  ///< Else: the later a switch heard the MAC, the higher; 0: before anybody looked.
+  Seqno32 seq;              ///< If the source numbers its entries.
+  std::uint32_t order = 0;  ///< Otherwise: higher if the switch heard the MAC later; 0: at an unknown time.
   std::uint8_t preference = VxlanController::MacVtepV2::defaultPreference;
-  std::uint32_t since = 0;  ///< When it was told so, in seconds of Unix time; 0: in an earlier run.
+  std::uint32_t since = 0;  ///< When the source told it, in seconds of Unix time; 0: in an earlier run.
   friend bool operator==(Claim const&, Claim const&) = default;
 };
 
 /// A source's VTEP in a flood list.
 struct FloodClaim {
   bool on = false;
-  std::uint32_t since = 0;  ///< As a Claim's.
+  std::uint32_t since = 0;  ///< As in Claim.
 };
 
+/// The entries that one source told of one VNI.
 struct VniLedger {
   Orb::FlatMap<Wirix::EthAddr, Claim> macs;
   std::map<Wirix::EthAddr, std::map<Wirix::IpAddr, FloodClaim>> floods;
@@ -53,7 +55,7 @@ struct VniLedger {
   }
 };
 
-/// One source's part in a VNI.
+/// Both ledgers of one source for one VNI; the functions give the entry that counts, or null.
 struct SourcePart {
   SourceId source;
   bool isNumbered;
@@ -75,7 +77,8 @@ struct SourcePart {
     return now ? now : kept.multipath(mac);
   }
   bool serves() const { return told.serves || kept.serves; }
-  /// What it told becomes what is kept, with what was kept already; of a key in both what counts.
+  /// The source tells its state again: moves the entries of `told` to `kept`. For a key in both, the entry
+  /// that counts stays.
   void begin();
 };
 

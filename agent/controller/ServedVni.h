@@ -1,5 +1,5 @@
-/// Agent::ServedVni: merges what sources and EVPN know of one VNI; agent/controller/Controller.h has the
-/// rules.
+/// Agent::ServedVni: merges the entries that sources and EVPN have of one VNI, by the rules in
+/// agent/controller/Controller.h.
 ///
 ///   input                                   handler                    output
 ///   VniStatusV2.macVtepTable                handleMac(mac)             VniFdbStatusV2.macVtepTable
@@ -20,7 +20,7 @@ namespace Agent {
 
 class Controller;
 
-/// Merges one VNI.
+/// Owned and called by the controller.
 class ServedVni : public Orb::StateMachine<ServedVni> {
  public:
   using EvpnStatusPtr = Orb::Ptr<VxlanController::VniStatusV2 const>;
@@ -32,22 +32,22 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
   /// What the controller publishes about the VNI.
   Orb::Ptr<VxlanController::VniFdbStatusV2> const& vniFdbStatus() const { return vniFdbStatus_; }
 
-  /// EVPN's status of the VNI, or null. Another one, or none, merges what either has.
+  /// EVPN's status of the VNI, or null. Setting another status merges every key of the old and the new one.
   EvpnStatusPtr const& vniStatusFromEvpn() const { return vniStatusFromEvpn_.notifier(); }
   void vniStatusFromEvpnIs(EvpnStatusPtr const& status);
 
   /// The ledgers of a source, or null.
   SourcePart* part(SourceId source);
-  /// The same, made if there are none.
+  /// The ledgers of a source, made if they are missing.
   SourcePart& part(SourceId source, bool isNumbered);
   void partDel(SourcePart const& part);
   /// A source begins to tell its state again.
   void begin(SourceId source);
-  /// Whether anybody serves the VNI.
+  /// Whether a source or the earlier run serves the VNI.
   bool isServed() const { return earlier_ || !parts_.empty(); }
 
-  /// `isNews`: a switch that had no entry of the MAC has just heard it. A claim with a `since` was told
-  /// before; a switch's has its order in place of its number then.
+  /// `isNews`: a switch that had no entry of the MAC has just heard it. A claim whose `since` is not 0 comes
+  /// from a recording's state; a switch's claim has its `order` in `seq` then.
   void macIs(SourcePart& part, Wirix::EthAddr mac, Claim claim, bool isNews);
   void macDel(SourcePart& part, Wirix::EthAddr mac);
   void floodIs(SourcePart& part, Wirix::EthAddr mac, Wirix::IpAddr vtep, FloodClaim claim);
@@ -56,17 +56,18 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
   void multipathDel(SourcePart& part, Wirix::EthAddr mac);
   /// Merges every key of entries that were dropped.
   void mergeAll(VniLedger const& dropped);
-  /// Drops at most `limit` entries of a ledger, counts it down, and merges their keys; true where none is
-  /// left.
+  /// Removes at most `limit` entries of a ledger, subtracts their number from `limit`, and merges their keys.
+  /// True if the ledger is empty then.
   bool drop(VniLedger& ledger, std::size_t& limit);
 
-  /// Why the merged entry of a MAC is as it is, for people.
+  /// Whose entry of a MAC is in force, and why, for people.
   struct Verdict {
-    std::optional<SourceId> source;  ///< Whose it is, or nothing: EVPN's.
+    std::optional<SourceId> source;  ///< Empty for EVPN's entry.
     std::string_view why;
   };
   Verdict verdict(Wirix::EthAddr mac);
-  /// What each source, and an earlier run last, says of a MAC, or of a VTEP in a flood list.
+  /// Calls `visit` with each source's entry of a MAC, or of a VTEP in a flood list; the earlier run comes
+  /// last.
   void forEachClaim(Wirix::EthAddr mac, std::function<void(SourceId, Claim const&)> const& visit) const;
   void forEachFloodClaim(Wirix::EthAddr mac, Wirix::IpAddr vtep,
                          std::function<void(SourceId, FloodClaim const&)> const& visit) const;
@@ -107,7 +108,7 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
   friend StateMachine;
   auto inputs() { return std::tie(vniStatusFromEvpn_, floodListFromEvpn_); }
 
-  /// The number that the switches' entry of a MAC has, behind this VTEP.
+  /// The sequence number of the switches' entry of a MAC, and the VTEP for which it was given.
   struct Number {
     Wirix::IpAddr vtep;
     Seqno32 seq;
@@ -139,11 +140,11 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
 
   Controller& controller_;
   Orb::Ptr<VxlanController::VniFdbStatusV2> vniFdbStatus_;
-  std::list<SourcePart> parts_;  ///< Few, and one access away.
+  std::list<SourcePart> parts_;  ///< Few, so a list is searched fast.
   std::unique_ptr<VniLedger> earlier_;
   Orb::FlatMap<Wirix::EthAddr, Number> numbers_;
-  std::uint32_t heard_ = 0;       ///< Order of what was heard last.
-  EvpnStatusPtr formerFromEvpn_;  ///< While another takes its place.
+  std::uint32_t heard_ = 0;       ///< The `order` of the entry that was heard last.
+  EvpnStatusPtr formerFromEvpn_;  ///< The former status while another one takes its place.
   Orb::Input<OrbVniStatusFromEvpn> vniStatusFromEvpn_;
   Orb::Input<OrbFloodListFromEvpn> floodListFromEvpn_;
 };

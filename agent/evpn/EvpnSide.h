@@ -1,4 +1,5 @@
-/// Agent::EvpnSide: the EVPN side of a site that learns from sources - speakers, feeds, other sites.
+/// Agent::EvpnSide: the EVPN side of a site: the tables that it writes, and the sources from which it learns
+/// their rows (speakers, feeds, other sites).
 #pragma once
 
 #include "agent/evpn/LearnedSources.h"
@@ -8,8 +9,8 @@ namespace Agent {
 
 class EvpnSide {
  public:
-  /// Raises MountError where another process writes the tables. `hold`: how long what a lost source told is
-  /// kept; 0 is for ever.
+  /// Mounts the tables as their writer; raises MountError if another process writes them. `hold`: how long
+  /// the entries of a lost source are kept; 0 is for ever.
   EvpnSide(Loop& loop, Site const& site, bool repair, std::chrono::seconds hold, Logs logs)
       : learned_(site, repair), ledgers_(learned_), sources_(loop, ledgers_, hold, std::move(logs)) {
     sources_.keepsEarlierIs(learned_.rows() != 0);
@@ -17,7 +18,8 @@ class EvpnSide {
   EvpnSide(EvpnSide const&) = delete;
   EvpnSide& operator=(EvpnSide const&) = delete;
 
-  /// Writes down what sources tell, before the first one is added. The recorder outlives this.
+  /// Records the events of all sources. Call it before the first source is added. The recorder must outlive
+  /// this object.
   void recorderIs(Recorder& recorder) { recorder.tap(sources_, ledgers_); }
 
   /// Where sources of EVPN events are added.
@@ -26,7 +28,7 @@ class EvpnSide {
   LearnedSources& ledgers() { return ledgers_; }
   LearnedSources const& ledgers() const { return ledgers_; }
   Learned& learned() { return learned_; }
-  /// It has sources that know of no capability.
+  /// It has sources that cannot tell the capability (EvpnState::Capability::assumed).
   void assumeCapability() { ledgers_.assumeCapability(); }
 
  private:

@@ -1,23 +1,22 @@
-/// Agent::Exchange: carries what sites export to one another, as BGP EVPN between them would.
+/// Agent::Exchange: carries the rows that each site exports to the other sites, in place of BGP EVPN.
 ///
 ///   input                              handler                 output
 ///   exported host table of a site      handleHost(key)         events to the EVPN sides of all other sites
 ///   exported flood table of a site     handleFloodEntry(key)   events to the EVPN sides of all other sites
 ///   exported state of a site           assess()                the state of the site as their source
 ///
-/// Each site is a source of the EVPN side of every other one. It tells of a host the row that it exports, if
-/// that is better than the row that the learning site itself exports: the higher sequence number is better,
-/// then the lower VTEP address. It tells every flood row that it exports. No row returns to the site that it
-/// came from. Rows are told whatever VNIs the learning site serves: its controller leaves out those that it
-/// does not, and a VNI of which it knows nothing yet, and which it therefore does not publish, must be able
-/// to learn its first entry.
+/// Each site is a source of the EVPN side of every other site. It tells a host row that it exports if the row
+/// is better than the row of the same key that the learning site exports: the higher sequence number is
+/// better, then the lower VTEP address. It tells every flood row that it exports. No row returns to the site
+/// that it came from. Rows of all VNIs are told, also of VNIs that the learning site does not serve: its
+/// controller leaves those out, and a VNI that it does not publish yet must be able to learn its first entry.
 ///
-///   exported tables of the site                   as a source
-///   not there, or cannot be read                  connecting; lost, where they once were
-///   there                                         syncing
-///   there, and hold all that its sources know     synced; also where nobody says so: another's agent
+///   exported tables of the site                    state of the source
+///   missing or not readable                        connecting; lost if they were readable before
+///   readable                                       syncing
+///   readable, and exported/state says whole        synced; also if the site has no such table
 ///
-/// An agent that goes leaves its rows, and they hold until it comes back.
+/// When an agent ends, its rows stay in its tables and in force until it runs again.
 #pragma once
 
 #include <memory>
@@ -31,7 +30,7 @@ namespace Agent {
 
 class Exchange;
 
-/// One site of an exchange: reads what it exports.
+/// One site of an exchange: reads the tables that it exports.
 class ExchangeSite : public Orb::StateMachine<ExchangeSite> {
  public:
   ExchangeSite(Exchange& exchange, std::size_t number, Site const& site);
@@ -78,7 +77,7 @@ class Exchange {
   Exchange(Exchange const&) = delete;
   Exchange& operator=(Exchange const&) = delete;
 
-  /// A site may export another row now, or none.
+  /// The row of a key that a site exports was added, changed or removed.
   void hostChanged(std::size_t site, QorEvpn::MacVniPair const& key);
   void floodChanged(std::size_t site, QorEvpn::VniVtepPair const& key);
 
@@ -88,7 +87,7 @@ class Exchange {
     std::unique_ptr<Follower> follower;
     std::unique_ptr<EvpnStateReader> exportedState;
     SourceState state = SourceState::connecting;
-    std::vector<SourceHandlers> learners;  ///< By site; of itself: none.
+    std::vector<SourceHandlers> learners;  ///< By site; empty handlers for the site itself.
 
     bool isTelling() const { return state == SourceState::syncing || state == SourceState::synced; }
   };

@@ -1,5 +1,5 @@
-/// The tables that the EVPN side of a site writes, as the EVPN side has them. Only what differs is written,
-/// at any time. What an earlier run left is there from the beginning.
+/// Agent::Learned: the tables that the EVPN side of a site writes. A row is written only if it differs from
+/// the row in the table. Rows that an earlier run left are there from the beginning.
 #pragma once
 
 #include <functional>
@@ -26,10 +26,10 @@ class Learned {
   /// Visits every row; a visit may remove it.
   void forEach(std::function<void(QorEvpn::Host const&)> const& visitHost,
                std::function<void(QorEvpn::FloodEntry const&)> const& visitFlood) const;
-  /// Removes every row, and what was said of them.
+  /// Removes every row, and resets the state.
   void clear();
 
-  /// At the end of each turn of the loop.
+  /// Publishes the turn's changes. Call it at the end of each turn of the loop.
   void endTurn() {
     tables_.endTurn();
     state_.endTurn();

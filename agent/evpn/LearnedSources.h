@@ -1,12 +1,13 @@
-/// Agent::LearnedSources: what sources of EVPN events hold - speakers, feeds, other sites - each in a ledger
-/// of its own, and merged into the tables that the agent reads.
+/// Agent::LearnedSources: the ledgers of the sources of EVPN events (speakers, feeds, other sites), one a
+/// source, and their merge into the tables that the agent reads.
 ///
-/// Rule: of several entries of a MAC the highest sequence number wins, then the lowest VTEP. A flood row is
-/// there if any source has it. The EVPN side is capable if any source says so; it has an opinion if any has.
+/// Rule: of several entries of a MAC the one with the highest sequence number wins, then the one with the
+/// lowest VTEP. A flood row exists if any source has it. The capability is on if any source says so, off if
+/// sources say only that, and not said if no source says anything.
 ///
-/// Rows that an earlier run left stay until every source is whole or given up; until then one with a higher
-/// sequence number than what sources tell stays as it is, for a recording tells what was before what is.
-/// Likewise what a source told before it begins to tell its state again.
+/// Rows that an earlier run left are kept until every source is synced or given up. Until then such a row
+/// stays in force if its sequence number is higher than that of every source's entry, since a recording tells
+/// past entries first. The same holds for entries that a source told before it began to tell its state again.
 #pragma once
 
 #include <map>
@@ -17,25 +18,25 @@
 
 namespace Agent {
 
-/// Of two rows of a MAC, whether the left one stands.
+/// Whether the left one of two rows of a MAC wins.
 bool outranks(QorEvpn::Host const& left, QorEvpn::Host const& right);
 
-/// A row as the event that tells it, and back.
+/// Converts a row to the event that tells it, and back.
 Event eventOf(QorEvpn::Host const& row);
 Event eventOf(QorEvpn::VniVtepPair const& flood);
 QorEvpn::Host hostOf(Event const& event);
 
 class LearnedSources : public SourceLedgers {
  public:
-  /// What the tables hold now is an earlier run's.
+  /// Takes the rows that the tables hold now for those of an earlier run.
   explicit LearnedSources(Learned& learned);
 
-  /// The capability is assumed unless a source says that it is on.
+  /// The capability is `assumed` unless a source says that it is on.
   void assumeCapability();
 
   void sourceIs(SourceId source, bool isNumbered) override;
   void begin(SourceId source) override;
-  /// Takes `mac`, `flood` and what takes them back.
+  /// Takes `mac`, `mac-del`, `flood` and `flood-del`.
   void apply(SourceId source, Event const& event) override;
   void flag(SourceId source, Event const& event) override;
   bool whole(SourceId source) override;
@@ -44,7 +45,7 @@ class LearnedSources : public SourceLedgers {
   std::size_t entries(SourceId source) const override;
   void tellState(Tell const& tell) const override;
 
-  /// Calls `visit` with what each source, and an earlier run last, tells of a key.
+  /// Calls `visit` with each source's entry of a key; the earlier run comes last.
   void forEachClaim(
       QorEvpn::MacVniPair const& key,
       std::function<void(SourceId, QorEvpn::Host const&, std::uint32_t since)> const& visit) const;
@@ -54,7 +55,7 @@ class LearnedSources : public SourceLedgers {
  private:
   struct HostClaim {
     QorEvpn::Host row;
-    std::uint32_t since = 0;  ///< When it was told so, in seconds of Unix time; 0: in an earlier run.
+    std::uint32_t since = 0;  ///< When the source told it, in seconds of Unix time; 0: in an earlier run.
     friend bool operator==(HostClaim const&, HostClaim const&) = default;
   };
   struct Ledger {
@@ -66,7 +67,7 @@ class LearnedSources : public SourceLedgers {
     std::optional<bool> capability;
   };
 
-  /// Of what one told before and tells now, what counts.
+  /// Which of a source's entries counts: the one that it told before, or the one that it tells now.
   static HostClaim const* newer(HostClaim const* before, HostClaim const* now);
   HostClaim const* best(QorEvpn::MacVniPair const& key) const;
   bool hasFlood(QorEvpn::VniVtepPair const& key) const;

@@ -26,24 +26,26 @@
 ///   multipath-del  vni* mac*                        it does not               -
 ///   enabled        value*                           controller database on    -
 ///   capability     value*                           -                         EVPN is on
-///   synced                                          all of its state is told  the same
+///   synced                                          the whole state is told   the same
 ///
-/// A -del may repeat the keys of what it takes back. Any other key is an error, and so is one that occurs
-/// twice.
+/// A -del may repeat the keys of the event that it takes back. Any other key is an error, and so is a key
+/// that occurs twice.
 ///
-/// A recording (agent/record/Recorder.h) is a feed that has, besides, in every line of a source `source`, its
-/// number among the sources of that side. Other keys and ops of recordings:
+/// A recording (agent/record/Recorder.h) is a feed in which each event that a source told has the key
+/// `source`: the number of the source on its side. Other keys and ops of recordings:
 ///
-///   since       Unix time in seconds: told then, as what holds at the beginning of a file
+///   since       Unix time in seconds at which the event was told; in the state at the beginning of a file
 ///
-///   recording   name* seq           a file begins: the run of the process, and which of its files it is
-///   source      source* name* on    a source comes to be; `on`: it numbers its entries
-///   begin       source*             it tells its state again, beside which what it told is kept
-///   whole       source* value*      it has told it: a part of what was kept goes; `value`: none is left
-///   withdraw    source* value*      a part of all that it told goes; `value`: none is left
-///   settled     value*              every source is whole or given up; as `whole`, of an earlier run's
-///   number      vni* mac* vtep* seq the number of the switches' entry of a MAC
-///   state-end                       what holds at the beginning of the file has been told
+///   recording   name* seq           a file begins; `name`: the run of the process, `seq`: the file's number
+///   source      source* name* on    a source is added; `on`: it numbers its entries
+///   begin       source*             the source tells its state again; what it told before is kept
+///   whole       source* value*      the source is synced: a part of what was kept is withdrawn; `value`: the
+///                                   last part
+///   withdraw    source* value*      a part of all that the source told is withdrawn; `value`: the last part
+///   settled     value*              every source is synced or given up: a part of what an earlier run left
+///                                   is withdrawn; `value`: the last part
+///   number      vni* mac* vtep* seq the sequence number of the switches' entry of a MAC
+///   state-end                       the state at the beginning of the file has been told
 #pragma once
 
 #include <cstdint>
@@ -86,19 +88,19 @@ enum class Op : std::uint8_t {
 };
 inline constexpr std::size_t opCount = static_cast<std::size_t>(Op::stateEnd) + 1;
 
-/// Counts the sources of a side from 0, in the order in which they were added.
+/// The number of a source on its side: 0 for the one that was added first.
 using SourceId = std::size_t;
-/// Stands for what an earlier run left, where a source is named.
+/// Stands for the rows that an earlier run left, in place of a source's number.
 inline constexpr SourceId earlierRun = ~SourceId{0};
 
-/// The members of an event's line as they were written, but `t`; empty where nobody has them. Whatever it is,
-/// the event is the same.
+/// The text of an event's members as they stood in its line, without `t`; empty where the text is not known.
+/// It does not count when events are compared.
 struct Written {
   std::string_view members;
   friend bool operator==(Written, Written) { return true; }
 };
 
-/// Keys that an op does not have hold their defaults.
+/// One event. Members for keys that its op does not have hold their defaults.
 struct Event {
   std::optional<double> time;  ///< Seconds, finite, not negative.
   Origin from = Origin::controller;
@@ -111,25 +113,26 @@ struct Event {
   std::uint8_t preference = 16;
   bool on = true;
   bool value = false;
-  SourceId source = earlierRun;  ///< Of a recording; else, and of what nobody in particular says, this.
-  std::uint32_t since = 0;       ///< 0: now.
+  SourceId source = earlierRun;  ///< In a recording: who told the event. `earlierRun` in all other events.
+  std::uint32_t since = 0;       ///< In seconds of Unix time; 0: now.
   std::string name;
-  Written written;  ///< Refers to the line; who keeps an event for longer than that drops this.
+  Written written;  ///< Refers to the line. Clear it in an event that outlives its line.
 
   friend bool operator==(Event const&, Event const&) = default;
 };
 
-/// A line that is no event; the message says what is wrong with it.
+/// A line is not an event. The message says why.
 class EventError : public std::runtime_error {
  public:
   using runtime_error::runtime_error;
 };
 
-/// Reads one line, without its end of line. Raises EventError. The order of times is the feed's to check.
+/// Reads one line, given without its end of line. Raises EventError. It does not check that times never
+/// decrease; the feed does.
 Event parseEvent(std::string_view line);
 
-/// Appends the line of an event, with its end; all keys but `t` and `source` are the event's, as they were
-/// written, or else without those that have their defaults.
+/// Appends an event as a line with its end. `t` and `source` are the arguments; the other members are
+/// `event.written`, or, where that is empty, the event's keys that differ from their defaults.
 void appendLine(std::string& out, std::string_view time, SourceId source, Event const& event);
 
 /// "mac-del".

@@ -1,4 +1,4 @@
-/// What the lines of feeds are made of, for those who read and write them.
+/// The keys and ops of a feed's lines, for the parser and the writer of events.
 #pragma once
 
 #include <array>
@@ -43,7 +43,7 @@ inline constexpr unsigned commonKeys = keyT | keyFrom | keyOp | keySource;
 
 inline constexpr std::uint64_t sourceMax = 1'000'000, sinceMax = 0xFFFFFFFF;
 
-/// What an op takes, by where it comes from.
+/// Which keys an op takes from either origin.
 struct OpRule {
   std::string_view name;
   Op op;

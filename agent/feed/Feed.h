@@ -1,18 +1,19 @@
-/// Agent::Feed: reads events from a file or a stream, as the loop turns.
+/// Agent::Feed: reads events from a file or a stream, in the turns of the loop.
 ///
-/// A regular file is read as fast as it goes, a piece a turn, so that table changes and signals get their
-/// turns; a stream (pipe, terminal, socket) as its lines come, and it may stay open for ever. Paced, an
-/// event waits until as much time has passed since the first one as their timestamps say.
+/// A regular file is read as fast as possible, one piece a turn, so that table changes and signals are
+/// handled in between. A stream (pipe, terminal, socket) is read as its lines come; it may stay open for
+/// ever. With a pace, an event waits until the time since the first event has reached the difference of their
+/// timestamps.
 ///
 /// A feed is a source for each side that it has events of (agent/base/Source.h). Its line `synced` says that
-/// the side's state has been told; the end of a file and of standard input says so for both sides, unless not
-/// one event came before it. When the writer of a FIFO ends, both are lost, and the FIFO is opened again for
-/// the next one.
+/// the side's state is complete. The end of a file or of standard input says so for both sides if at least
+/// one event came before it. When the writer of a FIFO ends, the feed is lost for both sides, and the FIFO is
+/// opened again for the next writer.
 ///
-/// A line that is no event, is longer than a mebibyte, or goes back in time is reported with its number and
-/// skipped; strict, it ends the feed. Events before it stay in force. Who has skipped a line does not know
-/// all: such a feed is not synced, whatever it says. Nor is what is found in a FIFO at the start, for a
-/// reader that is gone may have had the beginning.
+/// A line is bad if it is not an event, is longer than a mebibyte, or has a lower `t` than the line before. A
+/// bad line is reported with its number and skipped; with `strict` it ends the feed. Events before it stay in
+/// force. A feed that skipped a line does not know its whole state, so it never becomes synced. The same
+/// holds for the content that a FIFO has at the start: an earlier reader may have taken its beginning.
 #pragma once
 
 #include <array>
@@ -39,7 +40,7 @@ class LineCutter {
   };
 
   void append(std::string_view piece) { buffer_ += piece; }
-  /// The stream has ended: what is left is the last line, if anything is.
+  /// The stream has ended: bytes that are left are the last line.
   void end() { ended_ = true; }
   /// The next whole line, if there is one.
   std::optional<Line> next();
@@ -58,17 +59,17 @@ class Feed {
   struct Options {
     std::string file;  ///< "-" is standard input.
     bool strict = false;
-    /// How fast timestamps pass: 1 as recorded, 2 twice as fast; 0 does not look at them.
+    /// Factor of the speed: 1 plays timestamps as recorded, 2 twice as fast; 0 ignores them.
     double pace = 0;
-    bool reopens = true;  ///< The end of a FIFO's writer is not the feed's.
+    bool reopens = true;  ///< A FIFO is opened again when its writer ends.
   };
   struct Handlers {
-    /// What each side of the process makes of the feed; empty functions where it has no such side.
+    /// The listener of each side; empty functions where the process has no such side.
     SourceHandlers controller, evpn;
-    /// Nothing comes after this. `failed`: the feed could not be read to its end, or a bad line ended it.
+    /// The last call. `failed`: the feed could not be read to its end, or a bad line ended it.
     std::function<void(bool failed)> end;
-    /// "FILE:LINE: what is wrong", "FILE: what is wrong", or, every other second while a file is read as fast
-    /// as it goes, "FILE: so far " and the tally.
+    /// Takes "FILE:LINE: error" and "FILE: error"; also, every two seconds while a file is read without a
+    /// pace, "FILE: so far " and the tally.
     std::function<void(std::string const&)> report;
   };
 
@@ -78,16 +79,17 @@ class Feed {
   Feed(Feed const&) = delete;
   Feed& operator=(Feed const&) = delete;
 
-  /// Begins to read, as the loop turns.
+  /// Begins to read, in the turns of the loop. Call it once.
   void start(Handlers handlers);
 
+  /// For people: the file, or "standard input".
   std::string const& name() const { return name_; }
-  /// A file that is read as fast as it goes.
+  /// It reads a regular file without a pace.
   bool isRecording() const { return isFile_ && options_.pace <= 0; }
   std::uint64_t events() const { return events_; }
   std::uint64_t errors() const { return errors_; }
   bool hasEnded() const { return ended_; }
-  /// What it has given so far: "592 events, 1 bad line".
+  /// The counts so far: "592 events, 1 bad line".
   std::string tally() const;
 
  private:
@@ -120,16 +122,16 @@ class Feed {
   int fd_ = -1;
   bool isFile_ = false;
   bool isFifo_ = false;
-  bool hasWriter_ = false;               ///< A FIFO that something has come out of.
+  bool hasWriter_ = false;               ///< A FIFO from which something was read.
   bool isRecorded_ = false;              ///< It is a recording.
-  bool isPartial_ = false;               ///< Its writer has told somebody else the beginning, perhaps.
+  bool isPartial_ = false;               ///< An earlier reader may have taken the beginning.
   std::array<SourceState, 2> states_{};  ///< By origin.
   bool reading_ = false;
   bool readToEnd_ = false;
   bool ended_ = false;
   LineCutter lines_;
   std::optional<Event> waiting_;
-  std::string waitingLine_;  ///< To which it refers.
+  std::string waitingLine_;  ///< `waiting_` refers to it.
   Timer timer_;              ///< Until an event is due.
   Timer piece_;              ///< Until the next turn, for the next piece of a file.
   std::optional<Clock::time_point> start_;
@@ -138,7 +140,7 @@ class Feed {
   double lastTime_ = 0;
   std::uint64_t events_ = 0;
   std::uint64_t errors_ = 0;
-  std::uint64_t writersEvents_ = 0;  ///< Of this writer's only.
+  std::uint64_t writersEvents_ = 0;  ///< Of the FIFO's present writer alone, as the next.
   std::uint64_t writersErrors_ = 0;
 };
 

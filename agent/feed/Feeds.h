@@ -1,4 +1,4 @@
-/// Agent::Feeds: the feeds of a command, each a source of its own.
+/// Agent::Feeds: all feeds of one command. Each is a source of its own.
 #pragma once
 
 #include <memory>
@@ -10,12 +10,12 @@
 
 namespace Agent {
 
-/// A feed as Sources::add() is told of it.
+/// The description of a feed for Sources::add().
 Sources::About aboutFeed(Feed const& feed);
 
 class Feeds {
  public:
-  /// What each side of the process makes of a feed.
+  /// The listeners of a feed, one for each side.
   struct Sides {
     SourceHandlers controller, evpn;
   };
@@ -23,10 +23,10 @@ class Feeds {
   /// Opens all of them. `exitAtEnd`: the loop stops when the last one has ended. Raises std::system_error.
   Feeds(Loop& loop, std::vector<Feed::Options> const& options, bool exitAtEnd);
 
-  /// Begins to read.
+  /// Begins to read all of them; `sidesOf` gives the listeners of each.
   void start(std::function<Sides(Feed const&)> const& sidesOf, Logs logs);
 
-  /// Whether one of them failed, or all ended as they should but some lines were bad.
+  /// Whether a feed failed or had a bad line.
   bool haveFailed() const;
   /// "a.jsonl, standard input".
   std::string names() const;

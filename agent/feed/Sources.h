@@ -1,21 +1,23 @@
-/// Agent::Sources: listens to the sources of one side of a site, the controller's or EVPN's, and tells the
-/// ledgers of that side what each one holds.
+/// Agent::Sources: listens to the sources of one side of a site, the controller's or EVPN's, and enters what
+/// each one tells into the ledgers of that side.
 ///
-///   a source says           its ledger
+///   a source says           call of the ledgers
 ///   syncing                 begin(): what it told before is kept beside what it tells now
-///   an entry                apply(), unless it cannot be: then it is refused, named and counted
-///   synced                  whole(): what was kept goes
-///   lost, for `hold`        withdraw(): all of it goes, with a line in the log
+///   an entry                apply(); an invalid entry is refused, reported and counted instead
+///   synced                  whole(): entries that were kept are withdrawn
+///   lost, for `hold`        withdraw(): all its entries are withdrawn, with a line in the log
 ///
-/// What goes does so a part a turn, so that a full table holds up nobody else. What a source tells meanwhile
-/// counts at once, and where it begins to tell its state again, what has not gone yet is kept.
+/// Entries are withdrawn a part a turn, so that the loop handles other events in between. An entry that the
+/// source tells meanwhile is in force at once. If the source begins to tell its state again meanwhile, the
+/// entries that are not withdrawn yet are kept.
 ///
-/// settled(), once: every source is synced or given up, so nothing of an earlier run has to be kept any
-/// longer. A source is given up when it has been connecting or lost for `hold`. One that tells its state
-/// without an end is not, nor is one that was not understood: who knows what it would still say.
+/// settled() is called once every source is synced or given up: nothing of an earlier run is kept any longer.
+/// A source is given up when it has been connecting or lost for `hold`. A source that stays syncing is not
+/// given up, nor is a feed with bad lines: it may still tell any entry.
 ///
-/// `enabled` and `capability` count at once, but for this: where entries are kept, a recording's count once
-/// it has been read, and `false` from a stream once it is synced, for it may be history that is told again.
+/// `enabled` and `capability` are in force at once, with two exceptions while entries of an earlier run are
+/// kept: those of a recording count when the recording has been read, and `false` from a stream counts when
+/// the stream is synced, since it may be history that is repeated.
 #pragma once
 
 #include <array>
@@ -31,41 +33,42 @@
 
 namespace Agent {
 
-/// Takes lines for people.
+/// Takes a line for people.
 using Log = std::function<void(std::string const&)>;
 struct Logs {
   Log info, warning;
 };
 
-/// Of what is replayed now (agent/record/Replay.h), in seconds of Unix time; 0: nothing is.
+/// The time of the event that is replayed now (agent/record/Replay.h), in seconds of Unix time; 0 without a
+/// replay.
 inline std::uint32_t replayedTime = 0;
-/// Seconds of Unix time, for when an entry was told.
+/// The time at which an entry is told, in seconds of Unix time: the replayed time or the clock's.
 inline std::uint32_t nowInSeconds() {
   return replayedTime != 0 ? replayedTime : static_cast<std::uint32_t>(std::time(nullptr));
 }
 
-/// How many entries go in a turn: some milliseconds, whatever is notified of them.
+/// How many entries are withdrawn in a turn: some milliseconds with all their observers.
 inline constexpr std::size_t sweepLimit = 4096;
 
-/// What a side's sources hold, kept apart by source and merged by its rule.
+/// The entries that the sources of one side hold: one ledger a source, merged by the side's rule. Sources
+/// calls it, from the loop.
 class SourceLedgers {
  public:
   virtual ~SourceLedgers() = default;
-  /// A source comes to be. `isNumbered`: its entries have sequence numbers of their own.
+  /// A source is added. `isNumbered`: its entries have sequence numbers of their own.
   virtual void sourceIs(SourceId source, bool isNumbered) = 0;
   virtual void begin(SourceId source) = 0;
   virtual void apply(SourceId source, Event const& event) = 0;
   /// `enabled` or `capability`.
   virtual void flag(SourceId source, Event const& event) = 0;
-  // Each takes some `sweepLimit` entries out of force, and is called again until it returns true: none is
-  // left.
+  // Each withdraws about `sweepLimit` entries, and is called again until it returns true: none is left.
   virtual bool whole(SourceId source) = 0;
   virtual bool withdraw(SourceId source) = 0;
   virtual bool settled() = 0;
-  /// How many entries a source has there.
+  /// How many entries the source's ledger holds.
   virtual std::size_t entries(SourceId source) const = 0;
-  /// Tells all that is held, `earlierRun`'s first, as lines of a recording: what comes to other ledgers in
-  /// this way, or is there when they are made, makes them hold the same.
+  /// Calls `tell` with events of a recording that describe everything that is held, `earlierRun`'s first:
+  /// ledgers to which these events are applied hold the same.
   using Tell = std::function<void(SourceId, Event const&)>;
   virtual void tellState(Tell const& tell) const = 0;
 };
@@ -80,43 +83,42 @@ class Sources {
     bool isRecording = false;  ///< Read from its beginning to its end, as fast as it goes.
   };
 
-  /// `hold` of 0: for ever.
+  /// `hold`: how long the entries of a lost source are kept; 0 is for ever.
   Sources(Loop& loop, SourceLedgers& ledgers, std::chrono::seconds hold, Logs logs);
   Sources(Sources const&) = delete;
   Sources& operator=(Sources const&) = delete;
 
-  /// Adds a source, before the loop turns; what is returned is for the source to call.
+  /// Adds a source, before the loop runs. The source calls the handlers that are returned.
   SourceHandlers add(About about);
 
-  /// Who stands before the ledgers from now on, and hands on what he is told. Call it before add().
+  /// Calls `ledgers` in place of the present ledgers, to which it passes every call on. Call it before add().
   void ledgersAre(SourceLedgers& ledgers) { ledgers_ = &ledgers; }
 
-  /// Takes a part of what an earlier run left out of force, as if every source was synced; true where none is
-  /// left.
+  /// Withdraws a part of what an earlier run left, as if every source were synced. True if none is left.
   bool settle() { return isSettled_ = ledgers_->settled(); }
-  /// Does at once what is left to do, where no further turn comes.
+  /// Does at once what is left for later turns. Call it when the loop has ended.
   void finish();
 
   /// How many were added.
   std::size_t size() const { return records_.size(); }
-  /// Also of `earlierRun`.
+  /// The source's name for people, "earlier run" for `earlierRun`.
   std::string name(SourceId source) const {
     return source == earlierRun ? "earlier run" : records_[source].about.name;
   }
   bool isNumbered(SourceId source) const { return records_[source].about.isNumbered; }
   bool isSettled() const { return isSettled_; }
-  /// Entries of an earlier run are being kept.
+  /// Whether entries of an earlier run are kept now.
   bool isKeeping() const { return keepsEarlier_ && !isSettled_; }
-  /// Whether there are any.
+  /// Whether an earlier run left entries.
   void keepsEarlierIs(bool keepsEarlier) { keepsEarlier_ = keepsEarlier; }
   /// [{"name": "leaf1", "kind": "switch", "endpoint": "unix:/run/db.sock", "state": "synced",
   ///   "since": 1763796324, "entries": 12, "events": {"mac": 14, "mac-del": 1}, "refused": {"group MAC": 1},
   ///   "givenUp": false, "lastError": ""}, ..]
-  /// `since` in seconds of Unix time; `lastError` also where it is over.
+  /// `since` is in seconds of Unix time; `lastError` stays when the error is over.
   nlohmann::ordered_json state() const;
 
  private:
-  /// What of a source's entries is on its way out of force: nothing, what was kept, or all.
+  /// Which of a source's entries are being withdrawn: none, those that were kept, or all.
   enum class Sweep : std::uint8_t { none, whole, withdraw };
   struct Record {
     About about;
@@ -125,9 +127,9 @@ class Sources {
     std::string error;
     std::map<std::string, std::uint64_t, std::less<>> refused;
     std::array<std::uint64_t, opCount> events{};  ///< How many it told, by op, refused ones too.
-    std::map<Op, Event> flags;                    ///< That wait.
+    std::map<Op, Event> flags;                    ///< Not in force yet.
     bool hasTold = false;                         ///< In this run, and not withdrawn.
-    bool isAgain = false;                         ///< It tells what it told before.
+    bool isAgain = false;                         ///< It tells its state again.
     bool givenUp = false;
     bool isOverdue = false;  ///< `hold` has passed since it was last synced.
     Sweep sweep = Sweep::none;
@@ -153,15 +155,16 @@ class Sources {
   Logs logs_;
   std::vector<Record> records_;
   bool isSettled_ = false;
-  Timer sweep_;  ///< Until the next turn, while entries are on their way out.
+  Timer sweep_;  ///< Until the next turn, while entries are being withdrawn.
 };
 
 /// "connecting", "syncing", "synced", "lost".
 std::string_view toText(SourceState state);
 
-/// Why an entry cannot be ("group MAC"), or nothing: a host's MAC is no group and not 00:00:00:00:00:00,
-/// which stands for all BUM traffic in flood lists and multipath entries; a VTEP is neither 0.0.0.0 nor
-/// multicast nor broadcast. What takes an entry back is never refused.
+/// Why an entry is invalid ("group MAC"), or an empty text. The MAC of a host must not be a group address,
+/// nor 00:00:00:00:00:00, which stands for all BUM traffic in flood lists and multipath entries. A VTEP must
+/// not be
+/// 0.0.0.0, multicast or broadcast. An event that removes an entry is always valid.
 std::string_view refusalOf(Event const& event);
 
 }  // namespace Agent

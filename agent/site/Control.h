@@ -1,5 +1,5 @@
-/// The control sockets of a site: ask the running agent and the EVPN side for what no table shows, and switch
-/// the agent's trace levels.
+/// The control sockets of a site: requests to the running agent or EVPN side for data that no table holds,
+/// and for other trace levels.
 ///
 /// A client connects to the unix stream socket `Site::controlSocket()`, or `evpnControlSocket()` (mode 0600:
 /// the process's own user and root), writes one request line and reads one JSON document up to the end of the
@@ -32,14 +32,14 @@
 
 namespace Agent {
 
-/// Answers requests, from the loop, of 64 clients at a time.
+/// Answers requests, from the loop, of up to 64 clients at a time; further clients wait.
 class ControlServer {
  public:
-  /// Answers the request, of which it is given the first word and the rest behind the blank. What it raises
-  /// becomes the error of the answer.
+  /// Answers one request: its first word, and the rest behind the blank. An exception that it raises is sent
+  /// as {"error": ".."}.
   using Answer = std::function<nlohmann::ordered_json(std::string_view command, std::string_view argument)>;
 
-  /// Takes the place of a socket that a killed process left behind. Raises std::system_error.
+  /// Listens at `path`; replaces a socket that a killed process left there. Raises std::system_error.
   ControlServer(Loop& loop, std::string path, Answer answer);
   ~ControlServer();
   ControlServer(ControlServer const&) = delete;
@@ -52,14 +52,15 @@ class ControlServer {
 
 enum class ControlSide { agent, evpn };
 
-/// Nobody is there to be asked.
+/// No process listens at the control socket.
 class NotRunning : public std::runtime_error {
  public:
   using runtime_error::runtime_error;
 };
 
-/// Asks that side of a site and returns its answer. Raises NotRunning where it does not run, and
-/// std::runtime_error where this user may not ask it, where it does not answer, and with its own error.
+/// Sends a request to one side of a site and returns its answer. Raises NotRunning if that side does not run;
+/// std::runtime_error if this user may not connect, if no answer comes, and with the text of an answer that
+/// is an error.
 nlohmann::ordered_json controlRequest(Site const& site, std::string_view request,
                                       ControlSide side = ControlSide::agent);
 

@@ -1,12 +1,13 @@
-/// What the EVPN side of a site says of itself to the agent: at most one row, in the table `learned/state`. A
-/// table of its own, so that the agent knows it before it reads a route, and the last word stays when the
-/// EVPN side has gone.
+/// Agent::EvpnState: what the EVPN side of a site tells the agent about itself, in at most one row of the
+/// table `learned/state`. It has a table of its own, so that the agent can read it before it reads a route,
+/// and it stays when the EVPN side ends.
 ///
-/// The agent takes the capability from here where it has been said, whatever its own feeds say; where there
-/// is no table, no row, or nothing was said, from its feeds. Someone else's EVPN side need not write this
-/// table: what its other tables hold is then taken for whole.
+/// The agent takes the capability from this row if the row tells it, whatever its own feeds say. If there is
+/// no table or no row, or the row does not tell it, the agent takes it from its feeds. An EVPN side of
+/// another maker need not write this table; its other tables are then taken for whole.
 ///
-/// The agent says in the same way, in `exported/state`, what its own tables hold; no capability.
+/// The agent writes the same row into `exported/state` about the tables that it exports, without a
+/// capability.
 #pragma once
 
 #include <optional>
@@ -21,14 +22,15 @@ namespace Agent {
 struct EvpnState {
   static constexpr std::string_view file = "state";
 
-  /// Whether the speaker has a session over which it exchanges EVPN routes. Assumed: nobody can say, but
-  /// other sites take part, so it is on as long as no feed of the agent's says otherwise.
+  /// Whether the speaker has a session over which it exchanges EVPN routes. `assumed`: there is no speaker
+  /// that could tell, but rows come from other sites; so it counts as on unless a feed of the agent says
+  /// otherwise.
   enum class Capability : std::uint16_t { unsaid, off, on, assumed };
   Capability capability = Capability::unsaid;
-  /// All routes that the speaker knows are in the tables. Written after them: who reads the row and then
-  /// delivers the tables has them.
+  /// All routes that the speaker knows are in the tables. The row is written after them: a reader that sees
+  /// the row and then has the tables delivered has all routes.
   bool isWhole = false;
-  /// Of the agent's: what its own sources know is in the tables, as far as EVPN's side was heard of then.
+  /// In the agent's row: the entries of its own sources are in the tables.
   bool hasOwn = false;
   friend bool operator==(EvpnState const&, EvpnState const&) = default;
 };
@@ -73,11 +75,11 @@ struct Brine::Codec<Agent::EvpnState> {
 
 namespace Agent {
 
-/// The row and its table, as whoever writes it has them.
+/// The row and its table, for their writer.
 class EvpnStateWriter {
  public:
-  /// Raises MountError where another process writes it. The row of an earlier run stays; where there is none,
-  /// one that says nothing is there at once, so that tables made later have it beside them.
+  /// Raises MountError if another process writes the table. The row of an earlier run stays. If there is
+  /// none, a default row is written at once, so that it exists before the other tables of the folder.
   EvpnStateWriter(std::string const& folder, bool repair);
 
   EvpnState state() const;
@@ -88,18 +90,18 @@ class EvpnStateWriter {
   Brine::Table<EvpnState> table_;
 };
 
-/// Follows the row.
+/// The row, for a reader that follows its changes.
 class EvpnStateReader {
  public:
-  /// `told` is called, from the loop, when it may be another one.
+  /// Calls `told`, from the loop, when the row may have changed.
   EvpnStateReader(Loop& loop, std::string folder, Loop::Handler told);
   ~EvpnStateReader();
   EvpnStateReader(EvpnStateReader const&) = delete;
   EvpnStateReader& operator=(EvpnStateReader const&) = delete;
 
-  /// Nothing where there is no row to be read.
+  /// The row; empty if there is none or it cannot be read.
   std::optional<EvpnState> state() const { return state_; }
-  /// Takes what was changed, without waiting for the loop.
+  /// Reads changes now, without waiting for the loop.
   void deliver();
 
  private:

@@ -1,5 +1,5 @@
-/// Agent::HostedModule: hosts the module for a site. It owns the entities that the machines work on, the
-/// tables, and the machines, which it builds through their factories.
+/// Agent::HostedModule: runs the module for one site. It owns the machines, which it builds through their
+/// factories, the entities that they work on, and the tables.
 ///
 ///   sources: enabled, capability ─► QorEvpnIntegrationModeSm ─► on: receive machine, then transmit root
 ///   learned/state: capability    ─┘                            off: both are cleaned up and dropped
@@ -7,13 +7,13 @@
 ///   table
 ///   learned tables ─► receive machine ─► VniStatusDirV2 ─► Controller, then transmit machines
 ///
-/// Start: the list of bridge identifiers is seeded with what the last run left in its table and with the VNI
-/// of every exported row, so that the transmit root sweeps whatever belongs to a VNI that is gone, at
-/// whatever instruction the last run died. The rows themselves are the Controller's to keep until every
-/// source has told its state or was given up, so none that still holds is ever withdrawn.
+/// Start: the list of bridge identifiers is filled with those in the table of the last run and with the VNI
+/// of every exported row. So the transmit root sweeps the rows of every VNI that has gone, at whatever
+/// instruction the last run was killed. The rows of other VNIs become entries of the Controller, which keeps
+/// them until every source is synced or given up; so no row that is still valid is withdrawn.
 ///
-/// The learned tables are mounted while the integration is on only, by objects made for the purpose: a
-/// machine that is built must be told of removals of what it was shown, and of no others.
+/// The learned tables are mounted only while the integration is on, each time as new table objects: a new
+/// receive machine is to be notified of removals of rows that it was shown, and of no other removals.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -40,28 +40,28 @@ namespace Agent {
 
 class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedgers {
  public:
-  /// `hold`: how long what a lost source told is kept; 0 is for ever. Raises MountError where another agent
-  /// has the site.
+  /// `hold`: how long the entries of a lost source are kept; 0 is for ever. Raises MountError if another
+  /// agent runs for the site.
   HostedModule(Loop& loop, Site const& site, bool repair, std::chrono::seconds hold, Logs const& logs);
   ~HostedModule() override;
   static Orb::TypeDescriptor const& type();
 
-  /// Which MACs count as duplicates; none until this is said.
+  /// Sets which MACs count as duplicates. Before the call none does.
   void duplicatesIs(Duplicates::Rule const& rule);
 
-  /// Writes down from now on, before the first source is added, what the module takes in: what its sources
-  /// tell, and what the EVPN side's tables do. The recorder outlives this.
+  /// Records all inputs of the module: the events of its sources and the changes of the EVPN side's tables.
+  /// Call it before the first source is added. The recorder must outlive this object.
   void recorderIs(Recorder& recorder);
-  /// For who replays it: until what was learned at the start is whole, nothing is exported.
+  /// For a replay: exports nothing until the learned rows of the recording's beginning are complete.
   void transmitWaitsIs(bool waits) { transmitWaits_ = waits; }
 
   /// Where the controller's sources are added: its switches and feeds.
   Sources& sources() { return sources_; }
   Controller& controller() { return *controller_; }
-  /// The controller's database is on, or not. Saying that it is off also removes what an earlier run left.
+  /// Switches the controller's database on or off. Switching it off also removes the rows of an earlier run.
   void enabledIs(bool enabled);
 
-  // Ledgers of the controller's sources, called by sources().
+  // The ledgers of the controller's sources; sources() calls them.
   void sourceIs(SourceId source, bool isNumbered) override { controller_->sourceIs(source, isNumbered); }
   void begin(SourceId source) override { controller_->begin(source); }
   void apply(SourceId source, Event const& event) override { controller_->apply(source, event); }
@@ -72,25 +72,27 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
   std::size_t entries(SourceId source) const override { return controller_->entries(source); }
   void tellState(Tell const& tell) const override;
 
+  /// Whether the transmit and the receive machine exist.
   bool integrationIsOn() const { return tx_ != nullptr; }
+  /// How many rows the last run had left in the exported tables.
   std::uint64_t rowsFound() const { return rowsFound_; }
 
-  /// Removes everything that was written, as switching the integration off does.
+  /// Removes every exported row, as switching the integration off does.
   void cleanup();
-  /// Takes what the EVPN side changed, without waiting for the loop.
+  /// Handles changes of the EVPN side's tables now, without waiting for the loop.
   void deliver();
-  /// At the end of each turn of the loop.
+  /// Publishes the turn's changes. Call it at the end of each turn of the loop.
   void endTurn();
 
   /// EVPN's status of one VNI, or of all: {"5000": {"floods": [..], "hosts": [..]}}, sorted.
   nlohmann::ordered_json evpnStatus(std::string_view vni) const;
-  /// Why a row is exported or not, "MAC", "MAC VNI" or "VTEP VNI": an array with a document a VNI, of what
-  /// both sides have, the row, and what explain() says (agent/explain/Why.h). Empty where nobody knows the
-  /// MAC. Raises Orb::Error or std::runtime_error for another argument.
+  /// Why a row is exported or not. The argument is "MAC", "MAC VNI" or "VTEP VNI". The result is an array
+  /// with one document a VNI: the entries of both sides, the row, and the explanation (agent/explain/Why.h).
+  /// It is empty if no side knows the MAC. Raises Orb::Error or std::runtime_error for any other argument.
   nlohmann::ordered_json why(std::string_view argument) const;
-  /// What both sides know (agent/audit/BothSides.h): of one VNI, or which VNIs there are.
+  /// The entries of both sides (agent/audit/BothSides.h) of one VNI, or, for an empty text, the list of VNIs.
   nlohmann::ordered_json bothSides(std::string_view vni) const;
-  /// What the module is doing, for people and for tests.
+  /// The module's state, for people and for tests (the request `state`, agent/site/Control.h).
   nlohmann::ordered_json state() const;
 
   void handleMode();
@@ -142,7 +144,7 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
   std::optional<TablePair> learned_;
   std::optional<Follower> follower_;
   std::string learnedReport_;
-  std::uint64_t resynchronisations_ = 0;  ///< Of learned tables that are mounted no longer.
+  std::uint64_t resynchronisations_ = 0;  ///< Of learned tables that were mounted earlier.
 
   Orb::Ptr<Controllerdb::Status> status_;
   Orb::Ptr<QorEvpn::EvpnCapability> capability_;
@@ -163,11 +165,11 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
   std::uint64_t rowsFound_ = 0;
   EvpnStateReader evpnState_;
   std::optional<bool> feedsCapability_;
-  std::optional<bool> saidCapability_;  ///< Of both together, as it was last.
+  std::optional<bool> saidCapability_;  ///< The last capability from feeds and learned/state together.
   Sources sources_;
-  Timer evpnHold_;  ///< Until EVPN's side is given up, as a source is.
+  Timer evpnHold_;  ///< Until the EVPN side is given up, as a source is.
   bool evpnIsOverdue_ = false;
-  bool toldOff_ = false;  ///< By either flag, in this run.
+  bool toldOff_ = false;  ///< `enabled` or `capability` was set to false in this run.
 };
 
 }  // namespace Agent

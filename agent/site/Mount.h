@@ -1,4 +1,4 @@
-/// Mounting a site's tables, with errors for people: what the agent and the EVPN side do at their start.
+/// Mounts a site's tables for the agent and the EVPN side, with errors for people.
 #pragma once
 
 #include <chrono>
@@ -15,14 +15,15 @@
 
 namespace Agent {
 
-/// A table that cannot be written. The message names the table, the status and what to do about it.
+/// A table cannot be mounted for writing. The message names the table, the status and the remedy.
 class MountError : public std::runtime_error {
  public:
   MountError(Brine::MountOptions const& options, Brine::MountStatus status, std::string const& detail);
 };
 
-/// Mounts a table for writing or raises MountError. A writer that was killed holds the table until the system
-/// has ended its process, so a busy table is tried again for a second. `repair`: damaged rows are dropped.
+/// Mounts a table for writing or raises MountError. A writer that was killed holds the table until the kernel
+/// has ended its process; therefore a busy table is tried again for one second. `repair`: damaged rows are
+/// dropped (Brine::MountOptions).
 template <class Table>
 void mountAsWriter(Table& table, std::string const& folder, std::string_view name, bool repair) {
   Brine::MountOptions const options{.directory = folder,
@@ -40,24 +41,24 @@ void mountAsWriter(Table& table, std::string const& folder, std::string_view nam
   if (status != Brine::MountStatus::mounted) throw MountError(options, status, table.mountDetail());
 }
 
-/// The host and the flood table of one folder of a site. `name` ("exported") comes before the tables' own
-/// names.
+/// The host table and the flood table of one folder of a site. `name` ("exported") precedes the names of the
+/// tables.
 struct TablePair {
   TablePair(std::string const& name, std::string folder);
 
   /// Raises MountError.
   void mountAsWriter(bool repair);
-  /// TablePair that are not there yet mount themselves at a later delivery.
+  /// A table that does not exist yet is mounted by a later delivery.
   void mountAsReader();
   void unmount();
-  /// Reader: notifies of what has changed, of some `limit` changes each; raises what an observer raises. True
-  /// where nothing is left for another delivery.
+  /// Reader: notifies observers of changes, of about `limit` changes in each table. Raises what an observer
+  /// raises. True if no change is left for another delivery.
   bool deliver(std::uint64_t limit = UINT64_MAX);
-  /// Writer: wakes readers, at the end of a turn of the loop.
+  /// Writer: publishes the turn's changes and wakes readers. Call it at the end of each turn of the loop.
   void endTurn();
-  /// How many there are in both.
+  /// The number of rows in both tables.
   std::uint64_t rows() const;
-  /// Reader: deliveries that compared a whole table, since changes came faster than they were taken.
+  /// Reader: the number of deliveries that compared a whole table because the change ring had been lapped.
   std::uint64_t laps() const;
 
   std::string folder;
@@ -65,21 +66,21 @@ struct TablePair {
   Orb::Ptr<QorEvpn::FloodTable> flood;
 };
 
-/// True where a reader waits for what nobody announces: memory, descriptors, a directory that may be read. It
-/// looks again after `lookAgainDelay`.
+/// Whether a reader with that status must try again after `lookAgainDelay`: it lacks memory, descriptors or
+/// permission, whose return no event announces.
 bool mustLookAgain(Brine::MountStatus status);
 inline constexpr std::chrono::seconds lookAgainDelay{1};
 
-/// How many changes a turn takes from a table where others wait for the loop: a millisecond or two, whatever
-/// is notified of them.
+/// How many changes of a table are delivered in a turn if other events wait for the loop: one or two
+/// milliseconds with all observers.
 inline constexpr std::uint64_t deliveryLimit = 1024;
 
-/// Has a reader's two tables delivered by the loop: when one has something to tell, and now and then while
-/// one must look again.
+/// Delivers a reader's two tables from the loop: whenever one of them has changes, and once a second while
+/// one of them must try again.
 class Follower {
  public:
-  /// `told` is called after each delivery. The tables outlive the follower and are mounted by it, as
-  /// keyshadow readers. The loop delivers some `limit` changes a turn.
+  /// Mounts the tables as keyshadow readers; they must outlive the follower. `told` is called after each
+  /// delivery. The loop delivers about `limit` changes a turn.
   Follower(Loop& loop, TablePair& tables, Loop::Handler told, std::uint64_t limit = UINT64_MAX);
   ~Follower();
   Follower(Follower const&) = delete;
@@ -87,9 +88,9 @@ class Follower {
 
   /// Notifies the tables' observers now, without waiting for the loop.
   void deliver() { deliver(UINT64_MAX); }
-  /// The same of a part, as the loop does.
+  /// The same for about `limit` changes, as the loop does.
   void deliverSome() { deliver(limit_); }
-  /// The last delivery left nothing for another.
+  /// Whether the last delivery left no change for another one.
   bool isUpToDate() const { return isUpToDate_; }
 
  private:
@@ -106,7 +107,7 @@ class Follower {
   Timer again_;
 };
 
-/// Calls `visit` for each row of a walk, which ends at damage as the machines' walks do.
+/// Calls `visit` for each row of a walk. At a damaged row the walk ends, as the machines' walks do.
 template <class Table, class Walk, class Visit>
 void forEachRow(Table const& table, Walk&& walk, Visit&& visit) {
   while (auto const* const row = QorEvpn::nextRow(table, walk)) visit(*row);

@@ -1,4 +1,4 @@
-/// Agent::SiteWatch: notices that a site's directory, or what stands in it, is removed under a running agent.
+/// Agent::SiteWatch: detects that a site's directory, or a folder in it, is removed while the agent runs.
 #pragma once
 
 #include <functional>
@@ -9,11 +9,11 @@
 
 namespace Agent {
 
-/// Whoever writes tables whose files have been removed goes on without noticing, and nobody sees what it
-/// writes. Says so once, from the loop, which outlives this.
+/// A writer does not notice that the files of its tables were removed, and no reader sees what it writes from
+/// then on. This object warns once, from the loop. The loop must outlive it.
 class SiteWatch {
  public:
-  /// `warn` takes one line for people. Where the system has no watch left, nothing is noticed.
+  /// `warn` takes one line for people. If the system has no file watch left, nothing is detected.
   SiteWatch(Loop& loop, Site const& site, std::function<void(std::string const&)> warn);
   ~SiteWatch();
   SiteWatch(SiteWatch const&) = delete;
