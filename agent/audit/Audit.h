@@ -1,8 +1,8 @@
 /// Agent::audit(): a site's tables beside what should be in them, which is a pure function of what the
 /// controller and EVPN know (VxlanController/ExpectedExport.h).
 ///
-/// Whoever looks at a busy site sees its parts at different times, so a difference counts only if it is there
-/// again, unchanged, in a second look (auditSite()).
+/// The parts of a busy site are read at different times; so a difference counts only if a second look finds
+/// it unchanged (auditSite()).
 #pragma once
 
 #include <chrono>

@@ -1,9 +1,9 @@
-/// Agent::BothSides: what the controller and EVPN know, by VNI, as the running agent has it and tells it to
-/// whoever compares.
+/// Agent::BothSides: the entries of the controller and of EVPN, by VNI, as a running agent sends them for
+/// audits.
 ///
 ///   request            answer
 ///   both-sides         {"enabled": true, "capability": true, "kept": false, "settled": true, "vnis": [5000]}
-///                      `kept`: rows of an earlier run stay, since nobody has said yet what is on
+///                      `kept`: rows of an earlier run stay, since no source has told yet what is on
 ///   both-sides 5000    {"controller": {"hosts": ["02:00:00:00:00:01 10.99.0.11 1 16"],
 ///                                      "multipaths": ["02:00:00:00:00:02"],
 ///                                      "floods": {"00:00:00:00:00:00": ["10.99.0.11 on"]}},
@@ -11,7 +11,7 @@
 ///                      with `switches` as agent/audit/RemoteTables.h says; of a host MAC, VTEP, sequence
 ///                      number and preference; null where it has no such VNI
 ///
-/// Texts, since a VNI may have many hosts and the agent has other things to do.
+/// Entries are texts, which cost the agent less time than JSON objects: a VNI may have many hosts.
 #pragma once
 
 #include <nlohmann/json.hpp>

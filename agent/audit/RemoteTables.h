@@ -1,5 +1,6 @@
-/// Agent::RemoteTable: what stands in a switch's database as written for it, beside what should: what the
-/// controller knows from elsewhere, without what leads to the switch's own VTEPs or what it told itself.
+/// Agent::RemoteTable: compares the remote rows in a switch's database with those that should be there: the
+/// controller's entries from elsewhere, without entries that lead to the switch's own VTEPs and without
+/// entries that the switch itself told.
 ///
 ///   member `switches` of the answer to `both-sides 5000`, of each switch that is synced:
 ///   {"name": "leaf1", "own": ["10.99.0.11"], "told": ["02:00:00:00:00:01 10.99.0.11"],
@@ -41,8 +42,8 @@ struct RemoteTable {
 
   /// Of the JSON above. Raises std::exception for what is not of that form.
   static std::vector<RemoteTable> ofJson(Vxlan::Vni vni, nlohmann::ordered_json const& switches);
-  /// Adds what is wrong; `status`: the controller's, or null. As long as the controller is not settled, rows
-  /// stay that nothing wants.
+  /// Adds the differences to `findings`. `status` is the controller's, or null. Rows that are not wanted
+  /// count as a fault only if the controller is settled.
   void audit(Findings& findings, VxlanController::VniFdbStatusV2 const* status, bool isSettled) const;
 };
 

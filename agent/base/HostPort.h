@@ -10,7 +10,7 @@ namespace Agent {
 
 struct HostPort {
   /// HOST is an IPv4 address, an IPv6 address, which may stand in brackets, or `localhost`; PORT is 1 to
-  /// 65535. Names are refused: to look one up could hold the loop for as long as the name server likes.
+  /// 65535. Other names are refused: a look-up would block the loop until the name server answers.
   /// Raises std::invalid_argument, which quotes `whole`, the text that the user gave.
   HostPort(std::string_view given, std::string_view whole);
   explicit HostPort(std::string_view given) : HostPort(given, given) {}

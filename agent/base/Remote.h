@@ -1,22 +1,21 @@
-/// Agent::RemoteRows: what one switch is to be told, which is what the controller knows from elsewhere - the
-/// other switches, feeds, EVPN - without whatever leads to the switch's own VTEPs.
+/// Agent::RemoteRows: the entries that are to be written to one switch: those that the controller has from
+/// the other switches, from feeds and from EVPN, without entries that lead to the switch's own VTEPs.
 ///
 /// The controller has one for each switch (Controller::remoteRows()); the adapter that writes the rows into
 /// the switch's database uses it so:
 ///
-///   1. handlersIs(): whenever something may have changed, the controller names it. The calls come in the
-///      middle of the change, in any number: note the key, and look at the end of the turn or in the next
-///      one.
-///   2. ownVtepsIs() as soon as the switch's tunnel addresses are known, and when they change. Look at
-///      everything again then; no handler is called for it.
-///   3. For each key that was noted, mac() or flood() gives the row that should be there, or none. A VNI that
-///      the switch comes to have: forEachMac(), forEachFlood(). Keys of VNIs that it has not got are of no
-///      use.
-///   4. Removing rows. What was wanted in this run and no longer is may go at once. A row that was never
-///      wanted in this run, so of an earlier run or of somebody else's, goes once isSettled(): until then it
-///      may belong to a source that has not told its state yet. The handler `settled` says when that comes.
+///   1. Set handlersIs(): the controller calls a handler for each key that may have changed. The calls come
+///      in the middle of the change: note the key, and compare it at the end of the turn or in the next one.
+///   2. Call ownVtepsIs() as soon as the switch's tunnel addresses are known, and when they change. Compare
+///      every key after that; no handler is called for it.
+///   3. For each key that was noted, call mac() or flood(): it gives the row that should exist, or none. When
+///      the switch begins to serve a VNI, call forEachMac() and forEachFlood(). Skip keys of VNIs that the
+///      switch does not serve.
+///   4. Remove a row at once if it was wanted in this run and is no longer wanted. Remove a row that was
+///      never wanted in this run (of an earlier run, or of another program) only when isSettled(): until then
+///      it may belong to a source that has not told its state yet. The handler `settled` announces that.
 ///
-/// Only from the loop. The controller owns it: the adapter must be gone before the controller is.
+/// Call it from the loop only. The controller owns it: destroy the adapter before the controller.
 #pragma once
 
 #include <functional>

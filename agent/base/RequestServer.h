@@ -1,6 +1,6 @@
 /// Agent::RequestServer: serves the clients of a listening socket, from the loop. Each sends one request and
-/// reads one answer, up to the end of the stream. A client that does not read its answer holds up nothing but
-/// itself, and whoever comes when there is no room for more.
+/// reads one answer, up to the end of the stream. A client that does not read its answer does not delay
+/// others, except that it takes one of the places for clients.
 #pragma once
 
 #include <cstdint>
@@ -17,9 +17,9 @@ namespace Agent {
 class RequestServer {
  public:
   struct Limits {
-    std::size_t request;  ///< In bytes; who sends more gets no answer.
+    std::size_t request;  ///< In bytes; a client that sends more gets no answer.
     std::size_t clients;  ///< At a time.
-    bool replaces;        ///< Whether one more takes the place of who came first; else it waits for room.
+    bool replaces;        ///< One client more: it replaces the oldest one; otherwise it waits for a place.
   };
   /// Called with all that has come of a request whenever more has: none while it is not whole.
   using Answer = std::function<std::optional<std::string>(std::string const& request)>;

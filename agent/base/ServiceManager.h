@@ -1,5 +1,5 @@
 /// Agent::ServiceManager: tells the service manager that started the process (systemd, `Type=notify`) when it
-/// is ready and that it is alive. Where no manager asks, every call does nothing.
+/// is ready and that it is alive. Without a manager every call does nothing.
 #pragma once
 
 #include <chrono>

@@ -1,7 +1,8 @@
-/// Why a MAC or a flood-list VTEP is exported, or is not: the rule that decided, from what both sides know.
+/// Explains why a MAC or a flood-list VTEP is exported or not: gives the rule that decides, from the entries
+/// of both sides.
 ///
-/// Pure functions: whoever asks collects the facts - a running agent from its machines' inputs, a test from
-/// nothing - and both get the same answer.
+/// All functions are pure. The caller collects the facts: a running agent takes them from the inputs of its
+/// machines, a test makes them up.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -17,12 +18,12 @@
 
 namespace Agent {
 
-/// What decided. In the order in which the rules are asked: the first that applies is the answer.
+/// The rules, in the order in which they are tried: the first one that applies decides.
 enum class Rule {
   databaseOff,    ///< The integration is off: the controller's database is not enabled.
   notCapable,     ///< The integration is off: EVPN is not capable.
   notServed,      ///< No source of the controller serves the VNI.
-  refused,        ///< No source's entry of the key is taken, since it cannot be: a group MAC, VTEP 0.0.0.0.
+  refused,        ///< Every source's entry of the key is invalid: a group MAC, VTEP 0.0.0.0.
   notKnown,       ///< The controller has no entry of the MAC; or its flood list has no such VTEP.
   multipathOnly,  ///< The MAC is in the multipath table only, which is not exported.
   notAllBum,      ///< The VTEP is in the list of one MAC only; lists for all BUM traffic alone are exported.
@@ -30,20 +31,20 @@ enum class Rule {
   entryOff,       ///< The flood list has the VTEP switched off.
   evpnNewer,      ///< EVPN's entry has a higher sequence number than the sources', and is not echoed.
   evpnSupplied,   ///< EVPN supplied exactly this entry, or this VTEP; it is not echoed.
-  held,           ///< Exported as an earlier run left it, until every source has told its state.
-  exported        ///< Nothing keeps it out.
+  held,           ///< Exported as an earlier run left it, until every source is synced or given up.
+  exported        ///< No other rule applies.
 };
 
 /// The rule's name for programs: "evpn-supplied".
 std::string_view toText(Rule rule);
-/// What it says, behind "Not exported: ".
+/// The rule as a phrase for people; it follows "Not exported: ".
 std::string_view reasonOf(Rule rule);
 
-/// What holds for a whole site and a VNI.
+/// The state of the site and of the VNI, on which the first rules depend.
 struct ExportState {
   bool isEnabled = false;
   bool isCapable = false;
-  bool isKeeping = false;  ///< Rows of an earlier run stay until every source has told its state.
+  bool isKeeping = false;  ///< Rows of an earlier run are kept now.
   bool isServed = false;
 };
 
@@ -53,7 +54,7 @@ struct HostFacts {
   std::optional<VxlanController::MacVtepV2> controller;  ///< Merged, as the machines read it.
   std::optional<VxlanController::MacVtepV2> evpn;        ///< As the receive machine stored it.
   bool isMultipath = false;                              ///< In the controller's multipath table.
-  bool isOvertaken = false;                              ///< A source's entry, by a newer one of EVPN's.
+  bool isOvertaken = false;                              ///< A source has an older entry than EVPN.
   bool isEarlier = false;                                ///< The controller's entry is an earlier run's.
   std::optional<QorEvpn::Host> row;                      ///< In the exported table.
 };
@@ -65,11 +66,10 @@ struct FloodFacts {
   bool isInListOfOneMac = false;   ///< In the list of another MAC.
   bool isEvpns = false;            ///< In EVPN's list for all BUM traffic.
   bool isRow = false;              ///< In the exported table.
-  bool isEarlier = false;          ///< In the controller's list, but an earlier run's alone.
+  bool isEarlier = false;          ///< In the controller's list only as an earlier run left it.
 };
 
-/// The facts that the inputs of the machines give; either status may be null. `state` says what holds for the
-/// whole site.
+/// The facts that follow from the inputs of the machines. Either status may be null. `state` is the site's.
 HostFacts hostFacts(QorEvpn::MacVniPair const& key, VxlanController::VniFdbStatusV2 const* own,
                     VxlanController::VniStatusV2 const* theirs, ExportState state);
 FloodFacts floodFacts(QorEvpn::VniVtepPair const& key, VxlanController::VniFdbStatusV2 const* own,
@@ -80,7 +80,7 @@ struct Explanation {
   std::string text;  ///< One sentence for people.
   /// Fields in which the two sides' entries differ: "vtep", "seq", "preference". Empty where one has none.
   std::vector<std::string_view> differences;
-  /// Whether the table is as the rule says; always so while rows of an earlier run are kept.
+  /// Whether the table agrees with the rule; always true while rows of an earlier run are kept.
   bool isAsItShouldBe;
 };
 
@@ -91,19 +91,20 @@ bool isRowOf(QorEvpn::Host const& row, VxlanController::MacVtepV2 const& entry);
 Explanation explain(HostFacts const& facts);
 Explanation explain(FloodFacts const& facts);
 
-/// Why EVPN's row of a key has come to the controller, or has not.
+/// Why EVPN's row of a key was imported to the controller or not.
 enum class ImportRule {
   off,         ///< The integration is off.
   unreadable,  ///< The agent cannot read the learned table, or there is none.
   defaultRow,  ///< A row of this key that equals the default one counts as absent.
   notLearned,  ///< The learned table has no such row.
-  imported     ///< Nothing keeps it out.
+  imported     ///< No other rule applies.
 };
 std::string_view toText(ImportRule rule);
 /// "EVPN's table has no such row"
 std::string_view reasonOf(ImportRule rule);
 
-/// `row`: what the learned table has, the default row where it has none. `status`: the table's.
+/// `row`: the row in the learned table, or the default row if there is none. `isReadable`: the agent can read
+/// that table.
 template <class Row>
 ImportRule importRule(ExportState const& state, bool isReadable, Row const& row,
                       typename Brine::Codec<Row>::Key const& key) {
@@ -113,10 +114,10 @@ ImportRule importRule(ExportState const& state, bool isReadable, Row const& row,
   return key == Brine::Codec<Row>::key(Row()) ? ImportRule::defaultRow : ImportRule::notLearned;
 }
 
-/// Whom a question is about: "MAC", "MAC VNI" or "VTEP VNI".
+/// The subject of a question: "MAC", "MAC VNI" or "VTEP VNI".
 struct Subject {
   std::optional<Wirix::EthAddr> mac;
-  Wirix::IpAddr vtep;  ///< Where it is no MAC.
+  Wirix::IpAddr vtep;  ///< If there is no MAC.
   std::optional<Vxlan::Vni> vni;
 
   /// Raises Orb::Error, or std::runtime_error for a VTEP without VNI.

@@ -5,8 +5,8 @@
 
 namespace Agent {
 
-/// What the EVPN side knows of "MAC VNI" or "VTEP VNI": the sources that tell it, and the route of what the
-/// site exports; `speaker` may be null.
+/// The EVPN side's answer about "MAC VNI" or "VTEP VNI": the sources that have such an entry, and the state
+/// of the route for the row that the site exports. `speaker` may be null.
 ///
 ///   {"sources": [{"name": "speaker", "vtep": "10.99.0.22", "seq": 0, "preference": 16, "since": 176379632}],
 ///    "route": {"wanted": .., "announced": .., "waiting": false}}

@@ -3,11 +3,12 @@
 ///   input                    handler                 output
 ///   exported host table      handleHost(key)         routes of the speaker's own
 ///   exported flood table     handleFloodEntry(key)   routes of the speaker's own
-///   exported state: whole    beginSending()               only then routes are announced and withdrawn
-///   routes of neighbours     -                       events, to whoever listens
+///   exported state: whole    beginSending()          routes are announced and withdrawn from then on
+///   routes of neighbours     -                       events for the EVPN side's sources
 ///
-/// The tables that the agent exports are whole once every source that it has was, in this life of the tables.
-/// An agent that goes leaves them as they are, and one that comes keeps what holds: so they stay whole.
+/// The agent's tables are whole when each of its sources has been synced once since the tables were made.
+/// They stay whole from then on: an agent that ends leaves its rows, and the next one keeps those that are
+/// valid.
 ///
 /// A program that is built without adapters has no speakers (NoSpeaker.cpp).
 #pragma once
@@ -31,26 +32,27 @@ struct SpeakerOptions {
 
   void addTo(CLI::App& command);
   bool isGiven() const { return !endpoint.empty(); }
-  /// Raises UsageError for what is no endpoint or no router identifier, or is missing.
+  /// Raises UsageError for a wrong endpoint or router identifier, and for a missing option.
   void check() const;
 };
 
-/// The routes that a speaker announces for this site, as rows, asked of the speaker itself; `source` is what
-/// describe() made of it. Preferences, which routes have not, are the default one. Raises std::exception.
+/// The routes that a speaker announces for this site, as rows; the speaker itself is asked. `source` is its
+/// JSON as describe() completes it. Routes have no preference, so rows have the default one. Raises
+/// std::exception.
 SiteRows announcedBy(nlohmann::ordered_json const& source);
 
 class SpeakerSide {
  public:
-  /// `sources`: the EVPN side's, which the speaker becomes one of. Raises UsageError as check() does.
+  /// Adds the speaker to `sources`, the EVPN side's. Raises UsageError as check() does.
   SpeakerSide(Loop& loop, Site const& site, SpeakerOptions const& options, Sources& sources,
               Logs const& logs);
   ~SpeakerSide();
   SpeakerSide(SpeakerSide const&) = delete;
   SpeakerSide& operator=(SpeakerSide const&) = delete;
 
-  /// To what Sources::state() says of the speaker adds what only it knows.
+  /// Adds the speaker's own members to its object in `sources`, the result of Sources::state().
   void describe(nlohmann::ordered_json& sources) const;
-  /// The route of a row that the site exports, as Gobgp::Speaker::route() says it.
+  /// The state of a row's route, in the form of Gobgp::Speaker::route().
   nlohmann::ordered_json route(QorEvpn::MacVniPair const& key) const;
   nlohmann::ordered_json route(QorEvpn::VniVtepPair const& key) const;
 

@@ -1,7 +1,7 @@
-/// Agent::SwitchSide: the switches of a site, each a source of the controller's, and told in turn what the
-/// controller knows from elsewhere.
+/// Agent::SwitchSide: the switches of a site. Each is a source of the controller; the entries that the
+/// controller has from elsewhere are written into its database.
 ///
-/// A program that is built without adapters has none (NoSwitches.cpp).
+/// A program that is built without adapters has no switches (NoSwitches.cpp).
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -22,25 +22,26 @@ struct SwitchOptions {
 
   void addTo(CLI::App& command);
   bool areGiven() const { return !switches.empty(); }
-  /// Raises UsageError for a name that is missing or there twice, an endpoint that cannot be read, or one of
-  /// ssl without its files.
+  /// Raises UsageError for a name that is missing or given twice, for a wrong endpoint, and for an endpoint
+  /// of ssl without its files.
   void check() const;
 };
 
 class SwitchSide {
  public:
-  /// Connects as the loop turns. `sources` and `controller` outlive it. Raises UsageError as check() does.
+  /// Connects in the turns of the loop. `sources` and `controller` must outlive it. Raises UsageError as
+  /// check() does.
   SwitchSide(Loop& loop, SwitchOptions const& options, Sources& sources, Controller& controller);
   ~SwitchSide();
-  /// What each one that is synced has of a VNI (agent/audit/RemoteTables.h).
+  /// The rows of a VNI in the tables of each synced switch (agent/audit/RemoteTables.h).
   nlohmann::ordered_json rowsOf(Vxlan::Vni vni) const;
-  /// Of each one that is synced and has the VNI, the remote rows of a MAC or of its flood list:
+  /// The remote rows of a MAC, or of its flood list, in each synced switch that has the VNI:
   /// [{"name": "leaf1", "remote": [["10.99.0.22"]]}].
   nlohmann::ordered_json remoteRowsOf(Vxlan::Vni vni, Wirix::EthAddr mac) const;
   SwitchSide(SwitchSide const&) = delete;
   SwitchSide& operator=(SwitchSide const&) = delete;
 
-  /// To what Sources::state() says of the switches adds what only they know.
+  /// Adds each switch's own members to its object in `sources`, the result of Sources::state().
   void describe(nlohmann::ordered_json& sources) const;
 
  private:

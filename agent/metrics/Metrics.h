@@ -1,5 +1,5 @@
-/// The figures of a site in Prometheus' text form, made of what the processes of the site say of themselves
-/// and of what the tables say.
+/// The metrics of a site in the text format of Prometheus, from the answers of the site's processes and from
+/// the tables.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -9,7 +9,8 @@
 
 namespace Agent {
 
-/// What a running agent and an EVPN side answer to `state` and `counters`; null where none runs.
+/// The answers of the agent and of the EVPN side to `state` and `counters`; null for a side that does not
+/// run.
 struct ProcessFigures {
   nlohmann::ordered_json agent, agentCounters, evpn, evpnCounters;
 };
@@ -17,7 +18,7 @@ struct ProcessFigures {
 /// [{"name": "hostIs", "owner": "exported/host", "value": 278}, ..]: the process's operations on tables.
 nlohmann::ordered_json countersJson();
 
-/// Of a site whose tables need not be there. Never raises for a table.
+/// The metrics as one text. Tables that are missing or cannot be read are left out.
 std::string metricsText(Site const& site, ProcessFigures const& processes);
 
 }  // namespace Agent

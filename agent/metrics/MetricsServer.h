@@ -1,6 +1,5 @@
 /// Agent::MetricsServer: answers GET /metrics over HTTP, from the loop, with a text that is made for each
-/// answer. So there is neither a thread nor a copy of the process's state, as a web server beside the loop
-/// would need.
+/// answer. It needs neither a thread nor a copy of the process's state.
 #pragma once
 
 #include <functional>

@@ -1,5 +1,5 @@
-/// Agent::LearnedTap: records what an agent takes of the tables that EVPN's side writes, in this process or
-/// in another, as one source.
+/// Agent::LearnedTap: records the rows that an agent reads from the EVPN side's tables, as the events of one
+/// source. The EVPN side may run in this process or in another one.
 ///
 ///   input                handler                 output
 ///   learned host table   handleHost(key)         mac, mac-del
@@ -15,14 +15,14 @@ namespace Agent {
 
 class LearnedTap : public Orb::StateMachine<LearnedTap> {
  public:
-  /// The tables are not mounted yet: deliveries tell every row.
+  /// Call it before the tables are mounted, so that deliveries tell every row.
   LearnedTap(TablePair const& learned, Recorder& recorder);
   ~LearnedTap() override { teardown(); }
   static Orb::TypeDescriptor const& type();
 
-  /// All that was there has been told.
+  /// All rows that the tables had at the start have been recorded.
   void whole();
-  /// Tells what has been imported so far, as if the source began anew.
+  /// Calls `tell` with every row that has been imported, as a source that tells its state again.
   void tellState(VxlanController::VniStatusDirV2 const& imported, SourceLedgers::Tell const& tell) const;
 
   void handleHost(QorEvpn::MacVniPair const& key);

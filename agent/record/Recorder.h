@@ -1,19 +1,19 @@
-/// Agent::Recorder: writes down every event that a process takes in, so that `qorevpn replay` can do later
-/// what the process did.
+/// Agent::Recorder: records every event that a process handles, so that `qorevpn replay` can repeat what the
+/// process did.
 ///
-/// A recording is a feed (agent/feed/Event.h). It holds, in their order, the calls that the sources of a
-/// side made on its ledgers, and the flags of an agent as they counted. `t` is Unix time, in the first line
-/// of each turn. Each file begins with `recording`, which names the run of the process and counts its files,
-/// then tells what holds at the time, as far as `state-end`, so that each can be read alone: first what an
-/// earlier run left, then what each source has told. (A switch's entry has there as `seq` its place in the
-/// order of hearing.)
+/// A recording is a feed (agent/feed/Event.h). It holds, in order, the calls that the sources of a side made
+/// on its ledgers, and an agent's flags when they came into force. The first line of each turn has `t`, the
+/// Unix time. Each file begins with `recording`, which names the run of the process and the number of the
+/// file, and with the state at that time, up to `state-end`; so each file can be read alone. The state is:
+/// what an earlier run left, then the entries of each source. (There the `seq` of a switch's entry is its
+/// place in the order in which entries were heard.)
 ///
-///   FILE      is written to; a run goes on in it behind the earlier one's
-///   FILE.1    the one before, and so on; the oldest is removed
+///   FILE      is written; a later run appends to it
+///   FILE.1    the file before, and so on; the oldest is removed
 ///
-/// A turn is written at its end, in one piece, so who is killed loses a turn at most, of which the tables
-/// have all that came of it, and the next run begins with those. What cannot be written is said and never
-/// stops the process: it is tried again every half minute, with what holds then.
+/// A turn is written at its end, in one piece. A process that is killed loses at most one turn; the tables
+/// have the results of that turn, and the next run begins with the tables. An error of writing is logged and does
+/// not stop the process; it is tried again every 30 seconds, beginning with the state at that time.
 #pragma once
 
 #include <memory>
@@ -28,25 +28,26 @@ class Recorder {
  public:
   struct Options {
     std::string file;
-    /// Bytes of a file; more where what holds at its beginning takes more than half of them.
+    /// Bytes of a file; the file becomes larger if the state at its beginning takes more than half of them.
     std::uint64_t size = 64'000'000;
     unsigned files = 4;  ///< At least 1.
   };
 
-  /// `side`: whose process it is.
+  /// `side`: `controller` in an agent, `evpn` in an EVPN side.
   Recorder(Loop& loop, Options options, Origin side, Logs logs);
   ~Recorder();
   Recorder(Recorder const&) = delete;
   Recorder& operator=(Recorder const&) = delete;
 
-  /// Writes down from now on what `sources`, of which there is none yet, tell `ledgers`. Both outlive the
+  /// Records the calls of `sources` on `ledgers`. Call it before a source is added. Both must outlive the
   /// last turn.
   void tap(Sources& sources, SourceLedgers& ledgers);
   /// Opens the file. Raises std::runtime_error naming it.
   void begin();
 
-  /// A line of a source, or of nobody in particular.
+  /// Records an event of a source, or, with `earlierRun`, of no source.
   void write(SourceId source, Event const& event);
+  /// Writes the turn's events to the file. Call it at the end of each turn of the loop.
   void endTurn();
 
  private:
@@ -66,13 +67,13 @@ class Recorder {
   std::unique_ptr<Tap> tap_;
   std::string run_;
   std::uint32_t part_ = 0;
-  Fd fd_;                       ///< None: not begun, or it cannot be written.
+  Fd fd_;                       ///< Empty before begin() and after an error.
   std::string pending_;         ///< Not written yet.
   std::uint64_t size_ = 0;      ///< Of the file.
-  std::uint64_t rotateAt_ = 0;  ///< At which size it is another's turn.
+  std::uint64_t rotateAt_ = 0;  ///< The size at which the next file begins.
   double lastTime_ = 0;         ///< Seconds.
-  bool isTurnsFirst_ = true;    ///< The next line is.
-  bool hasFailed_ = false;      ///< And said so.
+  bool isTurnsFirst_ = true;    ///< The next line is the first one of its turn.
+  bool hasFailed_ = false;      ///< An error has been logged.
 };
 
 }  // namespace Agent

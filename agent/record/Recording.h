@@ -12,12 +12,12 @@ namespace Agent {
 
 class Recording {
  public:
-  /// The files in any order. Raises std::runtime_error naming the one that cannot be read.
+  /// Opens the files, which are given in any order. Raises std::runtime_error naming one that cannot be read.
   explicit Recording(std::vector<std::string> const& files);
   ~Recording();
 
-  /// The next line; nothing behind the last one. One that is none is named on standard error and passed over;
-  /// a last one without its end is being written still.
+  /// The next event; nothing after the last one. A line that is not an event is named on standard error and
+  /// skipped. A last line without its end is ignored: it is still being written.
   std::optional<Event> next();
   bool hasBadLines() const { return hasBadLines_; }
 

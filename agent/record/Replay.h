@@ -1,8 +1,8 @@
-/// Agent::Replay: does again, in a site of its own, what a process did whose recording it is told
-/// (agent/record/Recorder.h), with the same machines, tables and ledgers, and neither sources nor time.
+/// Agent::Replay: repeats, in a site of its own, what a recorded process did (agent/record/Recorder.h). It
+/// uses the same machines, tables and ledgers, but no sources and no clock.
 ///
-/// Where a run of the process begins, all is built anew on the tables that the run found. Files that follow
-/// one another in a run are one: what holds at the beginning of the next is known already.
+/// At the beginning of each recorded run all objects are built again, on tables as the run found them. Files
+/// of one run follow each other: the state at the beginning of a later file is skipped.
 #pragma once
 
 #include <optional>
@@ -13,7 +13,7 @@
 
 namespace Agent {
 
-/// A directory of its own, in memory if there is any, that goes with its owner.
+/// A temporary directory, in /dev/shm if possible, which is removed with its owner.
 class ScratchDir {
  public:
   ScratchDir();
@@ -31,19 +31,19 @@ class Replay {
   Replay();
   ~Replay();
 
-  /// The next line.
+  /// Applies the next event of the recording.
   void apply(Event const& event);
-  /// Readers of the tables are told what has changed.
+  /// Publishes the changes to readers of the tables.
   void endTurn();
 
   Site const& site() const { return site_; }
-  /// Whose recording it is.
+  /// `controller` for the recording of an agent, `evpn` for that of an EVPN side.
   Origin side() const { return side_; }
-  /// There is something to be looked at: more was read than the beginning of a run.
+  /// Whether the tables exist: more was read than the beginning of a run.
   bool isBuilt() const { return evpn_.has_value(); }
-  /// What the agent had from EVPN; empty for the EVPN side's own recording.
+  /// The status that the agent had from EVPN; empty for the recording of an EVPN side.
   EvpnStatus evpnStatus() const;
-  /// As the agent's answer (HostedModule::why()). Raises std::runtime_error for the EVPN side's recording.
+  /// The agent's answer (HostedModule::why()). Raises std::runtime_error for the recording of an EVPN side.
   nlohmann::ordered_json why(std::string_view argument) const;
 
  private:
@@ -53,14 +53,14 @@ class Replay {
 
   ScratchDir dir_;
   Site site_;
-  Loop loop_;  ///< Never turns.
+  Loop loop_;  ///< Never runs.
   Origin side_ = Origin::controller;
   std::optional<EvpnSide> evpn_;
   std::optional<HostedModule> module_;
-  SiteRows earlierExported_, earlierLearned_;  ///< What the run found.
+  SiteRows earlierExported_, earlierLearned_;  ///< The rows that the run found.
   std::string run_;
   std::uint32_t part_ = 0;
-  bool isKnown_ = false;  ///< What holds at the beginning of a file has come about here, too.
+  bool isKnown_ = false;  ///< The state at the beginning of the present file is in force here already.
 };
 
 }  // namespace Agent
