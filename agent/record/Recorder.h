@@ -12,8 +12,8 @@
 ///   FILE.1    the file before, and so on; the oldest is removed
 ///
 /// A turn is written at its end, in one piece. A process that is killed loses at most one turn; the tables
-/// have the results of that turn, and the next run begins with the tables. An error of writing is logged and does
-/// not stop the process; it is tried again every 30 seconds, beginning with the state at that time.
+/// have the results of that turn, and the next run begins with the tables. An error of writing is logged and
+/// does not stop the process; it is tried again every 30 seconds, beginning with the state at that time.
 #pragma once
 
 #include <memory>
