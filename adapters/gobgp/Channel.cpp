@@ -147,8 +147,8 @@ Channel::Channel(Agent::Loop& loop, Agent::HostPort const& address,
   nghttp2_submit_settings(session_, NGHTTP2_FLAG_NONE, settings.data(), settings.size());
   nghttp2_session_set_local_window_size(session_, NGHTTP2_FLAG_NONE, 0, 4 * windowSize);
 
-  // A refusal that comes at once is told by the loop too: the socket is then ready, with its error. That of a
-  // call which fails without it is kept.
+  // An immediate refusal is reported from the loop too: the socket is ready then, with its error. The error
+  // of a call that leaves none in the socket is kept.
   auto const* const peer = reinterpret_cast<sockaddr const*>(&address.socket);
   if (connect(socket_.get(), peer, address.length) < 0 && errno != EINPROGRESS) broken_ = errorText(errno);
   loop_.watch(
@@ -199,7 +199,7 @@ void Channel::call(std::string method, std::string_view request, CallHandlers ha
   } else {
     calls_.emplace(stream, call);
   }
-  // The loop sends it: who calls is not told of a failure from within.
+  // The loop sends it, so that no failure is reported from within call().
   watch(true);
   startTimer();
 }
@@ -238,7 +238,7 @@ void Channel::receive() {
   if (!broken_.empty()) return fail(broken_);
 }
 
-/// Tells what has come, now that the library is not at work: a handler may call and may destroy the channel.
+/// Calls the handlers after the library has returned: a handler may call, and may destroy the channel.
 void Channel::deliver() {
   std::weak_ptr<void> const self = self_;
   while (has(self) && !told_.empty()) {

@@ -6,7 +6,7 @@ namespace Gobgp {
 
 namespace {
 
-/// Of a route that is not what we would announce, or may not be.
+/// Stands for a route in another form than this program's, or in an unknown one.
 constexpr RowValue unlike;
 
 }  // namespace
@@ -63,7 +63,7 @@ void OwnRoutes::presentDel(apipb::Path const& path) {
   auto const key = ownKeyOf(identity_, path);
   Own* const own = key ? routes_.find(*key) : nullptr;
   if (!own) return;
-  // This may be of a withdrawal of ours, told after a later announcement was sent.
+  // This may report our own withdrawal, after a later announcement was sent.
   own->present = unlike;
   queue(*key, *own);
 }

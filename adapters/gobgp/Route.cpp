@@ -9,7 +9,7 @@ namespace {
 constexpr char macRoute = 2;
 constexpr char multicastRoute = 3;
 constexpr char ingressReplication = 6;
-/// What the speaker writes for an address that is not there.
+/// The speaker's text for a missing address.
 constexpr std::string_view none = "<nil>";
 constexpr std::string_view macIpType = "EVPNMACIPAdvertisementRoute";
 constexpr std::string_view multicastType = "EVPNInclusiveMulticastEthernetTagRoute";

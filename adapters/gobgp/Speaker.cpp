@@ -11,9 +11,9 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr std::size_t batchLimit = 256;   // the speaker answers nobody else meanwhile
+constexpr std::size_t batchLimit = 256;   // the speaker answers no other client meanwhile
 constexpr std::size_t drainLimit = 1000;  // a turn
-constexpr auto patience = 6;              // times as long as for its first answer: it may have much to do
+constexpr auto patience = 6;              // factor of `answer` for later answers: the speaker may be busy
 constexpr auto pollPause = 10s;
 constexpr auto settlePause = 250ms;
 constexpr std::uint32_t established = 6;
@@ -192,14 +192,14 @@ void Speaker::takePath(apipb::Path const& path, bool isGone) {
   }
 }
 
-/// Tells what has changed, so much a turn.
+/// Tells differences, at most `drainLimit` a turn.
 void Speaker::drain() {
   bool const isMore = learned_.drain(drainLimit, handlers_.event);
   if (isMore && !rest_.isRunning()) rest_.start(0s);
   settleSessions();
 }
 
-/// What earlier turns have left.
+/// Does what earlier turns left undone.
 void Speaker::rest() {
   if (!former_.empty() && !former_.front().shrink(drainLimit)) former_.pop_front();
   if (!former_.empty()) rest_.start(0s);

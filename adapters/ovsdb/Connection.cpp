@@ -48,8 +48,7 @@ void Connection::send(std::string_view text) {
   } else {
     output_ += text;
   }
-  // It goes out when the socket is ready for it, so that a broken one is found by the loop, not by the
-  // caller.
+  // The text is sent when the socket is ready, so that the loop finds a broken connection, not the caller.
   watch();
 }
 
@@ -58,7 +57,7 @@ void Connection::readingIs(bool on) {
   if (socket_) watch();
 }
 
-/// Waits for what can be used, and for nothing else: an end that nobody takes notice of would keep the loop
+/// Waits only for events that can be handled now: the end of a stream that is not read would keep the loop
 /// busy.
 void Connection::watch() {
   std::uint32_t wanted = 0;
@@ -133,7 +132,7 @@ void Connection::decipher() {
     cause = error.what();
   }
   if (!socket_) return;
-  // Also behind an error: the server is told of it by an alert.
+  // Also after an error: an alert informs the server.
   tls_->takeOutput(output_);
   flush();
   if (socket_ && !cause.empty()) fail(cause);

@@ -7,7 +7,7 @@ namespace Ovsdb {
 using Agent::Op;
 
 bool LocalEntries::step(Replica const& replica) {
-  // New VNIs first. One that goes stays in the set until its entries have gone.
+  // New VNIs come first. A VNI that ends stays in the set until its entries are removed.
   for (auto at = changedVnis_.begin(); at != changedVnis_.end(); ++at) {
     Vxlan::Vni const vni = *at;
     bool const served = replica.serves(vni);

@@ -11,7 +11,7 @@ bool isSpace(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
 }  // namespace
 
 void MessageCutter::append(std::string_view piece) {
-  // What is copied goes in runs: from `begin` to the next octet that means something.
+  // Octets are copied in runs: from `begin` to the next octet with a meaning.
   std::size_t begin = 0;
   auto const copy = [&](std::size_t end) {
     target().append(piece, begin, end - begin);

@@ -9,14 +9,14 @@ namespace Ovsdb {
 
 namespace {
 
-/// How many keys a transaction writes, and a step looks at.
+/// How many keys a transaction writes, and a step compares.
 constexpr std::size_t writeLimit = 256;
 constexpr std::size_t lookLimit = 256;
 
 Json reference(Uuid const& id) { return {"uuid", id.text()}; }
 Json whereRow(Uuid const& id) { return Json::array({Json::array({"_uuid", "==", reference(id)})}); }
 
-/// Why the database did not do what a transaction says; empty where it did.
+/// Why the database refused a transaction; empty if it did not.
 std::string refusalIn(Session::Reply const& reply) {
   if (!reply.error.is_null()) return reply.error.dump();
   for (Json const& each : reply.result) {
@@ -34,7 +34,7 @@ std::string refusalIn(Session::Reply const& reply) {
 struct RemoteWriter::Transaction {
   explicit Transaction(Replica const& used) : replica(used) {}
 
-  /// A locator of that VTEP: the one that is there, or one that the transaction makes.
+  /// A locator of that VTEP: the existing one, or one that the transaction inserts.
   Json locator(Wirix::IpAddr vtep) {
     if (auto const known = replica.locatorOf(vtep)) return reference(*known);
     auto const [made, isNew] = locators.try_emplace(vtep, "locator" + std::to_string(locators.size()));
@@ -49,7 +49,7 @@ struct RemoteWriter::Transaction {
     return {"named-uuid", made->second};
   }
 
-  /// The column that says where a MAC is, as a row of the table has it.
+  /// The column of a row that names the MAC's locators.
   Json target(MacTable table, VtepList const& vteps) {
     if (table == MacTable::ucastRemote) return {{"locator", locator(vteps.front())}};
     Json members = Json::array();
@@ -122,7 +122,7 @@ RemoteWriter::RemoteWriter(Agent::Loop& loop, Agent::RemoteRows& rows, Pauses co
 }
 
 void RemoteWriter::note(Key const& key) {
-  // What changes before the replica is whole is seen when it is.
+  // Changes before the replica is complete are compared when it is.
   if (!ready_) return;
   noted_.push_back(key);
   handlers_.wake();
@@ -206,7 +206,7 @@ bool RemoteWriter::step(Session& session, Replica const& replica, LocalEntries c
 
 void RemoteWriter::compare(Key const& key, Replica const& replica, LocalEntries const& own,
                            Transaction& transaction) {
-  // Also what the switch tells itself is not to come back to it, whatever it says its own addresses are.
+  // An entry that the switch itself told must not return to it, even if its own addresses are unknown.
   VtepList mac;
   if (auto const vtep = rows_.mac(key.vni, key.mac); vtep && !own.tells(key, *vtep)) mac.push_back(*vtep);
   VtepList flood = rows_.flood(key.vni, key.mac);
@@ -229,7 +229,7 @@ void RemoteWriter::compareRows(Key const& key, MacTable table, Uuid const& logic
     return;
   }
   if (table == MacTable::mcastRemote && !wanted.empty() && !rows_.isSettled()) {
-    // A list only grows for the time being.
+    // Until the controller is settled a list only grows.
     for (Uuid const& row : rows) {
       VtepList both;
       VtepList const present = replica.vtepsOf(table, row);
@@ -246,7 +246,7 @@ void RemoteWriter::compareRows(Key const& key, MacTable table, Uuid const& logic
     transaction.insertRow(table, logicalSwitch, key.mac, wanted);
     return;
   }
-  // One row stays, best one that is right already.
+  // One row stays, preferably one that is correct.
   auto kept = std::find_if(rows.begin(), rows.end(),
                            [&](Uuid const& row) { return replica.vtepsOf(table, row) == wanted; });
   if (kept == rows.end()) {

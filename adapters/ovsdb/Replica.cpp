@@ -14,7 +14,7 @@ namespace {
 constexpr std::array<std::string_view, 4> macTables = {"Ucast_Macs_Local", "Mcast_Macs_Local",
                                                        "Ucast_Macs_Remote", "Mcast_Macs_Remote"};
 
-/// What is asked for, by table.
+/// The columns that are needed, by table.
 std::map<std::string, std::vector<std::string>> const& columnsAsked() {
   static std::map<std::string, std::vector<std::string>> const result = {
       {"Logical_Switch", {"tunnel_key", "replication_mode"}},
@@ -29,7 +29,7 @@ std::map<std::string, std::vector<std::string>> const& columnsAsked() {
   return result;
 }
 
-/// The values of a column: those of a set, or the one that stands by itself.
+/// The values of a column: the elements of a set, or a single value.
 std::vector<Json> atoms(Json const& row, char const* column) {
   Json const& value = row.at(column);
   if (value.is_array() && value.size() == 2 && value[0] == "set") return value[1].get<std::vector<Json>>();

@@ -79,10 +79,10 @@ void Session::request(std::string const& method, Json params, Answer answer) {
 void Session::heldIs(bool on) {
   held_ = on;
   if (!open_) return;
-  // What holds things up is this side, not the server.
+  // This side delays the messages, not the server.
   on ? silence_.cancel() : silence_.start(pauses_.silence);
   connection_->readingIs(!on);
-  // What was cut already comes in a turn of its own.
+  // Messages that were cut already are delivered in a turn of their own.
   if (!on) resume_.start({});
 }
 
@@ -123,7 +123,7 @@ void Session::take(Message&& message) {
   }
   auto const answer = id->is_number_unsigned() ? answers_.find(id->get<std::uint64_t>()) : answers_.end();
   if (answer == answers_.end()) {
-    // The answer to a probe, or to nothing that was asked.
+    // The answer to an echo, or to an unknown request.
     if (*id != "echo") fail("an answer that nobody asked for: " + shown(skeleton));
     return;
   }

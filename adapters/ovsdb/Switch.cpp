@@ -12,9 +12,9 @@ using Agent::SourceState;
 namespace {
 
 constexpr char const* database = "hardware_vtep";
-/// How long a turn may be held up.
+/// How long the work of a turn may take.
 constexpr std::chrono::microseconds slice{1000};
-/// How many rows that are left out are named after a connect; all are counted.
+/// How many left-out rows are named after a connect; all are counted.
 constexpr std::size_t namedLimit = 20;
 
 std::string errorText(Json const& error) {
@@ -146,10 +146,10 @@ void Switch::ownVtepsChanged() {
   replica_->forEachVni([this](Vxlan::Vni vni) { remote_.vniServed(vni); });
 }
 
-/// Nothing else comes until all of it has been taken in and told.
+/// No further message comes until all its rows have been handled.
 void Switch::takeTables(std::vector<Message::Table>&& tables) {
-  // Logical switches last: an entry that goes together with its logical switch is announced with the VNI that
-  // it had.
+  // Logical switches come last: an entry that is removed together with its logical switch is announced with
+  // the VNI that it had.
   std::stable_partition(tables.begin(), tables.end(),
                         [](Message::Table const& table) { return table.name != "Logical_Switch"; });
   for (Message::Table& table : tables) untaken_.push_back(std::move(table));
@@ -171,7 +171,7 @@ void Switch::work() {
   }
 }
 
-/// Does a little of what there is to do; false where nothing is left.
+/// Does a part of the work; false if none is left.
 bool Switch::workStep() {
   if (taking_) {
     if (!untaken_.empty()) {

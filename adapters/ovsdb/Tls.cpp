@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t pieceSize = 16384;  // of one record
 
-/// The oldest error that the library noted; forgets all.
+/// The oldest error in the library's queue; clears the queue.
 std::string reason() {
   unsigned long const error = ERR_get_error();
   ERR_clear_error();

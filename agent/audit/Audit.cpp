@@ -92,7 +92,7 @@ SiteRows rowsOf(VxlanController::VniStatusDirV2 const& status) {
   return rows;
 }
 
-/// EVPN's status holds what the learned table holds, where each row is once.
+/// The imported rows must equal the rows of the learned table.
 template <class Row>
 void auditImported(Findings& findings, SiteLook const& look, SiteRows const& expected,
                    SiteRows const& found) {
@@ -113,7 +113,7 @@ void auditImported(Findings& findings, SiteLook const& look, SiteRows const& exp
                    found.of<Row>(), judge);
 }
 
-/// Of each exported row that has a VTEP there is a route, which has no preference.
+/// Each exported row with a VTEP must have a route. Routes have no preference.
 void auditAnnounced(Findings& findings, SiteLook const& look) {
   SiteRows expected;
   for (Host row : look.exported.of<Host>()) {
@@ -134,7 +134,7 @@ void auditAnnounced(Findings& findings, SiteLook const& look) {
   });
 }
 
-/// What the speaker that announces the site's rows announces; nothing where there is none.
+/// The rows that the site's speaker announces; nothing if the site has no speaker.
 std::optional<SiteRows> announcedOf(Site const& site) {
   for (auto const& source : sourcesOf(site, "speaker")) {
     if (source.at("state") == "synced" && source.value("sending", false)) return announcedBy(source);
@@ -165,7 +165,7 @@ namespace {
 
 using Vnis = std::optional<std::set<Vxlan::Vni>>;
 
-/// What the agent says; its tables are still to be read.
+/// The agent's answers; the tables are not read yet.
 SiteLook ask(Site const& site, Vnis const& wanted) {
   auto const head = controlRequest(site, "both-sides");
   SiteLook look;
@@ -184,7 +184,7 @@ SiteLook ask(Site const& site, Vnis const& wanted) {
   return look;
 }
 
-/// Only of the VNIs that are wanted.
+/// Keeps the findings of the wanted VNIs.
 SiteRows read(SiteRows rows, Vnis const& wanted) {
   if (!wanted) return rows;
   forEachKind<EntryRows>([&]<class Row>(std::type_identity<Row>) {

@@ -29,9 +29,9 @@ void RequestServer::watchForClients() {
 void RequestServer::accept() {
   if (limits_.replaces && clients_.size() == limits_.clients) dropOldest();
   Fd fd(accept4(listening_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-  if (!fd && limits_.replaces && !clients_.empty()) return dropOldest();  // its descriptor may be wanted
+  if (!fd && limits_.replaces && !clients_.empty()) return dropOldest();  // which frees a descriptor
   if (!fd) {
-    // Gone again, or no descriptor is left for it: asked at once, the loop would never wait.
+    // The client has gone, or no descriptor is left. Trying again at once would keep the loop busy.
     loop_.unwatch(listening_.get());
     later_.start(std::chrono::milliseconds(100));
     return;

@@ -52,7 +52,7 @@ void ServiceManager::tell(std::string_view message) const {
   if (address.sun_path[0] == '@') address.sun_path[0] = '\0';  // an abstract name
   Fd const fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   auto const length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + socket_.size());
-  // The manager reads its socket whatever we do; a message that cannot be sent is one that it does not want.
+  // A message that cannot be sent is dropped: the manager reads its socket while it wants messages.
   if (fd.get() >= 0) {
     sendto(fd.get(), message.data(), message.size(), MSG_NOSIGNAL,
            reinterpret_cast<sockaddr const*>(&address), length);

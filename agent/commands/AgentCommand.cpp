@@ -67,7 +67,7 @@ class AgentProcess {
     if (options.speaker.isGiven()) speaker_.emplace(loop_, site_, options.speaker, evpn_->sources(), logs());
     if (options.switches.areGiven()) {
       switches_.emplace(loop_, options.switches, module_.sources(), module_.controller());
-      // A switch has no such word; that it was given is one.
+      // A switch cannot tell `enabled`; giving a switch enables the database.
       module_.enabledIs(true);
     }
     if (options.metrics.address) {
@@ -120,7 +120,7 @@ class AgentProcess {
     recorder_->begin();
   }
 
-  /// The controller's events, and `capability`; EVPN's too where its side is played, and each at once.
+  /// Takes the controller's events and `capability`; with an EVPN side in this process, its events too.
   Feeds::Sides sidesOf(Feed const& feed) {
     SourceHandlers const controller = module_.sources().add(aboutFeed(feed));
     SourceHandlers evpn;
@@ -164,7 +164,7 @@ class AgentProcess {
     throw std::runtime_error("the agent does not know '" + std::string(command) + "'");
   }
 
-  /// What the module says, and what the rest of this process has to do with it.
+  /// The module's answers, completed by the other parts of this process.
   nlohmann::ordered_json why(std::string_view argument) const {
     auto answers = module_.why(argument);
     for (auto& answer : answers) {
@@ -208,13 +208,13 @@ class AgentProcess {
   Loop& loop_;
   Feeds feeds_;  ///< Before the site is made: a feed that cannot be opened leaves nothing behind.
   Site site_;
-  std::optional<Recorder> recorder_;  ///< Before those whom it records.
+  std::optional<Recorder> recorder_;  ///< Before the members that it records.
   HostedModule module_;
   std::optional<EvpnSide> evpn_;
   std::optional<SwitchSide> switches_;
   std::optional<SpeakerSide> speaker_;
-  ControlServer control_;  ///< Behind the module and the rest that its answers are about: gone first.
-  SiteWatch siteWatch_;    ///< Behind the socket, whose removal is no news.
+  ControlServer control_;  ///< After the members that its answers describe: destroyed first.
+  SiteWatch siteWatch_;    ///< After the socket, whose removal it must not report.
   std::optional<MetricsServer> metrics_;
   ServiceManager serviceManager_;
   TurnMeter turns_;

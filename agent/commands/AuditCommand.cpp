@@ -33,7 +33,7 @@ int runAudit(AuditOptions const& options) {
     }
     out.flush();
   } catch (OutputClosed const&) {
-    // The exit status still tells.
+    // The exit status tells the result all the same.
   }
   return findings.empty() ? exitOk : exitFailed;
 }

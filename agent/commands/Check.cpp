@@ -96,7 +96,7 @@ int check(CheckOptions const& options) {
     }
     out.flush();
   } catch (OutputClosed const&) {
-    // The exit status still tells.
+    // The exit status tells the result all the same.
   }
   if (!isThere) throw std::runtime_error("there is no table in " + options.dir);
   return isSound ? exitOk : exitFailed;

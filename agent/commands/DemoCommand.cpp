@@ -256,9 +256,9 @@ int runDemo(DemoOptions const& options) {
     screen.line("interrupted");
     return exitFailed;
   } catch (OutputClosed const&) {
-    return exitFailed;  // nobody is there to be told
+    return exitFailed;  // the reader of the output has gone
   } catch (UsageError const&) {
-    throw;  // nothing was begun
+    throw;  // no process was started
   } catch (std::exception const&) {
     root.keep();  // the text names a log in it
     throw;

@@ -34,7 +34,7 @@ struct EvpnOptions {
   bool repair = false;
 };
 
-/// Of directories that may have to be made still.
+/// The path's canonical form; its directories need not exist yet.
 bool isSame(std::filesystem::path const& left, std::filesystem::path const& right) {
   std::error_code error;
   if (std::filesystem::equivalent(left, right, error)) return true;
@@ -95,7 +95,7 @@ int runEvpn(EvpnOptions const& options) {
   auto const logsOf = [](Site const& site) {
     return Logs{loggerOf("evpn " + site.dir()), loggerOf("evpn " + site.dir(), LogLevel::warning)};
   };
-  // Now only: a command that is refused leaves nothing behind.
+  // Not earlier, so that a refused command leaves no files behind.
   TurnMeter turns;
   std::optional<Recorder> recorder;
   std::vector<std::unique_ptr<ServedSide>> sides;

@@ -9,8 +9,9 @@ namespace Agent {
 
 namespace {
 
-/// An option that takes items, given one after the other or separated by commas, and adds what `parse` makes
-/// of each to `target`. What `parse` raises is a fault of the command line; `wanted` says what it should be.
+/// An option that takes items, as several arguments or separated by commas, and adds the result of `parse`
+/// for each to `target`. An error of `parse` is an error of the command line; `wanted` describes a valid
+/// item.
 template <class T, class Parse>
 void addFilter(CLI::App& command, std::string const& name, std::vector<T>& target, std::string const& type,
                std::string const& wanted, std::string const& help, Parse parse) {

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view examplesTitle = "Examples:\n";
 
-/// Text as a manual page takes it: no line is a request, and a hyphen is one that can be copied.
+/// Escapes text for a manual page: no line becomes a request, and a hyphen can be copied as one.
 std::string roff(std::string_view text) {
   std::string result;
   bool atLineStart = true;

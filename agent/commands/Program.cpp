@@ -13,7 +13,8 @@ namespace Agent {
 
 namespace {
 
-/// What is written to a standard stream that the caller closed must not end up in the next file to be opened.
+/// Opens the standard streams that the caller closed, so that no file gets their descriptors and their
+/// output.
 void openStandardStreams() {
   for (int fd = 0; fd <= 2; ++fd) {
     if (fcntl(fd, F_GETFD) < 0 && open("/dev/null", O_RDWR) != fd) std::abort();
@@ -101,7 +102,7 @@ int program(int argc, char** argv) {
     std::cerr << "qorevpn: no space: " << error.what() << "; the rows are intact\n";
     return exitFailed;
   } catch (OutputClosed const&) {
-    return exitFailed;  // nobody is there to be told
+    return exitFailed;  // the reader of the output has gone
   } catch (std::exception const& error) {
     std::cerr << "qorevpn: " << error.what() << '\n';
     return exitFailed;

@@ -18,7 +18,7 @@ namespace {
 using QorEvpn::FloodEntry;
 using QorEvpn::Host;
 
-/// For the person at the terminal, not for the program behind the pipe.
+/// Written to standard error, so that a program that reads the output does not get it.
 void note(std::string const& text) { std::cerr << "qorevpn: " << text << '\n'; }
 
 class Show {
@@ -35,7 +35,7 @@ class Show {
       } catch (UsageError const&) {
         throw;
       } catch (std::runtime_error const& error) {
-        // Of everything, whatever can be shown is shown.
+        // `show all` shows every part that can be shown.
         if (!isAll_) throw;
         note(error.what());
       }

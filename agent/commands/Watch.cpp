@@ -25,8 +25,8 @@ namespace {
 class Watcher {
  public:
   virtual ~Watcher() = default;
-  /// Writes what has changed, and what became of the table. False once its writer has ended and that is the
-  /// end of it; raises where there is nothing to watch.
+  /// Writes changes, and changes of the mount status. False when the writer has ended and the watch ends with
+  /// it; raises if there is nothing to watch.
   virtual bool deliver() = 0;
   virtual int fd() const = 0;
   virtual bool isToLookAgain() const = 0;
@@ -46,7 +46,7 @@ class RowWatcher : public Watcher {
   }
 
   bool deliver() override {
-    // Without a descriptor the table does not even wait.
+    // A table without a descriptor gets no event.
     if (table_.fd() < 0) mount();
     tell();
     bool const isOver = !options_.stay && status_ != Brine::MountStatus::mounted;
@@ -76,13 +76,14 @@ class RowWatcher : public Watcher {
                   .mode = Brine::Mode::keyshadow});
     if (status_ != Brine::MountStatus::unmounted) return;
     statusMarker();
-    // What comes to a table that was not there yet is news.
+    // Rows of a table that did not exist before are changes.
     isSynchronised_ = status_ == Brine::MountStatus::noTable && options_.stay;
   }
 
   std::string now() const { return options_.now ? options_.now() : options_.json ? utcTime() : localTime(); }
 
-  /// Writes what a delivery tells. Its lines are kept until it is known whether a marker must precede them.
+  /// Writes the changes of a delivery. Its lines are kept until it is known whether a marker must precede
+  /// them.
   void tell() {
     batch_.clear();
     time_ = now();
@@ -170,7 +171,7 @@ class RowWatcher : public Watcher {
   /// Which table a line is about, where several are watched.
   std::string title() const { return options_.subjects.size() > 1 ? std::string(place_.word) + ": " : ""; }
 
-  /// Where the watch goes on whatever becomes of the table, says what became of it.
+  /// Writes the mount status where the watch continues without a writer.
   void statusMarker() {
     if (status_ == table_.mountStatus()) return;
     status_ = table_.mountStatus();
@@ -199,7 +200,7 @@ class RowWatcher : public Watcher {
   Brine::MountStatus status_ = Brine::MountStatus::unmounted;
   bool hadWriter_ = false;
   std::unordered_map<Key, Row, Hash> rows_;
-  /// The first delivery is behind us: `rows_` was the whole table then, what comes now is news.
+  /// The first delivery is complete: `rows_` was the whole table then, later changes are written.
   bool isSynchronised_ = false;
   Brine::Statistics last_;
   std::string batch_;
@@ -222,7 +223,7 @@ Watchers watchersOf(WatchOptions const& options, Output& out) {
   return watchers;
 }
 
-/// Everything that was there has been written; what follows is news.
+/// All rows of the beginning have been written; later lines are changes.
 void initialEnd(WatchOptions const& options, Output& out) {
   Colours const colours(out.hasColours());
   if (options.json) {

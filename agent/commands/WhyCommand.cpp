@@ -123,7 +123,7 @@ class Answer {
   Json const& answer_;
 };
 
-/// Adds what the EVPN side knows, if it runs in a process of its own; or why that cannot be said.
+/// Adds the EVPN side's answer, if it runs in a process of its own; or why there is none.
 void addEvpnSide(Json& answer, Site const& site, std::string const& subject) {
   if (answer.contains("evpnSide")) return;
   try {

@@ -121,7 +121,7 @@ void Controller::takeBack(SourceId source, Event const& event) {
   } else if (event.op == Op::multipathDel) {
     served->multipathDel(*part, event.mac);
   } else if (event.op == Op::vniDel) {
-    // As a whole: it is one event.
+    // The whole list is one event.
     VniLedger const dropped = std::exchange(part->told, {});
     retire(*served, part);
     if (served->isServed()) served->mergeAll(dropped);
@@ -150,7 +150,7 @@ std::size_t Controller::entries(SourceId source) const {
   return count;
 }
 
-/// Takes at most `limit` entries of a source out of force; true where none is left.
+/// Withdraws at most `limit` entries of a source; true if none is left.
 bool Controller::drop(std::size_t& limit, SourceId source, VniLedger SourcePart::*ledger) {
   for (auto const& each : served_) {
     Orb::Ptr<ServedVni> const served = each.value;
@@ -163,7 +163,8 @@ bool Controller::drop(std::size_t& limit, SourceId source, VniLedger SourcePart:
   return true;
 }
 
-/// A source's part, or what was left, of a VNI has changed: what serves nothing goes.
+/// A source's part of a VNI, or the earlier run's, has changed: removes it if it is empty, and the VNI if it
+/// is not served any more.
 void Controller::retire(ServedVni& served, SourcePart* part) {
   if (part && !part->serves()) served.partDel(*part);
   if (!served.isServed()) unserve(served.vniFdbStatus()->vni());

@@ -1,4 +1,4 @@
-/// What the Controller holds, told as lines of a recording.
+/// Describes the Controller's state by events of a recording.
 #include "agent/controller/Controller.h"
 
 namespace Agent {
@@ -7,7 +7,7 @@ namespace {
 
 using Tell = SourceLedgers::Tell;
 
-/// Of a source that does not number its entries each has its place in the order of hearing for a number.
+/// The `seq` of an entry whose source does not number entries is its place in the order of hearing.
 void tellLedger(Vxlan::Vni vni, VniLedger const& ledger, SourceId source, bool isNumbered, Tell const& tell) {
   Event event;
   event.vni = vni;
@@ -74,7 +74,7 @@ void ServedVni::numberIs(Wirix::EthAddr mac, Wirix::IpAddr vtep, Seqno32 seq) {
   mergeMac(mac, false);
 }
 
-/// What an earlier run left, then of each source what is kept, and what it has told since it began anew.
+/// First the earlier run's entries, then of each source the kept entries and those that it told since.
 void Controller::tellState(Tell const& tell) const {
   auto const mark = [&](Op op, SourceId source) {
     Event event;

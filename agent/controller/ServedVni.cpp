@@ -16,7 +16,7 @@ namespace {
 /// The MAC whose flood list is the one for all BUM traffic.
 constexpr EthAddr allBum;
 
-/// The number behind it, at most the last one.
+/// The next sequence number; the highest number has itself as the next one.
 Seqno32 after(Seqno32 seq) { return seq.value() == Seqno32::max ? seq : Seqno32(seq.value() + 1); }
 
 }  // namespace
@@ -77,7 +77,7 @@ void ServedVni::macIs(SourcePart& part, EthAddr mac, Claim claim, bool isNews) {
   mergeMac(mac, false);
 }
 
-/// A switch has newly heard the MAC: its entry comes before the one that is in force, whosoever that is.
+/// A switch has newly heard the MAC: its entry gets a number above that of the entry in force.
 void ServedVni::renumber(EthAddr mac, IpAddr vtep) {
   Number number{vtep, {}};
   Number const* const former = numbers_.find(mac);
@@ -134,7 +134,8 @@ void ServedVni::earlierFloodIs(IpAddr vtep) {
   mergeFlood(allBum, vtep);
 }
 
-/// A VNI is published while there is anything in it, so an entry without a VTEP stands for what is not known.
+/// A VNI is published while it has an entry; so an entry without a VTEP stands for entries that are not
+/// known.
 void ServedVni::earlierIsPublished() {
   earlier().multipaths[allBum];
   mergeMultipath(allBum);
@@ -152,7 +153,7 @@ void ServedVni::vniStatusFromEvpnIs(EvpnStatusPtr const& status) {
   formerFromEvpn_ = nullptr;
 }
 
-/// What EVPN had and what it has: of all else, nothing has changed.
+/// Merges the keys of EVPN's former and present status; no other key has changed.
 void ServedVni::handleInitialized() {
   for (EvpnStatusPtr const& each : {formerFromEvpn_, vniStatusFromEvpn()}) {
     if (!each) continue;
@@ -166,7 +167,7 @@ MacVtepV2 const* ServedVni::evpnsMac(EthAddr mac) const {
   return status ? status->macVtepTable().find(mac) : nullptr;
 }
 
-/// Of feeds' entries: the highest sequence number, then the lowest VTEP.
+/// The winner among feeds' entries: the highest sequence number, then the lowest VTEP.
 ServedVni::Found ServedVni::numberedClaim(EthAddr mac) const {
   Found best;
   for (SourcePart const& part : parts_) {
@@ -178,8 +179,8 @@ ServedVni::Found ServedVni::numberedClaim(EthAddr mac) const {
   return best;
 }
 
-/// Of what switches list, and of what an earlier run left: what was heard last, else what is in force, else
-/// the lowest VTEP.
+/// The winner among the entries of switches and of the earlier run: the one that was heard last, then the one
+/// in force, then the one with the lowest VTEP.
 ServedVni::Found ServedVni::switchesClaim(EthAddr mac, Number const* number) const {
   Found best;
   auto const rank = [&](Claim const& claim) {
@@ -195,7 +196,7 @@ ServedVni::Found ServedVni::switchesClaim(EthAddr mac, Number const* number) con
   return best;
 }
 
-/// What the sources know of a MAC, merged.
+/// The merged entry of all sources for a MAC.
 std::optional<ServedVni::Own> ServedVni::ownMac(EthAddr mac) {
   Found const best = numberedClaim(mac);
   Number* number = numbers_.find(mac);
@@ -263,7 +264,7 @@ void ServedVni::mergeMac(EthAddr mac, bool isEvpns) {
   }
   controller_.macChanged(vniFdbStatus_->vni(), mac);
   if (!winner || !former || winner->vtepAddr() == former->vtepAddr()) return;
-  // It arrived where it was heard; that the other side gave it up is no move.
+  // The move was counted when the MAC was heard; the other side's withdrawal is not a second move.
   bool const hasMoved = isEvpns ? evpnWins : !evpnWins && evpns && *evpns == *former;
   if (hasMoved && controller_.duplicates_) {
     controller_.duplicates_->moved(vniFdbStatus_->vni(), *former, *winner);
@@ -271,7 +272,7 @@ void ServedVni::mergeMac(EthAddr mac, bool isEvpns) {
 }
 
 void ServedVni::handleFloodList(EthAddr const& mac) {
-  if (mac != allBum) return;  // EVPN has no others
+  if (mac != allBum) return;  // EVPN has no other lists
   Orb::Ptr<VxlanController::MacVtepFloodListV2 const> list;
   if (EvpnStatusPtr const& status = vniStatusFromEvpn()) list = status->macVtepFloodListTable(allBum);
   if (list != floodListFromEvpn_.notifier()) {
@@ -287,7 +288,7 @@ void ServedVni::handleFloodList(EthAddr const& mac) {
 
 void ServedVni::handleFloodVtep(IpAddr const& vtep) { mergeFlood(allBum, vtep); }
 
-/// Whether anybody has the VTEP in the list; if so, whether one of them has it on.
+/// Nothing if neither a source nor EVPN has the VTEP in the list; otherwise whether one of them has it on.
 std::optional<bool> ServedVni::isOn(EthAddr mac, IpAddr vtep) const {
   std::optional<bool> on;
   auto const add = [&on](bool const* entry) {

@@ -63,7 +63,7 @@ Exchange::Exchange(Loop& loop, std::vector<Member> const& members) : records_(me
     Record& record = records_[site];
     record.follower =
         std::make_unique<Follower>(loop, record.reader->exported(), [this, site] { assess(site); });
-    // The state before the tables: it is written after them.
+    // The state is read before the tables, since it is written after them.
     record.exportedState = std::make_unique<EvpnStateReader>(
         loop, members[site].site.exported(), [this, site] { records_[site].follower->deliver(); });
   }
@@ -80,7 +80,7 @@ void Exchange::stateIs(Record& record, SourceState state, std::string const& cau
   }
 }
 
-/// After the tables were delivered, and after the state was read that is looked at.
+/// Call it after the state was read and then the tables were delivered.
 void Exchange::assess(std::size_t site) {
   Record& record = records_[site];
   if (std::string const cause = obstacle(record.reader->exported()); !cause.empty()) {
@@ -92,7 +92,7 @@ void Exchange::assess(std::size_t site) {
     record.reader->readAll();
   }
   if (!record.exportedState->state()) {
-    // An agent of ours writes a state before it makes its tables.
+    // This program's agent writes a state before it makes its tables.
     record.exportedState->deliver();
     if (record.exportedState->state()) return record.follower->deliver();
   }
@@ -108,7 +108,7 @@ void Exchange::hostChanged(std::size_t site, MacVniPair const& key) {
   }
 }
 
-/// To be called again wherever a row of either changes.
+/// Call it again whenever a row of the key changes at either site.
 void Exchange::tellHost(std::size_t site, std::size_t learner, MacVniPair const& key) const {
   if (!records_[site].isTelling()) return;
   Host const row = records_[site].reader->exported().host->host(key);

@@ -10,7 +10,7 @@ Learned::Learned(Site const& site, bool repair)
 }
 
 void Learned::hostIs(Host const& row) {
-  // A row that readers take for absent says that there is none.
+  // Readers take a default row for absent, so it is removed.
   if (row == Host()) return hostDel(row.key());
   if (tables_.host->host(row.key()) != row) tables_.host->hostIs(row);
 }

@@ -202,7 +202,7 @@ void LearnedSources::mergeFlood(VniVtepPair const& key) {
   }
 }
 
-/// Drops at most `limit` entries of a ledger, and merges their keys; true where none is left.
+/// Removes at most `limit` entries of a ledger, and merges their keys; true if none is left.
 bool LearnedSources::drop(Ledger& ledger, std::size_t& limit) {
   for (auto const& entry : ledger.hosts) {
     if (limit == 0) return false;
@@ -220,7 +220,8 @@ bool LearnedSources::drop(Ledger& ledger, std::size_t& limit) {
   return true;
 }
 
-/// Until every source is whole, the last word of an earlier run on the capability stays where none speaks.
+/// Until every source is synced or given up, the earlier run's capability stays in force if no source tells
+/// one.
 void LearnedSources::mergeState() {
   EvpnState state = learned_.state();
   state.isWhole = isSettled_;

@@ -160,9 +160,9 @@ std::optional<double> timeOf(Parsed const& object) {
   return found->get<double>();
 }
 
-/// Reads an event as programs write it, in one pass: an object whose texts are ASCII without escapes, whose
-/// numbers are digits, those of `t` perhaps with a fraction. All that is otherwise, errors too, it leaves to
-/// `readAny()`, which takes some ten times as long and says what is wrong and where.
+/// Reads an event in the form in which programs write it, in one pass: an object whose texts are ASCII
+/// without escapes and whose numbers are digits; `t` may have a fraction. All other lines, also wrong ones,
+/// are left to `readAny()`, which takes about ten times as long and names the error and its place.
 class PlainLine {
  public:
   explicit PlainLine(std::string_view line)
@@ -171,7 +171,7 @@ class PlainLine {
   std::optional<Event> read() {
     bool const isRead = take('{') && readMember();
     if (!isRead) return std::nullopt;
-    // What a recording leaves out is the time alone, and only where it stands in front.
+    // A recording leaves out the time alone, and only if it is the first member.
     char const* members = line_ + 1;
     bool const isTimeInFront = present_ == keyT;
     while (take(',')) {
@@ -320,7 +320,7 @@ class PlainLine {
     return take(']');
   }
 
-  /// A text without escapes, control characters and bytes that are no ASCII.
+  /// A text of ASCII bytes without escapes and control characters.
   bool readText(std::string_view& text) {
     if (!take('"')) return false;
     char const* const begin = at_;
@@ -328,7 +328,7 @@ class PlainLine {
     text = std::string_view(begin, static_cast<std::size_t>(at_ - begin));
     return at_ != end_ && *at_++ == '"';
   }
-  /// Digits, the first of them 0 only where it is alone.
+  /// Digits; a leading 0 is allowed only as the single digit.
   bool skipDigits() {
     char const* const begin = at_;
     while (at_ != end_ && isDigit(*at_)) ++at_;
@@ -344,7 +344,7 @@ class PlainLine {
     while (at_ != end_ && (*at_ == ' ' || *at_ == '\t')) ++at_;
   }
   static bool isDigit(char c) { return c >= '0' && c <= '9'; }
-  /// More than 15 for what is none.
+  /// The value of a hexadecimal digit; more than 15 for any other character.
   static unsigned hexDigit(char c) {
     if (isDigit(c)) return static_cast<unsigned>(c - '0');
     auto const letter = static_cast<unsigned>(c | 0x20) - 'a';

@@ -10,7 +10,7 @@ namespace {
 
 /// "0" to "255", and "00" to "ff".
 struct Octets {
-  char decimal[256][4];  ///< The last one is how long it is.
+  char decimal[256][4];  ///< The last element is the length.
   char hex[256][2];
 };
 constexpr Octets octets = [] {
@@ -26,7 +26,7 @@ constexpr Octets octets = [] {
   return result;
 }();
 
-/// Writes the parts of a line that have bounds one behind the other: what is recorded is a line an event.
+/// Writes the parts of a line that have a fixed maximum length.
 class LineWriter {
  public:
   template <std::size_t size>

@@ -46,7 +46,7 @@ Feed::Feed(Loop& loop, Options options)
   isPartial_ = isPartlyRead();
 }
 
-/// A former descriptor is closed only now, so that what the next writer has written already is not lost.
+/// The former descriptor is closed after the new one is open, so that no octets of the next writer are lost.
 void Feed::open() {
   if (options_.file == "-") {
     fd_ = STDIN_FILENO;
@@ -59,12 +59,12 @@ void Feed::open() {
   struct stat status;
   if (fstat(fd_, &status) != 0) throwErrno(name_);
   if (S_ISDIR(status.st_mode)) throw std::system_error(EISDIR, std::generic_category(), name_);
-  // Everything else than these can be read at once, and cannot be waited for.
+  // All other kinds can be read at once, and epoll does not take them.
   isFile_ = !S_ISFIFO(status.st_mode) && !S_ISSOCK(status.st_mode) && isatty(fd_) == 0;
   isFifo_ = options_.file != "-" && S_ISFIFO(status.st_mode);
 }
 
-/// What lies in a FIFO when it is opened was written to a reader that is gone, who may have read the
+/// Octets that a FIFO holds when it is opened were written to an earlier reader, which may have read the
 /// beginning.
 bool Feed::isPartlyRead() const {
   int bytes = 0;
@@ -165,8 +165,8 @@ void Feed::take(LineCutter::Line& line) {
   lastTime_ = *waiting_->time;
 }
 
-/// Of a recording every entry is this feed's, whosoever told it, but for an earlier run's. Where the process
-/// that was recorded started again, so does the feed.
+/// In a recording every entry counts as this feed's, whichever source told it, except an earlier run's. Where
+/// the recorded process started again, the feed begins to tell its state again.
 void Feed::apply(Event const& event) {
   ++events_;
   ++writersEvents_;
@@ -215,7 +215,7 @@ void Feed::state(SourceState next, std::string const& cause) {
   for (Origin const origin : {Origin::controller, Origin::evpn}) state(origin, next, cause);
 }
 
-/// All that the side has to say of its state has been said.
+/// The side's state is complete.
 void Feed::sync(Origin origin) {
   if (states_[static_cast<std::size_t>(origin)] == SourceState::synced) return;
   if (isPartial_) {
@@ -230,7 +230,7 @@ void Feed::sync(Origin origin) {
 void Feed::endOfInput() {
   if (isFifo_ && options_.reopens) return nextWriter();
   if (writersEvents_ == 0) {
-    // Who dies before it says anything has not said that nothing is there.
+    // A writer that ends before its first event has not said that its state is empty.
     state(SourceState::lost, "it ended before its first event");
   } else {
     // What EVPN learned comes first: it decides what is exported.

@@ -8,7 +8,7 @@ namespace Agent {
 
 namespace {
 
-/// Refusals of one reason that are named; the others are counted.
+/// How many refusals for one reason are logged; further ones are only counted.
 constexpr std::uint64_t namedRefusals = 5;
 
 std::string_view refusalOf(Wirix::IpAddr vtep) {
@@ -117,7 +117,7 @@ void Sources::state(SourceId source, SourceState next, std::string const& cause)
     if (record.isAgain) ledgers_->begin(source);
     record.hasTold = true;
   } else if (next == SourceState::syncing) {
-    applyFlags(source);  // it has said what it will
+    applyFlags(source);  // its state is complete
   } else if (next == SourceState::synced && isAnother) {
     record.givenUp = record.isOverdue = false;
     if (record.timer) record.timer->cancel();
@@ -179,7 +179,7 @@ void Sources::finish() {
   while (!sweepSome()) continue;
 }
 
-/// Takes a part of what goes out of force; false where there is more.
+/// Withdraws a part of the entries; false if more are left.
 bool Sources::sweepSome() {
   for (SourceId source = 0; source < records_.size(); ++source) {
     Sweep const sweep = records_[source].sweep;

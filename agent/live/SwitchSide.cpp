@@ -68,8 +68,8 @@ struct SwitchSide::Parts {
 SwitchSide::SwitchSide(Loop& loop, SwitchOptions const& options, Sources& sources, Controller& controller)
     : parts_(std::make_unique<Parts>()) {
   options.check();
-  // What a lost switch had told is freed bit by bit. The library would only put the small pieces aside and
-  // join all of them at some later call: 45 ms in one turn for 100,000 rows.
+  // The entries of a lost switch are freed a part a turn. The C library would keep the small pieces and join
+  // all of them in one later call: 45 ms in one turn for 100,000 rows.
   mallopt(M_MXFAST, 0);
   for (std::string const& text : options.switches) {
     Given const given = givenIn(text);

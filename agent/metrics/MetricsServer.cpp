@@ -40,7 +40,7 @@ std::optional<std::string> answerTo(std::string const& request, std::function<st
 }  // namespace
 
 MetricsServer::MetricsServer(Loop& loop, HostPort const& address, std::function<std::string()> text)
-    // Who is idle makes room for others.
+    // An idle client is dropped when another one comes.
     : server_(loop, listeningAt(address), {.request = 8192, .clients = 16, .replaces = true},
               [text = std::move(text)](std::string const& request) { return answerTo(request, text); }) {}
 

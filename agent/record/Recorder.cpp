@@ -47,7 +47,7 @@ class Recorder::Tap : public SourceLedgers {
     recorder_.write(source, event);
     ledgers_.apply(source, event);
   }
-  /// Of a controller's flags their owner knows whether they count.
+  /// Flags of the controller are recorded by their owner, when they come into force.
   void flag(SourceId source, Event const& event) override {
     if (side_ == Origin::evpn) recorder_.write(source, event);
     ledgers_.flag(source, event);
@@ -59,7 +59,7 @@ class Recorder::Tap : public SourceLedgers {
 
   void tellState(Tell const& tell) const override { ledgers_.tellState(tell); }
 
-  /// Records what an earlier run left, or all that has become of it since.
+  /// Records the state: what an earlier run left, and the entries since.
   void recordState(bool ofEarlierRun) const {
     for (SourceId source = 0; !ofEarlierRun && source < sources_.size(); ++source) tellSource(source);
     tellState([&](SourceId source, Event const& event) {
@@ -153,7 +153,7 @@ void Recorder::open() {
   beginFile();
 }
 
-/// Behind the last whole line of what is there, which must be a recording.
+/// Continues an existing file, which must be a recording, after its last whole line.
 void Recorder::continueFile() {
   struct stat status;
   checked(fstat(fd_.get(), &status), "stat");
@@ -177,7 +177,7 @@ void Recorder::continueFile() {
   checked(ftruncate(fd_.get(), static_cast<off_t>(size_)), "truncate");
 }
 
-/// What holds is written at once, so that a run is never without it.
+/// The state is written at once, so that every file of a run has it.
 void Recorder::beginFile() {
   std::uint64_t const before = size_;
   isTurnsFirst_ = true;

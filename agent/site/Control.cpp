@@ -52,8 +52,8 @@ Fd newSocket(int flags) {
   return Fd(checked(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0), "socket"));
 }
 
-/// A socket that listens at the place, or at what a killed process left there. It gets its name only when it
-/// listens, so that whoever finds it is answered.
+/// A socket that listens at the path; one that a killed process left there is replaced. It gets the name only
+/// when it listens, so that every client that finds it gets an answer.
 Fd listeningAt(std::string const& path) {
   std::string const unnamed = path + ".new";
   Place const place(unnamed);
@@ -85,7 +85,7 @@ std::optional<std::string> answerTo(std::string const& request, ControlServer::A
 
 Fd connectedTo(Site const& site, Asked const& asked) {
   Fd fd = newSocket(0);
-  // A process that is stopped does not keep whoever asks it.
+  // A stopped process does not block the client.
   timeval const patience{5, 0};
   checked(setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), "setsockopt");
   checked(setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience), "setsockopt");

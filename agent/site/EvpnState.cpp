@@ -41,7 +41,7 @@ EvpnStateReader::EvpnStateReader(Loop& loop, std::string folder, Loop::Handler t
 EvpnStateReader::~EvpnStateReader() { loop_.unwatch(table_.fd()); }
 
 void EvpnStateReader::deliver() {
-  if (table_.fd() < 0) {  // it does not even wait
+  if (table_.fd() < 0) {  // no descriptor was left, so no event will come
     table_.unmount();
     mount();
   }
@@ -57,7 +57,7 @@ void EvpnStateReader::mount() {
   });
 }
 
-/// What cannot be read at the moment is as it was.
+/// If the row cannot be read now, the last one stays.
 void EvpnStateReader::take() {
   table_.deliver();
   if (table_.isReadable()) {

@@ -12,7 +12,7 @@ Orb::Ptr<Entity> make(char const* name) {
   return Orb::makePtr<Entity>(Orb::Name(name));
 }
 
-/// A flag as it counts, whoever said it.
+/// The event of a flag that came into force.
 Event flagEvent(Op flag, bool value) {
   Event event;
   event.from = flag == Op::enabled ? Origin::controller : Origin::evpn;
@@ -58,7 +58,7 @@ HostedModule::HostedModule(Loop& loop, Site const& site, bool repair, std::chron
   capabilityIs();
 }
 
-/// What was written stays; the machines and this object merely stop watching.
+/// Rows stay; the machines and this object only stop watching.
 HostedModule::~HostedModule() {
   follower_.reset();
   teardown();
@@ -74,7 +74,7 @@ void HostedModule::recorderIs(Recorder& recorder) {
   recorder_ = &recorder;
 }
 
-/// The flags last: what they start finds the rest.
+/// The flags come last: the machines that they start find the entries.
 void HostedModule::tellState(Tell const& tell) const {
   controller_->tellState(tell);
   if (tap_) tap_->tellState(*vniStatusDir_, tell);
@@ -82,7 +82,8 @@ void HostedModule::tellState(Tell const& tell) const {
   if (saidCapability_) tell(earlierRun, flagEvent(Op::capability, *saidCapability_));
 }
 
-/// Behind what the flag has brought about: a replay has what was learned then when it comes to it.
+/// Recorded after the flag's effects: a replay has the rows that were learned meanwhile when it reads the
+/// flag.
 void HostedModule::record(Op flag, bool value) {
   if (recorder_) recorder_->write(earlierRun, flagEvent(flag, value));
 }
@@ -99,8 +100,8 @@ void HostedModule::flag(SourceId, Event const& event) {
   capabilityIs();
 }
 
-/// What the EVPN side says counts, whatever feeds say, and what it assumes where they say nothing. Where
-/// nobody has said anything, nothing is off.
+/// The EVPN side's capability counts before that of feeds. An assumed capability counts if no feed tells one.
+/// If nothing has been told, nothing is switched off.
 void HostedModule::capabilityIs() {
   using enum EvpnState::Capability;
   std::optional<EvpnState> const evpns = evpnState_.state();
@@ -126,8 +127,8 @@ void HostedModule::forgetEarlier() {
   sources_.keepsEarlierIs(false);
 }
 
-/// Rows of other origin in switches may go once EVPN's side has told all that it knows, too; a side that is
-/// not wanted has nothing to tell.
+/// Switches may lose rows that were never wanted when the EVPN side is whole, too; while the integration is
+/// off, the EVPN side counts as whole.
 void HostedModule::settleRemotes() {
   if (!sources_.isSettled() || controller_->isSettled()) return;
   bool const isWhole = tx_ && Brine::isReadable(learned_->host->mountStatus()) && follower_->isUpToDate() &&
@@ -181,9 +182,9 @@ void HostedModule::stop() {
   log_("integration off: what it wrote is removed");
 }
 
-/// The receive machine's cleanup() withdraws the rows that the tables hold now. They are another process's,
-/// which may be ahead of what the machine was told, and it takes a row that it never saw for a fault. So it
-/// is asked for each entry that it did write.
+/// The receive machine's cleanup() withdraws the rows that the tables hold now. Another process writes the
+/// tables and may be ahead of the deliveries, and the machine aborts for a row that it never saw. So this
+/// function calls the machine for each entry that it did write.
 void HostedModule::withdrawLearned() {
   using namespace QorEvpn;
   std::vector<MacVniPair> hosts;
@@ -230,7 +231,7 @@ void HostedModule::seedBrIdList() {
              [&](QorEvpn::FloodEntry const& row) { add(row.key().vni()); });
 }
 
-/// What an earlier run left is kept as an entry of its own.
+/// The rows of the earlier run become entries of the controller.
 void HostedModule::seedController() {
   for (auto const& entry : brIdList_->brIdList()) controller_->earlierIs(Bridging::BridgeId(entry.key).vni());
   forEachRow(*exported_.host, exported_.host->hostWalk(), [&](QorEvpn::Host const& row) {
@@ -250,14 +251,14 @@ void HostedModule::handleBrId(Bridging::BridgeId const& brId) {
   }
 }
 
-/// The state first: it is written last.
+/// The state is read first, since it is written last.
 void HostedModule::deliver() {
   evpnState_.deliver();
   if (follower_) follower_->deliver();
   capabilityIs();
 }
 
-/// Says it when the EVPN side comes or goes.
+/// Logs that the EVPN side's tables came or went.
 void HostedModule::reportLearned() {
   std::string report;
   for (auto const& [name, status, detail] :
@@ -267,7 +268,7 @@ void HostedModule::reportLearned() {
                    learned_->flood->mountDetail())}) {
     if (!report.empty()) report += ", ";
     report.append(name).append(": ").append(toText(status));
-    // That there is no table yet needs no explanation.
+    // A table that does not exist yet is normal.
     bool const isPlain = isReadable(status) || status == Brine::MountStatus::noTable;
     if (!isPlain) report.append(" (").append(detail).append(")");
   }
@@ -280,7 +281,7 @@ void HostedModule::endTurn() {
   settleRemotes();
   exported_.endTurn();
   brIdTable_.endTurn();
-  // From now on the tables have every row that holds, whoever starts again.
+  // From now on the tables hold every valid row, also after a restart.
   if (tx_ || toldOff_) {
     EvpnState exported = exportedState_->state();
     exported.hasOwn = exported.hasOwn || sources_.isSettled();

@@ -1,5 +1,4 @@
-/// What HostedModule says of its machines' inputs and outputs to those who ask why a row is there, or whether
-/// all are right.
+/// HostedModule's answers about the inputs and outputs of its machines: why a row exists, and for audits.
 #include "agent/audit/BothSides.h"
 #include "agent/explain/Why.h"
 #include "agent/site/HostedModule.h"

@@ -75,7 +75,7 @@ Follower::Follower(Loop& loop, TablePair& tables, Loop::Handler told, std::uint6
 Follower::~Follower() { unwatch(); }
 
 void Follower::deliver(std::uint64_t limit) {
-  // Without a descriptor a table does not even wait.
+  // A table without a descriptor gets no event.
   bool const waits = tables_.host->fd() >= 0 && tables_.flood->fd() >= 0;
   if (!waits) {
     unwatch();

@@ -26,7 +26,7 @@ Site Site::made(std::string dir) {
     throw std::system_error(error, std::generic_category(), what + dir);
   };
   if (mkdir(dir.c_str(), 0755) == 0) {
-    // Its readers need it, whatever the umask.
+    // Readers need these permissions; the umask must not remove them.
     if (chmod(dir.c_str(), 0755) != 0) fail(errno, "cannot open to readers: ");
   } else if (errno != EEXIST) {
     fail(errno, "cannot make the directory ");
@@ -34,7 +34,7 @@ Site Site::made(std::string dir) {
   struct stat status;
   if (stat(dir.c_str(), &status) != 0) fail(errno, "");
   if (!S_ISDIR(status.st_mode)) fail(ENOTDIR, "");
-  // Whoever owns it could put other files in the place of root's.
+  // Its owner could replace root's files.
   if (geteuid() == 0 && status.st_uid != 0) fail(EPERM, "root does not work in another user's directory, ");
   return site;
 }

@@ -76,7 +76,7 @@ EvpnStatus filtered(EvpnStatus const& status, RowFilter const& filter) {
 nlohmann::ordered_json toJson(EvpnStatus const& status) {
   using Json = nlohmann::ordered_json;
   Json result = Json::object();
-  // Members are told apart already; by key, each one would be compared with all before it.
+  // Keys are unique already; operator[] would compare each one with all before it.
   auto& members = result.get_ref<Json::object_t&>();
   for (auto const& [vni, rows] : status) {
     Json shown = {{"floods", Json::array()}, {"hosts", Json::array()}};

@@ -28,7 +28,7 @@ void Output::flush() {
   while (!rest.empty()) {
     std::size_t size = rest.size();
     if (stopFd_ >= 0) {
-      // A pipe that is ready takes this much without waiting.
+      // A pipe that is ready takes this many bytes without blocking.
       size = std::min<std::size_t>(size, PIPE_BUF);
       std::array<pollfd, 2> waits = {{{fd_, POLLOUT, 0}, {stopFd_, POLLIN, 0}}};
       if (poll(waits.data(), waits.size(), -1) < 0) continue;

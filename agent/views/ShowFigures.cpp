@@ -83,7 +83,7 @@ std::vector<TablePlace> vniTables() {
   return places;
 }
 
-/// One of the counts, for columns that know their place only.
+/// One of the counts, by its position, for a column.
 template <std::size_t index>
 Field<VniFigure> countField(std::vector<std::string> const& names) {
   return {names[index], names[index], true,
