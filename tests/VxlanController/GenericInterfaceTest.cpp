@@ -82,6 +82,12 @@ TEST_F(GenericInterface, AccessesByIdentifierAndByNameAndRefusesOthers) {
   EXPECT_EQ(tables(), "| 10>12 | 10 ");
   Orb::attributeInvoke(*floodList, "cleanup");
   EXPECT_EQ(tables(), "| | 10 ");
+  // Removers give the input back, once.
+  EXPECT_EQ(tx->vniDirDel(), dir);
+  EXPECT_EQ(tx->vniDirDel(), nullptr);
+  EXPECT_EQ(tx->vniStatusDirFromEvpnDel(), evpn);
+  EXPECT_EQ(rx->hostTableDel(), hostTable);
+  EXPECT_EQ(rx->floodTableDel(), floodTable);
 }
 
 }  // namespace
