@@ -34,7 +34,6 @@ class LearnedRoutes {
 
   std::uint64_t hosts() const { return hosts_; }
   std::uint64_t floods() const { return floods_; }
-  std::uint64_t routes() const { return routes_.size(); }
   /// Routes that no row can hold, by cause.
   std::map<std::string, std::uint64_t> const& unusable() const { return unusable_; }
 

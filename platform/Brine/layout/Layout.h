@@ -91,7 +91,7 @@ struct Header {
   // Line 2: the writer. Written at mount and unmount.
   uint64_t incarnation;  ///< Counts recoveries; a change tells readers to compare everything.
   uint64_t writer;       ///< 0 after a clean unmount, else whether its writer marked the file; see `Claim`.
-  uint64_t retired;      ///< Not 0 once another file has taken this one's name.
+  uint64_t reserved;     ///< 0.
   uint64_t dropped;      ///< Damaged rows dropped by recoveries so far.
   uint64_t reserved2[4];
   // Line 3: geometry, sealed. Written at growth and recovery.
@@ -118,7 +118,7 @@ static_assert(offsetof(Header, initialRows) == 40 && offsetof(Header, ringEntrie
 static_assert(offsetof(Header, keyWords) == 48 && offsetof(Header, rowWords) == 52);
 static_assert(offsetof(Header, identityCheck) == 56 && offsetof(Header, rowType) == 64);
 static_assert(offsetof(Header, incarnation) == 128 && offsetof(Header, writer) == 136);
-static_assert(offsetof(Header, retired) == 144 && offsetof(Header, dropped) == 152);
+static_assert(offsetof(Header, reserved) == 144 && offsetof(Header, dropped) == 152);
 static_assert(offsetof(Header, geometry) == 192 && offsetof(Header, head) == 256);
 static_assert(offsetof(Header, quiet) == 264 && offsetof(Header, rows) == 272);
 static_assert(offsetof(Header, highWater) == 320 && offsetof(Header, doorbell) == 384);

@@ -36,8 +36,7 @@ Reader::Outlook Reader::look(MountStatus status) {
 
 void Reader::takeEvents(Outlook& outlook) {
   WatchEvents const events = watch_.take();
-  bool const mayBeReplaced = events.renamed || outlook.status == MountStatus::noResources ||
-                             (mounted_.segment && loadAcquire(&mounted_.segment->header()->retired) != 0);
+  bool const mayBeReplaced = events.renamed || outlook.status == MountStatus::noResources;
   if (!mounted_.segment || (mayBeReplaced && isReplaced())) {
     attach(outlook);
   } else {

@@ -52,15 +52,11 @@ bool Writer::open(RowShape const& shape, Folder const& folder, bool repair) {
 void Writer::make(RowShape const& shape, Folder const& folder, MountOptions const& options) {
   Fd file = folder.openNew();
   Segment::format(shape, file.get(), options.initialRows, options.ringEntries);
-  Fd const replaced = claim_.releaseTable();
+  Fd const replaced = claim_.releaseTable();  // marked until the new one has its name
   claim_.tableIs(std::move(file));
   take(shape, false);
   recover(false);
   folder.publishNew();
-  // Readers of the old file look for the new one. They also see the directory change, should this not come to
-  // be.
-  uint64_t const retired = 1;
-  if (replaced) sys.writeAt(replaced.get(), &retired, sizeof retired, offsetof(Header, retired));
 }
 
 void Writer::take(RowShape const& shape, bool repair) {
