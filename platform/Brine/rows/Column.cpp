@@ -41,41 +41,41 @@ unsigned searchByWords(uint8_t const* low, uint8_t const* high, unsigned blocks,
 // spread evenly, the second one those of them that have the word. Both without a branch on what they read,
 // since none could be foreseen.
 //
-// The loads are assembler statements: other processes may be storing these bytes, and the language has no
-// atomic access that is as wide. No load tears a byte, which is all that is asked of it.
+// The loads are within assembler statements: other processes may be storing these bytes, and the language has
+// no atomic access that is as wide. No load tears a byte, which is all that is asked of it.
 
-[[gnu::target("avx2"), gnu::always_inline]] inline __m256i load32(uint8_t const* bytes) {
-  __m256i loaded;
-  asm("vmovdqu %1, %0" : "=x"(loaded) : "m"(*static_cast<__m256i const*>(static_cast<void const*>(bytes))));
-  return loaded;
+/// Which of the 32 bytes there are like those wanted, all bits of each.
+[[gnu::target("avx2"), gnu::always_inline]] inline __m256i hits32(uint8_t const* bytes, __m256i wanted) {
+  __m256i hits;
+  asm("vpcmpeqb %1, %2, %0"
+      : "=x"(hits)
+      : "m"(*static_cast<__m256i const*>(static_cast<void const*>(bytes))), "x"(wanted));
+  return hits;
 }
 
 [[gnu::target("avx2")]] unsigned searchBy32(uint8_t const* low, uint8_t const* high, unsigned blocks,
                                             ColumnWord word, ColumnBlock* found) {
   __m256i const lows = _mm256_set1_epi8(static_cast<char>(word));
   __m256i const highs = _mm256_set1_epi8(static_cast<char>(word >> 8));
-  uint8_t likely[Column::blocksPerSearch];
-  unsigned likelyCount = 0;
-  for (unsigned block = 0; block < blocks; ++block) {
-    uint8_t const* const bytes = low + block * blockRows;
-    __m256i const hits =
-        _mm256_or_si256(_mm256_cmpeq_epi8(load32(bytes), lows), _mm256_cmpeq_epi8(load32(bytes + 32), lows));
-    likely[likelyCount] = static_cast<uint8_t>(block);
+  uint32_t likely[Column::blocksPerSearch];
+  size_t likelyCount = 0;
+  for (size_t first = 0; first < size_t{blocks} * blockRows; first += blockRows) {
+    __m256i const hits = _mm256_or_si256(hits32(low + first, lows), hits32(low + first + 32, lows));
+    likely[likelyCount] = static_cast<uint32_t>(first);
     likelyCount += _mm256_movemask_epi8(hits) != 0;
   }
-  unsigned count = 0;
-  for (unsigned i = 0; i < likelyCount; ++i) {
-    uint32_t const first = likely[i] * blockRows;
-    uint64_t rows = 0;
-    for (unsigned half = 0; half < blockRows; half += 32) {
-      __m256i const hits = _mm256_and_si256(_mm256_cmpeq_epi8(load32(low + first + half), lows),
-                                            _mm256_cmpeq_epi8(load32(high + first + half), highs));
-      rows |= uint64_t{static_cast<uint32_t>(_mm256_movemask_epi8(hits))} << half;
-    }
-    found[count] = {first, rows};
+  size_t count = 0;
+  for (size_t i = 0; i < likelyCount; ++i) {
+    size_t const first = likely[i];
+    auto const hitsFrom = [&](size_t row) __attribute__((target("avx2"), always_inline)) {
+      __m256i const hits = _mm256_and_si256(hits32(low + row, lows), hits32(high + row, highs));
+      return uint64_t{static_cast<uint32_t>(_mm256_movemask_epi8(hits))};
+    };
+    uint64_t const rows = hitsFrom(first) | hitsFrom(first + 32) << 32;
+    found[count] = {likely[i], rows};
     count += rows != 0;
   }
-  return count;
+  return static_cast<unsigned>(count);
 }
 
 #endif
