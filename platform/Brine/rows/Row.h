@@ -1,10 +1,10 @@
 #pragma once
 
-#include <bit>
 #include <cstdint>
 
 #include "Brine/layout/Layout.h"
 #include "Brine/layout/Word.h"
+#include "Brine/rows/Crc32c.h"
 
 /// One row slot: reading it whole or not at all, and the writer's steps that make this possible.
 ///
@@ -16,35 +16,31 @@ namespace Brine {
 /// a damaged version that selects the other copy is found), its key and its value. Of a dead slot only place
 /// and version count, since the key is rewritten while the slot is still dead.
 ///
-/// Words are taken in by turns into two sums, a word a step, of which the first one begins with seed and
-/// place; the last step takes in the second sum and the version. A step maps different sums, and different
-/// words, to different sums, so a change of one word always moves the total; it leaves the high half as it
-/// is once in four thousand million cases, and so do most changes of several words. But a product's top bit
-/// is that of its factor: a flip of a word's bit 34, which is turned there, always cancels out with one of
-/// bit 63 of the next word of its sum, behind the second sum with one of the version's bit 31. Its halves
-/// change places so that equal flips of two words do not. The turn brings high bits, which depend on all
-/// others, down to where the next product spreads them.
-///
-/// It must be found in a few instructions, since every read makes it, and soon after the row has arrived,
-/// since the processor looks ahead only so far: hence the two sums, and the version last, which alone a
-/// writer must first read from the slot.
+/// A CRC-32C: every change of up to five bits is found, wherever they are, and every one within 32 bits that
+/// lie side by side; of others one in four thousand million is not. It begins with half of the seed, and the
+/// place. Every read makes it, so it takes an instruction a word where the processor has one; the version
+/// comes last, which alone a writer must first read from the slot.
 [[gnu::always_inline]] inline uint32_t rowCheck(uint64_t seed, uint32_t id, uint64_t version,
                                                 uint64_t const* words, unsigned count) {
-  uint64_t sums[2] = {seed ^ id, 0};
-  auto const add = [&sums](unsigned turn, uint64_t word) {
-    uint64_t& sum = sums[turn % 2];
-    sum = std::rotl(sum ^ word, 29) * 0xE7037ED1A0B428DBU;
+  auto const sumBy = [&](auto const& add) __attribute__((always_inline)) {
+    uint64_t sum = static_cast<uint32_t>(seed) ^ id;
+    for (unsigned i = 0; i < count; ++i) sum = add(sum, words[i]);
+    return static_cast<uint32_t>(add(sum, version));
   };
-  for (unsigned i = 0; i < count; ++i) add(i, words[i]);
-  add(0, std::rotl(sums[1], 32) ^ version);
-  return static_cast<uint32_t>(sums[0] >> 32);
+  if (hasCrc32c()) [[likely]]
+    return sumBy(addByProcessor);
+  return sumBy(addByTable);
 }
 
-/// The valid copy, 0 or 1: a number to compute with, since no branch on it could be foreseen.
-constexpr unsigned copyOf(uint64_t version) { return static_cast<unsigned>(version / versionCopyB % 2); }
+/// Words from copy A's value to the valid copy's, and bits from its check to theirs: computed, since no
+/// branch on which copy it is could be foreseen.
+constexpr uint64_t wordsToCopy(uint64_t version, unsigned valueWords) {
+  return (version & versionCopyB) * valueWords / versionCopyB;
+}
+constexpr uint64_t bitsToCheck(uint64_t version) { return (version & versionCopyB) * 32 / versionCopyB; }
 
 constexpr uint32_t checkOfCopy(uint64_t checks, uint64_t version) {
-  return static_cast<uint32_t>(checks >> (copyOf(version) * 32));
+  return static_cast<uint32_t>(checks >> bitsToCheck(version));
 }
 
 constexpr uint64_t sequenceOf(uint64_t version) { return version >> versionSequenceShift; }
@@ -78,7 +74,7 @@ inline constexpr unsigned maxRowRetries = 1U << 16;
                                                                                : RowState::damaged;
     }
     uint64_t const* const key = slot + 2;
-    uint64_t const* const value = key + keyWords + copyOf(seen) * valueWords;
+    uint64_t const* const value = key + keyWords + wordsToCopy(seen, valueWords);
     for (unsigned i = 0; i < keyWords; ++i) words[i] = loadAcquire(key + i);
     for (unsigned i = 0; i < valueWords; ++i) words[keyWords + i] = loadAcquire(value + i);
     if (loadRelaxed(slot) != seen) continue;
@@ -117,7 +113,7 @@ class RowWriter {
     if (insertion) {
       for (unsigned i = 0; i < keyWords; ++i) storeRelease(key + i, words[i]);
     }
-    uint64_t* const value = key + keyWords + copyOf(version_) * valueWords;
+    uint64_t* const value = key + keyWords + wordsToCopy(version_, valueWords);
     for (unsigned i = 0; i < valueWords; ++i) storeRelease(value + i, words[keyWords + i]);
     storeCheck(rowCheck(seed_, id_, version_, words, keyWords + valueWords));
   }
@@ -136,7 +132,7 @@ class RowWriter {
     return sequence << versionSequenceShift | (~loadRelaxed(slot_) & versionCopyB);
   }
   [[gnu::always_inline]] void storeCheck(uint32_t check) {
-    unsigned const shift = copyOf(version_) * 32;
+    uint64_t const shift = bitsToCheck(version_);
     uint64_t const old = loadRelaxed(slot_ + 1) & ~(uint64_t{0xFFFFFFFFU} << shift);
     storeRelease(slot_ + 1, old | uint64_t{check} << shift);
   }
