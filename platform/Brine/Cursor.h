@@ -61,60 +61,76 @@ class [[nodiscard]] Cursor {
     if (writer != nullptr && column) expected_ = writer->writer().rowsOf(columnWordOf(*column));
   }
 
-  /// Moves on to the next row; false at the end.
-  [[gnu::always_inline]] bool step() {
+  /// Moves on to the next row; false at the end. What most rows do not need is called, and called last: they
+  /// wait for no registers to be kept.
+  bool step() {
     pin_.unlink();
     if (!mounted_.segment || mounted_.serial != serial_) return false;
+    if (column_) return stepToMatch();
+    return stepInPiece() || stepToPiece();
+  }
+
+  [[gnu::always_inline]] bool stepInPiece() {
+    constexpr unsigned stride = Layout(16, 16, C::keyWords, C::rowWords).rowStride();
+    // The processor's own prefetch stops at the end of a page.
+    constexpr unsigned rowsAhead = 24;
     uint64_t const seed = mounted_.segment->seed();
-    uint32_t id = noRow;
-    while (uint64_t const* const slot = nextSlot(id)) {
-      uint64_t words[C::rowWords];  // Its address goes nowhere, so it lies in registers.
-      uint64_t version = 0;
-      RowState const state = readSlot<Row>(slot, id, seed, words, version);
-      if (state == RowState::dead) continue;
-      if (state == RowState::damaged) throwRowDamage(id);
-      // Another column value may have the same word, or the slot have gone to another row since it was read.
-      if (column_) {
-        met_ += columnWordOf(C::column(words)) == columnWordOf(*column_);
-        if (C::column(words) != *column_) continue;
-      }
-      decodeRow(words, id, row_);
-      shownId_ = id;
-      if (reader_ != nullptr) {
-        shownVersion_ = version;
-        for (unsigned i = 0; i < C::keyWords; ++i) shownKey_[i] = words[i];
-      }
-      return true;
+    while (id_ < pieceEnd_) {
+      uint64_t const* const slot = std::exchange(slot_, slot_ + stride);
+      prefetch(slot + rowsAhead * stride);
+      if (take(slot, id_++, seed, false)) return true;
     }
     return false;
+  }
+
+  [[gnu::noinline]] bool stepToPiece() {
+    while (hasMore()) {
+      if (stepInPiece()) return true;
+    }
+    return false;
+  }
+
+  [[gnu::noinline]] bool stepToMatch() {
+    Segment const& segment = *mounted_.segment;
+    uint64_t const seed = segment.seed();
+    for (;;) {
+      while (match_ == matchEnd_) {
+        if (block_ == blockCount_ && id_ >= end_ && !hasMore()) {
+          if (!findHidden()) return false;
+        } else {
+          gatherMatches();
+        }
+      }
+      uint32_t const id = *match_++;
+      if (take(segment.slot(id), id, seed, true)) return true;
+    }
+  }
+
+  /// Reads the slot. False if no row lives there that the walk is to show.
+  [[gnu::always_inline]] bool take(uint64_t const* slot, uint32_t id, uint64_t seed, bool isFiltered) {
+    uint64_t words[C::rowWords];  // Its address goes nowhere, so it lies in registers.
+    uint64_t version = 0;
+    RowState const state = readSlot<Row>(slot, id, seed, words, version);
+    if (state == RowState::dead) return false;
+    if (state == RowState::damaged) throwRowDamage(id);
+    // Another column value may have the same word, or the slot have gone to another row since it was read.
+    if (isFiltered) {
+      met_ += columnWordOf(C::column(words)) == columnWordOf(*column_);
+      if (C::column(words) != *column_) return false;
+    }
+    decodeRow(words, id, row_);
+    shownId_ = id;
+    if (reader_ != nullptr) {
+      shownVersion_ = version;
+      for (unsigned i = 0; i < C::keyWords; ++i) shownKey_[i] = words[i];
+    }
+    return true;
   }
 
   [[gnu::always_inline]] Row const* show() {
     if (writer_ != nullptr) writer_->lastIdIs(shownId_);
     if (reader_ != nullptr) reader_->meet(shownKey_, shownId_, shownVersion_, row_, pin_, audience_);
     return &row_;
-  }
-
-  /// The slot of the next row to look at, with its id, or null.
-  [[gnu::always_inline]] uint64_t const* nextSlot(uint32_t& id) {
-    constexpr unsigned stride = Layout(16, 16, C::keyWords, C::rowWords).rowStride();
-    // The processor's own prefetch stops at the end of a page.
-    constexpr unsigned rowsAhead = 24;
-    if (!column_) {
-      if (id_ >= pieceEnd_ && !hasMore()) return nullptr;
-      id = id_++;
-      prefetch(slot_ + rowsAhead * stride);
-      return std::exchange(slot_, slot_ + stride);
-    }
-    while (match_ == matchEnd_) {
-      if (block_ == blockCount_ && id_ >= end_ && !hasMore()) {
-        if (!findHidden()) return nullptr;
-      } else {
-        gatherMatches();
-      }
-    }
-    id = *match_++;
-    return mounted_.segment->slot(id);
   }
 
   /// The writer at the end of a filtered walk: where it has met fewer rows than there were, a byte of the
