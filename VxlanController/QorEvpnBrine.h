@@ -45,8 +45,7 @@ struct Brine::Codec<QorEvpn::Host> {
   }
   /// As `MacVniPair::hash()`, for any words.
   [[gnu::always_inline]] static uint32_t hash(uint64_t const* words) {
-    return QorEvpn::Impl::wangHash(Wirix::EthAddr::ofValue(words[0]).hash() ^
-                                   static_cast<uint32_t>(words[1]));
+    return QorEvpn::Impl::wangHash(Orb::hashMix(words[0]) ^ static_cast<uint32_t>(words[1]));
   }
   static uint32_t column(uint64_t const* words) { return static_cast<uint32_t>(words[1]); }
 };

@@ -140,17 +140,19 @@ class TableWriter {
 
   /// Writes the row where its key lives already.
   [[gnu::always_inline]] void overwrite(Own own, uint64_t const* words) {
+    uint64_t const sequence = writer_.nextSequence();
     RowWriter row(own.slot, own.id(), segment_.seed());
-    row.prepare(writer_.nextSequence(), words, keyWordCount, valueWordCount, false);
+    row.prepare(sequence, words, keyWordCount, valueWordCount, false);
     row.commit();
-    writer_.changed(own.id(), words, keyWordCount);
+    writer_.changed(sequence, own.id(), words, keyWordCount);
     lastId_ = own.id();
   }
 
   [[gnu::noinline]] void insert(Words const& key, uint64_t const* words) {
     uint32_t const id = writer_.takeId();
+    uint64_t const sequence = writer_.nextSequence();
     RowWriter row(segment_.slot(id), id, segment_.seed());
-    row.prepare(writer_.nextSequence(), words, keyWordCount, valueWordCount, true);
+    row.prepare(sequence, words, keyWordCount, valueWordCount, true);
     // Column and index first: whoever sees the row live finds it through both.
     segment_.column(id).wordIs(id, columnWordOf(C::column(words)));
     if (!segment_.index().insert(key.hash, id)) {
@@ -158,7 +160,7 @@ class TableWriter {
       throw CorruptionError("the table's index is damaged");
     }
     row.commit();
-    writer_.changed(id, words, keyWordCount);
+    writer_.changed(sequence, id, words, keyWordCount);
     writer_.rowCame(columnWordOf(C::column(words)));
     lastId_ = id;
   }
@@ -166,13 +168,14 @@ class TableWriter {
   [[gnu::always_inline]] void eraseAt(Own own, Words const& key) {
     // First: it may run out of memory. Nobody takes the slot before this is done.
     writer_.releaseId(own.id());
+    uint64_t const sequence = writer_.nextSequence();
     RowWriter row(own.slot, own.id(), segment_.seed());
-    row.prepareRemoval(writer_.nextSequence());
+    row.prepareRemoval(sequence);
     row.commit();
     // Afterwards: until it is dead, the row must be found.
     segment_.index().erase(key.hash, own.entry);
     segment_.column(own.id()).wordIs(own.id(), noColumn);
-    writer_.changed(own.id(), key.words, keyWordCount);
+    writer_.changed(sequence, own.id(), key.words, keyWordCount);
     writer_.rowWent(columnWordOf(C::column(key.words)));
   }
 

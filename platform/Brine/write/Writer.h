@@ -48,12 +48,14 @@ class Writer {
     if (quiet_) endQuiet();
     return sequence_ + 1;
   }
-  /// Enters a committed change in the ring. Some times a turn, and at its end, its number is stored as the
-  /// ring's head, release: readers that poll the head share its line with the writer, so it is not stored for
-  /// each change.
-  [[gnu::always_inline]] void changed(uint32_t id, uint64_t const* key, unsigned keyWords) {
-    ring_.enter(++sequence_, id, key, keyWords);
-    if (sequence_ - published_ >= publishStep) publish();
+  /// Enters the committed change of that number in the ring. Some times a turn, and at its end, the number is
+  /// stored as the ring's head, release: readers that poll the head share its line with the writer, so it is
+  /// not stored for each change.
+  [[gnu::always_inline]] void changed(uint64_t sequence, uint32_t id, uint64_t const* key,
+                                      unsigned keyWords) {
+    sequence_ = sequence;
+    ring_.enter(sequence, id, key, keyWords);
+    if (sequence - published_ >= publishStep) publish();
   }
   /// A row of that column word has come, or gone.
   void rowCame(ColumnWord word) {
