@@ -19,11 +19,12 @@ namespace Orb::Impl {
 /// `ORB_REF` only.
 [[noreturn, gnu::cold, gnu::noinline]] void nullReference(char const* expression, SourceLocation where);
 
-template <class Pointer>
-[[gnu::always_inline]] inline auto& reference(Pointer const& pointer, char const* expression,
-                                              SourceLocation where) {
+/// `fault` does not return. It is a function, so that nothing is made ready for the report but where there is
+/// one.
+template <class Pointer, class Fault>
+[[gnu::always_inline]] inline auto& reference(Pointer const& pointer, Fault const& fault) {
   if (!pointer) [[unlikely]]
-    nullReference(expression, where);
+    fault();
   return *pointer.get();
 }
 
@@ -39,5 +40,7 @@ template <class Pointer>
 /// The object that a counted reference refers to, such as `ORB_REF(hostTableOut()).hostDel(key)`: as `->`
 /// does, but a null one is reported with its expression, function, file and line. `pointer` is evaluated
 /// exactly once.
-#define ORB_REF(pointer) \
-  (::Orb::Impl::reference((pointer), #pointer, {__FILE__, uint32_t{__LINE__}, __PRETTY_FUNCTION__}))
+#define ORB_REF(pointer)                                                            \
+  (::Orb::Impl::reference((pointer), [function = __PRETTY_FUNCTION__] {             \
+    ::Orb::Impl::nullReference(#pointer, {__FILE__, uint32_t{__LINE__}, function}); \
+  }))

@@ -11,7 +11,7 @@ namespace Orb {
 /// An object that can be observed.
 class Notifier : public PtrInterface {
  public:
-  NotifieeList* notifieeList() const override { return &notifiees_; }
+  NotifieeList* notifieeList() const final { return &notifiees_; }
 
  protected:
   /// Announce a change that is already in force. The object may be gone when these return: make them a

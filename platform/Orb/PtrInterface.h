@@ -51,7 +51,7 @@ class PtrInterface {
   /// Reference counting; called by Orb::Ptr. Dropping the last reference tells the notifiees
   /// (NotifieeConst::onZeroReferences) and then, unless one of them took a new reference, destroys the
   /// object.
-  void newRef() const noexcept { wordAdd(1); }
+  [[gnu::always_inline]] void newRef() const noexcept { wordAdd(1); }
   [[gnu::always_inline]] void deleteRef() const {
     if ((wordAdd(~uint32_t{0}) & countMask) == 0) [[unlikely]]
       zeroReferences();
