@@ -153,12 +153,13 @@ template <class Label>
 template <class Label>
 class Scope {
  public:
-  Scope(Handle const& handle, Orb::SourceLocation const& where, Label label)
+  // Inlined with what leaves the scope, so that one that writes nothing need not lie in memory.
+  [[gnu::always_inline]] Scope(Handle const& handle, Orb::SourceLocation const& where, Label label)
       : handle_(handle), where_(where), label_(label) {
     if (handle_.isAnyEnabled(Impl::scopeLevels)) [[unlikely]]
       exceptions_ = Impl::beginScope(handle_, where_, label_);
   }
-  ~Scope() noexcept(false) {
+  [[gnu::always_inline]] ~Scope() noexcept(false) {
     if (!isDismissed_ && handle_.isEnabled(Impl::returnLevel)) [[unlikely]]
       Impl::endScope(handle_, where_, label_, exceptions_);
   }
