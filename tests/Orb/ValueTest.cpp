@@ -65,8 +65,6 @@ TEST(Value, WhatATypeLacksIsAnError) {
   EXPECT_THROW(value.text(), Orb::UnsupportedOperationError);
   EXPECT_THROW(value.type().parse("1"), Orb::UnsupportedOperationError);
   EXPECT_THROW(value.type().less(value.object(), value.object()), Orb::UnsupportedOperationError);
-  alignas(Plain) char room[sizeof(Plain)];
-  EXPECT_THROW(value.type().construct(room), Orb::UnsupportedOperationError);
   EXPECT_THROW(ValueType::byName("plain"), Orb::UnknownTypeError);
   EXPECT_THROW(Value().type(), Orb::WrongTypeError);
   EXPECT_THROW(Value(true).as<uint32_t>(), Orb::WrongTypeError);
