@@ -53,9 +53,11 @@ class QorEvpnRxSm : public Orb::StateMachine<QorEvpnRxSm> {
   void deleteFloodEntry(QorEvpn::VniVtepPair const& key);
   void handleFloodEntry();
   void handleFloodEntry(QorEvpn::VniVtepPair const& key);
-  /// Withdraws what the rows that are in the tables now put there. Deliver first (`deliver()` of both
-  /// tables): a row that came since and was not delivered yet has no status to be withdrawn from, which
-  /// fails an assertion; what a row left that went since stays.
+  /// Withdraws what the rows that are in the tables now put there. What a row put there whose removal was
+  /// not delivered yet may stay: `deliver()` of both tables before. An addition that was not delivered yet is
+  /// announced by the walk, and withdrawn; with notification off it has no status to be withdrawn from,
+  /// which fails an assertion. Drop the machine, or switch its notification off, before the next delivery:
+  /// the removal of a withdrawn row fails the same assertion.
   void cleanup();
   void initSm();
 

@@ -183,7 +183,7 @@ void HostedModule::stop() {
 }
 
 /// The receive machine's cleanup() withdraws the rows that the tables hold now. Another process writes the
-/// tables and may be ahead of the deliveries, and the machine aborts for a row that it never saw. So this
+/// tables and may be ahead of the deliveries: what a row put there that has gone since would stay. So this
 /// function calls the machine for each entry that it did write.
 void HostedModule::withdrawLearned() {
   using namespace QorEvpn;

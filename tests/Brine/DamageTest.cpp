@@ -112,6 +112,19 @@ TEST_F(DamageTest, AHeaderWordOfAnEarlierMomentHidesNoRow) {
   }
 }
 
+TEST_F(DamageTest, AFileThatIsLongerByMoreThanAGrowthIsCorrupt) {
+  mount();
+  std::string former;
+  editFile(folder_, offsetof(Brine::Header, geometry), 8, [&](std::string& bytes) { former = bytes; });
+  fill(0, 200);
+  writer_.unmount();
+  editFile(folder_, offsetof(Brine::Header, geometry), 8, [&](std::string& bytes) { bytes = former; });
+  // The row that would tell as well.
+  editFile(folder_, testLayout.extentOffset(1), 8, [](std::string& version) { version.assign(8, 0); });
+  EXPECT_EQ(writer_.mount(folder_.options(Mode::writer)), MountStatus::corrupt);
+  EXPECT_EQ(writer_.mountDetail(), "the table's geometry is of an earlier moment");
+}
+
 TEST_F(DamageTest, ARepairMakesTheRingAnew) {
   start(40);
   editFile(folder_, testLayout.ringOffset(), 8 * testLayout.ringStride() * 16,

@@ -38,6 +38,21 @@ TEST_F(DeliveryTest, AReaderWithoutMemoryForAGrownTableCatchesUpWhenThereIsSome)
   expectCopied(copy_.table);
 }
 
+TEST_F(DeliveryTest, AReaderWithoutAFreeDescriptorFollowsToANewFileWhenThereIsOne) {
+  start(1);
+  writer_.unmount();
+  editFile(folder_, 0, 1, [](std::string& magic) { magic[0] ^= 1; });
+  mount(true);
+  fill(0, 2);
+  Brine::sys.openFile = [](int, char const*, int, mode_t) { return errno = EMFILE, -1; };
+  copy_.await();
+  expectStatus(MountStatus::noResources);
+  EXPECT_FALSE(copy_.isQuiesced());
+  Brine::sys = Brine::realSystem();
+  copy_.await(MountStatus::mounted);
+  expectCopied(writer_);
+}
+
 TEST_F(DeliveryTest, AReaderThatRunsOutOfMemoryWhileItIsToldLosesNoChange) {
   start(16);
   write(0);

@@ -63,6 +63,31 @@ TEST_F(RxSm, CleanupWithdrawsWhatTheRowsPutThereAndKeepsNoMemory) {
   EXPECT_EQ(content(), all);
 }
 
+TEST_F(RxSm, CleanupBeforeADeliveryWithdrawsWhatItsWalkMeets) {
+  make();
+  hosts->hostIs(host(10, 1, 1)), hosts->hostIs(host(20, 1, 1));
+  delivered();
+  hosts->hostIs(host(30, 1, 1)), hosts->hostDel(host(10, 1, 1).key());
+  evpns.endTurn();
+  sm->cleanup();
+  EXPECT_EQ(content(), "10[1>1/1/16 ] ") << "its removal comes with the delivery";
+  EXPECT_EQ(delivered(), "");
+  hosts->hostDel(host(20, 1, 1).key());
+  evpns.endTurn();
+  EXPECT_DEATH(own.deliver(), "assertion failed: vniStatus");
+  sm->hasNotificationActiveIs(false);
+  EXPECT_EQ(delivered(), "");
+  hosts->hostIs(host(40, 1, 1));
+  evpns.endTurn();
+  EXPECT_DEATH(sm->cleanup(), "assertion failed: vniStatus");
+  // It counts as told of what it missed; initSm() makes up for it.
+  sm->hasNotificationActiveIs(true);
+  sm->initSm();
+  EXPECT_EQ(content(), "30[1>1/1/16 ] 40[1>1/1/16 ] ");
+  hosts->hostDelAll();
+  EXPECT_EQ(delivered(), "");
+}
+
 /// In either reading mode.
 class RxSmAndOnlookers : public testing::TestWithParam<Brine::Mode> {
  protected:

@@ -138,6 +138,28 @@ TEST_F(TablesTest, RefuseWhatTheirStateDoesNotAllow) {
   expectError([&] { map.cleanup(); }, "trying to cleanup uninitialized brine.");
 }
 
+TEST_F(TablesTest, TellReadersOfEachWriteAtOnceWhereNobodyOpensTurns) {
+  auto const writer = QorEvpn::hostTableFactory("host"), reader = QorEvpn::hostTableFactory("host");
+  Brine::MountOptions options;
+  options.directory = folder.path();
+  options.mode = Mode::writer;
+  ASSERT_EQ(writer->mount(options), MountStatus::mounted);
+  options.mode = Mode::keyshadow;
+  ASSERT_EQ(reader->mount(options), MountStatus::mounted);
+  unsigned told = 0;
+  auto const watcher = makePtr<TestSupport::Watcher>(*reader, [&](auto, auto) { ++told; });
+  for (uint32_t m = 1; m <= 31; ++m) {
+    writer->hostIs(host(10, m, 1));
+    reader->deliver();
+    EXPECT_EQ(told, m);
+  }
+  uint64_t const wakes = writer->statistics().wakes;
+  writer->hostDelAll();
+  reader->deliver();
+  EXPECT_EQ(told, 62u);
+  EXPECT_EQ(writer->statistics().wakes, wakes + 1) << "the removals are one turn";
+}
+
 TEST_F(TablesTest, HandDamageToTheirHandlerAndGoOn) {
   Tables tables(Mode::writer);
   auto const& table = tables.hostTable;

@@ -166,12 +166,15 @@ TEST_F(Transmit, DamageEndsItsWalkAndOtherErrorsTheHandler) {
     EXPECT_EQ(levels[3], levels[4] + vnis);  // whatever was entered returned
   }
   hostTable->hostIs(host(11, 1, 1));
-  auto const watcher = makePtr<TestSupport::Watcher>(*hostTable, [](auto, auto) { throw 7; });
-  EXPECT_THROW(QorEvpn::cleanupStaleVniEntries(root, {Vni(11)}), int);
+  auto const watcher = makePtr<TestSupport::Watcher>(
+      *hostTable, [](auto, auto) { throw Brine::CorruptionError("elsewhere"); });
+  EXPECT_THROW(QorEvpn::cleanupStaleVniEntries(root, {Vni(11)}), Brine::CorruptionError);
   // A notifiee's error leaves through the setter that it began with; what was changed stays.
-  EXPECT_THROW(status->macVtepTableIs(entry(4, 11)), int);
+  EXPECT_THROW(status->macVtepTableIs(entry(4, 11)), Brine::CorruptionError);
   EXPECT_EQ(status->macVtepTables(), 1u);
   EXPECT_EQ(hostTable->host(host(10, 4, 11).key()), host(10, 4, 11));
+  EXPECT_THROW(hostTable->hostDelAll(), Brine::CorruptionError);
+  EXPECT_EQ(reports, Texts()) << "it is no damage of this table";
 }
 
 TEST_F(VniFdbStatus, EvpnStatusMayComeBeforeTheStartAndIsALateInput) {

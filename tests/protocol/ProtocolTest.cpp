@@ -73,7 +73,7 @@ std::vector<Excuse> const excuses{
     {"Ring.h", "storeRelease(words, sequence)", "the same: no entry behind the head is read"},
     {"TableReader.h", "entry(head)) >= head", "only damage makes a difference"},
     {"TableReader.h", "segment().slot(id)) : 0",
-     "a later turn's removal takes more steps than these courses have"},
+     "needed, and not explored: a later turn's removal takes more steps than these courses have"},
     {"Column.h", "",
      "found rows are looked at, whose commits bring their words along; what is not found is dead"},
     {"Index.h", "loadAcquire(words + 2)); hits", "who misses in the home line searches again from there"},
