@@ -189,10 +189,9 @@ void runRole(std::vector<std::string> const& role) {
 }
 
 void run(Options const& options) {
-  Report report(options,
-                {{"delivery-1", "Changes delivered to one reader", "million a second", true},
-                 {"delivery-4", "Changes delivered to four readers, all together", "million a second", true},
-                 {"spinning-readers", "Writer's time with four spinning readers", "times that without"}});
+  Report report(options, {{"delivery-1", "Changes to one reader", "million a second", true},
+                          {"delivery-4", "Changes to four readers", "million a second", true},
+                          {"spinning-readers", "Writer, four spinning readers", "times that without"}});
   for (char const* const row : {"delivery-1", "delivery-4"}) {
     report.goal(row, "Redis publish and subscribe", 12, 40);
     report.goal(row, "Boost message queue", 1.8, 4);

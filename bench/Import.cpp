@@ -71,8 +71,7 @@ void runRole(std::vector<std::string> const& role) {
 }
 
 void run(Options const& options) {
-  Report report(options,
-                {{"import", "132,000 MACs from the EVPN side's write to the controller's status", "ms"}});
+  Report report(options, {{"import", "132,000 MACs, EVPN to controller", "ms"}});
   report.goal("import", "Brine", 200, 40);
   for (unsigned i = 0; i < options.rounds; ++i) round(report);
   report.print();

@@ -216,18 +216,17 @@ void runRole(std::vector<std::string> const& role) {
 }
 
 void run(Options const& options) {
-  Report report(options,
-                {{"insert", "Insert", "ns a row"},
-                 {"overwrite", "Overwrite", "ns a row"},
-                 {"overwrite-staged", "Overwrite, keys announced 32 at a time", "ns a row"},
-                 {"look-up", "One look-up in the writer's process, before the next key is known", "ns"},
-                 {"look-up-many", "Look-ups there, all keys known before", "ns"},
-                 {"look-up-staged", "Look-up there, keys announced 32 at a time", "ns"},
-                 {"look-up-elsewhere", "Look-up from another process", "ns"},
-                 {"walk", "Walk over all rows", "ns a row"},
-                 {"walk-filtered", "Walk over the rows of a VNI, every row tested", "ns a row tested"},
-                 {"remove", "Remove", "ns a row"},
-                 {"memory", "Memory", "bytes a row"}});
+  Report report(options, {{"insert", "Insert", "ns a row"},
+                          {"overwrite", "Overwrite", "ns a row"},
+                          {"overwrite-staged", "Overwrite, 32 keys announced", "ns a row"},
+                          {"look-up", "Look-up by the writer, one by one", "ns"},
+                          {"look-up-many", "the same, all keys known before", "ns"},
+                          {"look-up-staged", "the same, 32 keys announced", "ns"},
+                          {"look-up-elsewhere", "Look-up from another process", "ns"},
+                          {"walk", "Walk over all rows", "ns a row"},
+                          {"walk-filtered", "Walk over a VNI", "ns a row tested"},
+                          {"remove", "Remove", "ns a row"},
+                          {"memory", "Memory", "bytes a row"}});
   report.goal("insert", "LMDB", 10, 17);
   report.goal("insert", "Boost.Interprocess", 5, 10);
   report.goal("overwrite", "LMDB", 7, 10);

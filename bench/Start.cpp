@@ -63,8 +63,8 @@ void runRole(std::vector<std::string> const& role) {
 }
 
 void run(Options const& options) {
-  Report report(options, {{"remount", "1 M rows mounted again after `kill -9` of the writer", "ms"},
-                          {"start-vnis", "4,000 VNIs look for their rows among 1 M", "ms"}});
+  Report report(options, {{"remount", "Mount after `kill -9`, 1 M rows", "ms"},
+                          {"start-vnis", "4,000 VNIs seek their rows in 1 M", "ms"}});
   report.goal("remount", "Brine", 40, 15);
   report.goal("start-vnis", "flat map walked for each", 38, 110);
   auto const all = hosts(options.rows);
