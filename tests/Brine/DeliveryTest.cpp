@@ -25,19 +25,6 @@ TEST_F(DeliveryTest, ATableThatGrowsWhileALappedReaderComparesIsComparedWhole) {
   expectCopied(writer_);
 }
 
-TEST_F(DeliveryTest, AReaderWithoutMemoryForAGrownTableCatchesUpWhenThereIsSome) {
-  start(16);
-  fill(16, 20);
-  Brine::sys.map = [](size_t, int, int, off_t) { return errno = ENOMEM, MAP_FAILED; };
-  expectStatus(MountStatus::noResources);
-  EXPECT_FALSE(copy_.isQuiesced());
-  writer_.unmount();
-  Brine::sys = Brine::realSystem();
-  copy_.deliver();
-  EXPECT_EQ(copy_.table.mountStatus(), MountStatus::writerGone);
-  expectCopied(copy_.table);
-}
-
 TEST_F(DeliveryTest, AReaderWithoutAFreeDescriptorFollowsToANewFileWhenThereIsOne) {
   start(1);
   writer_.unmount();

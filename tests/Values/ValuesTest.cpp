@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "Bridging/BridgeId.h"
 #include "Orb/Errors.h"
+#include "Vxlan/VniExt.h"
 #include "VxlanController/QorEvpnValues.h"
 
 namespace {
@@ -67,17 +67,6 @@ TEST(Vni, Range) {
   for (uint64_t const value : {0x1000000ULL, 0xffffffffULL, 0x100000005ULL})
     EXPECT_THROW(Vni{value}, Orb::RangeError);
   EXPECT_THROW(Vxlan::VniExt(16777216), Orb::RangeError);
-}
-
-TEST(BridgeId, CarriesTheVni) {
-  using Bridging::BridgeId;
-  EXPECT_EQ(BridgeId::ofVni(Vni(5000)).value(), 0x02001388U);
-  EXPECT_EQ(BridgeId::ofVni(Vni(Vni::max)).value(), 0x02ffffffU);
-  EXPECT_EQ(BridgeId(0x02001388).brType(), Bridging::brTypeVni());
-  EXPECT_EQ(BridgeId(0x02001388).vni(), Vni(5000));
-  EXPECT_EQ(BridgeId(0x02001388).vni().stringValue(false), "5000");
-  EXPECT_DEATH(static_cast<void>(BridgeId(0x03001388).vni()),
-               "assertion failed: brType\\(\\) == brTypeVni\\(\\), function .*vni.*Bridging/BridgeId.h:");
 }
 
 }  // namespace

@@ -64,6 +64,10 @@ TEST_F(TablesTest, CountTheOperationFirstAndTheNotificationLast) {
   floods->floodEntryDelAll();
   floods->floodEntryControlIs(nullptr);
   EXPECT_THAT(log, ElementsAre(vtepText + " 1 0 0", vtepText + " 2 0 1", vtepText + " 2 2 2", "257 2 2 3"));
+  Counter::Counter twin("flood", "floodEntryIs");  // as of a table of the same name elsewhere
+  twin.increment();
+  EXPECT_EQ(Counter::value("flood", "floodEntryIs"), 3u);
+  EXPECT_EQ(Counter::value("nobody", "floodEntryIs"), 0u);
 }
 
 // Whoever hears of a row finds it, or finds it gone; so do the readers of another process.
