@@ -1,12 +1,12 @@
 #include <CLI/CLI.hpp>
 
+#include "agent/base/Ranges.h"
 #include "agent/base/ServiceManager.h"
 #include "agent/base/TurnMeter.h"
 #include "agent/commands/Commands.h"
 #include "agent/commands/FeedOptions.h"
 #include "agent/commands/LogOptions.h"
 #include "agent/commands/MetricsOptions.h"
-#include "agent/commands/Ranges.h"
 #include "agent/commands/RecordOptions.h"
 #include "agent/evpn/EvpnSide.h"
 #include "agent/explain/WhyLearned.h"

@@ -3,8 +3,8 @@
 #include <CLI/CLI.hpp>
 
 #include "agent/audit/Audit.h"
+#include "agent/base/Ranges.h"
 #include "agent/commands/Commands.h"
-#include "agent/commands/Ranges.h"
 
 namespace Agent {
 

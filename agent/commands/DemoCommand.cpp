@@ -8,7 +8,7 @@
 #include "agent/commands/Child.h"
 #include "agent/commands/Commands.h"
 #include "agent/commands/DemoScreen.h"
-#include "agent/commands/Ranges.h"
+#include "agent/base/Ranges.h"
 #include "agent/commands/Verdict.h"
 #include "agent/feed/Event.h"
 #include "agent/site/Control.h"

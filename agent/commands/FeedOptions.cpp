@@ -1,6 +1,6 @@
 #include "agent/commands/FeedOptions.h"
 
-#include "agent/commands/Ranges.h"
+#include "agent/base/Ranges.h"
 
 namespace Agent {
 

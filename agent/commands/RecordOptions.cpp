@@ -2,7 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "agent/commands/Ranges.h"
+#include "agent/base/Ranges.h"
 
 namespace Agent {
 

@@ -7,7 +7,7 @@
 #include "Wirix/IpAddr.h"
 #include "agent/base/MacNotation.h"
 #include "agent/commands/Commands.h"
-#include "agent/commands/Ranges.h"
+#include "agent/base/Ranges.h"
 #include "agent/commands/ReplayOptions.h"
 #include "agent/site/Control.h"
 #include "agent/site/Site.h"

@@ -6,6 +6,7 @@
 #include "Orb/Type.h"
 #include "adapters/gobgp/OwnRouteList.h"
 #include "adapters/gobgp/Speaker.h"
+#include "agent/base/Ranges.h"
 #include "agent/base/UsageError.h"
 #include "agent/site/EvpnState.h"
 #include "agent/site/Mount.h"
@@ -38,7 +39,7 @@ void SpeakerOptions::addTo(CLI::App& command) {
   CLI::Option* const speaker =
       command.add_option("--speaker", endpoint, "The BGP speaker (GoBGP 3), whose gRPC is at HOST:PORT");
   command.add_option("--as", as, "The speaker's AS: of the route targets AS:VNI")
-      ->check(CLI::Range(1U, 0xFFFFFFFFU))
+      ->check(numberFrom("1", "4294967295"))
       ->needs(speaker);
   command.add_option("--router-id", routerId, "The speaker's router identifier: of the route distinguishers")
       ->needs(speaker);
