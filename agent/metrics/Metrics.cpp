@@ -63,9 +63,8 @@ void addTables(Families& families, Site const& site) {
       gauge("table_capacity", "Rows for which it has room before it grows", now.capacity);
       gauge("table_file_bytes", "Size of its file", now.fileBytes);
       gauge("table_writer_alive", "Whether its writer runs", now.writerAlive);
-      // Each mount begins at a number of its own near 2^61, which a double cannot hold exactly.
-      counter("table_changes_total", "Changes that its writers have published, counted on from anywhere",
-              now.changeSequence % (std::uint64_t{1} << 48));
+      counter("table_changes_total", "Changes that its writer has published since it mounted the table",
+              now.changes);
       counter("table_writers_total", "How often a writer has mounted it", now.incarnation);
       counter("table_dropped_rows_total", "Damaged rows that were dropped", now.dropped);
     });

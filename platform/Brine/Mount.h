@@ -38,6 +38,7 @@ struct Statistics {
   uint64_t generation = 0;      ///< Tells files of one name apart.
   uint64_t incarnation = 0;     ///< Times that a writer has mounted this file.
   uint64_t changeSequence = 0;  ///< Number of the last published change.
+  uint64_t changes = 0;         ///< How many were published since a writer mounted it last.
   uint64_t dropped = 0;         ///< Damaged rows that recoveries dropped.
   bool writerAlive = false;
   bool quiesced = false;

@@ -132,6 +132,9 @@ Statistics TableBase::statistics() const {
   result.generation = mounted_.segment->generation();
   result.incarnation = loadAcquire(&header->incarnation);
   result.changeSequence = loadAcquire(&header->head);
+  uint64_t const mountHead = loadAcquire(&header->mountHead);
+  result.changes =
+      mountHead != 0 && mountHead <= result.changeSequence ? result.changeSequence - mountHead : 0;
   result.dropped = loadAcquire(&header->dropped);
   result.writerAlive = writer_ || mounted_.writerLiveness() != Liveness::ended;
   result.wakes = writer_ ? writer_->wakes() : 0;

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
+#include <regex>
+#include <set>
 #include <sstream>
 
 #include "AgentSite.h"
@@ -68,6 +70,15 @@ TEST(MetricsTest, FiguresOverHttpAndOnTheCommandLineAreThoseThatShowHas) {
   EXPECT_TRUE(http("POST /metrics HTTP/1.1\r\n\r\n").starts_with("HTTP/1.1 405"));
   Figures const figures = figuresIn(answer);
 
+  std::set<std::string> names;
+  for (auto const& each : figures) names.insert(each.first.substr(0, each.first.find('{')));
+  std::ifstream file(TestSupport::sourcePath("share/grafana/qorevpn.json"));
+  std::string const board{std::istreambuf_iterator<char>(file), {}};
+  EXPECT_TRUE(nlohmann::json::accept(board));
+  std::regex const metric("qorevpn_[a-z_]+");
+  for (std::sregex_iterator each(board.begin(), board.end(), metric), end; each != end; ++each)
+    EXPECT_TRUE(names.contains(each->str())) << each->str() << " is on the board";
+
   auto const show = [&](std::string const& what) {
     return nlohmann::json::parse(TestSupport::run({"show", "-j", "--dir", site.dir, what}).out)[what];
   };
@@ -82,6 +93,7 @@ TEST(MetricsTest, FiguresOverHttpAndOnTheCommandLineAreThoseThatShowHas) {
   }
   for (auto const& each : show("tables"))
     EXPECT_EQ(figure("qorevpn_table_rows{table=" + each["table"].dump() + '}'), each["rows"]);
+  EXPECT_LT(figure(R"(qorevpn_table_changes_total{table="exported/host"})"), 1e6) << "it begins at 0";
   auto const state = show("agent");
   EXPECT_EQ(figure("qorevpn_served_vnis"), state["servedVnis"]);
   EXPECT_EQ(figure("qorevpn_integration"), 1);

@@ -93,7 +93,8 @@ struct Header {
   uint64_t writer;       ///< 0 after a clean unmount, else whether its writer marked the file; see `Claim`.
   uint64_t reserved;     ///< 0.
   uint64_t dropped;      ///< Damaged rows dropped by recoveries so far.
-  uint64_t reserved2[4];
+  uint64_t mountHead;    ///< `head` at the last mount, for people; 0 in files of an older program.
+  uint64_t reserved2[3];
   // Line 3: geometry, sealed. Written at growth and recovery.
   uint64_t geometry;
   uint64_t reserved3[7];
@@ -119,6 +120,7 @@ static_assert(offsetof(Header, keyWords) == 48 && offsetof(Header, rowWords) == 
 static_assert(offsetof(Header, identityCheck) == 56 && offsetof(Header, rowType) == 64);
 static_assert(offsetof(Header, incarnation) == 128 && offsetof(Header, writer) == 136);
 static_assert(offsetof(Header, reserved) == 144 && offsetof(Header, dropped) == 152);
+static_assert(offsetof(Header, mountHead) == 160);
 static_assert(offsetof(Header, geometry) == 192 && offsetof(Header, head) == 256);
 static_assert(offsetof(Header, quiet) == 264 && offsetof(Header, rows) == 272);
 static_assert(offsetof(Header, highWater) == 320 && offsetof(Header, doorbell) == 384);

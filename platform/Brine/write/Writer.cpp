@@ -143,6 +143,7 @@ void Writer::recover(bool repair) {
   segment_->publishHighWater(highWater_);
   storeRelaxed(&header->dropped, loadRelaxed(&header->dropped) + found.dropped.size());
   storeRelaxed(&header->rows, rows_);
+  storeRelaxed(&header->mountHead, sequence_);
   // What stands in the ring is of an earlier life, or damaged, and readers compare everything anyway.
   for (uint64_t place = 0; place < ring_.entries(); ++place) storeRelaxed(ring_.entry(place), uint64_t{0});
   // The head's entry bears its number, always; nobody reads more of this one.
