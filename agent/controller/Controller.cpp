@@ -91,6 +91,7 @@ void Controller::begin(SourceId source) {
 
 void Controller::apply(SourceId source, Event const& event) {
   if (event.op == Op::number) return serve(event.vni).numberIs(event.mac, event.vtep, event.seq);
+  if (event.op == Op::frozen) return frozenIs(event.vni, event.mac, event.value);
   SourceRecord const& record = sources_[source];
   bool const isTold =
       event.op == Op::vni || event.op == Op::mac || event.op == Op::flood || event.op == Op::multipath;
@@ -99,12 +100,12 @@ void Controller::apply(SourceId source, Event const& event) {
   SourcePart& part = served.part(source, record.isNumbered);
   part.told.serves = true;
   if (event.op == Op::mac) {
-    bool const isNews = record.isKnown && !(duplicates_ && duplicates_->isFrozen(event.vni, event.mac));
+    bool const isNews = record.isKnown && !isFrozen(event.vni, event.mac);
     served.macIs(part, event.mac, {event.vtep, event.seq, 0, event.preference, event.since}, isNews);
   } else if (event.op == Op::flood) {
     served.floodIs(part, event.mac, event.vtep, {event.on, event.since});
   } else if (event.op == Op::multipath) {
-    served.multipathIs(part, event.mac, event.vteps);
+    served.multipathIs(part, event.mac, {event.vteps, event.since});
   }
 }
 
@@ -201,6 +202,14 @@ std::optional<ServedVni::Verdict> Controller::verdict(Vxlan::Vni vni, Wirix::Eth
   Orb::Ptr<ServedVni> const* const served = served_.find(vni);
   if (!served) return std::nullopt;
   return (*served)->verdict(mac);
+}
+
+void Controller::frozenIs(Vxlan::Vni vni, EthAddr mac, bool isFrozen) {
+  if (isFrozen) {
+    frozen_.emplace(vni, mac);
+  } else {
+    frozen_.erase({vni, mac});
+  }
 }
 
 RemoteRows& Controller::remoteRows() { return *remotes_.emplace_back(std::make_unique<Remote>(*this)); }

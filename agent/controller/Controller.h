@@ -28,6 +28,7 @@
 #pragma once
 
 #include <memory>
+#include <set>
 
 #include "Orb/Dir.h"
 #include "agent/base/Remote.h"
@@ -52,7 +53,7 @@ class Controller : public Orb::StateMachine<Controller> {
   // The ledgers of sources, as in SourceLedgers. Removing an entry that does not exist does nothing.
   void sourceIs(SourceId source, bool isNumbered);
   void begin(SourceId source);
-  /// Every op of the controller's but `enabled`.
+  /// Every op of the controller's but `enabled`. `number` and `frozen` do not belong to a source.
   void apply(SourceId source, Event const& event);
   bool whole(SourceId source);
   bool withdraw(SourceId source);
@@ -89,8 +90,13 @@ class Controller : public Orb::StateMachine<Controller> {
   void settledIs();
   bool isSettled() const { return isSettled_; }
 
-  /// Sets the object that counts moves between sites and may freeze MACs; null for none. It must outlive the
-  /// controller.
+  /// While a MAC is frozen, a switch that hears it does not get a higher number: the entry of the other site
+  /// stays in force.
+  void frozenIs(Vxlan::Vni vni, Wirix::EthAddr mac, bool isFrozen);
+  bool isFrozen(Vxlan::Vni vni, Wirix::EthAddr mac) const {
+    return !frozen_.empty() && frozen_.contains({vni, mac});
+  }
+  /// Sets the object that counts moves between sites; null for none. It must outlive the controller.
   void duplicatesIs(Duplicates* duplicates) { duplicates_ = duplicates; }
 
   void handleVniStatus(Vxlan::Vni const& vni);
@@ -126,6 +132,7 @@ class Controller : public Orb::StateMachine<Controller> {
   Orb::FlatMap<Vxlan::Vni, Orb::Ptr<ServedVni>> served_;
   std::vector<SourceRecord> sources_;
   std::vector<std::unique_ptr<Remote>> remotes_;
+  std::set<std::pair<Vxlan::Vni, Wirix::EthAddr>> frozen_;
   Duplicates* duplicates_ = nullptr;
   bool isSettled_ = false;
 };

@@ -37,9 +37,10 @@ void tellLedger(Vxlan::Vni vni, VniLedger const& ledger, SourceId source, bool i
   event = {};
   event.vni = vni;
   event.op = Op::multipath;
-  for (auto const& [mac, vteps] : ledger.multipaths) {
+  for (auto const& [mac, claim] : ledger.multipaths) {
     event.mac = mac;
-    event.vteps = vteps;
+    event.vteps = claim.vteps;
+    event.since = claim.since;
     tell(source, event);
   }
 }
@@ -90,6 +91,14 @@ void Controller::tellState(Tell const& tell) const {
   for (SourceId source = 0; source < sources_.size(); ++source) mark(Op::begin, source);
   for (auto const& each : served_) each.value->tellParts(&SourcePart::told, tell);
   for (auto const& each : served_) each.value->tellNumbers(tell);
+  for (auto const& [vni, mac] : frozen_) {
+    Event event;
+    event.op = Op::frozen;
+    event.vni = vni;
+    event.mac = mac;
+    event.value = true;
+    tell(earlierRun, event);
+  }
 }
 
 }  // namespace Agent

@@ -6,9 +6,9 @@
 
 namespace Agent {
 
-Duplicates::Duplicates(Rule rule, std::function<void(std::string const&)> log,
+Duplicates::Duplicates(Rule rule, std::function<void(std::string const&)> log, Freeze freeze,
                        std::function<Clock::time_point()> now)
-    : rule_(rule), log_(std::move(log)), now_(std::move(now)) {}
+    : rule_(rule), log_(std::move(log)), freeze_(std::move(freeze)), now_(std::move(now)) {}
 
 void Duplicates::moved(Vxlan::Vni vni, VxlanController::MacVtepV2 const& from,
                        VxlanController::MacVtepV2 const& to) {
@@ -31,6 +31,7 @@ void Duplicates::moved(Vxlan::Vni vni, VxlanController::MacVtepV2 const& from,
       log_(line);
     }
     moves.reported = now;
+    if (rule_.freezes && !std::exchange(moves.isFrozen, true)) freeze_(vni, to.macAddr(), true);
   }
   if (moves_.size() >= forgetAt_) forgetOld();
 }
@@ -39,10 +40,19 @@ bool Duplicates::isReported(Moves const& moves) const {
   return moves.reported && now_() - *moves.reported < rule_.window;
 }
 
-bool Duplicates::isFrozen(Vxlan::Vni vni, Wirix::EthAddr mac) const {
-  if (!rule_.freezes) return false;
-  auto const found = moves_.find({vni, mac});
-  return found != moves_.end() && isReported(found->second);
+std::optional<Duplicates::Clock::duration> Duplicates::thaw() {
+  std::optional<Clock::duration> next;
+  for (auto& [key, moves] : moves_) {
+    if (!moves.isFrozen) continue;
+    if (isReported(moves)) {
+      auto const left = *moves.reported + rule_.window - now_();
+      next = std::min(next.value_or(left), left);
+    } else {
+      moves.isFrozen = false;
+      freeze_(key.first, key.second, false);
+    }
+  }
+  return next;
 }
 
 void Duplicates::forgetOld() {
@@ -50,7 +60,7 @@ void Duplicates::forgetOld() {
   std::erase_if(moves_, [&](auto const& each) {
     Moves const& moves = each.second;
     bool const isOld = moves.times.empty() || now - moves.times.back() >= rule_.window;
-    return isOld && !isReported(moves);
+    return isOld && !isReported(moves) && !moves.isFrozen;
   });
   forgetAt_ = std::max<std::size_t>(1024, 2 * moves_.size());
 }
@@ -62,7 +72,7 @@ nlohmann::ordered_json Duplicates::state() const {
     result.push_back({{"vni", key.first.value()},
                       {"mac", Orb::toText(key.second)},
                       {"vteps", {Orb::toText(moves.from), Orb::toText(moves.to)}},
-                      {"frozen", rule_.freezes}});
+                      {"frozen", moves.isFrozen}});
   }
   return result;
 }

@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "DataModel/MacVtepV2.h"
 #include "Vxlan/Vni.h"
@@ -24,13 +25,18 @@ class Duplicates {
     bool freezes = false;
   };
 
+  /// Freezes a MAC, or ends that.
+  using Freeze = std::function<void(Vxlan::Vni, Wirix::EthAddr, bool isFrozen)>;
+
   /// `log` takes a line for people about each duplicate; `now` gives the time.
-  Duplicates(Rule rule, std::function<void(std::string const&)> log,
+  Duplicates(Rule rule, std::function<void(std::string const&)> log, Freeze freeze,
              std::function<Clock::time_point()> now = Clock::now);
 
   /// The entry of a MAC moved from one site to another. Called by the controller.
   void moved(Vxlan::Vni vni, VxlanController::MacVtepV2 const& from, VxlanController::MacVtepV2 const& to);
-  bool isFrozen(Vxlan::Vni vni, Wirix::EthAddr mac) const;
+  /// Ends the freezing of each MAC whose time is over. Returns how long the next one stays frozen; nothing
+  /// where none is frozen.
+  std::optional<Clock::duration> thaw();
 
   /// The numbers of moves and of reports since the start.
   std::uint64_t moves() const { return movesCount_; }
@@ -44,6 +50,7 @@ class Duplicates {
   struct Moves {
     std::deque<Clock::time_point> times;
     std::optional<Clock::time_point> reported;
+    bool isFrozen = false;
     Wirix::IpAddr from, to;
   };
   using Key = std::pair<Vxlan::Vni, Wirix::EthAddr>;
@@ -53,6 +60,7 @@ class Duplicates {
 
   Rule rule_;
   std::function<void(std::string const&)> log_;
+  Freeze freeze_;
   std::function<Clock::time_point()> now_;
   std::map<Key, Moves> moves_;
   std::uint64_t movesCount_ = 0, reportsCount_ = 0;

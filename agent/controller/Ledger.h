@@ -31,11 +31,17 @@ struct FloodClaim {
   std::uint32_t since = 0;  ///< As in Claim.
 };
 
+/// A source's multipath entry.
+struct MultipathClaim {
+  std::vector<Wirix::IpAddr> vteps;
+  std::uint32_t since = 0;  ///< As in Claim.
+};
+
 /// The entries that one source told of one VNI.
 struct VniLedger {
   Orb::FlatMap<Wirix::EthAddr, Claim> macs;
   std::map<Wirix::EthAddr, std::map<Wirix::IpAddr, FloodClaim>> floods;
-  std::map<Wirix::EthAddr, std::vector<Wirix::IpAddr>> multipaths;
+  std::map<Wirix::EthAddr, MultipathClaim> multipaths;
   bool serves = false;  ///< The source serves the VNI.
 
   FloodClaim const* flood(Wirix::EthAddr mac, Wirix::IpAddr vtep) const {
@@ -44,7 +50,7 @@ struct VniLedger {
     auto const entry = list->second.find(vtep);
     return entry == list->second.end() ? nullptr : &entry->second;
   }
-  std::vector<Wirix::IpAddr> const* multipath(Wirix::EthAddr mac) const {
+  MultipathClaim const* multipath(Wirix::EthAddr mac) const {
     auto const found = multipaths.find(mac);
     return found == multipaths.end() ? nullptr : &found->second;
   }
@@ -72,7 +78,7 @@ struct SourcePart {
     FloodClaim const* const now = told.flood(mac, vtep);
     return now ? now : kept.flood(mac, vtep);
   }
-  std::vector<Wirix::IpAddr> const* multipath(Wirix::EthAddr mac) const {
+  MultipathClaim const* multipath(Wirix::EthAddr mac) const {
     auto const* const now = told.multipath(mac);
     return now ? now : kept.multipath(mac);
   }

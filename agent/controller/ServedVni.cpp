@@ -108,8 +108,11 @@ void ServedVni::floodDel(SourcePart& part, EthAddr mac, IpAddr vtep) {
   mergeFlood(mac, vtep);
 }
 
-void ServedVni::multipathIs(SourcePart& part, EthAddr mac, std::vector<IpAddr> vteps) {
-  part.told.multipaths.insert_or_assign(mac, std::move(vteps));
+void ServedVni::multipathIs(SourcePart& part, EthAddr mac, MultipathClaim claim) {
+  MultipathClaim const* const former = part.multipath(mac);
+  bool const isSame = former && former->vteps == claim.vteps;
+  if (claim.since == 0) claim.since = isSame ? former->since : nowInSeconds();
+  part.told.multipaths.insert_or_assign(mac, std::move(claim));
   mergeMultipath(mac);
 }
 
@@ -248,6 +251,13 @@ void ServedVni::forEachFloodClaim(EthAddr mac, IpAddr vtep,
   if (claim) visit(earlierRun, *claim);
 }
 
+void ServedVni::forEachMultipathClaim(
+    EthAddr mac, std::function<void(SourceId, MultipathClaim const&)> const& visit) const {
+  for (SourcePart const& part : parts_) {
+    if (MultipathClaim const* const claim = part.multipath(mac)) visit(part.source, *claim);
+  }
+}
+
 void ServedVni::mergeMac(EthAddr mac, bool isEvpns) {
   std::optional<MacVtepV2> winner;
   if (auto const own = ownMac(mac)) winner = own->entry;
@@ -324,13 +334,11 @@ void ServedVni::mergeFlood(EthAddr mac, IpAddr vtep) {
 
 void ServedVni::mergeMultipath(EthAddr mac) {
   std::optional<std::vector<IpAddr>> vteps;
-  auto const add = [&vteps](std::vector<IpAddr> const* entry) {
-    if (!entry) return;
+  if (earlier_ && earlier_->multipath(mac)) vteps.emplace();
+  forEachMultipathClaim(mac, [&](SourceId, MultipathClaim const& claim) {
     if (!vteps) vteps.emplace();
-    vteps->insert(vteps->end(), entry->begin(), entry->end());
-  };
-  for (SourcePart const& part : parts_) add(part.multipath(mac));
-  if (earlier_) add(earlier_->multipath(mac));
+    vteps->insert(vteps->end(), claim.vteps.begin(), claim.vteps.end());
+  });
   if (!vteps) return vniFdbStatus_->macVtepMultiPathTableDel(mac);
   std::sort(vteps->begin(), vteps->end());
   vteps->erase(std::unique(vteps->begin(), vteps->end()), vteps->end());

@@ -52,7 +52,7 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
   void macDel(SourcePart& part, Wirix::EthAddr mac);
   void floodIs(SourcePart& part, Wirix::EthAddr mac, Wirix::IpAddr vtep, FloodClaim claim);
   void floodDel(SourcePart& part, Wirix::EthAddr mac, Wirix::IpAddr vtep);
-  void multipathIs(SourcePart& part, Wirix::EthAddr mac, std::vector<Wirix::IpAddr> vteps);
+  void multipathIs(SourcePart& part, Wirix::EthAddr mac, MultipathClaim claim);
   void multipathDel(SourcePart& part, Wirix::EthAddr mac);
   /// Merges every key of entries that were dropped.
   void mergeAll(VniLedger const& dropped);
@@ -66,11 +66,13 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
     std::string_view why;
   };
   Verdict verdict(Wirix::EthAddr mac);
-  /// Calls `visit` with each source's entry of a MAC, or of a VTEP in a flood list; the earlier run comes
-  /// last.
+  /// Calls `visit` with each source's entry of a MAC, its VTEP in a flood list, or its multipath entry of a
+  /// MAC; the earlier run comes last.
   void forEachClaim(Wirix::EthAddr mac, std::function<void(SourceId, Claim const&)> const& visit) const;
   void forEachFloodClaim(Wirix::EthAddr mac, Wirix::IpAddr vtep,
                          std::function<void(SourceId, FloodClaim const&)> const& visit) const;
+  void forEachMultipathClaim(Wirix::EthAddr mac,
+                             std::function<void(SourceId, MultipathClaim const&)> const& visit) const;
 
   // Parts of Controller::tellState(); and what it told of the numbers of switches' entries.
   void tellEarlier(SourceLedgers::Tell const& tell) const;

@@ -45,6 +45,8 @@
 ///   settled     value*              every source is synced or given up: a part of what an earlier run left
 ///                                   is withdrawn; `value`: the last part
 ///   number      vni* mac* vtep* seq the sequence number of the switches' entry of a MAC
+///   frozen      vni* mac* value*    a duplicate is frozen (`value`), or is so no longer
+///   listed      vni* value*         the VNI's bridge identifier is in the list, or is not
 ///   state-end                       the state at the beginning of the file has been told
 #pragma once
 
@@ -84,6 +86,8 @@ enum class Op : std::uint8_t {
   withdraw,
   settled,
   number,
+  frozen,
+  listed,
   stateEnd
 };
 inline constexpr std::size_t opCount = static_cast<std::size_t>(Op::stateEnd) + 1;

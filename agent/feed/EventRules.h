@@ -61,7 +61,7 @@ inline constexpr std::array<OpRule, opCount> opRules{{
     {"mac-del", Op::macDel, keyVni | keyMac, macKeys, macKeys},
     {"flood", Op::flood, keyVni | keyVtep, floodKeys | keyMac | keySince, floodKeys | keySince},
     {"flood-del", Op::floodDel, keyVni | keyVtep, floodKeys | keyMac, floodKeys},
-    {"multipath", Op::multipath, keyVni | keyMac | keyVteps, keyVni | keyMac | keyVteps, notThere},
+    {"multipath", Op::multipath, keyVni | keyMac | keyVteps, keyVni | keyMac | keyVteps | keySince, notThere},
     {"multipath-del", Op::multipathDel, keyVni | keyMac, keyVni | keyMac | keyVteps, notThere},
     {"enabled", Op::enabled, keyValue, keyValue, notThere},
     {"capability", Op::capability, keyValue, notThere, keyValue},
@@ -73,6 +73,8 @@ inline constexpr std::array<OpRule, opCount> opRules{{
     {"withdraw", Op::withdraw, keySource | keyValue, keyValue, keyValue},
     {"settled", Op::settled, keyValue, keyValue, keyValue},
     {"number", Op::number, keyVni | keyMac | keyVtep, keyVni | keyMac | keyVtep | keySeq, notThere},
+    {"frozen", Op::frozen, keyVni | keyMac | keyValue, keyVni | keyMac | keyValue, notThere},
+    {"listed", Op::listed, keyVni | keyValue, keyVni | keyValue, notThere},
     {"state-end", Op::stateEnd, 0, 0, 0},
 }};
 

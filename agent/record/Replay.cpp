@@ -109,7 +109,9 @@ void Replay::applyTo(Sources& sources, SourceLedgers& ledgers, Event const& even
   switch (event.op) {
     case Op::stateEnd: return;
     case Op::settled: return part([&] { return sources.settle(); });
-    case Op::number: return ledgers.apply(0, event);
+    case Op::number:
+    case Op::frozen:
+    case Op::listed: return ledgers.apply(0, event);
     case Op::source:
       if (event.source == sources.size())
         sources.add({.name = event.name, .kind = {}, .endpoint = {}, .isNumbered = event.on});

@@ -41,6 +41,7 @@ HostedModule::HostedModule(Loop& loop, Site const& site, bool repair, std::chron
                    capabilityIs();
                  }),
       sources_(loop, *this, hold, logs),
+      thaw_(loop, [this] { thaw(); }),
       evpnHold_(loop, [this] { evpnIsOverdue_ = true; }) {
   exportedState_.emplace(site.exported(), repair);
   exported_.mountAsWriter(repair);
@@ -65,8 +66,27 @@ HostedModule::~HostedModule() {
 }
 
 void HostedModule::duplicatesIs(Duplicates::Rule const& rule) {
-  duplicates_.emplace(rule, warn_);
+  duplicates_.emplace(rule, warn_, [this](Vxlan::Vni vni, Wirix::EthAddr mac, bool isFrozen) {
+    frozenIs(vni, mac, isFrozen);
+  });
   controller_->duplicatesIs(&*duplicates_);
+}
+
+/// A MAC is let go in a turn of its own, not by whoever asks, so that a recording has it in its order.
+void HostedModule::frozenIs(Vxlan::Vni vni, Wirix::EthAddr mac, bool isFrozen) {
+  controller_->frozenIs(vni, mac, isFrozen);
+  if (isFrozen && !thaw_.isRunning()) thaw_.start({});
+  if (!recorder_) return;
+  Event event;
+  event.op = Op::frozen;
+  event.vni = vni;
+  event.mac = mac;
+  event.value = isFrozen;
+  recorder_->write(earlierRun, event);
+}
+
+void HostedModule::thaw() {
+  if (auto const next = duplicates_->thaw()) thaw_.start(*next);
 }
 
 void HostedModule::recorderIs(Recorder& recorder) {
@@ -80,6 +100,37 @@ void HostedModule::tellState(Tell const& tell) const {
   if (tap_) tap_->tellState(*vniStatusDir_, tell);
   if (status_->enabled()) tell(earlierRun, flagEvent(Op::enabled, true));
   if (saidCapability_) tell(earlierRun, flagEvent(Op::capability, *saidCapability_));
+  if (tx_) tellListed(tell);
+}
+
+/// What the machines' first pass would make of the same entries is not told. They list a VNI by some events
+/// only, so entries that they do not support leave it as it was.
+void HostedModule::tellListed(Tell const& tell) const {
+  Event event;
+  event.op = Op::listed;
+  controller_->forEachVni([&](Vxlan::Vni vni) {
+    auto const& status = *controller_->vniFdbStatus(vni);
+    bool const hasEntries = status.macVtepTable().size() + status.macVtepMultiPathTable().size() +
+                                status.macVtepFloodListTable().size() !=
+                            0;
+    event.vni = vni;
+    event.value = isListed(vni);
+    if (event.value != hasEntries) tell(earlierRun, event);
+  });
+}
+
+void HostedModule::listedIs(Vxlan::Vni vni, bool isListed) {
+  auto const brId = Bridging::BridgeId::ofVni(vni);
+  if (isListed) {
+    brIdList_->brIdListIs(brId, true);
+  } else {
+    brIdList_->brIdListDel(brId);
+  }
+}
+
+void HostedModule::apply(SourceId source, Event const& event) {
+  if (event.op == Op::listed) return listedIs(event.vni, event.value);
+  controller_->apply(source, event);
 }
 
 /// Recorded after the flag's effects: a replay has the rows that were learned meanwhile when it reads the

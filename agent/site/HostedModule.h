@@ -64,7 +64,7 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
   // The ledgers of the controller's sources; sources() calls them.
   void sourceIs(SourceId source, bool isNumbered) override { controller_->sourceIs(source, isNumbered); }
   void begin(SourceId source) override { controller_->begin(source); }
-  void apply(SourceId source, Event const& event) override { controller_->apply(source, event); }
+  void apply(SourceId source, Event const& event) override;
   void flag(SourceId source, Event const& event) override;
   bool whole(SourceId source) override { return controller_->whole(source); }
   bool withdraw(SourceId source) override { return controller_->withdraw(source); }
@@ -121,6 +121,10 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
   ExportState exportState() const;
   void handleFlag(bool on);
   void record(Op flag, bool value);
+  void frozenIs(Vxlan::Vni vni, Wirix::EthAddr mac, bool isFrozen);
+  void thaw();
+  void listedIs(Vxlan::Vni vni, bool isListed);
+  void tellListed(Tell const& tell) const;
   void capabilityIs();
   void seedController();
   void forgetEarlier();
@@ -167,6 +171,7 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
   std::optional<bool> feedsCapability_;
   std::optional<bool> saidCapability_;  ///< The last capability from feeds and learned/state together.
   Sources sources_;
+  Timer thaw_;      ///< Until the next MAC is frozen no longer.
   Timer evpnHold_;  ///< Until the EVPN side is given up, as a source is.
   bool evpnIsOverdue_ = false;
   bool toldOff_ = false;  ///< `enabled` or `capability` was set to false in this run.

@@ -41,7 +41,7 @@ Json HostedModule::whyHost(QorEvpn::MacVniPair const& key) const {
     result["controller"] = entryJson(*facts.controller);
     result["controller"]["from"] = verdict && verdict->source ? sources_.name(*verdict->source) : "evpn";
     if (verdict) result["controller"]["why"] = verdict->why;
-    if (duplicates_ && duplicates_->isFrozen(key.vni(), key.macAddr())) result["controller"]["frozen"] = true;
+    if (controller_->isFrozen(key.vni(), key.macAddr())) result["controller"]["frozen"] = true;
   }
   result["sources"] = std::move(told);
   if (facts.evpn) result["evpn"] = entryJson(*facts.evpn);

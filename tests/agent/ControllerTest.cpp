@@ -142,6 +142,7 @@ TEST_F(ControllerTest, AMacThatMovesToAndFroIsReportedOnceAndFrozenIfAsked) {
     std::vector<std::string> log;
     Agent::Duplicates duplicates(
         {4, std::chrono::seconds(10), freezes}, [&](std::string const& line) { log.push_back(line); },
+        [&](auto each, auto mac, bool isFrozen) { controller->frozenIs(each, mac, isFrozen); },
         [&] { return now; });
     controller->duplicatesIs(&duplicates);
     controller->whole(leaf1);
@@ -166,7 +167,9 @@ TEST_F(ControllerTest, AMacThatMovesToAndFroIsReportedOnceAndFrozenIfAsked) {
     moves();
     EXPECT_EQ(entry(), freezes ? "10.9.0.1/40" : "10.0.0.1/41");
     EXPECT_EQ(log.size(), 1U);
+    EXPECT_EQ(duplicates.thaw().has_value(), freezes);
     now += std::chrono::seconds(20);
+    EXPECT_FALSE(duplicates.thaw());
     EXPECT_TRUE(duplicates.state().empty());
     moves();
     EXPECT_EQ(entry(), "10.0.0.1/51");

@@ -106,6 +106,7 @@ TEST(RecordTest, AControllerGoesOnFromAStateThatAnotherOneTold) {
         case 23: controller.begin(source); break;
         case 22: controller.whole(source); break;
         case 21: controller.withdraw(source); break;
+        case 18: controller.frozenIs(event.vni, event.mac, event.on); break;
         case 20:
         case 19:
           each->evpnIs(event.vni, MacVtepV2(event.mac, Wirix::IpAddr("10.9.0.1"), Seqno32(what)));
@@ -222,6 +223,36 @@ TEST(RecordTest, EachSideHasItsOwnRecordingAndEachFileOfItBeginsWithWhatHolds) {
   EXPECT_EQ(replayed({recordings + "agent"}), agents) << "the last file alone";
   EXPECT_EQ(replayed(filesOf(recordings + "evpn")), evpns);
   EXPECT_EQ(TestSupport::run({"why", "02:b1:00:13:8a:01", "--replay", recordings + "evpn"}).status, 1);
+}
+
+// Whether a VNI is listed depends on what came before where it has only entries that are not exported.
+TEST(RecordTest, AFileReadAloneKnowsWhichVnisAreListed) {
+  AgentSite site;
+  std::string const recording = site.folder.path() + "/agent.rec";
+  Program const agent(
+      {"agent", "--dir", site.dir, "--feed", "-", "--record", recording, "--record-size", "100KB"});
+  agent.write(R"({"from":"controller","op":"enabled","value":true}
+{"from":"evpn","op":"capability","value":true}
+{"from":"controller","op":"synced"}
+{"from":"evpn","op":"synced"}
+)");
+  ASSERT_TRUE(becomes([&] { return site.isHosted() && site.ask("state")["integration"] == true; }));
+  std::string text =
+      R"({"from":"controller","op":"multipath","vni":7,"mac":"02:00:00:00:00:01","vteps":["10.0.0.1"]}
+{"from":"controller","op":"flood","vni":8,"mac":"02:00:00:00:00:01","vtep":"10.0.0.1"}
+{"from":"controller","op":"mac","vni":7,"mac":"02:00:00:00:00:02","vtep":"10.0.0.1"}
+{"from":"controller","op":"mac-del","vni":7,"mac":"02:00:00:00:00:02"}
+{"from":"controller","op":"multipath-del","vni":7,"mac":"02:00:00:00:00:01"}
+)";
+  for (int i = 0; i < 2000; ++i)
+    text += R"({"from":"controller","op":"mac","vni":9,"mac":"02:00:00:00:00:01","vtep":"10.0.0.1"})"
+            "\n";
+  agent.write(text);
+  ASSERT_TRUE(becomes([&] { return site.feed()["events"] == 2009; })) << agent.errors();
+  ASSERT_GT(filesOf(recording).size(), 1U);
+  auto const listed = nlohmann::json::parse(shown(site, {"bridge-ids"}))["bridgeIds"];
+  EXPECT_EQ(listed.size(), 2U) << "7, which is empty, and 9: " << listed;
+  EXPECT_EQ(replayed({recording}), shown(site));
 }
 
 TEST(RecordTest, WhyAnswersFromARecordingAsTheAgentDid) {
