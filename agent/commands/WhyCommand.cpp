@@ -6,8 +6,8 @@
 #include "Orb/Text.h"
 #include "Wirix/IpAddr.h"
 #include "agent/base/MacNotation.h"
-#include "agent/commands/Commands.h"
 #include "agent/base/Ranges.h"
+#include "agent/commands/Commands.h"
 #include "agent/commands/ReplayOptions.h"
 #include "agent/site/Control.h"
 #include "agent/site/Site.h"
@@ -55,7 +55,9 @@ std::string entryText(Json const& entry) {
   std::string text;
   for (auto const& [name, value] : entry.items()) {
     if (name == "name") continue;
-    std::string const word = value.is_string() ? value.get<std::string>() : value.dump();
+    std::string word = value.is_string() ? value.get<std::string>() : value.is_array() ? "" : value.dump();
+    for (Json const& each : value.is_array() ? value : Json::array())
+      Orb::appendTexts(word, word.empty() ? "" : ",", each.get_ref<std::string const&>());
     Orb::appendTexts(text, text.empty() ? "" : "  ", name == "since" ? "for" : name, " ",
                      name == "since" ? ageText(value.get<std::uint64_t>()) : word);
   }

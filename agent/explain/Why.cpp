@@ -68,9 +68,9 @@ FloodFacts floodFacts(QorEvpn::VniVtepPair const& key, VniFdbStatusV2 const* own
 
 namespace {
 
-/// Why a source's entry of the key would be refused, or nothing. A MAC's VTEP is not known here; one that can
-/// be stands for it.
+/// Why a source's entry of the key was refused, or would be whatever its VTEP is; or nothing.
 std::string_view refusal(HostFacts const& facts) {
+  if (!facts.refusal.empty()) return facts.refusal;
   Event event;
   event.op = Op::mac;
   event.mac = facts.key.macAddr();
@@ -86,10 +86,13 @@ std::string_view refusal(FloodFacts const& facts) {
 }
 
 Rule ruleOf(HostFacts const& facts) {
-  if (auto const rule = ruleOf(facts.state)) return *rule;
+  auto const rule = ruleOf(facts.state);
+  if (rule == Rule::notServed && !facts.refusal.empty()) return Rule::refused;
+  if (rule) return *rule;
   if (!facts.controller && facts.isMultipath) return Rule::multipathOnly;
   if (!facts.controller) return refusal(facts).empty() ? Rule::notKnown : Rule::refused;
   if (*facts.controller == MacVtepV2()) return Rule::defaultEntry;
+  if (facts.evpn && *facts.evpn == *facts.controller && facts.isFrozen) return Rule::frozen;
   if (facts.evpn && *facts.evpn == *facts.controller)
     return facts.isOvertaken ? Rule::evpnNewer : Rule::evpnSupplied;
   return facts.isEarlier ? Rule::held : Rule::exported;
@@ -139,6 +142,7 @@ std::string_view toText(Rule rule) {
     case Rule::notAllBum: return "not-all-bum";
     case Rule::defaultEntry: return "default-entry";
     case Rule::entryOff: return "entry-off";
+    case Rule::frozen: return "frozen";
     case Rule::evpnNewer: return "evpn-newer";
     case Rule::evpnSupplied: return "evpn-supplied";
     case Rule::exported: return "exported";
@@ -152,12 +156,13 @@ std::string_view reasonOf(Rule rule) {
     case Rule::notCapable: return "the integration is off, since EVPN is not capable";
     case Rule::held: return "an earlier run left it so, and not every source has told all of its state yet";
     case Rule::notServed: return "no source of the controller serves the VNI";
-    case Rule::refused: return "an entry of this key is refused, since it cannot be";
+    case Rule::refused: return "such an entry is refused, since it cannot be";
     case Rule::notKnown: return "the controller has no such entry";
     case Rule::multipathOnly: return "the MAC is in the multipath table only";
     case Rule::notAllBum: return "the VTEP is in the flood list of a single MAC only";
     case Rule::defaultEntry: return "the entry equals the default one, which counts as absent";
     case Rule::entryOff: return "the flood list has the VTEP switched off";
+    case Rule::frozen: return "the MAC moved too often, and is frozen: it is left to the other site";
     case Rule::evpnNewer:
       return "EVPN's entry has a higher sequence number than the sources', and nothing is echoed";
     case Rule::evpnSupplied: return "EVPN supplied exactly this, and nothing is echoed";

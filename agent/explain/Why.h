@@ -23,12 +23,13 @@ enum class Rule {
   databaseOff,    ///< The integration is off: the controller's database is not enabled.
   notCapable,     ///< The integration is off: EVPN is not capable.
   notServed,      ///< No source of the controller serves the VNI.
-  refused,        ///< Every source's entry of the key is invalid: a group MAC, VTEP 0.0.0.0.
+  refused,        ///< The entry that a source told is invalid: a group MAC, VTEP 0.0.0.0.
   notKnown,       ///< The controller has no entry of the MAC; or its flood list has no such VTEP.
   multipathOnly,  ///< The MAC is in the multipath table only, which is not exported.
   notAllBum,      ///< The VTEP is in the list of one MAC only; lists for all BUM traffic alone are exported.
   defaultEntry,   ///< The entry equals the default one, which counts as absent.
   entryOff,       ///< The flood list has the VTEP switched off.
+  frozen,         ///< The MAC is a duplicate and is frozen: the entry of the other site stays in force.
   evpnNewer,      ///< EVPN's entry has a higher sequence number than the sources', and is not echoed.
   evpnSupplied,   ///< EVPN supplied exactly this entry, or this VTEP; it is not echoed.
   held,           ///< Exported as an earlier run left it, until every source is synced or given up.
@@ -56,7 +57,9 @@ struct HostFacts {
   bool isMultipath = false;                              ///< In the controller's multipath table.
   bool isOvertaken = false;                              ///< A source has an older entry than EVPN.
   bool isEarlier = false;                                ///< The controller's entry is an earlier run's.
-  std::optional<QorEvpn::Host> row;                      ///< In the exported table.
+  bool isFrozen = false;             ///< A switch's entry is overtaken while it is frozen.
+  std::string_view refusal;          ///< Why a source's entry was refused.
+  std::optional<QorEvpn::Host> row;  ///< In the exported table.
 };
 
 struct FloodFacts {

@@ -24,6 +24,11 @@ Json whyLearned(EvpnSide const& side, SpeakerSide const* speaker, std::string_vi
            {"seq", row.seqNo().value()},
            {"preference", row.preference()}});
     });
+    side.sources().forEachRefusal(
+        *subject.mac, [&](SourceId source, Vxlan::Vni vni, std::string_view reason) {
+          if (vni == key.vni())
+            sources.push_back({{"name", side.sources().name(source)}, {"refused", reason}});
+        });
     if (speaker) route = speaker->route(key);
   } else {
     QorEvpn::VniVtepPair const key(*subject.vni, subject.vtep);

@@ -83,6 +83,7 @@ void Sources::event(SourceId source, Event const& event) {
   if (event.op == Op::enabled || event.op == Op::capability) {
     flag(source, event);
   } else if (!refuse(records_[source], event)) {
+    forgetRefusal(records_[source], event);
     ledgers_->apply(source, event);
   }
 }
@@ -90,12 +91,36 @@ void Sources::event(SourceId source, Event const& event) {
 bool Sources::refuse(Record& record, Event const& event) {
   std::string_view const reason = refusalOf(event);
   if (reason.empty()) return false;
+  bool const isMacs = event.op == Op::mac || event.op == Op::multipath;
+  if (isMacs && record.refusedMacs.size() < refusalsKept)
+    record.refusedMacs.insert_or_assign({event.mac, event.vni}, reason);
   std::uint64_t const count = ++record.refused[std::string(reason)];
   if (count <= namedRefusals) {
     logs_.warning(record.about.name + ": refused: " + described(event) + ": " + std::string(reason) +
                   (count == namedRefusals ? " (more of them are counted, not named)" : ""));
   }
   return true;
+}
+
+/// The source has said something else of it.
+void Sources::forgetRefusal(Record& record, Event const& event) {
+  if (record.refusedMacs.empty()) return;
+  if (event.op == Op::vniDel) {
+    std::erase_if(record.refusedMacs, [&](auto const& each) { return each.first.second == event.vni; });
+  } else if (event.op != Op::flood && event.op != Op::floodDel) {
+    record.refusedMacs.erase({event.mac, event.vni});
+  }
+}
+
+void Sources::forEachRefusal(
+    Wirix::EthAddr mac,
+    std::function<void(SourceId, Vxlan::Vni, std::string_view reason)> const& visit) const {
+  for (SourceId source = 0; source < records_.size(); ++source) {
+    auto const& refused = records_[source].refusedMacs;
+    for (auto each = refused.lower_bound({mac, {}}); each != refused.end() && each->first.first == mac;
+         ++each)
+      visit(source, each->first.second, each->second);
+  }
 }
 
 void Sources::state(SourceId source, SourceState next, std::string const& cause) {
@@ -111,6 +136,7 @@ void Sources::state(SourceId source, SourceState next, std::string const& cause)
   std::string line = record.about.name + ": " + std::string(toText(next));
   if (next == SourceState::syncing && cause.empty()) {
     record.flags.clear();
+    record.refusedMacs.clear();
     if (record.givenUp) record.givenUp = record.isOverdue = false;
     record.sweep = Sweep::none;
     record.isAgain = record.hasTold;
@@ -167,6 +193,7 @@ void Sources::giveUp(SourceId source) {
   logs_.warning(record.about.name + ": given up after " + std::to_string(hold_.count()) +
                 " s: " + entriesText(ledgers_->entries(source)) + " withdrawn");
   record.flags.clear();
+  record.refusedMacs.clear();
   record.sweep = Sweep::withdraw;
   sweep();
 }

@@ -49,6 +49,8 @@ inline std::uint32_t nowInSeconds() {
 
 /// How many entries are withdrawn in a turn: some milliseconds with all their observers.
 inline constexpr std::size_t sweepLimit = 4096;
+/// How many MACs that were refused are kept in mind of a source, for those who ask why.
+inline constexpr std::size_t refusalsKept = 4096;
 
 /// The entries that the sources of one side hold: one ledger a source, merged by the side's rule. Sources
 /// calls it, from the loop.
@@ -111,6 +113,10 @@ class Sources {
   bool isKeeping() const { return keepsEarlier_ && !isSettled_; }
   /// Whether an earlier run left entries.
   void keepsEarlierIs(bool keepsEarlier) { keepsEarlier_ = keepsEarlier; }
+  /// Calls `visit` with the reason for which each source's last word of a host's MAC was refused, in whatever
+  /// VNI. Of a source that was refused thousands of MACs those beyond `refusalsKept` are counted only.
+  void forEachRefusal(Wirix::EthAddr mac,
+                      std::function<void(SourceId, Vxlan::Vni, std::string_view reason)> const& visit) const;
   /// [{"name": "leaf1", "kind": "switch", "endpoint": "unix:/run/db.sock", "state": "synced",
   ///   "since": 1763796324, "entries": 12, "events": {"mac": 14, "mac-del": 1}, "refused": {"group MAC": 1},
   ///   "givenUp": false, "lastError": ""}, ..]
@@ -126,6 +132,7 @@ class Sources {
     std::chrono::system_clock::time_point since = std::chrono::system_clock::now();
     std::string error;
     std::map<std::string, std::uint64_t, std::less<>> refused;
+    std::map<std::pair<Wirix::EthAddr, Vxlan::Vni>, std::string_view> refusedMacs;
     std::array<std::uint64_t, opCount> events{};  ///< How many it told, by op, refused ones too.
     std::map<Op, Event> flags;                    ///< Not in force yet.
     bool hasTold = false;                         ///< In this run, and not withdrawn.
@@ -141,6 +148,7 @@ class Sources {
   void flag(SourceId source, Event const& event);
   void applyFlags(SourceId source);
   bool refuse(Record& record, Event const& event);
+  static void forgetRefusal(Record& record, Event const& event);
   void holdEnds(SourceId source);
   void giveUp(SourceId source);
   void sweep();

@@ -16,6 +16,12 @@ Json entryJson(MacVtepV2 const& entry) {
           {"preference", entry.preference()}};
 }
 
+Json listJson(std::vector<Wirix::IpAddr> const& vteps) {
+  Json list = Json::array();
+  for (Wirix::IpAddr const& vtep : vteps) list.push_back(Orb::toText(vtep));
+  return list;
+}
+
 }  // namespace
 
 Json HostedModule::whyHost(QorEvpn::MacVniPair const& key) const {
@@ -31,10 +37,22 @@ Json HostedModule::whyHost(QorEvpn::MacVniPair const& key) const {
       if (source == earlierRun) return;
       told.back().update(
           {{"seq", claim.seq.value()}, {"preference", claim.preference}, {"since", claim.since}});
-      if (!sources_.isNumbered(source)) told.back().erase("seq");
+      if (sources_.isNumbered(source)) return;
+      told.back().erase("seq");
+      facts.isFrozen = facts.isFrozen || controller_->isFrozen(key.vni(), key.macAddr());
+    });
+    facts.isOvertaken = !told.empty() && !verdict->source;
+    facts.isFrozen = facts.isFrozen && facts.isOvertaken;
+    served->forEachMultipathClaim(key.macAddr(), [&](SourceId source, MultipathClaim const& claim) {
+      told.push_back(
+          {{"name", sources_.name(source)}, {"multipath", listJson(claim.vteps)}, {"since", claim.since}});
     });
   }
-  facts.isOvertaken = !told.empty() && !verdict->source;
+  sources_.forEachRefusal(key.macAddr(), [&](SourceId source, Vxlan::Vni vni, std::string_view reason) {
+    if (vni != key.vni()) return;
+    facts.refusal = reason;
+    told.push_back({{"name", sources_.name(source)}, {"refused", reason}});
+  });
 
   Json result{{"vni", key.vni().value()}, {"mac", Orb::toText(key.macAddr())}};
   if (facts.controller) {
@@ -42,6 +60,9 @@ Json HostedModule::whyHost(QorEvpn::MacVniPair const& key) const {
     result["controller"]["from"] = verdict && verdict->source ? sources_.name(*verdict->source) : "evpn";
     if (verdict) result["controller"]["why"] = verdict->why;
     if (controller_->isFrozen(key.vni(), key.macAddr())) result["controller"]["frozen"] = true;
+  } else if (facts.isMultipath) {
+    auto const& table = controller_->vniFdbStatus(key.vni())->macVtepMultiPathTable();
+    result["controller"]["multipath"] = listJson(table.find(key.macAddr())->vtepAddrs);
   }
   result["sources"] = std::move(told);
   if (facts.evpn) result["evpn"] = entryJson(*facts.evpn);
@@ -60,18 +81,32 @@ Json HostedModule::whyFlood(QorEvpn::VniVtepPair const& key) const {
   FloodFacts facts = floodFacts(key, controller_->vniFdbStatus(key.vni()),
                                 vniStatusDir_->vniStatusV2(key.vni()).get(), exportState());
   facts.isRow = exported_.flood->floodEntry(key) != QorEvpn::FloodEntry();
-  Json told = Json::array();
+  Json told = Json::array(), ofOneMac;
+  bool isHeld = false, isTold = false;
   if (ServedVni const* const served = controller_->served(key.vni())) {
-    served->forEachFloodClaim(VxlanController::MacVtepFloodListV2::allBum, key.vtepAddr(),
-                              [&](SourceId source, FloodClaim const& claim) {
-                                told.push_back({{"name", sources_.name(source)}, {"on", claim.on}});
-                                facts.isEarlier = source == earlierRun && told.size() == 1;
-                                if (source != earlierRun) told.back()["since"] = claim.since;
-                              });
+    for (auto const& list : served->vniFdbStatus()->macVtepFloodListTable()) {
+      Wirix::EthAddr const mac = list.key;
+      bool const isForAll = mac == VxlanController::MacVtepFloodListV2::allBum;
+      served->forEachFloodClaim(mac, key.vtepAddr(), [&](SourceId source, FloodClaim const& claim) {
+        Json& entry = told.emplace_back(Json{{"name", sources_.name(source)}});
+        if (isForAll) (source == earlierRun ? isHeld : isTold) = true;
+        if (!isForAll) entry["mac"] = Orb::toText(mac);
+        entry["on"] = claim.on;
+        if (source != earlierRun) entry["since"] = claim.since;
+      });
+      bool const* const on = isForAll ? nullptr : list.value->vtepIpFloodList().find(key.vtepAddr());
+      if (on) ofOneMac = {{"mac", Orb::toText(mac)}, {"on", *on}};
+    }
   }
 
+  facts.isEarlier = isHeld && !isTold;
+
   Json result{{"vni", key.vni().value()}, {"vtep", Orb::toText(key.vtepAddr())}};
-  if (facts.controller) result["controller"] = {{"on", *facts.controller}};
+  if (facts.controller) {
+    result["controller"] = {{"on", *facts.controller}};
+  } else if (facts.isInListOfOneMac) {
+    result["controller"] = std::move(ofOneMac);
+  }
   result["sources"] = std::move(told);
   result["evpn"] = facts.isEvpns;
   result["import"] = importJson<QorEvpn::FloodEntry>(
@@ -121,6 +156,7 @@ Json HostedModule::why(std::string_view argument) const {
   for (auto const& each : vniStatusDir_->vniStatusV2()) {
     if (each.value->macVtepTable().contains(mac)) knowing.insert(each.key);
   }
+  sources_.forEachRefusal(mac, [&](SourceId, Vxlan::Vni each, std::string_view) { knowing.insert(each); });
   for (Vxlan::Vni const each : knowing) result.push_back(whyHost({mac, each}));
   return result;
 }

@@ -1,14 +1,18 @@
 #include "agent/explain/Why.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
+
+#include <sstream>
 
 #include "AgentSite.h"
+#include "SiteWriter.h"
 #include "VxlanController/ExpectedExport.h"
 
 namespace Agent {
 namespace {
 
 using VxlanController::MacVtepV2;
+using Words = std::vector<std::string>;
 
 Wirix::EthAddr const mac("02:00:00:00:00:01");
 Vxlan::Vni const vni(5000);
@@ -23,47 +27,26 @@ QorEvpn::Host rowOf(MacVtepV2 const& entry) {
   return row;
 }
 
-HostFacts exportedHost() { return {{mac, vni}, on, local, std::nullopt, false, false, false, rowOf(local)}; }
+HostFacts exportedHost() {
+  HostFacts facts;
+  facts.key = {mac, vni};
+  facts.state = on;
+  facts.controller = local;
+  facts.row = rowOf(local);
+  return facts;
+}
 
-/// What is wrong with each set of facts is the one thing in which it differs from an exported host's.
-TEST(Why, EachRuleThatKeepsAHostOutHasItsAnswer) {
-  struct Case {
-    Rule rule;
-    void (*change)(HostFacts&);
-  };
-  Case const cases[] = {
-      {Rule::databaseOff, [](HostFacts& facts) { facts.state.isEnabled = false; }},
-      {Rule::notCapable, [](HostFacts& facts) { facts.state.isCapable = false; }},
-      {Rule::notServed, [](HostFacts& facts) { facts.state.isServed = false; }},
-      {Rule::notKnown, [](HostFacts& facts) { facts.controller.reset(); }},
-      {Rule::multipathOnly,
-       [](HostFacts& facts) {
-         facts.controller.reset();
-         facts.isMultipath = true;
-       }},
-      {Rule::defaultEntry, [](HostFacts& facts) { facts.controller = MacVtepV2(); }},
-      {Rule::evpnSupplied, [](HostFacts& facts) { facts.evpn = facts.controller; }},
-      {Rule::evpnNewer,
-       [](HostFacts& facts) {
-         facts.evpn = facts.controller;
-         facts.isOvertaken = true;
-       }},
-      {Rule::refused,
-       [](HostFacts& facts) {
-         facts.controller.reset();
-         facts.key = QorEvpn::MacVniPair(Wirix::EthAddr("01:00:5e:00:00:01"), vni);
-       }},
-  };
-  EXPECT_EQ(explain(exportedHost()).rule, Rule::exported);
-  EXPECT_TRUE(explain(exportedHost()).isAsItShouldBe);
-  for (Case const& each : cases) {
-    HostFacts facts = exportedHost();
-    each.change(facts);
-    EXPECT_EQ(explain(facts).rule, each.rule) << toText(each.rule);
-    EXPECT_FALSE(explain(facts).isAsItShouldBe) << toText(each.rule) << ": its row is there";
-    facts.row.reset();
-    EXPECT_TRUE(explain(facts).isAsItShouldBe) << toText(each.rule);
-  }
+TEST(Why, ARowThatARuleKeepsOutIsNotAsItShouldBe) {
+  HostFacts facts = exportedHost();
+  EXPECT_TRUE(explain(facts).isAsItShouldBe);
+  facts.evpn = facts.controller;
+  EXPECT_FALSE(explain(facts).isAsItShouldBe);
+  facts.isOvertaken = facts.isFrozen = true;
+  EXPECT_EQ(explain(facts).rule, Rule::frozen);
+  FloodFacts flood{{vni, Wirix::IpAddr("10.99.0.11")}, on, true, false, false, true};
+  EXPECT_TRUE(explain(flood).isAsItShouldBe);
+  flood.controller = false;
+  EXPECT_FALSE(explain(flood).isAsItShouldBe);
 }
 
 TEST(Why, NamesTheFieldsInWhichEvpnsEntryDiffers) {
@@ -82,25 +65,6 @@ TEST(Why, EntriesOfAnEarlierRunAreHeld) {
   EXPECT_EQ(explain(facts).rule, Rule::held);
   facts.state = {.isEnabled = false, .isCapable = false, .isKeeping = true, .isServed = false};
   EXPECT_TRUE(explain(facts).isAsItShouldBe) << "rows stay while sources tell their state";
-}
-
-TEST(Why, EachRuleThatKeepsAFloodRowOutHasItsAnswer) {
-  FloodFacts const exported{{vni, Wirix::IpAddr("10.99.0.11")}, on, true, false, false, true};
-  auto const with = [&](auto change) {
-    FloodFacts facts = exported;
-    change(facts);
-    EXPECT_FALSE(explain(facts).isAsItShouldBe);
-    return explain(facts).rule;
-  };
-  EXPECT_EQ(explain(exported).rule, Rule::exported);
-  EXPECT_EQ(with([](FloodFacts& facts) { facts.controller = false; }), Rule::entryOff);
-  EXPECT_EQ(with([](FloodFacts& facts) { facts.isEvpns = true; }), Rule::evpnSupplied);
-  EXPECT_EQ(with([](FloodFacts& facts) { facts.controller.reset(); }), Rule::notKnown);
-  EXPECT_EQ(with([](FloodFacts& facts) {
-              facts.controller.reset();
-              facts.isInListOfOneMac = true;
-            }),
-            Rule::notAllBum);
 }
 
 /// The rule that is said to have decided, and what the machines are to make of the same inputs.
@@ -134,53 +98,53 @@ TEST(Why, ExportedIsWhatTheMachinesExport) {
   }
 }
 
+/// EVPN's row of MAC 0 in a VNI has a key, but makes the default entry: it can come from another writer only.
+TEST(Why, ARunningAgentTakesTheDefaultEntryForNone) {
+  SiteWriter writer;
+  writer.mount(writer.learnedHosts, true);
+  writer.learnedHosts.write(QorEvpn::Host(QorEvpn::MacVniPair(Wirix::EthAddr(), Vxlan::Vni(1))));
+  writer.learnedHosts.endTurn();
+  TestSupport::Program const agent({"agent", "--dir", writer.dir(), "--feed", "-"});
+  agent.write(R"({"from":"controller","op":"enabled","value":true}
+{"from":"controller","op":"vni","vni":1}
+{"from":"evpn","op":"capability","value":true}
+)");
+  auto said = nlohmann::ordered_json::object();
+  EXPECT_TRUE(becomes([&] {
+    try {
+      said = Agent::controlRequest(writer.site(), "why 00:00:00:00:00:00 1").at(0);
+    } catch (std::exception const&) {
+    }
+    return said.value("rule", "") == "default-entry";
+  })) << said;
+  EXPECT_EQ(said["import"]["rule"], "imported");
+}
+
 TEST(Why, ARunningAgentNamesTheRuleOfEachKey) {
   AgentSite site;
   auto const start = [&site] {
-    return TestSupport::Program({"agent", "--dir", site.dir, "--feed", "-", "--with-evpn"});
+    return TestSupport::Program(
+        {"agent", "--dir", site.dir, "--feed", "-", "--with-evpn", "--duplicate-moves", "2"});
   };
   auto const answer = [&site](std::string const& question) { return site.ask("why " + question).at(0); };
   {
     auto const agent = start();
-    agent.write(R"({"from":"controller","op":"enabled","value":true}
-{"from":"evpn","op":"capability","value":true}
-{"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:01","vtep":"10.0.0.1","seq":3}
-{"from":"evpn","op":"mac","vni":1,"mac":"02:00:00:00:00:01","vtep":"10.0.0.9","seq":2}
-{"from":"evpn","op":"mac","vni":1,"mac":"02:00:00:00:00:02","vtep":"10.0.0.9"}
-{"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:03","vtep":"10.0.0.1"}
-{"from":"evpn","op":"mac","vni":1,"mac":"02:00:00:00:00:03","vtep":"10.0.0.9","seq":1}
-{"from":"controller","op":"multipath","vni":1,"mac":"02:00:00:00:00:04","vteps":["10.0.0.1"]}
-{"from":"controller","op":"flood","vni":1,"vtep":"10.0.0.1"}
-{"from":"controller","op":"flood","vni":1,"vtep":"10.0.0.2","on":false}
-{"from":"controller","op":"flood","vni":1,"vtep":"10.0.0.3","mac":"02:00:00:00:00:01"}
-{"from":"evpn","op":"flood","vni":1,"vtep":"10.0.0.9"}
-{"from":"evpn","op":"mac","vni":2,"mac":"02:00:00:00:00:01","vtep":"10.0.0.9"}
-)");
-    ASSERT_TRUE(becomes([&] { return site.feed()["events"] == 13; })) << agent.errors();
-    struct {
-      char const *question, *rule, *importRule;
-    } const cases[] = {
-        {"02:00:00:00:00:01 1", "exported", "imported"},
-        {"02:00:00:00:00:02 1", "evpn-supplied", "imported"},
-        {"02:00:00:00:00:03 1", "evpn-newer", "imported"},
-        {"02:00:00:00:00:04 1", "multipath-only", "not-learned"},
-        {"02:00:00:00:00:05 1", "not-known", "not-learned"},
-        {"01:00:00:00:00:05 1", "refused", "not-learned"},
-        {"02:00:00:00:00:01 2", "not-served", "imported"},
-        {"00:00:00:00:00:00 0", "not-served", "default-row"},
-        {"10.0.0.1 1", "exported", "not-learned"},
-        {"10.0.0.2 1", "entry-off", "not-learned"},
-        {"10.0.0.3 1", "not-all-bum", "not-learned"},
-        {"10.0.0.4 1", "not-known", "not-learned"},
-        {"224.0.0.1 1", "refused", "not-learned"},
-        {"10.0.0.9 1", "evpn-supplied", "imported"},
-        {"10.0.0.1 2", "not-served", "not-learned"},
-    };
-    for (auto const& each : cases) {
-      auto const said = answer(each.question);
-      EXPECT_EQ(said["rule"], each.rule) << each.question;
-      EXPECT_EQ(said["import"]["rule"], each.importRule) << each.question;
-      EXPECT_EQ(said["asItShouldBe"], true) << each.question;
+    std::istringstream story(TestSupport::sourceText("tests/agent/WhyTest.story"));
+    unsigned events = 0;
+    for (std::string line; std::getline(story, line);) {
+      if (line[0] == '{') {
+        agent.write(line + '\n');
+        ++events;
+        continue;
+      }
+      ASSERT_TRUE(becomes([&] { return site.feed()["events"] == events; })) << agent.errors();
+      std::istringstream words(line.substr(2));
+      std::string subject, of, rule, importRule;
+      words >> subject >> of >> rule >> importRule;
+      auto const said = answer(subject + ' ' + of);
+      EXPECT_EQ(said["rule"], rule) << line;
+      EXPECT_EQ(said["import"]["rule"], importRule) << line;
+      EXPECT_EQ(said["asItShouldBe"], true) << line;
     }
     auto said = answer("02:00:00:00:00:01 1");
     EXPECT_EQ(said["differences"], nlohmann::ordered_json({"vtep", "seq"}));
@@ -191,6 +155,16 @@ TEST(Why, ARunningAgentNamesTheRuleOfEachKey) {
     EXPECT_EQ(said["sources"][0]["vtep"], "10.0.0.1");
     EXPECT_EQ(said["evpnSide"]["sources"][0]["vtep"], "10.0.0.9");
     EXPECT_EQ(site.ask("why 02:00:00:00:00:01").size(), 2U) << "in every VNI";
+    EXPECT_EQ(site.ask("why 02:00:00:00:00:06").size(), 2U) << "also where it was refused";
+    auto const shows = [&](Words words, std::string const& text) {
+      words.insert(words.end(), {"--dir", site.dir});
+      EXPECT_THAT(TestSupport::run(words).out, testing::ContainsRegex(text));
+    };
+    shows({"why", "02:00:00:00:00:06", "1"}, "cannot be: VTEP 0.0.0.0(.|\n)*input: refused VTEP 0.0.0.0");
+    shows({"why", "02:00:00:00:00:04", "1"}, "controller  multipath 10.0.0.1\n.*: multipath 10.0.0.1  for ");
+    shows({"why", "10.0.0.3", "1"},
+          "controller  mac 02:00:00:00:00:01  on true\n.*: mac 02:.*  on true  for ");
+    shows({"show", "agent"}, "duplicate: vni 1  mac 02:00:00:00:00:07  between 10.9.0.1 and 10.0.0.1\n");
   }
   auto const agent = start();
   agent.write(R"({"from":"controller","op":"enabled","value":true}
