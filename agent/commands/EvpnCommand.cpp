@@ -17,6 +17,7 @@
 #include "agent/metrics/Metrics.h"
 #include "agent/metrics/MetricsServer.h"
 #include "agent/site/Control.h"
+#include "agent/site/SiteWatch.h"
 #include "agent/views/Format.h"
 
 namespace Agent {
@@ -70,6 +71,7 @@ struct ServedSide {
                   if (command == "state") return state();
                   throw std::runtime_error("the EVPN side does not know '" + std::string(command) + "'");
                 }),
+        watch(loop, site, logs.warning),
         turns(meter) {}
 
   nlohmann::ordered_json state() const {
@@ -82,6 +84,7 @@ struct ServedSide {
   EvpnSide side;
   std::optional<SpeakerSide> speaker;
   ControlServer control;
+  SiteWatch watch;
   TurnMeter const& turns;  ///< Of the process.
 };
 
@@ -144,6 +147,7 @@ int runEvpn(EvpnOptions const& options) {
       },
       logs);
   loop.run();
+  serviceManager.stopping();
   for (auto const& each : sides) each->side.sources().finish();
   endTurn();
   return feeds.haveFailed() ? exitFailed : exitOk;

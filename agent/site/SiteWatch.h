@@ -10,7 +10,8 @@
 namespace Agent {
 
 /// A writer does not notice that the files of its tables were removed, and no reader sees what it writes from
-/// then on. This object warns once, from the loop. The loop must outlive it.
+/// then on. This object warns from the loop, once of a folder and once of the directory. The loop must
+/// outlive it.
 class SiteWatch {
  public:
   /// `warn` takes one line for people. If the system has no file watch left, nothing is detected.
@@ -21,11 +22,15 @@ class SiteWatch {
 
  private:
   void read();
+  void say();
 
   Loop& loop_;
   std::string dir_;
   std::function<void(std::string const&)> warn_;
   Fd events_;
+  std::string removed_;  ///< What was removed first, or the directory itself.
+  bool isSaid_ = false;  ///< The former was said.
+  Timer timer_;          ///< Until it looks for the directory.
 };
 
 }  // namespace Agent

@@ -40,7 +40,8 @@ TEST(LogTest, HasTimesAndLevelsAndGoesOnInANewFileAfterSighup) {
   EXPECT_THAT(textOf(log + ".1"), ContainsRegex(time + "info    agent " + site.dir + ": started"));
   EXPECT_THAT(textOf(log), ContainsRegex(time + "warning agent .*:1: not JSON"));
   std::filesystem::remove_all(site.dir);
-  EXPECT_TRUE(becomes([&] { return textOf(log).find(" was removed: nobody sees") != std::string::npos; }));
+  EXPECT_TRUE(
+      becomes([&] { return textOf(log).find(site.dir + " was removed: nobody sees") != std::string::npos; }));
   EXPECT_EQ(agent.errors(), "");
 }
 
