@@ -5,10 +5,10 @@
 #include <filesystem>
 #include <fstream>
 
+#include "agent/base/Ranges.h"
 #include "agent/commands/Child.h"
 #include "agent/commands/Commands.h"
 #include "agent/commands/DemoScreen.h"
-#include "agent/base/Ranges.h"
 #include "agent/commands/Verdict.h"
 #include "agent/feed/Event.h"
 #include "agent/site/Control.h"
@@ -25,6 +25,7 @@ struct DemoOptions {
   double pace = 6;
   std::size_t rows = 8;
   bool keep = false;
+  bool json = false;
 };
 
 /// The recording as the two sites' controllers see it: what the neighbour advertised is what the switches of
@@ -218,18 +219,28 @@ class Demo {
   Clock::time_point begin_;
 };
 
-bool playRound(Demo& demo, DemoScreen& screen, std::string const& title, bool withKill, bool withTables) {
+OrderedJson toJson(std::string const& title, std::vector<Check> const& checks) {
+  OrderedJson all = OrderedJson::array();
+  for (Check const& check : checks) {
+    all.push_back({{"claim", check.claim}, {"holds", check.fault.empty()}});
+    if (!check.fault.empty()) all.back()["fault"] = check.fault;
+  }
+  return {{"round", title}, {"holds", holds(checks)}, {"checks", std::move(all)}};
+}
+
+OrderedJson playRound(Demo& demo, DemoScreen& screen, std::string const& title, bool withKill,
+                      bool withTables) {
   screen.heading(title);
   demo.play(withKill);
   std::vector<Check> const checks = demo.settle();
   screen.progressEnds();
   if (withTables) demo.showTables();
   screen.verdict(checks);
-  return holds(checks);
+  return toJson(title, checks);
 }
 
 int runDemo(DemoOptions const& options) {
-  DemoScreen screen;
+  DemoScreen screen(options.json);
   SiteFeeds const feeds = splitRecording(dataFile("fabric-3vni.jsonl"));
   Expectation const expected = Expectation::ofFile(dataFile("fabric-3vni.end.json"));
   DemoFolder root(options.dir, options.keep);
@@ -239,17 +250,14 @@ int runDemo(DemoOptions const& options) {
               DemoScreen::number(options.pace) +
               " times as fast.\nProgress: seconds of the recording, hosts that each site exports (out) and "
               "has learned (in).");
-  bool good = true;
+  auto rounds = OrderedJson::array();
   try {
-    {
-      Demo demo(options, screen, feeds, expected, root.made("1"));
-      good = playRound(demo, screen, "Round 1: the recording", false, true);
-    }
-    {
-      Demo demo(options, screen, feeds, expected, root.made("2"));
-      good = playRound(demo, screen, "Round 2: the recording, with an agent killed in the middle", true,
-                       false) &&
-             good;
+    for (bool const withKill : {false, true}) {
+      Demo demo(options, screen, feeds, expected, root.made(withKill ? "2" : "1"));
+      rounds.push_back(playRound(
+          demo, screen,
+          withKill ? "Round 2: the recording, with an agent killed in the middle" : "Round 1: the recording",
+          withKill, !withKill));
     }
   } catch (DemoInterrupted const&) {
     screen.progressEnds();
@@ -263,7 +271,13 @@ int runDemo(DemoOptions const& options) {
     root.keep();  // the text names a log in it
     throw;
   }
+  bool const good = std::ranges::all_of(rounds, [](auto const& each) { return each["holds"] == true; });
   if (!good) root.keep();
+  if (options.json) {
+    OrderedJson verdict = {{"holds", good}, {"rounds", std::move(rounds)}};
+    if (root.isKept()) verdict["kept"] = options.dir;
+    screen.lastLine(verdict.dump(2));
+  }
   screen.line(good ? "\nEvery check held." : "\nA check FAILED.");
   if (root.isKept()) screen.line("Tables, feeds and logs are kept in " + options.dir);
   return good ? exitOk : exitFailed;
@@ -284,6 +298,7 @@ void addDemoCommand(CLI::App& app, Run& run) {
       ->check(numberFrom("0", "1000000000"))
       ->capture_default_str();
   command->add_flag("--keep", options->keep, "Leave the tables, feeds and logs behind");
+  command->add_flag("-j,--json", options->json, "Print the verdict alone, for programs");
   command->footer(
       "Examples:\n"
       "  qorevpn demo                     about 12 seconds\n"

@@ -24,10 +24,11 @@ std::string siteText(std::string_view name, std::uint64_t out, std::uint64_t in)
 
 }  // namespace
 
-DemoScreen::DemoScreen()
+DemoScreen::DemoScreen(bool isSilent)
     : out_(STDOUT_FILENO),
       colours_(out_.hasColours()),
       signals_(signalFd({SIGHUP, SIGINT, SIGTERM})),
+      isSilent_(isSilent),
       isTerminal_(isatty(STDOUT_FILENO)) {
   out_.stopFdIs(signals_.get());
 }
@@ -45,6 +46,10 @@ std::string DemoScreen::number(double value) {
 }
 
 void DemoScreen::line(std::string const& text) {
+  if (!isSilent_) lastLine(text);
+}
+
+void DemoScreen::lastLine(std::string const& text) {
   out_.write(text, "\n");
   out_.flush();
 }
@@ -59,6 +64,7 @@ void DemoScreen::note(std::string const& text) {
 }
 
 void DemoScreen::progress(DemoProgress const& progress, bool isLast) {
+  if (isSilent_) return;
   bool const isDue = isTerminal_ || isLast || lastShown_ < 0 || progress.now >= lastShown_ + progressStep ||
                      progress.now < lastShown_;
   if (!isDue) return;
@@ -80,6 +86,7 @@ void DemoScreen::progressEnds() {
 }
 
 void DemoScreen::verdict(std::vector<Check> const& checks) {
+  if (isSilent_) return;
   for (Check const& check : checks) {
     bool const good = check.fault.empty();
     out_.write(good ? colours_.added : colours_.removed, good ? "  ok      " : "  FAILED  ", colours_.reset,

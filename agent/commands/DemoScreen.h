@@ -28,13 +28,14 @@ struct DemoProgress {
 
 class DemoScreen {
  public:
-  /// Blocks SIGHUP, SIGINT and SIGTERM; wait() reports them.
-  DemoScreen();
+  /// Blocks SIGHUP, SIGINT and SIGTERM; wait() reports them. A silent screen writes its last line only.
+  explicit DemoScreen(bool isSilent);
 
   static std::string seconds(double value);
   static std::string number(double value);
 
   void line(std::string const& text);
+  void lastLine(std::string const& text);
   void heading(std::string const& text);
   /// Writes a line that ends the progress line, if there is one.
   void note(std::string const& text);
@@ -46,6 +47,7 @@ class DemoScreen {
   /// Writes the first `limit` rows of a kind (0: all), sorted as `qorevpn show` sorts them.
   template <class Row>
   void rows(SiteRows const& all, std::size_t limit) {
+    if (isSilent_) return;
     std::span<Row const> const rows = all.of<Row>();
     std::size_t const shown = limit == 0 ? rows.size() : std::min(limit, rows.size());
     writeColumns(out_, TableKind<Row>::fields(), rows.first(shown));
@@ -60,6 +62,7 @@ class DemoScreen {
   Output out_;
   Colours colours_;
   Fd signals_;
+  bool isSilent_;
   bool isTerminal_;
   bool inProgress_ = false;
   double lastShown_ = -1;

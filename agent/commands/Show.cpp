@@ -115,8 +115,16 @@ class Show {
       out_.write(state.dump());
     } else {
       state.erase("sources");  // a part of their own
+      auto const duplicates =
+          std::exchange(state["duplicates"], state.value("duplicates", nlohmann::ordered_json()).size());
       std::vector<StateFigure> const all = figuresOf(state);
       writeColumns(out_, StateFigure::fields(), std::span(all));
+      for (auto const& each : duplicates) {
+        auto const text = [&](auto const& value) { return value.template get<std::string>(); };
+        out_.write("  duplicate: vni ", each.at("vni").get<std::uint32_t>(), "  mac ", text(each.at("mac")),
+                   "  between ", text(each.at("vteps").at(0)), " and ", text(each.at("vteps").at(1)),
+                   each.at("frozen").get<bool>() ? "  frozen" : "", "\n");
+      }
     }
   }
 

@@ -13,6 +13,7 @@ namespace {
 struct TraceOptions {
   std::string dir{Site::defaultDir};
   std::vector<std::string> levels;
+  bool json = false;
 };
 
 int runTrace(TraceOptions const& options) {
@@ -20,6 +21,10 @@ int runTrace(TraceOptions const& options) {
   nlohmann::ordered_json now = controlRequest(site, "trace");
   for (std::string const& level : options.levels) now = controlRequest(site, "trace " + level);
   Output out(STDOUT_FILENO);
+  if (options.json) {
+    out.write(now.dump(), "\n");
+    now.clear();
+  }
   for (auto const& [handle, levels] : now.items()) {
     out.write(handle, "/");
     std::string_view separator;
@@ -41,6 +46,7 @@ void addTraceCommand(CLI::App& app, Run& run) {
   command->add_option("--dir", options->dir, "The site's directory")->capture_default_str();
   command->add_option("levels", options->levels,
                       "HANDLE/LEVELS, such as QorEvpnModeSm/8; HANDLE/* for all, HANDLE/ for none");
+  command->add_flag("-j,--json", options->json, "For programs");
   command->footer(
       "Prints the levels that are then on, one trace handle a line.\n\n"
       "Examples:\n"
