@@ -11,7 +11,7 @@ packages() {
     case $purpose in
       demo) echo g++ cmake ninja-build libcli11-dev nlohmann-json3-dev prometheus-cpp-dev ;;
       build) packages demo && echo libssl-dev libnghttp2-dev libprotobuf-dev protobuf-compiler ;;
-      test) echo libgtest-dev libgmock-dev dpkg-dev openssl openvswitch-common openvswitch-vtep gobgpd ;;
+      test) echo libgtest-dev libgmock-dev dpkg-dev openssl openvswitch-common openvswitch-vtep gobgpd python3 ;;
       package) echo dpkg-dev ;;
       sanitizers) echo clang libclang-rt-14-dev llvm ;;
       live) echo gobgpd frr openvswitch-common openvswitch-vtep iproute2 ;;
@@ -23,16 +23,23 @@ packages() {
   done
 }
 
+# missingPackages PURPOSE...: those that are not installed, in one line.
+missingPackages() {
+  local missing=() package
+  for package in $(packages "$@"); do
+    [[ $(dpkg-query -W -f='${Status}' "$package" 2>/dev/null) == *' installed' ]] || missing+=("$package")
+  done
+  echo "${missing[*]}"
+}
+
 # needPackages PURPOSE...: installs what is missing, or says what is missing and how to install it.
 needPackages() {
-  local missing=() package sudo=()
+  local missing sudo=()
   if ! command -v dpkg-query >/dev/null; then
     echo "This is not Debian: packages are not checked. Needed (Debian's names):" $(packages "$@") >&2
     return
   fi
-  for package in $(packages "$@"); do
-    [[ $(dpkg-query -W -f='${Status}' "$package" 2>/dev/null) == *' installed' ]] || missing+=("$package")
-  done
+  read -ra missing < <(missingPackages "$@")
   ((${#missing[@]})) || return 0
 
   if (($(id -u))); then

@@ -1,5 +1,11 @@
 /// Two sites and everything between the switches of one and those of the other: databases, agents, EVPN
-/// sides, BGP speakers, each killed and started again.
+/// sides, BGP speakers, each killed and started again. Relays before the servers stop what they tell at an
+/// octet that is not chosen. A server that comes back is compared with what it held, and observed, before we
+/// reach it.
+///
+/// Not covered: which VTEP a switch's flood list lost when the session to a killed speaker fell (it may lose
+/// those of that speaker's site; what it has at rest is compared); that what a server told just before it was
+/// killed did arrive; two of them killed at a time; a node that loses power.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,7 +19,9 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
+using testing::IsSupersetOf;
 using TestSupport::LiveSite;
+using TestSupport::Relay;
 
 class ChainTest : public testing::Test {
  protected:
@@ -24,6 +32,7 @@ class ChainTest : public testing::Test {
     }
     ASSERT_TRUE(becomes([&] { return isJoined(); })) << west.errors() << east.errors();
     for (LiveSite* const site : {&west, &east}) {
+      site->observeFloods();
       site->removedOfOurs();
       site->removedFromOthers();
     }
@@ -39,8 +48,16 @@ class ChainTest : public testing::Test {
   LiveSite west{1, 2, false}, east{2, 1, true};
 };
 
+/// What the first switch of a site is told, without the VTEPs of MACs.
+std::set<std::string> keysIn(LiveSite const& site) {
+  std::set<std::string> keys;
+  for (std::string const& row : site.databaseOf(0).remoteMacs("red"))
+    keys.insert(row.starts_with("unknown-dst") ? row : row.substr(0, row.find(' ')));
+  return keys;
+}
+
 /// Each process is killed at a point of its work that is not chosen, and finds its state told by half when it
-/// comes back.
+/// comes back, or tells its own by half.
 TEST_F(ChainTest, NothingValidIsRemovedWhicheverProcessIsKilled) {
   char const* const given = std::getenv("QOREVPN_TEST_SEED");
   auto const seed = given ? static_cast<unsigned>(std::stoul(given)) : std::random_device()();
@@ -62,35 +79,38 @@ TEST_F(ChainTest, NothingValidIsRemovedWhicheverProcessIsKilled) {
     site->move(pick(hosts / 2));
     other.move(pick(hosts / 2));
     std::this_thread::sleep_for(std::chrono::microseconds(pick(20'000)));
+    std::set<std::string> const told = keysIn(*site);
     site->kill(part);
     other.learn(0, next, 1);
     site->move(hosts / 2 + pick(hosts / 2));
     site->learn(part == LiveSite::database ? 1 : 0, next++, 1);
+    std::string const source = site->sourceOf(part);
+    bool const isServer = part == LiveSite::database || part == LiveSite::speaker;
+    ASSERT_TRUE(!isServer || becomes([&, site = site] { return site->stateOf(source) == "lost"; }));
+    Relay& relay = site->relayOf(part);
+    relay.allow(0);
+    site->start(part);
+    EXPECT_THAT(keysIn(*site), IsSupersetOf(told));
+    relay.allow(pick(source == "speaker" ? 200 : 20'000));
+    ASSERT_TRUE(becomes([&] { return relay.isStuck(); }));
     if (part == LiveSite::agent) {
-      // Of its two switches one tells its state, and what is new there arrives.
-      site->pause(LiveSite::database, true);
-      site->start(part);
+      // What the other switch tells arrives, also what is new there.
       ASSERT_TRUE(becomes([&, site = site] { return site->exported().size() == site->hosts(); }));
-      EXPECT_NE(site->stateOf("tor1"), "synced");
-      site->pause(LiveSite::database, false);
-    } else if (part == LiveSite::evpn) {
-      site->pause(LiveSite::speaker, true);
-      site->start(part);
-      ASSERT_TRUE(becomes([&, site = site] { return site->stateOf("speaker") == "connecting"; }))
-          << site->stateOf("speaker") << site->errors();
-      site->pause(LiveSite::speaker, false);
-    } else {
-      std::string const source = part == LiveSite::speaker ? "speaker" : "tor0";
-      ASSERT_TRUE(becomes([&, site = site] { return site->stateOf(source) == "lost"; }));
-      site->start(part);
     }
+    EXPECT_NE(site->stateOf(source), "synced");
+    relay.open();
     ASSERT_TRUE(becomes([&] { return isJoined(); })) << west.errors() << east.errors();
     EXPECT_THAT(site->removedOfOurs(), IsEmpty());
     EXPECT_THAT(site->removedFromOthers(), IsEmpty());
     EXPECT_THAT(other.removedOfOurs(), IsEmpty());
     // The session to a speaker that is killed falls, and with it what it announced.
-    auto const removed = other.removedFromOthers();
-    EXPECT_TRUE(removed.empty() || part == LiveSite::speaker) << testing::PrintToString(removed);
+    auto removed = other.removedFromOthers();
+    if (part == LiveSite::speaker) {
+      std::erase_if(removed, [&, site = site](std::string const& line) {
+        return site->isOurs(line) || line.find(",old,") != std::string::npos;
+      });
+    }
+    EXPECT_THAT(removed, IsEmpty());
   }
   // What a switch forgets is removed, and all that is.
   west.forget(0);
@@ -101,6 +121,7 @@ TEST_F(ChainTest, NothingValidIsRemovedWhicheverProcessIsKilled) {
   std::size_t atHome = 0, elsewhere = 0;
   EXPECT_TRUE(becomes([&] { return (atHome += west.removedFromOthers().size()) == 2; })) << atHome;
   EXPECT_TRUE(becomes([&] { return (elsewhere += east.removedFromOthers().size()) == 4; })) << elsewhere;
+  EXPECT_TRUE(becomes([&] { return west.isReplayed() && east.isReplayed(); }));
 }
 
 /// Of a MAC that more than one switch lists, of one site or of both, the number says who heard it last.

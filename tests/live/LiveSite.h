@@ -12,22 +12,28 @@
 #include "agent/AgentSite.h"
 #include "support/Database.h"
 #include "support/Gobgpd.h"
+#include "tests/live/Relay.h"
 
 namespace TestSupport {
 
 /// A command that tells what happens somewhere, and what it tells of removals.
 class Observer {
  public:
-  /// `mark`: what is in the line of a removal, and in no other.
-  Observer(std::vector<std::string> command, std::string mark)
-      : mark_(std::move(mark)), process_([this, &command](Child&) { execute(command, path()); }) {}
+  /// `marks`: what is in the line of a removal, one of them, and in no other.
+  Observer(std::vector<std::string> command, std::vector<std::string> marks)
+      : marks_(std::move(marks)), process_([this, &command](Child&) { execute(command, path()); }) {}
+
+  /// It has told what was there.
+  bool isThere() const { return std::ifstream(path()).peek() != std::ifstream::traits_type::eof(); }
 
   /// All that it told so far.
   std::vector<std::string> removals() const {
     std::ifstream file(path());
     std::vector<std::string> found;
     for (std::string line; std::getline(file, line);) {
-      if (line.find(mark_) != std::string::npos) found.push_back(line);
+      bool const isRemoval = std::ranges::any_of(
+          marks_, [&](std::string const& mark) { return line.find(mark) != std::string::npos; });
+      if (isRemoval) found.push_back(line);
     }
     return found;
   }
@@ -36,7 +42,7 @@ class Observer {
   std::string path() const { return folder_.path() + "/said"; }
 
   ScratchFolder folder_;
-  std::string mark_;
+  std::vector<std::string> marks_;
   Child process_;
 };
 
@@ -49,7 +55,10 @@ class LiveSite {
 
   /// Numbered from 1. `isOneProcess`: agent and EVPN side are one.
   LiveSite(unsigned number, unsigned other, bool isOneProcess)
-      : number_(number), isOneProcess_(isOneProcess), speaker_(number, {other}) {
+      : number_(number),
+        isOneProcess_(isOneProcess),
+        speaker_(number, {other}),
+        toSpeaker_(ownLoopback(100 + number) + ":50051", speaker_.endpoint()) {
     for (unsigned tor = 0; tor < switches; ++tor) {
       databases_[tor].vtep("add-ps tor -- set Physical_Switch tor tunnel_ips=" + vtep(tor, 0) + ',' +
                            vtep(tor, 1) + " -- add-ls red -- set Logical_Switch red tunnel_key=5000" +
@@ -64,21 +73,37 @@ class LiveSite {
       std::vector<std::string> command{programPath(), "watch",   "hosts",  "floods",
                                        "--dir",       site_.dir, "--stay", "--json"};
       if (isLearned) command.push_back("--learned");
-      (isLearned ? fromOthers_ : ours_).push_back(observer(command, R"("event":"removed")"));
+      (isLearned ? fromOthers_ : ours_).push_back(observer(command, {R"("event":"removed")"}));
     }
     for (Database const& each : databases_) observe(each);
     observeBgp();
   }
+  /// Once switches have been told of flood lists: from now on a list that changes loses a VTEP.
+  void observeFloods() {
+    for (Database const& each : databases_) observeFloods(each);
+  }
+  /// A line of an observer is about a host or a VTEP of this site.
+  bool isOurs(std::string const& line) const {
+    auto const has = [&](std::string const& text) { return line.find(text) != std::string::npos; };
+    return has(mac(0).substr(0, 6)) || has(vtep(0, 0).substr(0, 8));
+  }
+  /// What is between us and a source: a database that is killed, a speaker, the second switch of an agent.
+  Relay& relayOf(Part part) {
+    return part == speaker || part == evpn ? toSpeaker_ : toSwitches_[part == database ? 0 : 1];
+  }
+  std::string sourceOf(Part part) const {
+    return part == speaker || part == evpn ? "speaker" : nameOf(part == database ? 0 : 1);
+  }
 
   void start(Part part) {
-    std::vector<std::string> const bgp{"--speaker",   speaker_.endpoint(),
+    std::vector<std::string> const bgp{"--speaker",   toSpeaker_.endpoint(),
                                        "--as",        std::to_string(speaker_.as()),
                                        "--router-id", speaker_.routerId()};
     std::vector<std::string> arguments;
     if (part == agent) {
-      arguments = {"agent", "--dir", site_.dir};
+      arguments = {"agent", "--dir", site_.dir, "--record", recording()};
       for (unsigned tor = 0; tor < switches; ++tor) {
-        arguments.insert(arguments.end(), {"--switch", nameOf(tor) + "=" + databases_[tor].endpoint()});
+        arguments.insert(arguments.end(), {"--switch", nameOf(tor) + "=" + toSwitches_[tor].endpoint()});
       }
       if (isOneProcess_) arguments.insert(arguments.end(), bgp.begin(), bgp.end());
       agent_ = std::make_unique<Program>(arguments);
@@ -89,6 +114,8 @@ class LiveSite {
     } else if (part == database) {
       databases_[0].start();
       observe(databases_[0]);
+      awaitObserver();
+      observeFloods(databases_[0]);
     } else if (part == speaker) {
       speaker_.start();
       observeBgp();
@@ -101,11 +128,6 @@ class LiveSite {
     if (part == database) databases_[0].kill();
     if (part == speaker) speaker_.kill();
   }
-  /// A server stands still, and goes on.
-  void pause(Part part, bool isOn) const {
-    ::kill(part == speaker ? speaker_.pid() : databases_[1].pid(), isOn ? SIGSTOP : SIGCONT);
-  }
-
   /// A switch hears hosts that nobody had, each with a sequence number of 0 then.
   void learn(unsigned tor, unsigned first, unsigned count) {
     std::string command;
@@ -163,6 +185,13 @@ class LiveSite {
   /// The tables, its switches' and what the speaker announces are as they should be.
   bool isSound() const { return run({"audit", "--dir", site_.dir, "--pause", "0.2"}).status == 0; }
 
+  /// What the agent wrote down in all its lives leads to what it has now.
+  bool isReplayed() const {
+    std::string const now =
+        run({"show", "-j", "--dir", site_.dir, "hosts", "floods", "bridge-ids", "evpn-status"}).out;
+    return run({"replay", "-j", recording()}).out == now;
+  }
+
   /// The state of a source, "speaker" or a switch's name, or nothing as long as nobody answers.
   std::string stateOf(std::string const& source) const {
     bool const isAgents = isOneProcess_ || source != "speaker";
@@ -201,18 +230,29 @@ class LiveSite {
     std::unique_ptr<Observer> observer;
     std::size_t asked = 0;
   };
-  static Observed observer(std::vector<std::string> command, std::string const& mark) {
-    return {std::make_unique<Observer>(std::move(command), mark)};
+  std::string recording() const { return site_.folder.path() + "/agent.rec"; }
+  static Observed observer(std::vector<std::string> command, std::vector<std::string> marks) {
+    return {std::make_unique<Observer>(std::move(command), std::move(marks))};
   }
-  // Both end with their server.
-  void observe(Database const& of) {
+  // Each ends with its server.
+  void observe(Database const& of) { observe(of, "Ucast_Macs_Remote", "MAC", {",delete,"}); }
+  void observeFloods(Database const& of) {
+    observe(of, "Mcast_Macs_Remote", "MAC,locator_set", {",delete,", ",old,"});
+    awaitObserver();
+  }
+  void observe(Database const& of, std::string const& table, std::string const& columns,
+               std::vector<std::string> marks) {
     fromOthers_.push_back(observer({"ovsdb-client", "-f", "csv", "--no-headings", "monitor", of.endpoint(),
-                                    "hardware_vtep", "Ucast_Macs_Remote", "MAC"},
-                                   ",delete,"));
+                                    "hardware_vtep", table, columns},
+                                   std::move(marks)));
+  }
+  /// The last one has told what was there.
+  void awaitObserver() const {
+    EXPECT_TRUE(becomes([&] { return fromOthers_.back().observer->isThere(); }));
   }
   void observeBgp() {
     fromOthers_.push_back(observer(
-        {"gobgp", "-u", ownLoopback(number_), "monitor", "global", "rib", "-a", "evpn"}, "[DELROUTE]"));
+        {"gobgp", "-u", ownLoopback(number_), "monitor", "global", "rib", "-a", "evpn"}, {"[DELROUTE]"}));
   }
   static std::vector<std::string> news(std::vector<Observed>& observers) {
     std::vector<std::string> result;
@@ -236,6 +276,9 @@ class LiveSite {
   bool isOneProcess_;
   Gobgpd speaker_;
   std::array<Database, switches> databases_;
+  Relay toSpeaker_;
+  Relay toSwitches_[switches] = {{databases_[0].endpoint() + ".relay", databases_[0].endpoint()},
+                                 {databases_[1].endpoint() + ".relay", databases_[1].endpoint()}};
   AgentSite site_;
   std::map<unsigned, Place> hosts_;
   std::unique_ptr<Program> agent_, evpn_;
