@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <functional>
 
+#include "VxlanController/QorEvpnRow.h"
 #include "VxlanController/QorEvpnTxSm.h"
 
 namespace QorEvpn {
@@ -51,11 +52,7 @@ std::optional<Host> expectedHost(VniFdbStatusV2 const& own, VniStatusV2 const* f
   MacVtepV2 const& entry = own.macVtepTable(macAddr);
   MacVtepV2 const* const theirs = fromEvpn ? fromEvpn->macVtepTable().find(macAddr) : nullptr;
   if (entry == MacVtepV2() || (theirs && *theirs == entry)) return std::nullopt;
-  Host host(MacVniPair(macAddr, vni));
-  host.vtepAddrIs(entry.vtepAddr());
-  host.seqNoIs(entry.seqNo());
-  host.preferenceIs(entry.preference());
-  return host;
+  return hostOf(vni, entry);
 }
 
 bool expectedFlood(MacVtepFloodListV2 const* own, MacVtepFloodListV2 const* fromEvpn,

@@ -1,6 +1,7 @@
 #include "VxlanController/QorEvpnRxSm.h"
 
 #include "Orb/Type.h"
+#include "VxlanController/QorEvpnRow.h"
 #include "VxlanController/QorEvpnWalk.h"
 
 namespace VxlanController {
@@ -26,7 +27,7 @@ void QorEvpnRxSm::initSm() {
 
 void QorEvpnRxSm::handleHost() {
   HostTablePtr const table = hostTable();
-  for (auto walk = table->hostWalk(); Host const* row = nextRow(*table, walk);)
+  for (auto walk = ORB_REF(table).hostWalk(); Host const* row = nextRow(*table, walk);)
     handleHost(MacVniPair(row->key()));
 }
 
@@ -36,12 +37,12 @@ void QorEvpnRxSm::handleHost(MacVniPair const& key) {
     deleteHostEntry(key);
     return;
   }
-  Orb::Ptr<VniStatusV2> const vniStatus = vniStatusDir_->vniStatusV2Is(key.vni());
-  vniStatus->macVtepTableIs(MacVtepV2(key.macAddr(), row.vtepAddr(), row.seqNo(), row.preference()));
+  Orb::Ptr<VniStatusV2> const vniStatus = ORB_REF(vniStatusDir()).vniStatusV2Is(key.vni());
+  vniStatus->macVtepTableIs(QorEvpn::entryOf(row));
 }
 
 void QorEvpnRxSm::deleteHostEntry(MacVniPair const& key) {
-  Orb::Ptr<VniStatusV2> const vniStatus = vniStatusDir_->vniStatusV2(key.vni());
+  Orb::Ptr<VniStatusV2> const vniStatus = ORB_REF(vniStatusDir()).vniStatusV2(key.vni());
   ORB_ASSERT(vniStatus);
   vniStatus->macVtepTableDel(key.macAddr());
   maybeDeleteVniStatus(key.vni());
@@ -49,7 +50,7 @@ void QorEvpnRxSm::deleteHostEntry(MacVniPair const& key) {
 
 void QorEvpnRxSm::handleFloodEntry() {
   FloodTablePtr const table = floodTable();
-  for (auto walk = table->floodEntryWalk(); FloodEntry const* row = nextRow(*table, walk);)
+  for (auto walk = ORB_REF(table).floodEntryWalk(); FloodEntry const* row = nextRow(*table, walk);)
     handleFloodEntry(VniVtepPair(row->key()));
 }
 
@@ -59,12 +60,12 @@ void QorEvpnRxSm::handleFloodEntry(VniVtepPair const& key) {
     deleteFloodEntry(key);
     return;
   }
-  Orb::Ptr<VniStatusV2> const vniStatus = vniStatusDir_->vniStatusV2Is(key.vni());
+  Orb::Ptr<VniStatusV2> const vniStatus = ORB_REF(vniStatusDir()).vniStatusV2Is(key.vni());
   vniStatus->macVtepFloodListTableIs(MacVtepFloodListV2::allBum)->vtepIpFloodListIs(key.vtepAddr(), true);
 }
 
 void QorEvpnRxSm::deleteFloodEntry(VniVtepPair const& key) {
-  Orb::Ptr<VniStatusV2> const vniStatus = vniStatusDir_->vniStatusV2(key.vni());
+  Orb::Ptr<VniStatusV2> const vniStatus = ORB_REF(vniStatusDir()).vniStatusV2(key.vni());
   ORB_ASSERT(vniStatus);
   Orb::Ptr<MacVtepFloodListV2> const floodList = vniStatus->macVtepFloodListTable(MacVtepFloodListV2::allBum);
   ORB_ASSERT(floodList);
@@ -74,19 +75,20 @@ void QorEvpnRxSm::deleteFloodEntry(VniVtepPair const& key) {
 }
 
 void QorEvpnRxSm::maybeDeleteVniStatus(Vxlan::Vni vni) {
-  Orb::Ptr<VniStatusV2> const vniStatus = vniStatusDir_->vniStatusV2(vni);
+  Orb::Ptr<VniStatusV2> const vniStatus = ORB_REF(vniStatusDir()).vniStatusV2(vni);
   ORB_ASSERT(vniStatus);
   ORB_ASSERT(!vniStatus->macVtepMultiPathTables());
   ORB_ASSERT(!vniStatus->ipToMacTables());
-  if (!vniStatus->macVtepTables() && !vniStatus->macVtepFloodListTables()) vniStatusDir_->vniStatusV2Del(vni);
+  if (!vniStatus->macVtepTables() && !vniStatus->macVtepFloodListTables())
+    ORB_REF(vniStatusDir()).vniStatusV2Del(vni);
 }
 
 void QorEvpnRxSm::cleanup() {
   HostTablePtr const hosts = hostTable();
-  for (auto walk = hosts->hostWalk(); Host const* row = nextRow(*hosts, walk);)
+  for (auto walk = ORB_REF(hosts).hostWalk(); Host const* row = nextRow(*hosts, walk);)
     deleteHostEntry(MacVniPair(row->key()));
   FloodTablePtr const floods = floodTable();
-  for (auto walk = floods->floodEntryWalk(); FloodEntry const* row = nextRow(*floods, walk);)
+  for (auto walk = ORB_REF(floods).floodEntryWalk(); FloodEntry const* row = nextRow(*floods, walk);)
     deleteFloodEntry(VniVtepPair(row->key()));
 }
 

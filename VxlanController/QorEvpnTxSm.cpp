@@ -40,7 +40,7 @@ void QorEvpnTxSm::handleVniFdbStatus() {
   TRACE_SCOPE(traced, txTrace, "QorEvpnTxSm()::handleVniFdbStatus()");
   cleanupStaleBrIdEntries();
   VniDirPtr const dir = vniDir();
-  for (auto const& entry : dir->entry()) handleVniFdbStatus(Orb::Name(entry.key));
+  for (auto const& entry : ORB_REF(dir).entry()) handleVniFdbStatus(Orb::Name(entry.key));
 }
 
 void QorEvpnTxSm::handleVniFdbStatus(Orb::Name name) {

@@ -1,6 +1,7 @@
 #include "VxlanController/VniFdbStatusSm.h"
 
 #include "Orb/Type.h"
+#include "VxlanController/QorEvpnRow.h"
 #include "VxlanController/QorEvpnTxSm.h"
 #include "VxlanController/QorEvpnTxTrace.h"
 #include "VxlanController/QorEvpnWalk.h"
@@ -64,11 +65,7 @@ void VniFdbStatusSm::handleHost(Wirix::EthAddr const& macAddr) {
     ORB_REF(qorEvpnTxSm_->hostTableOut()).hostDel(key);
     return traced.dismiss();
   }
-  Host row(key);
-  row.vtepAddrIs(entry.vtepAddr());
-  row.seqNoIs(entry.seqNo());
-  row.preferenceIs(entry.preference());
-  ORB_REF(qorEvpnTxSm_->hostTableOut()).hostIs(row);
+  ORB_REF(qorEvpnTxSm_->hostTableOut()).hostIs(hostOf(vni_, entry));
 }
 
 bool VniFdbStatusSm::macEntryProvidedByEvpn(Wirix::EthAddr const& macAddr) const {

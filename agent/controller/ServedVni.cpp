@@ -14,7 +14,7 @@ using Wirix::IpAddr;
 namespace {
 
 /// The MAC whose flood list is the one for all BUM traffic.
-constexpr EthAddr allBum;
+constexpr EthAddr allBum = VxlanController::MacVtepFloodListV2::allBum;
 
 /// The next sequence number; the highest number has itself as the next one.
 Seqno32 after(Seqno32 seq) { return seq.value() == Seqno32::max ? seq : Seqno32(seq.value() + 1); }

@@ -1,6 +1,7 @@
 #include "agent/site/HostedModule.h"
 
 #include "Orb/Type.h"
+#include "VxlanController/QorEvpnRow.h"
 #include "agent/views/EvpnStatus.h"
 
 namespace Agent {
@@ -182,7 +183,7 @@ void HostedModule::forgetEarlier() {
 /// off, the EVPN side counts as whole.
 void HostedModule::settleRemotes() {
   if (!sources_.isSettled() || controller_->isSettled()) return;
-  bool const isWhole = tx_ && Brine::isReadable(learned_->host->mountStatus()) && follower_->isUpToDate() &&
+  bool const isWhole = tx_ && Brine::isReadable(imported_->host->mountStatus()) && follower_->isUpToDate() &&
                        evpnState_.state().value_or(EvpnState{.isWhole = true}).isWhole;
   if (isWhole || evpnIsOverdue_ || (toldOff_ && !tx_)) controller_->settledIs();
 }
@@ -196,11 +197,11 @@ void HostedModule::handleMode() {
 /// The receive machine comes first: the transmit machines' first pass then knows what EVPN supplied. It is
 /// built on tables that are not mounted yet, so that deliveries tell it every row, a part a turn.
 void HostedModule::start() {
-  learned_.emplace("learned", site_.learned());
-  if (recorder_) tap_ = Orb::create<LearnedTap>(*learned_, *recorder_);
-  rx_ = VxlanController::qorEvpnRxSmFactory(learned_->host, learned_->flood, vniStatusDir_);
+  imported_.emplace("learned", site_.learned());
+  if (recorder_) tap_ = Orb::create<LearnedTap>(*imported_, *recorder_);
+  rx_ = VxlanController::qorEvpnRxSmFactory(imported_->host, imported_->flood, vniStatusDir_);
   follower_.emplace(
-      loop_, *learned_, [this] { handleLearned(); }, deliveryLimit);
+      loop_, *imported_, [this] { handleLearned(); }, deliveryLimit);
   follower_->deliverSome();
 }
 
@@ -226,8 +227,8 @@ void HostedModule::stop() {
   rx_ = nullptr;
   tap_ = nullptr;
   follower_.reset();
-  resynchronisations_ += learned_->laps();
-  learned_.reset();
+  resynchronisations_ += imported_->laps();
+  imported_.reset();
   learnedReport_.clear();
   forgetEarlier();
   log_("integration off: what it wrote is removed");
@@ -286,8 +287,7 @@ void HostedModule::seedBrIdList() {
 void HostedModule::seedController() {
   for (auto const& entry : brIdList_->brIdList()) controller_->earlierIs(Bridging::BridgeId(entry.key).vni());
   forEachRow(*exported_.host, exported_.host->hostWalk(), [&](QorEvpn::Host const& row) {
-    controller_->earlierIs(row.key().vni(), VxlanController::MacVtepV2(row.key().macAddr(), row.vtepAddr(),
-                                                                       row.seqNo(), row.preference()));
+    controller_->earlierIs(row.key().vni(), QorEvpn::entryOf(row));
   });
   forEachRow(*exported_.flood, exported_.flood->floodEntryWalk(), [&](QorEvpn::FloodEntry const& row) {
     controller_->earlierIs(row.key().vni(), row.key().vtepAddr());
@@ -313,10 +313,10 @@ void HostedModule::deliver() {
 void HostedModule::reportLearned() {
   std::string report;
   for (auto const& [name, status, detail] :
-       {std::tuple(TableKind<QorEvpn::Host>::file, learned_->host->mountStatus(),
-                   learned_->host->mountDetail()),
-        std::tuple(TableKind<QorEvpn::FloodEntry>::file, learned_->flood->mountStatus(),
-                   learned_->flood->mountDetail())}) {
+       {std::tuple(TableKind<QorEvpn::Host>::file, imported_->host->mountStatus(),
+                   imported_->host->mountDetail()),
+        std::tuple(TableKind<QorEvpn::FloodEntry>::file, imported_->flood->mountStatus(),
+                   imported_->flood->mountDetail())}) {
     if (!report.empty()) report += ", ";
     report.append(name).append(": ").append(toText(status));
     // A table that does not exist yet is normal.
@@ -358,8 +358,8 @@ nlohmann::ordered_json HostedModule::state() const {
   result["exportedHosts"] = exported_.host->statistics().rows;
   result["exportedFloods"] = exported_.flood->statistics().rows;
   result["bridgeIds"] = brIdList_->brIdList().size();
-  result["learned"] = learned_ ? learnedReport_ : "not mounted";
-  result["resynchronisations"] = resynchronisations_ + (learned_ ? learned_->laps() : 0);
+  result["learned"] = imported_ ? learnedReport_ : "not mounted";
+  result["resynchronisations"] = resynchronisations_ + (imported_ ? imported_->laps() : 0);
   if (duplicates_) {
     result["moves"] = duplicates_->moves();
     result["duplicatesReported"] = duplicates_->reports();

@@ -3,8 +3,7 @@
 ///
 ///   sources: enabled, capability ─► QorEvpnIntegrationModeSm ─► on: receive machine, then transmit root
 ///   learned/state: capability    ─┘                            off: both are cleaned up and dropped
-///   sources: switches, feeds ─► Controller ─► transmit machines ─► exported tables, QorBrIdList ─► brId
-///   table
+///   sources: switches, feeds ─► Controller ─► transmit machines ─► exported tables; QorBrIdList ─► brId
 ///   learned tables ─► receive machine ─► VniStatusDirV2 ─► Controller, then transmit machines
 ///
 /// Start: the list of bridge identifiers is filled with those in the table of the last run and with the VNI
@@ -145,7 +144,7 @@ class HostedModule : public Orb::StateMachine<HostedModule>, public SourceLedger
   TablePair exported_;
   Brine::Table<Bridging::BridgeId> brIdTable_;
   std::optional<EvpnStateWriter> exportedState_;
-  std::optional<TablePair> learned_;
+  std::optional<TablePair> imported_;
   std::optional<Follower> follower_;
   std::string learnedReport_;
   std::uint64_t resynchronisations_ = 0;  ///< Of learned tables that were mounted earlier.

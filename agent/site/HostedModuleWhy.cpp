@@ -1,4 +1,5 @@
 /// HostedModule's answers about the inputs and outputs of its machines: why a row exists, and for audits.
+#include "VxlanController/QorEvpnRow.h"
 #include "agent/audit/BothSides.h"
 #include "agent/explain/Why.h"
 #include "agent/site/HostedModule.h"
@@ -66,12 +67,10 @@ Json HostedModule::whyHost(QorEvpn::MacVniPair const& key) const {
   }
   result["sources"] = std::move(told);
   if (facts.evpn) result["evpn"] = entryJson(*facts.evpn);
-  result["import"] = importJson<QorEvpn::Host>(key, learned_ ? learned_->host->host(key) : QorEvpn::Host(),
-                                               learned_ && Brine::isReadable(learned_->host->mountStatus()));
-  if (facts.row) {
-    result["row"] = entryJson(
-        MacVtepV2(key.macAddr(), facts.row->vtepAddr(), facts.row->seqNo(), facts.row->preference()));
-  }
+  result["import"] =
+      importJson<QorEvpn::Host>(key, imported_ ? imported_->host->host(key) : QorEvpn::Host(),
+                                imported_ && Brine::isReadable(imported_->host->mountStatus()));
+  if (facts.row) result["row"] = entryJson(QorEvpn::entryOf(*facts.row));
   result["bridgeId"] = isListed(key.vni());
   result.update(toJson(explain(facts)));
   return result;
@@ -110,8 +109,8 @@ Json HostedModule::whyFlood(QorEvpn::VniVtepPair const& key) const {
   result["sources"] = std::move(told);
   result["evpn"] = facts.isEvpns;
   result["import"] = importJson<QorEvpn::FloodEntry>(
-      key, learned_ ? learned_->flood->floodEntry(key) : QorEvpn::FloodEntry(),
-      learned_ && Brine::isReadable(learned_->flood->mountStatus()));
+      key, imported_ ? imported_->flood->floodEntry(key) : QorEvpn::FloodEntry(),
+      imported_ && Brine::isReadable(imported_->flood->mountStatus()));
   result["row"] = facts.isRow;
   result["bridgeId"] = isListed(key.vni());
   result.update(toJson(explain(facts)));

@@ -3,20 +3,13 @@
 #include <algorithm>
 
 #include "Orb/Text.h"
+#include "VxlanController/QorEvpnRow.h"
 
 namespace Agent {
 
 using namespace QorEvpn;
 
 namespace {
-
-Host hostOf(Vxlan::Vni vni, VxlanController::MacVtepV2 const& entry) {
-  Host row(MacVniPair(entry.macAddr(), vni));
-  row.vtepAddrIs(entry.vtepAddr());
-  row.seqNoIs(entry.seqNo());
-  row.preferenceIs(entry.preference());
-  return row;
-}
 
 template <class Row>
 void sort(std::vector<Row>& rows) {

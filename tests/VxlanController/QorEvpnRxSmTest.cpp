@@ -206,6 +206,13 @@ TEST_F(RxSm, Assertions) {
   EXPECT_DEATH(sm->maybeDeleteVniStatus(Vni(10)), failed + "vniStatus, function .*maybeDeleteVniStatus");
   auto const status = dir->vniStatusV2Is(Vni(10));
   EXPECT_DEATH(sm->deleteFloodEntry(floodKey), failed + "floodList, function .*deleteFloodEntry");
+  for (bool const isHosts : {true, false}) {
+    auto const without = [&] {
+      VxlanController::qorEvpnRxSmFactory(isHosts ? nullptr : own.hostTable,
+                                          isHosts ? own.floodTable : nullptr, dir);
+    };
+    EXPECT_DEATH(without(), "null Orb::Ptr dereferenced: table, function .*handle.*QorEvpnRxSm.cpp:");
+  }
   // Before it tests for emptiness, and whatever the first finds.
   status->macVtepTableIs(entry(2, 2));
   status->ipToMacTableIs(ip(1), mac(1));

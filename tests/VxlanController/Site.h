@@ -9,6 +9,7 @@
 #include <set>
 
 #include "Orb/Type.h"
+#include "VxlanController/QorEvpnRow.h"
 #include "VxlanController/QorEvpnRxSm.h"
 #include "VxlanController/QorEvpnTxSm.h"
 #include "support/Paths.h"
@@ -18,6 +19,7 @@
 namespace MachineTests {
 
 using Orb::makePtr, Orb::Ptr;
+using QorEvpn::entryOf;
 using QorEvpn::FloodEntry, QorEvpn::Host, QorEvpn::MacVniPair, QorEvpn::VniVtepPair;
 using QorEvpn::FloodTable, QorEvpn::HostTable, QorEvpn::QorBrIdList;
 using QorEvpn::MacVtepFloodListSm, QorEvpn::QorEvpnTxSm, QorEvpn::VniFdbStatusSm;
@@ -35,17 +37,9 @@ inline EthAddr const bum;
 inline MacVtepV2 entry(uint32_t m, uint32_t vtep, uint32_t seqNo = 1, uint8_t preference = 16) {
   return MacVtepV2(mac(m), ip(vtep), Seqno32(seqNo), preference);
 }
-inline Host hostOf(Vni vni, MacVtepV2 const& entry) {
-  Host row(MacVniPair(entry.macAddr(), vni));
-  row.vtepAddrIs(entry.vtepAddr());
-  row.seqNoIs(entry.seqNo());
-  row.preferenceIs(entry.preference());
-  return row;
+inline Host host(uint32_t vni, uint32_t m, uint32_t vtep) {
+  return QorEvpn::hostOf(Vni(vni), entry(m, vtep));
 }
-inline MacVtepV2 entryOf(Host const& row) {
-  return MacVtepV2(row.key().macAddr(), row.vtepAddr(), row.seqNo(), row.preference());
-}
-inline Host host(uint32_t vni, uint32_t m, uint32_t vtep) { return hostOf(Vni(vni), entry(m, vtep)); }
 inline FloodEntry flood(uint32_t vni, uint32_t vtep) { return FloodEntry(VniVtepPair(Vni(vni), ip(vtep))); }
 inline Bridging::BridgeId brId(uint32_t vni) { return Bridging::BridgeId::ofVni(Vni(vni)); }
 

@@ -98,7 +98,7 @@ struct Header {
   // Line 3: geometry, sealed. Written at growth and recovery.
   uint64_t geometry;
   uint64_t reserved3[7];
-  // Line 4: progress. Written some times a turn of the writer.
+  // Line 4: progress. Written several times a turn of the writer.
   uint64_t head;   ///< Sequence number of the last published change.
   uint64_t quiet;  ///< `head` while the writer is quiet, 0 while it is in the middle of a turn.
   uint64_t rows;   ///< Number of live rows, for people.
