@@ -134,7 +134,7 @@ TEST(SwitchFaults, areNamedAndTriedAgainAfterGrowingPauses) {
     EXPECT_EQ(user.entries, entriesOfRows);
     EXPECT_TRUE(user.wasReported("unix:" + folder.path() + "/sock: "));
     EXPECT_TRUE(user.wasReported(fault.report));
-    EXPECT_TRUE(user.reports.back().ends_with("; tries again in 4 ms")) << user.reports.back();
+    EXPECT_TRUE(user.wasReported("; tries again in 4 ms"));
   }
 }
 

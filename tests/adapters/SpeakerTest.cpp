@@ -307,7 +307,7 @@ TEST_F(SpeakerTest, NamesEndpointAndCauseOfEachFaultAndTriesAgain) {
       server->isSlow = true;
     }
     auto options = Site::optionsOf(endpoint, 65001, "10.99.0.1");
-    options.answer = 300ms;
+    options.answer = each.cause.starts_with("no answer") ? 300ms : 60s;
     if (!each.listens) options.retryMin = 300ms, options.retryMax = 2s;
     Site site(loop, options);
     await([&] { return !site.lines.empty(); });
