@@ -6,7 +6,6 @@
 #include "agent/explain/Why.h"
 #include "agent/live/SpeakerSide.h"
 #include "agent/site/Control.h"
-#include "agent/views/ShowFigures.h"
 
 namespace Agent {
 
@@ -134,12 +133,36 @@ void auditAnnounced(Findings& findings, SiteLook const& look) {
   });
 }
 
-/// The rows that the site's speaker announces; nothing if the site has no speaker.
-std::optional<SiteRows> announcedOf(Site const& site) {
-  for (auto const& source : sourcesOf(site, "speaker")) {
-    if (source.at("state") == "synced" && source.value("sending", false)) return announcedBy(source);
+/// Of an EVPN side in a process of its own; without sources if there is none, or if it does not answer.
+nlohmann::ordered_json evpnState(SiteLook& look, Site const& site) {
+  try {
+    return controlRequest(site, "state", ControlSide::evpn);
+  } catch (NotRunning const&) {
+    // The agent may have the speaker.
+  } catch (std::runtime_error const& error) {
+    look.notLookedAt.try_emplace("EVPN side", error.what());
   }
-  return std::nullopt;
+  return {{"sources", nlohmann::ordered_json::array()}};
+}
+
+/// Takes the rows that the site's speaker announces, and notes the sources that cannot be looked at: without
+/// a session a switch has no tables in the agent's answers, and a speaker is not asked.
+void lookAtSources(SiteLook& look, Site const& site) {
+  auto const lookAt = [&look](nlohmann::ordered_json const& source) {
+    std::string const kind = source.at("kind"), state = source.at("state");
+    if (kind == "speaker" && state == "synced" && source.value("sending", false)) {
+      look.announced = announcedBy(source);
+    } else if (kind == "speaker") {
+      look.notLookedAt.try_emplace("speaker " + source.at("endpoint").get<std::string>(),
+                                   state == "synced" ? "announces nothing yet" : state);
+    } else if (kind == "switch" && state != "synced") {
+      look.notLookedAt.try_emplace("switch " + source.at("name").get<std::string>(), state);
+    }
+  };
+  auto const agent = controlRequest(site, "state"), evpn = evpnState(look, site);
+  for (auto const* const state : {&agent, &evpn}) {
+    for (auto const& source : state->at("sources")) lookAt(source);
+  }
 }
 
 }  // namespace
@@ -172,6 +195,8 @@ SiteLook ask(Site const& site, Vnis const& wanted) {
   look.state.isEnabled = head.at("enabled");
   look.state.isCapable = head.at("capability");
   look.isKept = head.at("kept");
+  if (look.isKept)
+    look.notLookedAt.try_emplace("exported tables", "they stay as they were until sources tell what is on");
   look.isSettled = head.at("settled");
   for (auto const& each : head.at("vnis")) {
     Vxlan::Vni const vni(each.get<std::uint32_t>());
@@ -201,13 +226,14 @@ SiteLook lookAt(Site const& site) {
   SiteView view(site);
   look.exported = view.exported();
   look.learned = view.learned();
-  look.announced = announcedOf(site);
+  lookAtSources(look, site);
   return look;
 }
 
-Findings auditSite(Site const& site, std::chrono::milliseconds pause) {
-  Findings findings = audit(lookAt(site));
-  if (findings.empty()) return findings;
+SiteAudit auditSite(Site const& site, std::chrono::milliseconds pause) {
+  SiteLook first = lookAt(site);
+  Findings findings = audit(first);
+  if (findings.empty()) return {{}, std::move(first.notLookedAt)};
   std::set<Vxlan::Vni> vnis;
   for (Finding const& each : findings) vnis.insert(each.vni);
   std::this_thread::sleep_for(pause);
@@ -215,13 +241,15 @@ Findings auditSite(Site const& site, std::chrono::milliseconds pause) {
   SiteView view(site);
   before.exported = read(view.exported(), vnis);
   before.learned = read(view.learned(), vnis);
-  if (auto announced = announcedOf(site)) before.announced = read(std::move(*announced), vnis);
+  lookAtSources(before, site);
+  if (before.announced) before.announced = read(std::move(*before.announced), vnis);
   findings = common(findings, audit(before));
   SiteLook after = ask(site, vnis);
   after.exported = std::move(before.exported);
   after.learned = std::move(before.learned);
   after.announced = std::move(before.announced);
-  return common(findings, audit(after));
+  for (SiteLook* const look : {&before, &after}) first.notLookedAt.merge(look->notLookedAt);
+  return {common(findings, audit(after)), std::move(first.notLookedAt)};
 }
 
 }  // namespace Agent

@@ -6,7 +6,9 @@
 #pragma once
 
 #include <chrono>
+#include <map>
 #include <optional>
+#include <string>
 
 #include "agent/audit/BothSides.h"
 #include "agent/audit/Findings.h"
@@ -15,6 +17,9 @@
 #include "agent/views/SiteView.h"
 
 namespace Agent {
+
+/// What an audit could not look at, such as "switch leaf1", and why: "connecting".
+using NotLookedAt = std::map<std::string, std::string>;
 
 /// A site as it was seen once.
 struct SiteLook {
@@ -27,6 +32,7 @@ struct SiteLook {
   std::vector<RemoteTable> remoteTables;  ///< Of the switches.
   /// What the speaker announces, where one is told to announce what is exported.
   std::optional<SiteRows> announced;
+  NotLookedAt notLookedAt;
 
   bool isOn() const { return state.isEnabled && state.isCapable; }
   /// What EVPN's view holds, as rows, sorted.
@@ -40,8 +46,13 @@ Findings audit(SiteLook const& look);
 /// Asks the agent and reads the tables. Raises std::runtime_error where no agent runs.
 SiteLook lookAt(Site const& site);
 
+struct SiteAudit {
+  Findings findings;
+  NotLookedAt notLookedAt;
+};
+
 /// What is wrong in a first look and still is `pause` later, when the agent says the same of a VNI before and
-/// after its rows are read.
-Findings auditSite(Site const& site, std::chrono::milliseconds pause);
+/// after its rows are read; and what one of the looks left out. Raises as lookAt() does.
+SiteAudit auditSite(Site const& site, std::chrono::milliseconds pause);
 
 }  // namespace Agent

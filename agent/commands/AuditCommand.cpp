@@ -18,16 +18,23 @@ struct AuditOptions {
 
 int runAudit(AuditOptions const& options) {
   auto const pause = std::chrono::duration<double>(options.pause);
-  Findings const findings =
+  auto const [findings, notLookedAt] =
       auditSite(Site(options.dir), std::chrono::duration_cast<std::chrono::milliseconds>(pause));
   Output out(STDOUT_FILENO);
   try {
     if (options.json) {
-      writeArray(out, std::span(findings), [](Finding const& each) { return toJson(each); });
-      out.write("\n");
+      std::string_view before = "[\n";
+      auto const write = [&](nlohmann::ordered_json const& element) {
+        out.write(std::exchange(before, ",\n"), element.dump());
+      };
+      for (Finding const& each : findings) write(toJson(each));
+      for (auto const& [what, why] : notLookedAt) write({{"notLookedAt", what}, {"reason", why}});
+      out.write(before == ",\n" ? "]\n" : "[]\n");
     } else {
       for (Finding const& each : findings) out.write(each, "\n");
-      out.write(findings.empty() ? "Every row is as it should be."
+      for (auto const& [what, why] : notLookedAt) out.write("not looked at: ", what, " (", why, ")\n");
+      std::string_view const rows = notLookedAt.empty() ? "Every row" : "Every row that was looked at";
+      out.write(findings.empty() ? std::string(rows) + " is as it should be."
                                  : countText(findings.size(), "row") + " not as they should be.",
                 "\n");
     }
@@ -54,10 +61,11 @@ void addAuditCommand(CLI::App& app, Run& run) {
       "there, and reads the tables. Names each row that is missing, orphan (nothing wants it), stale (other\n"
       "values), echoed (it came from the other side) or duplicate. While rows change, a difference counts "
       "only\n"
-      "if it is still there in a second look. Exit status 0 if every row is right, 1 if not.\n\n"
+      "if it is still there in a second look. Says what it could not look at, such as a switch without a\n"
+      "connection. Exit status 0 if every row that it looked at is right, 1 if not.\n\n"
       "Examples:\n"
       "  qorevpn audit\n"
-      "  qorevpn audit --pause 5 --json | jq -r '.[].fault' | sort | uniq -c");
+      "  qorevpn audit --pause 5 --json | jq -r '.[].fault // empty' | sort | uniq -c");
   command->callback([options, &run] { run = [options] { return runAudit(*options); }; });
 }
 

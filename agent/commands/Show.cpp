@@ -110,6 +110,7 @@ class Show {
   void agent() {
     requireRows("agent");
     nlohmann::ordered_json state = stateOf(site_);
+    if (state.at("feed").at("name") == "") state.erase("feed");  // there is none
     title("agent", "agent");
     if (options_.json) {
       out_.write(state.dump());
@@ -138,6 +139,10 @@ class Show {
       return;
     }
     std::vector<SourceFigure> const all = sourceFiguresOf(said);
+    if (all.empty()) {
+      title(subject, subject);
+      return out_.write("none\n");
+    }
     list(subject, subject, SourceFigure::fields(), all);
     for (SourceFigure const& source : all) {
       for (std::string const& line : source.notes()) out_.write("  ", source.name, ": ", line, "\n");

@@ -171,6 +171,7 @@ struct AuditSite : testing::Test, SiteWriter {
 TEST_F(AuditSite, FindsRowsThatAreNotTheAgentsOwn) {
   ASSERT_TRUE(settles()) << agent.errors();
   EXPECT_EQ(audit({"--pause", "0"}).out, "Every row is as it should be.\n");
+  EXPECT_EQ(run({"show", "switches", "--dir", dir()}).out, "none\n");
   // Somebody puts another site's table in the place of the agent's.
   SiteWriter other;
   other.mountHosts();
@@ -195,6 +196,20 @@ TEST_F(AuditSite, IsNotMisledByRowsThatChangeWhileItLooks) {
     auto const outcome = audit({"--pause", "0"});
     EXPECT_EQ(outcome.out, "Every row is as it should be.\n") << outcome.err;
   }
+}
+
+TEST(UnreachableTest, IsNamedByAuditsAndNotMistakenForRight) {
+  AgentSite site;
+  Program agent({"agent", "--dir", site.dir, "--switch", "leaf1=unix:" + site.dir + "/none", "--speaker",
+                 "127.0.0.1:1", "--as", "1", "--router-id", "10.0.0.1"});
+  ASSERT_TRUE(site.isHosted()) << agent.errors();
+  auto const outcome = run({"audit", "--dir", site.dir});
+  EXPECT_EQ(outcome.out,
+            "not looked at: exported tables (they stay as they were until sources tell what is on)\n"
+            "not looked at: speaker 127.0.0.1:1 (connecting)\nnot looked at: switch leaf1 (connecting)\n"
+            "Every row that was looked at is as it should be.\n");
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_THAT(run({"show", "agent", "--dir", site.dir}).out, testing::Not(testing::HasSubstr("feed")));
 }
 
 }  // namespace
