@@ -86,7 +86,7 @@ void Speaker::fail(std::string const& cause) {
   bool const wasThere = state_ == SourceState::syncing || state_ == SourceState::synced;
   auto const seconds = std::chrono::ceil<std::chrono::seconds>(pause).count();
   stateIs(wasThere ? SourceState::lost : state_,
-          options_.endpoint + ": " + cause + "; tried again in " + std::to_string(seconds) + " s");
+          options_.endpoint + ": " + cause + "; tries again in " + std::to_string(seconds) + " s");
 }
 
 void Speaker::stateIs(SourceState state, std::string const& cause) {

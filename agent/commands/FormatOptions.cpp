@@ -41,8 +41,8 @@ void addRowOptions(CLI::App& command, ViewOptions& options) {
   command.add_flag("--learned", options.learned,
                    "The tables that the EVPN side writes, instead of those that the agent exports");
   command.add_flag("--text", options.text, "The values' own text")->excludes("--json");
-  addFilter(command, "--vni", options.filter.vnis, "VNI", "a VNI, a number from 0 to 16777215",
-            "Only rows of these VNIs",
+  addFilter(command, "--vni", options.filter.vnis, "VNI",
+            "a VNI, a number from 0 to 16777215 (of several: 5000,5001)", "Only rows of these VNIs",
             [](std::string const& text) { return Orb::parseWhole<Vxlan::Vni>(text); });
   addFilter(command, "--mac", options.filter.macs, "ADDRESS",
             "a MAC address such as 02:00:00:00:00:01 or 0200.0000.0001", "Only rows of these MAC addresses",

@@ -1,4 +1,5 @@
 #include <CLI/CLI.hpp>
+#include <filesystem>
 
 #include "agent/commands/Commands.h"
 #include "agent/metrics/Metrics.h"
@@ -33,6 +34,9 @@ void addMetricsCommand(CLI::App& app, Run& run) {
   command->callback([dir, &run] {
     run = [dir] {
       Site const site(*dir);
+      if (!std::filesystem::is_directory(*dir))
+        throw std::runtime_error("there is no site " + *dir +
+                                 ": no agent has run there, or --dir is another");
       ProcessFigures const processes{
           asked(site, "state", ControlSide::agent), asked(site, "counters", ControlSide::agent),
           asked(site, "state", ControlSide::evpn), asked(site, "counters", ControlSide::evpn)};

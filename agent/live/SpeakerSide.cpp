@@ -25,6 +25,9 @@ Gobgp::Speaker::Options speakerOf(SpeakerOptions const& options) {
   } catch (std::exception const& error) {
     throw UsageError("--router-id " + options.routerId + ": " + error.what());
   }
+  if (result.identity.routerId == Wirix::IpAddr())
+    throw UsageError("--router-id " + options.routerId +
+                     ": it identifies no speaker; give the speaker's own");
   try {
     HostPort const address(options.endpoint);
   } catch (std::invalid_argument const& error) {

@@ -24,6 +24,7 @@ TEST(ProgramTest, SaysWhatItIsAndWhatItCanDo) {
   auto const unknown = run({"help", "wtach"});
   EXPECT_EQ(unknown.status, 2);
   EXPECT_THAT(unknown.err, HasSubstr("no command 'wtach'"));
+  EXPECT_EQ(run({"metrics", "--dir", "/none"}).status, 1);
 }
 
 TEST(LogTest, HasTimesAndLevelsAndGoesOnInANewFileAfterSighup) {
