@@ -2,8 +2,10 @@
 
 #include <CLI/CLI.hpp>
 #include <ctime>
+#include <set>
 
 #include "Orb/Text.h"
+#include "VxlanController/QorEvpnBrine.h"
 #include "Wirix/IpAddr.h"
 #include "agent/base/MacNotation.h"
 #include "agent/base/Ranges.h"
@@ -11,6 +13,7 @@
 #include "agent/commands/ReplayOptions.h"
 #include "agent/site/Control.h"
 #include "agent/site/Site.h"
+#include "agent/tables/Tables.h"
 #include "agent/views/Format.h"
 
 namespace Agent {
@@ -86,7 +89,9 @@ class Answer {
     }
     side("exported", "row");
     if (!answer_.at("asItShouldBe").get<bool>()) line("", "The table is not as this rule wants it.");
-    line("bridge id", answer_.value("bridgeId", false) ? "listed" : "not listed");
+    line("bridge id", answer_.at("bridgeId").get<bool>()
+                          ? "listed"
+                          : "not listed: " + answer_.at("bridgeIdText").get<std::string>());
     if (auto const route = evpnSide.find("route"); route != evpnSide.end()) line("route", routeText(*route));
     for (Json const& each : answer_.value("switches", Json::array())) {
       std::string text;
@@ -138,6 +143,20 @@ void addEvpnSide(Json& answer, Site const& site, std::string const& subject) {
   }
 }
 
+/// Asks about each VNI of the EVPN side's rows with that MAC that is not answered yet: the agent does not
+/// read these rows while the integration is off.
+void addLearned(Json& answers, Site const& site, std::string const& subject) {
+  std::set<std::uint32_t> unanswered;
+  auto const mac = Orb::parseWhole<Wirix::EthAddr>(subject);
+  Brine::Table<QorEvpn::Host> table;
+  table.mount({.directory = site.learned(), .name = std::string(TableKind<QorEvpn::Host>::file)});
+  for (auto walk = table.walk(); QorEvpn::Host const* const row = walk.next();)
+    if (row->key().macAddr() == mac) unanswered.insert(row->key().vni().value());
+  for (Json const& answer : answers) unanswered.erase(answer.at("vni").get<std::uint32_t>());
+  for (std::uint32_t const vni : unanswered)
+    answers.push_back(controlRequest(site, "why " + subject + ' ' + std::to_string(vni)).at(0));
+}
+
 int runWhy(WhyOptions const& options) {
   Site const site(options.dir);
   std::string const subject = subjectText(options.subject);
@@ -147,6 +166,8 @@ int runWhy(WhyOptions const& options) {
   Json answers;
   if (options.recording.files.empty()) {
     answers = controlRequest(site, "why " + question);
+    bool const isRead = !answers.empty() && answers[0].at("import").at("rule") != "off";
+    if (!options.vni && !isRead) addLearned(answers, site, subject);
     for (Json& answer : answers) addEvpnSide(answer, site, subject);
   } else {
     isWhole = options.recording.run(replay.emplace(), [](double) { return true; });

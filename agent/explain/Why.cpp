@@ -1,5 +1,7 @@
 #include "agent/explain/Why.h"
 
+#include <algorithm>
+
 #include "Orb/Text.h"
 #include "agent/feed/Sources.h"
 
@@ -59,6 +61,8 @@ FloodFacts floodFacts(QorEvpn::VniVtepPair const& key, VniFdbStatusV2 const* own
   facts.state = state;
   facts.isEvpns = theirs && valueIn(theirs->macVtepFloodListTable(allBum), key.vtepAddr());
   if (!own) return facts;
+  auto const* const paths = own->macVtepMultiPathTable().find(allBum);
+  facts.isMultipath = paths && std::ranges::find(paths->vtepAddrs, key.vtepAddr()) != paths->vtepAddrs.end();
   facts.controller = valueIn(own->macVtepFloodListTable(allBum), key.vtepAddr());
   for (auto const& list : own->macVtepFloodListTable()) {
     if (list.key != allBum && valueIn(list.value, key.vtepAddr())) facts.isInListOfOneMac = true;
@@ -85,6 +89,11 @@ std::string_view refusal(FloodFacts const& facts) {
   return refusalOf(event);
 }
 
+/// A row of an earlier run stays, whatever rule keeps it out, until the state has been told.
+Rule unlessHeld(Rule rule, ExportState const& state, bool isRow) {
+  return state.isKeeping && isRow && rule != Rule::exported ? Rule::held : rule;
+}
+
 Rule ruleOf(HostFacts const& facts) {
   auto const rule = ruleOf(facts.state);
   if (rule == Rule::notServed && !facts.refusal.empty()) return Rule::refused;
@@ -92,14 +101,16 @@ Rule ruleOf(HostFacts const& facts) {
   if (!facts.controller && facts.isMultipath) return Rule::multipathOnly;
   if (!facts.controller) return refusal(facts).empty() ? Rule::notKnown : Rule::refused;
   if (*facts.controller == MacVtepV2()) return Rule::defaultEntry;
-  if (facts.evpn && *facts.evpn == *facts.controller && facts.isFrozen) return Rule::frozen;
-  if (facts.evpn && *facts.evpn == *facts.controller)
-    return facts.isOvertaken ? Rule::evpnNewer : Rule::evpnSupplied;
+  if (facts.evpn && *facts.evpn == *facts.controller) {
+    if (!facts.isOvertaken) return Rule::evpnSupplied;
+    return facts.isFrozen ? Rule::frozen : Rule::evpnNewer;
+  }
   return facts.isEarlier ? Rule::held : Rule::exported;
 }
 
 Rule ruleOf(FloodFacts const& facts) {
   if (auto const rule = ruleOf(facts.state)) return *rule;
+  if (!facts.controller && facts.isMultipath) return Rule::multipathOnly;
   if (!facts.controller && facts.isInListOfOneMac) return Rule::notAllBum;
   if (!facts.controller) return refusal(facts).empty() ? Rule::notKnown : Rule::refused;
   if (!*facts.controller) return Rule::entryOff;
@@ -158,7 +169,7 @@ std::string_view reasonOf(Rule rule) {
     case Rule::notServed: return "no source of the controller serves the VNI";
     case Rule::refused: return "such an entry is refused, since it cannot be";
     case Rule::notKnown: return "the controller has no such entry";
-    case Rule::multipathOnly: return "the MAC is in the multipath table only";
+    case Rule::multipathOnly: return "it is in the multipath table only";
     case Rule::notAllBum: return "the VTEP is in the flood list of a single MAC only";
     case Rule::defaultEntry: return "the entry equals the default one, which counts as absent";
     case Rule::entryOff: return "the flood list has the VTEP switched off";
@@ -172,20 +183,20 @@ std::string_view reasonOf(Rule rule) {
 }
 
 Explanation explain(HostFacts const& facts) {
-  Rule const rule = ruleOf(facts);
+  Rule const rule = unlessHeld(ruleOf(facts), facts.state, facts.row.has_value());
   bool const isWanted = rule == Rule::exported || rule == Rule::held;
   bool const isRight =
       facts.state.isKeeping || (isWanted ? facts.row && isRowOf(*facts.row, *facts.controller) : !facts.row);
   Explanation result{rule, sentence(rule), differencesOf(facts), isRight};
   if (rule == Rule::refused) result.text = refusedText(refusal(facts));
-  if (isWanted && !result.differences.empty()) {
+  if (rule == Rule::exported && !result.differences.empty()) {
     result.text = "Exported: EVPN has the MAC too, but its entry differs.";
   }
   return result;
 }
 
 Explanation explain(FloodFacts const& facts) {
-  Rule const rule = ruleOf(facts);
+  Rule const rule = unlessHeld(ruleOf(facts), facts.state, facts.isRow);
   bool const isRight = facts.state.isKeeping || facts.isRow == (rule == Rule::exported || rule == Rule::held);
   std::string text = rule == Rule::refused ? refusedText(refusal(facts)) : sentence(rule);
   return {rule, std::move(text), {}, isRight};
@@ -196,6 +207,19 @@ nlohmann::ordered_json toJson(Explanation const& explanation) {
           {"text", explanation.text},
           {"differences", explanation.differences},
           {"asItShouldBe", explanation.isAsItShouldBe}};
+}
+
+std::string_view unlistedText(ExportState state, VniFdbStatusV2 const* own) {
+  state.isServed = own != nullptr;
+  if (auto const rule = ruleOf(state)) return reasonOf(*rule);
+  auto const& lists = own->macVtepFloodListTable();
+  if (own->macVtepTable().size() + own->macVtepMultiPathTable().size() + lists.size() == 0)
+    return "the VNI has no entries";
+  Wirix::EthAddr constexpr allBum = MacVtepFloodListV2::allBum;
+  if (own->macVtepTable().size() != 0 || own->macVtepMultiPathTable().contains(allBum) ||
+      lists.contains(allBum))
+    return "not all of EVPN's rows have been read yet";
+  return "a multipath entry or a flood list of a single MAC alone does not list it";
 }
 
 std::string_view toText(ImportRule rule) {

@@ -25,14 +25,14 @@ enum class Rule {
   notServed,      ///< No source of the controller serves the VNI.
   refused,        ///< The entry that a source told is invalid: a group MAC, VTEP 0.0.0.0.
   notKnown,       ///< The controller has no entry of the MAC; or its flood list has no such VTEP.
-  multipathOnly,  ///< The MAC is in the multipath table only, which is not exported.
+  multipathOnly,  ///< The MAC, or the VTEP, is in the multipath table only, which is not exported.
   notAllBum,      ///< The VTEP is in the list of one MAC only; lists for all BUM traffic alone are exported.
   defaultEntry,   ///< The entry equals the default one, which counts as absent.
   entryOff,       ///< The flood list has the VTEP switched off.
   frozen,         ///< The MAC is a duplicate and is frozen: the entry of the other site stays in force.
   evpnNewer,      ///< EVPN's entry has a higher sequence number than the sources', and is not echoed.
   evpnSupplied,   ///< EVPN supplied exactly this entry, or this VTEP; it is not echoed.
-  held,           ///< Exported as an earlier run left it, until every source is synced or given up.
+  held,           ///< Exported as an earlier run left it, until the flags and every source's state are told.
   exported        ///< No other rule applies.
 };
 
@@ -57,9 +57,9 @@ struct HostFacts {
   bool isMultipath = false;                              ///< In the controller's multipath table.
   bool isOvertaken = false;                              ///< A source has an older entry than EVPN.
   bool isEarlier = false;                                ///< The controller's entry is an earlier run's.
-  bool isFrozen = false;             ///< A switch's entry is overtaken while it is frozen.
-  std::string_view refusal;          ///< Why a source's entry was refused.
-  std::optional<QorEvpn::Host> row;  ///< In the exported table.
+  bool isFrozen = false;                                 ///< A switch has the MAC while it is frozen.
+  std::string_view refusal;                              ///< Why a source's entry was refused.
+  std::optional<QorEvpn::Host> row;                      ///< In the exported table.
 };
 
 struct FloodFacts {
@@ -70,6 +70,7 @@ struct FloodFacts {
   bool isEvpns = false;            ///< In EVPN's list for all BUM traffic.
   bool isRow = false;              ///< In the exported table.
   bool isEarlier = false;          ///< In the controller's list only as an earlier run left it.
+  bool isMultipath = false;        ///< In the controller's multipath entry for all BUM traffic.
 };
 
 /// The facts that follow from the inputs of the machines. Either status may be null. `state` is the site's.
@@ -93,6 +94,9 @@ std::optional<Rule> ruleOf(ExportState const& state);
 bool isRowOf(QorEvpn::Host const& row, VxlanController::MacVtepV2 const& entry);
 Explanation explain(HostFacts const& facts);
 Explanation explain(FloodFacts const& facts);
+
+/// Why the bridge identifier of a VNI that is not in the list is not there. `own` may be null.
+std::string_view unlistedText(ExportState state, VxlanController::VniFdbStatusV2 const* own);
 
 /// Why EVPN's row of a key was imported to the controller or not.
 enum class ImportRule {

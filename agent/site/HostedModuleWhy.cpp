@@ -23,6 +23,11 @@ Json listJson(std::vector<Wirix::IpAddr> const& vteps) {
   return list;
 }
 
+void addBridgeId(Json& result, bool isListed, std::string_view unlistedText) {
+  result["bridgeId"] = isListed;
+  if (!isListed) result["bridgeIdText"] = unlistedText;
+}
+
 }  // namespace
 
 Json HostedModule::whyHost(QorEvpn::MacVniPair const& key) const {
@@ -43,7 +48,6 @@ Json HostedModule::whyHost(QorEvpn::MacVniPair const& key) const {
       facts.isFrozen = facts.isFrozen || controller_->isFrozen(key.vni(), key.macAddr());
     });
     facts.isOvertaken = !told.empty() && !verdict->source;
-    facts.isFrozen = facts.isFrozen && facts.isOvertaken;
     served->forEachMultipathClaim(key.macAddr(), [&](SourceId source, MultipathClaim const& claim) {
       told.push_back(
           {{"name", sources_.name(source)}, {"multipath", listJson(claim.vteps)}, {"since", claim.since}});
@@ -60,7 +64,7 @@ Json HostedModule::whyHost(QorEvpn::MacVniPair const& key) const {
     result["controller"] = entryJson(*facts.controller);
     result["controller"]["from"] = verdict && verdict->source ? sources_.name(*verdict->source) : "evpn";
     if (verdict) result["controller"]["why"] = verdict->why;
-    if (controller_->isFrozen(key.vni(), key.macAddr())) result["controller"]["frozen"] = true;
+    if (facts.isFrozen) result["controller"]["frozen"] = true;
   } else if (facts.isMultipath) {
     auto const& table = controller_->vniFdbStatus(key.vni())->macVtepMultiPathTable();
     result["controller"]["multipath"] = listJson(table.find(key.macAddr())->vtepAddrs);
@@ -71,7 +75,7 @@ Json HostedModule::whyHost(QorEvpn::MacVniPair const& key) const {
       importJson<QorEvpn::Host>(key, imported_ ? imported_->host->host(key) : QorEvpn::Host(),
                                 imported_ && Brine::isReadable(imported_->host->mountStatus()));
   if (facts.row) result["row"] = entryJson(QorEvpn::entryOf(*facts.row));
-  result["bridgeId"] = isListed(key.vni());
+  addBridgeId(result, isListed(key.vni()), unlistedText(facts.state, controller_->vniFdbStatus(key.vni())));
   result.update(toJson(explain(facts)));
   return result;
 }
@@ -82,10 +86,11 @@ Json HostedModule::whyFlood(QorEvpn::VniVtepPair const& key) const {
   facts.isRow = exported_.flood->floodEntry(key) != QorEvpn::FloodEntry();
   Json told = Json::array(), ofOneMac;
   bool isHeld = false, isTold = false;
+  Wirix::EthAddr constexpr allBum = VxlanController::MacVtepFloodListV2::allBum;
   if (ServedVni const* const served = controller_->served(key.vni())) {
     for (auto const& list : served->vniFdbStatus()->macVtepFloodListTable()) {
       Wirix::EthAddr const mac = list.key;
-      bool const isForAll = mac == VxlanController::MacVtepFloodListV2::allBum;
+      bool const isForAll = mac == allBum;
       served->forEachFloodClaim(mac, key.vtepAddr(), [&](SourceId source, FloodClaim const& claim) {
         Json& entry = told.emplace_back(Json{{"name", sources_.name(source)}});
         if (isForAll) (source == earlierRun ? isHeld : isTold) = true;
@@ -96,6 +101,11 @@ Json HostedModule::whyFlood(QorEvpn::VniVtepPair const& key) const {
       bool const* const on = isForAll ? nullptr : list.value->vtepIpFloodList().find(key.vtepAddr());
       if (on) ofOneMac = {{"mac", Orb::toText(mac)}, {"on", *on}};
     }
+    served->forEachMultipathClaim(allBum, [&](SourceId source, MultipathClaim const& claim) {
+      if (std::ranges::find(claim.vteps, key.vtepAddr()) == claim.vteps.end()) return;
+      told.push_back(
+          {{"name", sources_.name(source)}, {"multipath", listJson(claim.vteps)}, {"since", claim.since}});
+    });
   }
 
   facts.isEarlier = isHeld && !isTold;
@@ -103,6 +113,9 @@ Json HostedModule::whyFlood(QorEvpn::VniVtepPair const& key) const {
   Json result{{"vni", key.vni().value()}, {"vtep", Orb::toText(key.vtepAddr())}};
   if (facts.controller) {
     result["controller"] = {{"on", *facts.controller}};
+  } else if (facts.isMultipath) {
+    auto const& table = controller_->vniFdbStatus(key.vni())->macVtepMultiPathTable();
+    result["controller"]["multipath"] = listJson(table.find(allBum)->vtepAddrs);
   } else if (facts.isInListOfOneMac) {
     result["controller"] = std::move(ofOneMac);
   }
@@ -112,7 +125,7 @@ Json HostedModule::whyFlood(QorEvpn::VniVtepPair const& key) const {
       key, imported_ ? imported_->flood->floodEntry(key) : QorEvpn::FloodEntry(),
       imported_ && Brine::isReadable(imported_->flood->mountStatus()));
   result["row"] = facts.isRow;
-  result["bridgeId"] = isListed(key.vni());
+  addBridgeId(result, isListed(key.vni()), unlistedText(facts.state, controller_->vniFdbStatus(key.vni())));
   result.update(toJson(explain(facts)));
   return result;
 }
@@ -131,7 +144,7 @@ bool HostedModule::isListed(Vxlan::Vni vni) const {
 ExportState HostedModule::exportState() const {
   return {.isEnabled = status_->enabled(),
           .isCapable = capability_->evpnEnabled(),
-          .isKeeping = sources_.isKeeping()};
+          .isKeeping = sources_.isKeeping() || (!tx_ && !toldOff_)};
 }
 
 Json HostedModule::why(std::string_view argument) const {

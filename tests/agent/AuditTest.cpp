@@ -54,7 +54,7 @@ TEST(AuditTest, NamesEachRowThatIsNotAsItShouldBe) {
       {[](SiteLook& look) { look.exported.of<Host>().clear(); },
        {host5000 + "1: missing: the controller has it, and nothing keeps it out"}},
       {[](SiteLook& look) { look.exported.add(host(5000, 3, 11)); },
-       {host5000 + "3: orphan: the MAC is in the multipath table only"}},
+       {host5000 + "3: orphan: it is in the multipath table only"}},
       {[](SiteLook& look) { look.exported.add(host(6000, 1, 11)); },
        {"exported/host  vni 6000  mac 00:00:00:00:00:01" + notServed}},
       {[](SiteLook& look) { look.exported.add(host(5000, 2, 22)); }, {host5000 + "2" + echoed}},

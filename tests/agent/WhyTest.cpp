@@ -64,7 +64,14 @@ TEST(Why, EntriesOfAnEarlierRunAreHeld) {
   facts.isEarlier = true;
   EXPECT_EQ(explain(facts).rule, Rule::held);
   facts.state = {.isEnabled = false, .isCapable = false, .isKeeping = true, .isServed = false};
-  EXPECT_TRUE(explain(facts).isAsItShouldBe) << "rows stay while sources tell their state";
+  facts.evpn = MacVtepV2(mac, Wirix::IpAddr("10.99.0.12"), Seqno32(0));
+  EXPECT_EQ(explain(facts).text.find("EVPN has the MAC too"), std::string::npos) << "held has its own text";
+  FloodFacts flood{{vni, Wirix::IpAddr("10.99.0.11")}, facts.state, {}, false, false, true};
+  EXPECT_EQ(explain(facts).rule, Rule::held) << "rows stay while sources tell their state";
+  EXPECT_EQ(explain(flood).rule, Rule::held);
+  facts.row.reset();
+  EXPECT_EQ(explain(facts).rule, Rule::databaseOff);
+  EXPECT_EQ(importRule(on, false, QorEvpn::Host(), {mac, vni}), ImportRule::unreadable);
 }
 
 /// The rule that is said to have decided, and what the machines are to make of the same inputs.
@@ -164,9 +171,18 @@ TEST(Why, ARunningAgentNamesTheRuleOfEachKey) {
     shows({"why", "02:00:00:00:00:04", "1"}, "controller  multipath 10.0.0.1\n.*: multipath 10.0.0.1  for ");
     shows({"why", "10.0.0.3", "1"},
           "controller  mac 02:00:00:00:00:01  on true\n.*: mac 02:.*  on true  for ");
+    shows({"why", "02:00:00:00:00:08", "8"}, "bridge id   not listed: a multipath entry or");
+    shows({"why", "02:00:00:00:00:08", "9"}, "bridge id   not listed: the VNI has no entries");
+    shows({"why", "10.0.0.5", "1"}, "controller  multipath 10.0.0.5\n.*: multipath 10.0.0.5  for ");
     shows({"show", "agent"}, "duplicate: vni 1  mac 02:00:00:00:00:07  between 10.9.0.1 and 10.0.0.1\n");
   }
   auto const agent = start();
+  ASSERT_TRUE(becomes([&] { return site.feed()["events"] == 0; })) << agent.errors();
+  EXPECT_EQ(answer("02:00:00:00:00:01 1")["rule"], "held") << "the flags have not been told";
+  EXPECT_EQ(answer("10.0.0.1 1")["rule"], "held");
+  EXPECT_EQ(answer("10.0.0.2 1")["rule"], "database-off");
+  EXPECT_THAT(TestSupport::run({"why", "02:00:00:00:00:02", "--dir", site.dir}).out,
+              testing::StartsWith("vni 1  02:00:00:00:00:02: Not exported: the integration is off"));
   agent.write(R"({"from":"controller","op":"enabled","value":true}
 )");
   ASSERT_TRUE(becomes([&] { return site.feed()["events"] == 1; })) << agent.errors();

@@ -18,6 +18,9 @@
 {"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:07","vtep":"10.0.0.1","seq":2}
 {"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:05","vtep":"0.0.0.0"}
 {"from":"controller","op":"mac-del","vni":1,"mac":"02:00:00:00:00:05"}
+{"from":"controller","op":"multipath","vni":1,"mac":"00:00:00:00:00:00","vteps":["10.0.0.5"]}
+{"from":"controller","op":"multipath","vni":8,"mac":"02:00:00:00:00:08","vteps":["10.0.0.1"]}
+{"from":"controller","op":"vni","vni":9}
 ? 02:00:00:00:00:01 1        exported       imported
 ? 02:00:00:00:00:02 1        evpn-supplied  imported
 ? 02:00:00:00:00:03 1        evpn-newer     imported
@@ -31,6 +34,7 @@
 ? 10.0.0.1 1                 exported       not-learned
 ? 10.0.0.2 1                 entry-off      not-learned
 ? 10.0.0.3 1                 not-all-bum    not-learned
+? 10.0.0.5 1                 multipath-only not-learned
 ? 10.0.0.4 1                 not-known      not-learned
 ? 224.0.0.1 1                refused        not-learned
 ? 10.0.0.9 1                 evpn-supplied  imported
