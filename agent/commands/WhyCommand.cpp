@@ -166,8 +166,8 @@ int runWhy(WhyOptions const& options) {
   Json answers;
   if (options.recording.files.empty()) {
     answers = controlRequest(site, "why " + question);
-    bool const isRead = !answers.empty() && answers[0].at("import").at("rule") != "off";
-    if (!options.vni && !isRead) addLearned(answers, site, subject);
+    if (!options.vni && controlRequest(site, "state").at("integration") == false)
+      addLearned(answers, site, subject);
     for (Json& answer : answers) addEvpnSide(answer, site, subject);
   } else {
     isWhole = options.recording.run(replay.emplace(), [](double) { return true; });

@@ -127,6 +127,17 @@ TEST(Why, ARunningAgentTakesTheDefaultEntryForNone) {
   EXPECT_EQ(said["import"]["rule"], "imported");
 }
 
+/// A switch and a feed have one MAC each; both are frozen, and EVPN's entries are newer.
+TEST(Why, FreezingHoldsASwitchsMacOnly) {
+  for (bool const isSwitchs : {true, false}) {
+    auto const run = TestSupport::run({"why", isSwitchs ? "02:00:00:00:00:01" : "02:00:00:00:00:02", "-j",
+                                       "--replay", TestSupport::sourcePath("tests/agent/WhyTest.rec")});
+    auto const said = nlohmann::ordered_json::parse(run.out).at(0);
+    EXPECT_EQ(said["rule"], isSwitchs ? "frozen" : "evpn-newer") << run.err;
+    EXPECT_EQ(said["controller"].value("frozen", false), isSwitchs);
+  }
+}
+
 TEST(Why, ARunningAgentNamesTheRuleOfEachKey) {
   AgentSite site;
   auto const start = [&site] {
