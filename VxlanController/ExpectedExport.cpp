@@ -27,12 +27,8 @@ void addVni(VniFdbStatusV2 const& own, VniStatusV2 const* fromEvpn, Vxlan::Vni v
       if (expectedFlood(list, theirs, vtep.key)) into.floods.emplace_back(VniVtepPair(vni, vtep.key));
     }
   }
-  if (own.macVtepTables() || own.macVtepMultiPathTables() || own.macVtepFloodListTables())
-    into.brIds.insert(vni);
-  bool const hasSupported = own.macVtepTables() ||
-                            own.macVtepMultiPathTable().contains(MacVtepFloodListV2::allBum) ||
-                            own.macVtepFloodListTable().contains(MacVtepFloodListV2::allBum);
-  if (!hasSupported) into.brIdsOfHistory.insert(vni);
+  if (hasEntries(own)) into.brIds.insert(vni);
+  if (!hasSupportedEntries(own)) into.brIdsOfHistory.insert(vni);
 }
 
 template <class Left, class Right, class Same>
@@ -46,6 +42,15 @@ bool sameMaps(Left const& left, Right const& right, Same const& same) {
 }
 
 }  // namespace
+
+bool hasEntries(VniFdbStatusV2 const& own) {
+  return own.macVtepTables() || own.macVtepMultiPathTables() || own.macVtepFloodListTables();
+}
+
+bool hasSupportedEntries(VniFdbStatusV2 const& own) {
+  return own.macVtepTables() || own.macVtepMultiPathTable().contains(MacVtepFloodListV2::allBum) ||
+         own.macVtepFloodListTable().contains(MacVtepFloodListV2::allBum);
+}
 
 std::optional<Host> expectedHost(VniFdbStatusV2 const& own, VniStatusV2 const* fromEvpn, Vxlan::Vni vni,
                                  Wirix::EthAddr macAddr) {
@@ -85,8 +90,7 @@ Orb::Ptr<VniStatusDirV2> expectedLearned(std::span<Host const> hosts, std::span<
   auto const learned = Orb::makePtr<VniStatusDirV2>(Orb::Name("learned"));
   for (Host const& host : hosts) {
     if (host == Host()) continue;
-    MacVtepV2 const entry(host.key().macAddr(), host.vtepAddr(), host.seqNo(), host.preference());
-    learned->vniStatusV2Is(host.key().vni())->macVtepTableIs(entry);
+    learned->vniStatusV2Is(host.key().vni())->macVtepTableIs(entryOf(host));
   }
   for (FloodEntry const& flood : floods) {
     if (flood == FloodEntry()) continue;

@@ -21,6 +21,11 @@
 
 namespace QorEvpn {
 
+/// Whether the VNI has an entry of any kind, which lists its bridge identifier at the next supported event.
+bool hasEntries(VxlanController::VniFdbStatusV2 const& own);
+/// Whether it has an entry whose events are supported: a MAC, or an entry or a list for all BUM addresses.
+bool hasSupportedEntries(VxlanController::VniFdbStatusV2 const& own);
+
 /// The host row of a MAC address: the controller's entry, unless EVPN supplied exactly that. `fromEvpn`
 /// may be null.
 std::optional<Host> expectedHost(VxlanController::VniFdbStatusV2 const& own,

@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <utility>
 
 #include "agent/audit/Audit.h"
 #include "agent/base/Ranges.h"
@@ -23,13 +24,11 @@ int runAudit(AuditOptions const& options) {
   Output out(STDOUT_FILENO);
   try {
     if (options.json) {
-      std::string_view before = "[\n";
-      auto const write = [&](nlohmann::ordered_json const& element) {
-        out.write(std::exchange(before, ",\n"), element.dump());
-      };
-      for (Finding const& each : findings) write(toJson(each));
-      for (auto const& [what, why] : notLookedAt) write({{"notLookedAt", what}, {"reason", why}});
-      out.write(before == ",\n" ? "]\n" : "[]\n");
+      std::vector<nlohmann::ordered_json> all;
+      for (Finding const& each : findings) all.push_back(toJson(each));
+      for (auto const& [what, why] : notLookedAt) all.push_back({{"notLookedAt", what}, {"reason", why}});
+      writeArray(out, std::span(std::as_const(all)), [](nlohmann::ordered_json const& each) { return each; });
+      out.write("\n");
     } else {
       for (Finding const& each : findings) out.write(each, "\n");
       for (auto const& [what, why] : notLookedAt) out.write("not looked at: ", what, " (", why, ")\n");

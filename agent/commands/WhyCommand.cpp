@@ -5,7 +5,6 @@
 #include <set>
 
 #include "Orb/Text.h"
-#include "VxlanController/QorEvpnBrine.h"
 #include "Wirix/IpAddr.h"
 #include "agent/base/MacNotation.h"
 #include "agent/base/Ranges.h"
@@ -13,8 +12,8 @@
 #include "agent/commands/ReplayOptions.h"
 #include "agent/site/Control.h"
 #include "agent/site/Site.h"
-#include "agent/tables/Tables.h"
 #include "agent/views/Format.h"
+#include "agent/views/SiteView.h"
 
 namespace Agent {
 
@@ -148,10 +147,9 @@ void addEvpnSide(Json& answer, Site const& site, std::string const& subject) {
 void addLearned(Json& answers, Site const& site, std::string const& subject) {
   std::set<std::uint32_t> unanswered;
   auto const mac = Orb::parseWhole<Wirix::EthAddr>(subject);
-  Brine::Table<QorEvpn::Host> table;
-  table.mount({.directory = site.learned(), .name = std::string(TableKind<QorEvpn::Host>::file)});
-  for (auto walk = table.walk(); QorEvpn::Host const* const row = walk.next();)
-    if (row->key().macAddr() == mac) unanswered.insert(row->key().vni().value());
+  SiteRows const learned = SiteView(site).learned();
+  for (QorEvpn::Host const& row : learned.of<QorEvpn::Host>())
+    if (row.key().macAddr() == mac) unanswered.insert(row.key().vni().value());
   for (Json const& answer : answers) unanswered.erase(answer.at("vni").get<std::uint32_t>());
   for (std::uint32_t const vni : unanswered)
     answers.push_back(controlRequest(site, "why " + subject + ' ' + std::to_string(vni)).at(0));

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "VxlanController/QorEvpnRow.h"
+
 namespace Agent {
 
 using namespace QorEvpn;
@@ -29,11 +31,8 @@ Event eventOf(VniVtepPair const& flood) {
 }
 
 Host hostOf(Event const& event) {
-  Host row(MacVniPair(event.mac, event.vni));
-  row.vtepAddrIs(event.vtep);
-  row.seqNoIs(event.seq);
-  row.preferenceIs(event.preference);
-  return row;
+  return QorEvpn::hostOf(event.vni,
+                         VxlanController::MacVtepV2(event.mac, event.vtep, event.seq, event.preference));
 }
 
 LearnedSources::LearnedSources(Learned& learned) : learned_(learned) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "Orb/Text.h"
+#include "VxlanController/ExpectedExport.h"
 #include "agent/feed/Sources.h"
 
 namespace Agent {
@@ -212,13 +213,8 @@ nlohmann::ordered_json toJson(Explanation const& explanation) {
 std::string_view unlistedText(ExportState state, VniFdbStatusV2 const* own) {
   state.isServed = own != nullptr;
   if (auto const rule = ruleOf(state)) return reasonOf(*rule);
-  auto const& lists = own->macVtepFloodListTable();
-  if (own->macVtepTable().size() + own->macVtepMultiPathTable().size() + lists.size() == 0)
-    return "the VNI has no entries";
-  Wirix::EthAddr constexpr allBum = MacVtepFloodListV2::allBum;
-  if (own->macVtepTable().size() != 0 || own->macVtepMultiPathTable().contains(allBum) ||
-      lists.contains(allBum))
-    return "not all of EVPN's rows have been read yet";
+  if (!QorEvpn::hasEntries(*own)) return "the VNI has no entries";
+  if (QorEvpn::hasSupportedEntries(*own)) return "not all of EVPN's rows have been read yet";
   return "a multipath entry or a flood list of a single MAC alone does not list it";
 }
 

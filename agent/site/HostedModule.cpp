@@ -1,6 +1,7 @@
 #include "agent/site/HostedModule.h"
 
 #include "Orb/Type.h"
+#include "VxlanController/ExpectedExport.h"
 #include "VxlanController/QorEvpnRow.h"
 #include "agent/views/EvpnStatus.h"
 
@@ -110,13 +111,9 @@ void HostedModule::tellListed(Tell const& tell) const {
   Event event;
   event.op = Op::listed;
   controller_->forEachVni([&](Vxlan::Vni vni) {
-    auto const& status = *controller_->vniFdbStatus(vni);
-    bool const hasEntries = status.macVtepTable().size() + status.macVtepMultiPathTable().size() +
-                                status.macVtepFloodListTable().size() !=
-                            0;
     event.vni = vni;
     event.value = isListed(vni);
-    if (event.value != hasEntries) tell(earlierRun, event);
+    if (event.value != QorEvpn::hasEntries(*controller_->vniFdbStatus(vni))) tell(earlierRun, event);
   });
 }
 

@@ -23,6 +23,14 @@ Json listJson(std::vector<Wirix::IpAddr> const& vteps) {
   return list;
 }
 
+Json claimJson(std::string const& source, MultipathClaim const& claim) {
+  return {{"name", source}, {"multipath", listJson(claim.vteps)}, {"since", claim.since}};
+}
+
+Json multipathJson(VxlanController::VniFdbStatusV2 const& status, Wirix::EthAddr mac) {
+  return {{"multipath", listJson(status.macVtepMultiPathTable().find(mac)->vtepAddrs)}};
+}
+
 void addBridgeId(Json& result, bool isListed, std::string_view unlistedText) {
   result["bridgeId"] = isListed;
   if (!isListed) result["bridgeIdText"] = unlistedText;
@@ -49,8 +57,7 @@ Json HostedModule::whyHost(QorEvpn::MacVniPair const& key) const {
     });
     facts.isOvertaken = !told.empty() && !verdict->source;
     served->forEachMultipathClaim(key.macAddr(), [&](SourceId source, MultipathClaim const& claim) {
-      told.push_back(
-          {{"name", sources_.name(source)}, {"multipath", listJson(claim.vteps)}, {"since", claim.since}});
+      told.push_back(claimJson(sources_.name(source), claim));
     });
   }
   sources_.forEachRefusal(key.macAddr(), [&](SourceId source, Vxlan::Vni vni, std::string_view reason) {
@@ -66,8 +73,7 @@ Json HostedModule::whyHost(QorEvpn::MacVniPair const& key) const {
     if (verdict) result["controller"]["why"] = verdict->why;
     if (facts.isFrozen) result["controller"]["frozen"] = true;
   } else if (facts.isMultipath) {
-    auto const& table = controller_->vniFdbStatus(key.vni())->macVtepMultiPathTable();
-    result["controller"]["multipath"] = listJson(table.find(key.macAddr())->vtepAddrs);
+    result["controller"] = multipathJson(*controller_->vniFdbStatus(key.vni()), key.macAddr());
   }
   result["sources"] = std::move(told);
   if (facts.evpn) result["evpn"] = entryJson(*facts.evpn);
@@ -103,19 +109,16 @@ Json HostedModule::whyFlood(QorEvpn::VniVtepPair const& key) const {
     }
     served->forEachMultipathClaim(allBum, [&](SourceId source, MultipathClaim const& claim) {
       if (std::ranges::find(claim.vteps, key.vtepAddr()) == claim.vteps.end()) return;
-      told.push_back(
-          {{"name", sources_.name(source)}, {"multipath", listJson(claim.vteps)}, {"since", claim.since}});
+      told.push_back(claimJson(sources_.name(source), claim));
     });
   }
-
   facts.isEarlier = isHeld && !isTold;
 
   Json result{{"vni", key.vni().value()}, {"vtep", Orb::toText(key.vtepAddr())}};
   if (facts.controller) {
     result["controller"] = {{"on", *facts.controller}};
   } else if (facts.isMultipath) {
-    auto const& table = controller_->vniFdbStatus(key.vni())->macVtepMultiPathTable();
-    result["controller"]["multipath"] = listJson(table.find(allBum)->vtepAddrs);
+    result["controller"] = multipathJson(*controller_->vniFdbStatus(key.vni()), allBum);
   } else if (facts.isInListOfOneMac) {
     result["controller"] = std::move(ofOneMac);
   }

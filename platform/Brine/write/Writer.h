@@ -48,9 +48,9 @@ class Writer {
     if (quiet_) endQuiet();
     return sequence_ + 1;
   }
-  /// Enters the committed change of that number in the ring. Some times a turn, and at its end, the number is
-  /// stored as the ring's head, release: readers that poll the head share its line with the writer, so it is
-  /// not stored for each change.
+  /// Enters the committed change of that number in the ring. Several times a turn, and at its end, the number
+  /// is stored as the ring's head, release: readers that poll the head share its line with the writer, so it
+  /// is not stored for each change.
   [[gnu::always_inline]] void changed(uint64_t sequence, uint32_t id, uint64_t const* key,
                                       unsigned keyWords) {
     sequence_ = sequence;
