@@ -1,5 +1,5 @@
+#include "VxlanController/Fixture.h"
 #include "VxlanController/QorEvpnModeSm.h"
-#include "VxlanController/Site.h"
 
 namespace MachineTests {
 namespace {
@@ -7,7 +7,7 @@ namespace {
 using Object = Ptr<Orb::PtrInterface const>;
 
 /// The five machines.
-class GenericInterface : public Site {
+class GenericInterface : public TransmitFixture {
  protected:
   Ptr<Controllerdb::Status> status = makePtr<Controllerdb::Status>("controllerdb");
   Ptr<QorEvpn::EvpnCapability> capability = makePtr<QorEvpn::EvpnCapability>("capability");

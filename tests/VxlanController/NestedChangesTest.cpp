@@ -1,13 +1,13 @@
 #include <random>
 
-#include "VxlanController/Site.h"
+#include "VxlanController/Fixture.h"
 #include "support/Scale.h"
 
 namespace MachineTests {
 namespace {
 
 // Inputs that anybody may change at any time, on both sides, and the transmit machines over them.
-class NestedChanges : public Site {
+class NestedChanges : public TransmitFixture {
  public:
   static constexpr unsigned deepest = 4;
 

@@ -1,6 +1,6 @@
 #include "VxlanController/QorEvpnModeSm.h"
 
-#include "VxlanController/Site.h"
+#include "VxlanController/Fixture.h"
 
 namespace MachineTests {
 namespace {
@@ -18,7 +18,7 @@ Texts run(bool enabled, bool evpnEnabled) {
   return {rule, inputs, "8 Turning qorEvpnIntegrationMode " + result, rule + " return "};
 }
 
-class ModeSm : public testing::Test {
+class QorEvpnModeSmTest : public testing::Test {
  protected:
   void make() { sm = QorEvpn::qorEvpnIntegrationModeSmFactory(status, capability, config); }
   void inputs(bool enabled, bool evpnEnabled) {
@@ -38,7 +38,7 @@ class ModeSm : public testing::Test {
   Ptr<QorEvpn::QorEvpnIntegrationModeSm> sm;
 };
 
-TEST_F(ModeSm, IsOnWhenBothAreOn) {
+TEST_F(QorEvpnModeSmTest, IsOnWhenBothAreOn) {
   for (bool enabled : {false, true}) {
     for (bool evpnEnabled : {false, true}) {
       sm = nullptr;
@@ -63,7 +63,7 @@ TEST_F(ModeSm, IsOnWhenBothAreOn) {
   }
 }
 
-TEST_F(ModeSm, AReplacedInputRunsTheRuleOnceUnlessTheReactorIsAZombie) {
+TEST_F(QorEvpnModeSmTest, AReplacedInputRunsTheRuleOnceUnlessTheReactorIsAZombie) {
   inputs(true, true);
   make();
   traces.take();
@@ -77,7 +77,7 @@ TEST_F(ModeSm, AReplacedInputRunsTheRuleOnceUnlessTheReactorIsAZombie) {
   EXPECT_EQ(traces.take(), Texts());
 }
 
-TEST_F(ModeSm, LooksAtTheCapabilityOnlyWhereItMatters) {
+TEST_F(QorEvpnModeSmTest, LooksAtTheCapabilityOnlyWhereItMatters) {
   capability = nullptr;
   {
     TestSupport::TraceCapture const others("QorEvpnModeSm", Trace::allLevels ^ 1U << 8);

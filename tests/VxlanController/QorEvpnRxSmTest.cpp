@@ -1,9 +1,9 @@
-#include "VxlanController/Site.h"
+#include "VxlanController/Fixture.h"
 
 namespace MachineTests {
 namespace {
 
-class RxSm : public testing::Test {
+class QorEvpnRxSmTest : public testing::Test {
  protected:
   Ptr<QorEvpnRxSm> const& make() {
     return sm = VxlanController::qorEvpnRxSmFactory(own.hostTable, own.floodTable, dir);
@@ -23,7 +23,7 @@ class RxSm : public testing::Test {
   Ptr<QorEvpnRxSm> sm;
 };
 
-TEST_F(RxSm, DefaultRowsAreDeletionsAndNothingIsTraced) {
+TEST_F(QorEvpnRxSmTest, DefaultRowsAreDeletionsAndNothingIsTraced) {
   make();
   sm->vniStatusDir()->vniStatusV2Is(Vni(0))->macVtepTableIs(MacVtepV2(EthAddr(), ip(1)));
   hosts->hostIs(Host());
@@ -44,7 +44,7 @@ TEST_F(RxSm, DefaultRowsAreDeletionsAndNothingIsTraced) {
   EXPECT_DEATH(sm->handleHost(MacVniPair()), "assertion failed: vniStatus");
 }
 
-TEST_F(RxSm, CleanupWithdrawsWhatTheRowsPutThereAndKeepsNoMemory) {
+TEST_F(QorEvpnRxSmTest, CleanupWithdrawsWhatTheRowsPutThereAndKeepsNoMemory) {
   for (uint32_t vni : {10u, 20u}) hosts->hostIs(host(vni, 1, 11)), hosts->hostIs(host(vni, 2, 11));
   floods->floodEntryIs(flood(10, 12)), floods->floodEntryIs(flood(40, 12));
   delivered();
@@ -63,7 +63,7 @@ TEST_F(RxSm, CleanupWithdrawsWhatTheRowsPutThereAndKeepsNoMemory) {
   EXPECT_EQ(content(), all);
 }
 
-TEST_F(RxSm, CleanupBeforeADeliveryWithdrawsWhatItsWalkMeets) {
+TEST_F(QorEvpnRxSmTest, CleanupBeforeADeliveryWithdrawsWhatItsWalkMeets) {
   make();
   hosts->hostIs(host(10, 1, 1)), hosts->hostIs(host(20, 1, 1));
   delivered();
@@ -89,7 +89,7 @@ TEST_F(RxSm, CleanupBeforeADeliveryWithdrawsWhatItsWalkMeets) {
 }
 
 /// In either reading mode.
-class RxSmAndOnlookers : public testing::TestWithParam<Brine::Mode> {
+class QorEvpnRxSmAndOnlookersTest : public testing::TestWithParam<Brine::Mode> {
  protected:
   struct Machine {
     explicit Machine(Tables const& tables)
@@ -118,10 +118,10 @@ class RxSmAndOnlookers : public testing::TestWithParam<Brine::Mode> {
   Tables evpns{Brine::Mode::writer}, own{GetParam(), evpns.folder};
 };
 
-INSTANTIATE_TEST_SUITE_P(Modes, RxSmAndOnlookers,
+INSTANTIATE_TEST_SUITE_P(Modes, QorEvpnRxSmAndOnlookersTest,
                          testing::Values(Brine::Mode::reader, Brine::Mode::keyshadow));
 
-TEST_P(RxSmAndOnlookers, NoLookUpAndNoWalkTakesANotificationAway) {
+TEST_P(QorEvpnRxSmAndOnlookersTest, NoLookUpAndNoWalkTakesANotificationAway) {
   Machine const machine(own);
   write(5);
   lookUp(5);
@@ -143,7 +143,7 @@ TEST_P(RxSmAndOnlookers, NoLookUpAndNoWalkTakesANotificationAway) {
   EXPECT_EQ(content(machine), "") << "nor is it told of the absence of what came and went";
 }
 
-TEST_P(RxSmAndOnlookers, EachOfTwoMachinesIsToldOfEveryDifferenceAndOfNoAbsenceMore) {
+TEST_P(QorEvpnRxSmAndOnlookersTest, EachOfTwoMachinesIsToldOfEveryDifferenceAndOfNoAbsenceMore) {
   write(1), write(2), write(3);
   own.deliver();
   Machine const one(own);
@@ -171,7 +171,7 @@ TEST_P(RxSmAndOnlookers, EachOfTwoMachinesIsToldOfEveryDifferenceAndOfNoAbsenceM
   for (Machine const* const machine : {&one, &other, &late}) EXPECT_EQ(content(*machine), "");
 }
 
-TEST_F(RxSm, DamageEndsItsWalkAndCountsAsAbsence) {
+TEST_F(QorEvpnRxSmTest, DamageEndsItsWalkAndCountsAsAbsence) {
   for (uint32_t m : {1u, 2u, 3u}) hosts->hostIs(host(10, m, m)), floods->floodEntryIs(flood(10, m));
   delivered();
   make();
@@ -195,7 +195,7 @@ TEST_F(RxSm, DamageEndsItsWalkAndCountsAsAbsence) {
   EXPECT_EQ(own.reports.size(), 1u);
 }
 
-TEST_F(RxSm, Assertions) {
+TEST_F(QorEvpnRxSmTest, Assertions) {
   make();
   std::string const failed = "assertion failed: ";
   MacVniPair const key = host(10, 1, 1).key();

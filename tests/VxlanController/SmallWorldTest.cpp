@@ -8,7 +8,7 @@
 #include <algorithm>
 
 #include "VxlanController/ExpectedExport.h"
-#include "VxlanController/Site.h"
+#include "VxlanController/Fixture.h"
 #include "support/Scale.h"
 
 namespace MachineTests {
@@ -90,7 +90,7 @@ struct VniState {
   }
 };
 
-class SmallWorld : public Site {
+class SmallWorld : public TransmitFixture {
  public:
   SmallWorld() {
     Trace::levelsIs("VxlanControllerEvpnTxSm", 0);

@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "VxlanController/Site.h"
+#include "VxlanController/Fixture.h"
 
 namespace MachineTests {
 namespace {

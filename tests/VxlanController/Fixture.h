@@ -138,10 +138,10 @@ inline std::string text(VniStatusDirV2 const& dir) {
   return out;
 }
 
-/// What surrounds the transmit machines.
-class Site : public testing::Test, public Tables {
+/// The inputs and outputs of the transmit machines, and what the machines do with them.
+class TransmitFixture : public testing::Test, public Tables {
  public:
-  Site() : Tables(Brine::Mode::writer) {}
+  TransmitFixture() : Tables(Brine::Mode::writer) {}
 
   Ptr<QorEvpnTxSm> const& make() {
     return root = QorEvpn::qorEvpnTxSmFactory(dir, evpn, brIds, hostTable, floodTable);
@@ -185,6 +185,14 @@ class Site : public testing::Test, public Tables {
     story += '\n';
   }
 
+  /// VNI 10, served by a machine.
+  void serve() {
+    if (!root) make();
+    fdb10 = vniIs("10", 10);
+    sm10 = root->vniFdbStatusSm(Vni(10));
+    traced(), counts();
+  }
+
   TestSupport::TraceCapture traces{"VxlanControllerEvpnTxSm"};
   Ptr<Orb::Dir> dir = makePtr<Orb::Dir>("vnis");
   Ptr<VniStatusDirV2> evpn = makePtr<VniStatusDirV2>("evpn");
@@ -192,6 +200,8 @@ class Site : public testing::Test, public Tables {
   Counts counted{};
   std::string story;
   Ptr<QorEvpnTxSm> root;
+  Ptr<VniFdbStatusV2> fdb10;
+  Ptr<VniFdbStatusSm> sm10;
 };
 
 }  // namespace MachineTests
