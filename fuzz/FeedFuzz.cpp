@@ -22,7 +22,7 @@ std::vector<std::string> linesOf(std::string_view feed, size_t pieceSize) {
   auto const take = [&] {
     while (auto const line = cutter.next()) {
       require(line->number == lines.size() + 1);
-      lines.push_back(line->text);
+      lines.emplace_back(line->text);
     }
   };
   for (; !feed.empty(); feed.remove_prefix(std::min(pieceSize, feed.size()))) {

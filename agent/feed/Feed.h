@@ -34,9 +34,9 @@ class LineCutter {
   static constexpr std::size_t lengthLimit = std::size_t{1} << 20;
 
   struct Line {
-    std::uint64_t number;  ///< From 1.
-    std::string text;      ///< Without its end, which is "\n" or "\r\n".
-    bool tooLong = false;  ///< Then `text` is empty.
+    std::uint64_t number;   ///< From 1.
+    std::string_view text;  ///< Without its end, which is "\n" or "\r\n". Good until the next call.
+    bool tooLong = false;   ///< Then `text` is empty.
   };
 
   void append(std::string_view piece) { buffer_ += piece; }
@@ -101,7 +101,7 @@ class Feed {
   void pause();
   void readPiece();
   void takeLines();
-  void take(LineCutter::Line& line);
+  void take(LineCutter::Line const& line);
   void apply(Event const& event);
   void bad(LineCutter::Line const& line, std::string const& what);
   std::chrono::nanoseconds waitFor(Event const& event);
@@ -130,10 +130,9 @@ class Feed {
   bool readToEnd_ = false;
   bool ended_ = false;
   LineCutter lines_;
-  std::optional<Event> waiting_;
-  std::string waitingLine_;  ///< `waiting_` refers to it.
-  Timer timer_;              ///< Until an event is due.
-  Timer piece_;              ///< Until the next turn, for the next piece of a file.
+  std::optional<Event> waiting_;  ///< It refers to the line that `lines_` gave last; nothing is read meanwhile.
+  Timer timer_;                   ///< Until an event is due.
+  Timer piece_;                   ///< Until the next turn, for the next piece of a file.
   std::optional<Clock::time_point> start_;
   std::optional<Clock::time_point> nextReport_;
   double firstTime_ = 0;

@@ -49,7 +49,8 @@ TEST(FeedTest, CutsLinesOutOfAnyPieces) {
     std::string seen;
     auto const take = [&] {
       while (auto const line = cutter.next()) {
-        seen += std::to_string(line->number) + (line->tooLong ? "!" : ":") + line->text + ' ';
+        seen += std::to_string(line->number) + (line->tooLong ? "!" : ":");
+        (seen += line->text) += ' ';
       }
     };
     for (std::size_t at = 0; at < stream.size(); at += piece) {
