@@ -192,10 +192,9 @@ void run(Options const& options) {
   Report report(options, {{"delivery-1", "Changes to one reader", "million a second", true},
                           {"delivery-4", "Changes to four readers", "million a second", true},
                           {"spinning-readers", "Writer, four spinning readers", "times that without"}});
-  for (char const* const row : {"delivery-1", "delivery-4"}) {
+  for (char const* const row : {"delivery-1", "delivery-4"})
     report.goal(row, "Redis publish and subscribe", 12, 40);
-    report.goal(row, "Boost message queue", 1.8, 4);
-  }
+  report.goal("delivery-4", "Boost message queue", 1.8, 4);
   report.goal("spinning-readers", "Brine", 1.3, 1.1);
   Delivery delivery(options, report);
   for (unsigned i = 0; i < options.rounds; ++i) delivery.round();
