@@ -130,7 +130,7 @@ class Feed {
   bool readToEnd_ = false;
   bool ended_ = false;
   LineCutter lines_;
-  std::optional<Event> waiting_;  ///< It refers to the line that `lines_` gave last; nothing is read meanwhile.
+  std::optional<Event> waiting_;  ///< Refers to the line that `lines_` gave last; nothing is read meanwhile.
   Timer timer_;                   ///< Until an event is due.
   Timer piece_;                   ///< Until the next turn, for the next piece of a file.
   std::optional<Clock::time_point> start_;
