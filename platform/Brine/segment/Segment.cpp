@@ -114,7 +114,6 @@ void Segment::format(RowShape const& shape, int fd, uint32_t initialRows, uint32
   header.head = header.quiet = header.firstSequence;
   std::memcpy(page, &header, sizeof header);
   sys.unmap(page, pageBytes);
-  Segment(shape, fd, true).clearColumn(0);
 }
 
 void Segment::attach(bool repair) {
@@ -296,16 +295,16 @@ void Segment::addExtent() {
     throw SpaceError("the table cannot grow: " + std::string(failure.what()));
   }
   sys.populate(extents_[extent], bytes);
-  clearColumn(extent);
+  clearColumn(capacity_, layout_.capacity(extent));
 }
 
 /// Gives back the space that a growth took, and no more: readers may have mapped what the file had before.
 void Segment::undoGrowth() const { sys.truncate(fd_, static_cast<off_t>(std::max(fileBytes(), keptBytes_))); }
 
-/// Of an extent that nobody else reads yet.
-void Segment::clearColumn(unsigned extent) {
-  uint32_t const first = layout_.extentFirst(extent);
-  for (uint32_t i = 0; i < layout_.extentRows(extent); ++i) columns_[extent].wordIs(first + i, noColumn);
+void Segment::clearColumn(uint32_t from, uint32_t to) const {
+  for (uint32_t id = from; id < to; ++id) {
+    if (column(id).word(id) != noColumn) column(id).wordIs(id, noColumn);
+  }
 }
 
 Index Segment::spareIndex(unsigned level) {

@@ -45,7 +45,8 @@ class Segment {
   Segment(Segment const&) = delete;
   Segment& operator=(Segment const&) = delete;
 
-  /// Makes `fd`, an empty file, an empty table, all space for it reserved. Raises `MountFailure`.
+  /// Makes `fd`, an empty file, an empty table, all space for it reserved; its first recovery makes the column.
+  /// Raises `MountFailure`.
   static void format(RowShape const& shape, int fd, uint32_t initialRows, uint32_t ringEntries);
 
   RowShape const& shape() const { return shape_; }
@@ -99,6 +100,8 @@ class Segment {
   /// Takes the index that `spareIndex()` gave for that level into use. All of it must have been written.
   void publishSpare(unsigned level);
   void publishHighWater(uint32_t id) const;
+  /// No row lives in [from, to). Right words are left alone: readers may be walking.
+  void clearColumn(uint32_t from, uint32_t to) const;
 
   uint64_t fileBytes() const { return layout_.fileBytes(geometry_.level); }
 
@@ -122,7 +125,6 @@ class Segment {
   void undoGrowth() const;
   std::byte* map(uint64_t offset, uint64_t size);
   void mapExtent(unsigned extent);
-  void clearColumn(unsigned extent);
   bool useGeometry(uint64_t word);
   void checkHighWater(uint64_t word) const;
   Index indexAt(unsigned level, unsigned half) const;

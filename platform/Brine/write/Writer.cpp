@@ -85,14 +85,6 @@ void Writer::drop(uint32_t id) {
   row.commit();
 }
 
-/// No row lives at or above that id. Right words are left alone: readers may be walking.
-void Writer::clearColumn(uint32_t from) {
-  for (uint32_t id = from; id < segment_->capacity(); ++id) {
-    Column const column = segment_->column(id);
-    if (column.word(id) != noColumn) column.wordIs(id, noColumn);
-  }
-}
-
 std::vector<uint32_t> Writer::repairColumn() {
   std::vector<uint32_t> hidden;
   for (uint32_t id = 0; id < nextFresh_; ++id) {
@@ -127,7 +119,7 @@ void Writer::recover(bool repair) {
     found.free.push_back(id);
   }
   for (auto const& [id, word] : found.columns) segment_->column(id).wordIs(id, word);
-  clearColumn(end);
+  segment_->clearColumn(end, segment_->capacity());
   segment_->publishSpare(segment_->geometry().level);
   free_ = std::move(found.free);
   std::erase_if(free_, [&](uint32_t id) { return id >= found.end; });

@@ -88,7 +88,6 @@ class Writer {
   void take(RowShape const& shape, bool repair);
   uint64_t sequenceBehind(uint64_t last) const;
   void drop(uint32_t id);
-  void clearColumn(uint32_t from);
   void grow();
   void publish();
   void endQuiet();
