@@ -94,8 +94,6 @@ void Segment::format(RowShape const& shape, int fd, uint32_t initialRows, uint32
   }
   uint64_t random[2];
   if (::getentropy(random, sizeof random) != 0) throw MountFailure::ofErrno(errno, "drawing random numbers");
-  void* const page = sys.map(pageBytes, PROT_READ | PROT_WRITE, fd, 0);
-  if (page == MAP_FAILED) throw MountFailure::ofErrno(errno, "mapping the new table");
   Header header{};
   header.magic = magicNumber;
   header.fingerprint = shape.fingerprint();
@@ -112,8 +110,8 @@ void Segment::format(RowShape const& shape, int fd, uint32_t initialRows, uint32
   header.geometry = sealWord(header.seed, geometryPlace, Geometry{}.payload());
   header.highWater = sealWord(header.seed, highWaterPlace, 0);
   header.head = header.quiet = header.firstSequence;
-  std::memcpy(page, &header, sizeof header);
-  sys.unmap(page, pageBytes);
+  if (sys.writeAt(fd, &header, sizeof header, 0) < 0)
+    throw MountFailure::ofErrno(errno, "writing the table's header");
 }
 
 void Segment::attach(bool repair) {
