@@ -204,9 +204,9 @@ TEST_F(DamageTest, AReaderNeverTakesATableForEmptyWhoseIndexIsRepaired) {
   start(3);
   writer_.unmount();
   editFile(folder_, offsetof(Brine::Header, geometry), 8, [](std::string& word) { word[7] ^= 1; });
-  Brine::sys.populate = [](void* address, size_t size) {
+  Brine::sys.advise = [](void* address, size_t size, int advice) {
     play();
-    return Brine::realSystem().populate(address, size);
+    return Brine::realSystem().advise(address, size, advice);
   };
   interlude = [this] {
     EXPECT_THROW(copy_.table.find({1, 1}), Brine::CorruptionError);

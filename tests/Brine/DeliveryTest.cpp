@@ -142,7 +142,7 @@ TEST_F(DeliveryTest, AReaderThatTakesOverInAHookIsNotToldOfItsOwnRows) {
 TEST_F(DeliveryTest, AGrowthThatRanOutOfMemoryCanBeMadeUpForAndGivesBackWhatItTook) {
   mount();
   fill(0, 16);
-  Brine::sys.populate = [](void*, size_t) -> int { throw std::bad_alloc(); };
+  Brine::sys.advise = [](void*, size_t, int) -> int { throw std::bad_alloc(); };
   EXPECT_THROW(write(16), std::bad_alloc);
   Brine::sys = Brine::realSystem();
   writer_.recover();

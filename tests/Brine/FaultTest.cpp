@@ -122,9 +122,9 @@ TEST_F(FaultTest, EverySystemCallMayFail) {
   int const stubs =
       installStubs<0, &System::openFile, &System::makeFolder, &System::status, &System::statusAt,
                    &System::changeMode, &System::truncate, &System::allocate, &System::map, &System::unmap,
-                   &System::populate, &System::rename, &System::unlink, &System::lock, &System::writeAt,
+                   &System::advise, &System::rename, &System::unlink, &System::lock, &System::writeAt,
                    &System::watchOpen, &System::watchAdd, &System::pollOpen, &System::pollAdd,
-                   &System::collapse, &System::timerOpen, &System::readAt>();
+                   &System::timerOpen, &System::readAt>();
   size_t failures = 0;
   for (int call = 0; call < stubs; ++call) {
     for (int const error : {EACCES, EINTR, ENOSPC, ENOMEM, EMFILE}) {

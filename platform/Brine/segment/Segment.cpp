@@ -40,7 +40,7 @@ void preferHugePages(int fd, uint64_t offset, uint64_t size) {
   if (sys.allocate(fd, static_cast<off_t>(end - pageBytes), pageBytes) != 0) return;
   void* const address = sys.map(end - first, PROT_READ | PROT_WRITE, fd, static_cast<off_t>(first));
   if (address == MAP_FAILED) return;
-  sys.collapse(address, end - first);
+  sys.advise(address, end - first, collapseIntoHugePages);
   sys.unmap(address, end - first);
 }
 
@@ -268,7 +268,8 @@ void Segment::secureSpace() {
   if (::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < pageBytes)
     throw MountFailure(MountStatus::noSpace, "the process may not write files of a page");
   bool populated = true;
-  for (auto const& piece : pieces_) populated &= sys.populate(piece.get(), piece.get_deleter().size) == 0;
+  for (auto const& piece : pieces_)
+    populated &= sys.advise(piece.get(), piece.get_deleter().size, populateForWriting) == 0;
   // A file that was copied may have holes, which a full file system would turn into a fault at the first
   // touch.
   int const error = populated ? 0 : reserve(fd_, 0, fileBytes());
@@ -292,7 +293,7 @@ void Segment::addExtent() {
     undoGrowth();
     throw SpaceError("the table cannot grow: " + std::string(failure.what()));
   }
-  sys.populate(extents_[extent], bytes);
+  sys.advise(extents_[extent], bytes, populateForWriting);
   clearColumn(capacity_, layout_.capacity(extent));
 }
 

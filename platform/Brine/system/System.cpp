@@ -76,20 +76,7 @@ System const& realSystem() {
             return address;
           },
       .unmap = ::munmap,
-      .populate =
-          [](void* address, size_t size) {
-#ifdef MADV_POPULATE_WRITE
-            return ::madvise(address, size, MADV_POPULATE_WRITE);
-#else
-            static_cast<void>(address), static_cast<void>(size);
-            return -1;
-#endif
-          },
-      .collapse =
-          [](void* address, size_t size) {
-            constexpr int advice = 25;  // MADV_COLLAPSE, which many headers do not know yet.
-            return ::madvise(address, size, advice);
-          },
+      .advise = ::madvise,
       .rename = [](int folder, char const* from,
                    char const* to) { return ::renameat(folder, from, folder, to); },
       .unlink = [](int folder, char const* path) { return ::unlinkat(folder, path, 0); },

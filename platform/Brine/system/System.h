@@ -12,6 +12,10 @@ namespace Brine {
 /// What a huge page holds on the machines that matter; elsewhere nothing is gained and nothing lost.
 inline constexpr size_t hugePageBytes = size_t{2} << 20;
 
+/// What `System::advise` is asked for, by numbers that many headers and kernels do not know yet.
+inline constexpr int populateForWriting = 23;     // MADV_POPULATE_WRITE
+inline constexpr int collapseIntoHugePages = 25;  // MADV_COLLAPSE
+
 /// The system calls that the engine makes, as pointers, so that tests can make each of them fail. They keep
 /// the conventions of the calls that they stand for (-1 and errno; `allocate` returns an error number).
 /// Change them only while no table is in use. No descriptor that they give is 0, 1 or 2: in a process that
@@ -28,8 +32,7 @@ struct System {
   /// mapped for writing.
   void* (*map)(size_t size, int protection, int fd, off_t offset);
   int (*unmap)(void* address, size_t size);
-  int (*populate)(void* address, size_t size);  ///< For writing; may fail without harm.
-  int (*collapse)(void* address, size_t size);  ///< Into huge pages; may fail without harm.
+  int (*advise)(void* address, size_t size, int advice);  ///< May fail without harm.
   int (*rename)(int folder, char const* from, char const* to);
   int (*unlink)(int folder, char const* path);
   int (*lock)(int fd, int command, struct flock* lock);
