@@ -1,6 +1,6 @@
 #pragma once
 
-#include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -22,28 +22,16 @@ class BrineMap {
  public:
   using Key = typename Codec<Row>::Key;
 
-  struct Callbacks {
-    std::function<void(Key const&)> changed;
-    std::function<void(bool)> quiesced;
-    std::function<void()> mountStatus;
-    std::function<void(std::string const&)> corruption;
-    std::function<uint32_t()> countAudience;  ///< See `Table::countAudience`.
-  };
-
   BrineMap() = default;
   BrineMap(BrineMap const&) = delete;
   BrineMap& operator=(BrineMap const&) = delete;
 
   bool initialized() const { return entity_ != nullptr; }
 
-  /// Binds the rows of `entity`, which outlives the binding, and switches notifying on.
-  void bind(Orb::Entity const& entity, Callbacks callbacks) {
+  /// Binds the rows of `entity`, which outlives the binding, and switches notifying on. The hooks of `table()`
+  /// have been set.
+  void bind(Orb::Entity const& entity) {
     entity_ = &entity;
-    table_.onChanged = std::move(callbacks.changed);
-    table_.onQuiesced = std::move(callbacks.quiesced);
-    table_.onMountStatus = std::move(callbacks.mountStatus);
-    table_.onCorruption = std::move(callbacks.corruption);
-    table_.countAudience = std::move(callbacks.countAudience);
     notifyingIs(true);
   }
 
@@ -65,33 +53,29 @@ class BrineMap {
   MountStatus mount(MountOptions options) {
     if (!initialized()) throw StateError("BrineMap::mount() not allowed at this time, initialized:false");
     if (options.name.empty()) options.name = placeOf(*entity_, parent_);
-    return table_.mount(options);
+    return table_->mount(options);
   }
-  void unmount() { table_.unmount(); }
+  void unmount() { table_->unmount(); }
 
-  DeliverResult deliver(uint64_t limit) { return notifying_ ? table_.deliver(limit) : DeliverResult{}; }
+  DeliverResult deliver(uint64_t limit) { return notifying_ ? table_->deliver(limit) : DeliverResult{}; }
 
-  /// Ends mount and notifying and lets the binding be bound again. Raises `StateError` before `bind()`.
+  /// Ends mount and notifying, calls no hook, and lets the binding be bound again, with a new table. Raises
+  /// `StateError` before `bind()`.
   void cleanup() {
     if (!initialized()) throw StateError("trying to cleanup uninitialized brine.");
-    table_.onChanged = nullptr;
-    table_.onQuiesced = nullptr;
-    table_.onMountStatus = nullptr;
-    table_.onCorruption = nullptr;
-    table_.countAudience = nullptr;
-    table_.unmount();
+    table_.emplace();
     notifying_ = false;
     entity_ = nullptr;
   }
 
-  Table<Row>& table() { return table_; }
-  Table<Row> const& table() const { return table_; }
+  Table<Row>& table() { return *table_; }
+  Table<Row> const& table() const { return *table_; }
 
  private:
   Orb::Entity const* entity_ = nullptr;
   Orb::Entity const* parent_ = nullptr;
   bool notifying_ = false;
-  Table<Row> table_;
+  std::optional<Table<Row>> table_{std::in_place};
 };
 
 }  // namespace Brine

@@ -139,16 +139,18 @@ class EntityTable : public Orb::Entity {
     zeroReferences_ = std::move(zeroReferences);
     control_ = Orb::makePtr<CollectionControl>();
     control_->hasNotificationActiveIs(true);
-    map_.bind(*this, {[this](Key const& key) { rowNotify(key, map_.table().told()); },
-                      [this](bool quiesced) { notifyQuiesced(quiesced); }, [this] { notifyMountStatus(); },
-                      [this](std::string const& message) { handleCorruption(message); },
-                      [this] { return isWatched() ? notifieeList()->registrations() : 0; }});
+    Table<Row>& table = map_.table();
+    table.onChanged = [this](Key const& key) { rowNotify(key, map_.table().told()); };
+    table.onQuiesced = [this](bool quiesced) { notifyQuiesced(quiesced); };
+    table.onMountStatus = [this] { notifyMountStatus(); };
+    table.onCorruption = [this](std::string const& message) { handleCorruption(message); };
+    table.countAudience = [this] { return isWatched() ? notifieeList()->registrations() : 0; };
+    map_.bind(*this);
   }
 
   ~EntityTable() override {
     notifieeList()->removeAll();
     control_ = nullptr;
-    map_.cleanup();
   }
 
   // ---- The operations, to be named by the derived class ----
@@ -158,12 +160,11 @@ class EntityTable : public Orb::Entity {
   Row row(Key const& key) const {
     Row found;
     try {
-      if (!map_.table().find(key, found)) found = Row();
+      if (map_.table().find(key, found)) return found;
     } catch (CorruptionError const& error) {
       handleCorruption(error.what());
-      found = Row();
     }
-    return found;
+    return Row();
   }
 
   void rowIs(Row const& row) {
@@ -203,8 +204,8 @@ class EntityTable : public Orb::Entity {
   void rowDelAll() {
     Orb::Ptr<EntityTable> const self(this);
     TableBase::Turn const turn(map_.table());
-    auto const handle = [this](std::string const& message) { handleCorruption(message); };
-    for (auto cursor = walk(); Row const* const row = cursor.next(handle);) rowDel(Codec<Row>::key(*row));
+    for (auto cursor = walk(); Row const* const row = cursor.next(map_.table().onCorruption);)
+      rowDel(Codec<Row>::key(*row));
   }
 
   void rowNotify(Key const& key, Audience whom = {}) {
@@ -235,7 +236,7 @@ class EntityTable : public Orb::Entity {
   /// For the generic interface: the keys of all rows, up to the first damaged one.
   Orb::Value keys() const {
     std::vector<Orb::Value> keys;
-    auto const handle = [this](std::string const& message) { handleCorruption(message); };
+    auto const& handle = map_.table().onCorruption;
     for (auto cursor = map_.table().inspect(); Row const* const row = cursor.next(handle);)
       keys.emplace_back(Codec<Row>::key(*row));
     return Orb::Value(keys);
