@@ -7,9 +7,8 @@ namespace Brine {
 
 TableBase::~TableBase() = default;
 
-/// `take` takes the table on and gives the status, or raises. No hook is called meanwhile.
-template <class Take>
-MountStatus TableBase::begin(MountOptions const& options, Take&& take) {
+/// Takes on `image`, or where it is null the table that the options name.
+MountStatus TableBase::begin(MountOptions const& options, std::span<std::byte const> const* image) {
   if (mounted_.segment || reader_ || writer_)
     throw StateError(options_.name + " is already mounted, mountStatus:" + std::string(toText(status_)));
   reportQuiesced(false);
@@ -17,7 +16,16 @@ MountStatus TableBase::begin(MountOptions const& options, Take&& take) {
   mustCompareAll_ = true;
   Reader::Outlook outlook{MountStatus::mounted, {}};
   try {
-    outlook = take();
+    if (image != nullptr) {
+      mounted_.segmentIs(std::make_unique<Segment>(shape_, *image), -1);
+    } else if (options_.mode == Mode::writer) {
+      Folder const folder(options_.directory, options_.name, true);
+      writer_ = std::make_unique<Writer>(shape_, options_, mounted_, folder);
+    } else {
+      reader_ = std::make_unique<Reader>(shape_, options_, mounted_);
+      outlook = reader_->look(MountStatus::unmounted);
+      reader_->kick();  // The first delivery has everything to tell.
+    }
     if (mounted_.segment) handleMounted();
   } catch (MountFailure const& failure) {
     end();
@@ -27,29 +35,8 @@ MountStatus TableBase::begin(MountOptions const& options, Take&& take) {
     outlook = {MountStatus::noResources, "out of memory"};
   }
   setStatus(outlook.status, std::move(outlook.detail));
-  return status_;
-}
-
-MountStatus TableBase::mount(MountOptions const& options) {
-  begin(options, [this] {
-    if (options_.mode != Mode::writer) {
-      reader_ = std::make_unique<Reader>(shape_, options_, mounted_);
-      return reader_->lookFirst();
-    }
-    Folder const folder(options_.directory, options_.name, true);
-    writer_ = std::make_unique<Writer>(shape_, options_, mounted_, folder);
-    return Reader::Outlook{MountStatus::mounted, {}};
-  });
   if (writer_) reportQuiesced(writer_->isQuiet());
   return status_;
-}
-
-MountStatus TableBase::mountImage(std::span<std::byte const> image) {
-  return begin({}, [&] {
-    mounted_.segment = std::make_unique<Segment>(shape_, image);
-    ++mounted_.serial;
-    return Reader::Outlook{MountStatus::mounted, {}};
-  });
 }
 
 void TableBase::unmount() {

@@ -36,10 +36,10 @@ class TableBase {
   /// get `mounted` may ask again later. A reader goes on by itself: it waits for the table to appear or to
   /// become usable, through `fd()` and `deliver()`. Nothing but a hook and a wrong call raise: `StateError`
   /// "NAME is already mounted, mountStatus:STATUS" while mounted or waiting.
-  MountStatus mount(MountOptions const& options);
+  MountStatus mount(MountOptions const& options) { return begin(options, nullptr); }
   /// A reader of the table whose file's bytes are `image`, on a multiple of 8, which must outlive the mount.
   /// For tools and tests.
-  MountStatus mountImage(std::span<std::byte const> image);
+  MountStatus mountImage(std::span<std::byte const> image) { return begin({}, &image); }
   /// Ends the mount, or a reader's wait for one. A writer's turn is ended first. No effect if not mounted.
   void unmount();
 
@@ -146,8 +146,7 @@ class TableBase {
 
  private:
   [[noreturn]] static void throwReadOnly(char const* what);
-  template <class Take>
-  MountStatus begin(MountOptions const& options, Take&& take);
+  MountStatus begin(MountOptions const& options, std::span<std::byte const> const* image);
   void end();
 
   MountOptions options_;

@@ -12,13 +12,6 @@ Reader::Reader(RowShape const& shape, MountOptions const& options, Mounted& moun
       mounted_(mounted),
       watch_(options.directory, Folder::tableFileOf(options.name)) {}
 
-Reader::Outlook Reader::lookFirst() {
-  Outlook outlook = look(MountStatus::unmounted);
-  // The first delivery has everything to tell.
-  kick();
-  return outlook;
-}
-
 Reader::Outlook Reader::look(MountStatus status) {
   Outlook outlook{status, {}};
   try {
@@ -63,9 +56,7 @@ void Reader::attach(Outlook& outlook) {
     watch_.watchTable();
     if (folder.isTable(file.get())) break;
   }
-  mounted_.segment = std::make_unique<Segment>(shape_, file.get(), false);
-  mounted_.file = file.get();
-  ++mounted_.serial;
+  mounted_.segmentIs(std::make_unique<Segment>(shape_, file.get(), false), file.get());
   file_ = std::move(file);
   incarnation_ = loadAcquire(&mounted_.segment->header()->incarnation);
   outlook.mustCompareAll = true;

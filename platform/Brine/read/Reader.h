@@ -35,10 +35,8 @@ class Reader {
   /// Makes `fd()` readable, until the next `look()`.
   void kick() { watch_.kick(); }
 
-  /// Takes the table on if there is one.
-  Outlook lookFirst();
-  /// Takes what happened since the last look: mounts a table that has come, or come in another's place,
-  /// follows growth, judges the writer. `status` is what the last look gave.
+  /// Takes what happened since the last look: mounts a table that is there, or came in another's place,
+  /// follows growth, judges the writer. `status` is what the last look gave, `unmounted` at the first one.
   Outlook look(MountStatus status);
 
  private:

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 
 #include "Brine/segment/Segment.h"
 #include "Brine/system/Claim.h"
@@ -23,11 +24,12 @@ struct Mounted {
     if (writer == 0) return Liveness::ended;
     return writer == unmarkedWriter || file < 0 ? Liveness::unknown : Claim::livenessOfMark(file);
   }
-  void letGo() {
-    segment.reset();
-    file = -1;
+  void segmentIs(std::unique_ptr<Segment> taken, int itsFile) {
+    segment = std::move(taken);
+    file = itsFile;
     ++serial;
   }
+  void letGo() { segmentIs(nullptr, -1); }
 };
 
 }  // namespace Brine

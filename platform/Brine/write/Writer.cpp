@@ -18,7 +18,6 @@ Writer::Writer(RowShape const& shape, MountOptions const& options, Mounted& moun
     mounted_.letGo();
     throw;
   }
-  ++mounted_.serial;
 }
 
 Writer::~Writer() {
@@ -60,8 +59,7 @@ void Writer::make(RowShape const& shape, Folder const& folder, MountOptions cons
 }
 
 void Writer::take(RowShape const& shape, bool repair) {
-  mounted_.file = claim_.table();
-  mounted_.segment = std::make_unique<Segment>(shape, claim_.table(), true, repair);
+  mounted_.segmentIs(std::make_unique<Segment>(shape, claim_.table(), true, repair), claim_.table());
   segment_ = mounted_.segment.get();
   ring_ = segment_->ring();
 }
