@@ -98,11 +98,7 @@ class Shadow {
   /// The table's file is another one: what was told stays told, but its versions mean nothing there, and its
   /// ids no more than any others.
   void forgetVersions() {
-    for (auto* const entries : {&homes_, &strays_}) {
-      for (Entry& entry : *entries) {
-        if (entry.version != 0) entry.version = elsewhere;
-      }
-    }
+    visit([](Entry& entry, uint32_t) { entry.version = elsewhere; });
   }
 
  private:
@@ -137,42 +133,32 @@ class Shadow {
     index_.erase(key.hash, number);
     entry(number).version = 0;
     --size_;
-    if (number >= strayNumber) freeStrays_.push_back(number);
+    if (number >= strayNumber) entry(number).key[0] = std::exchange(freeStray_, number);
   }
   uint32_t takeStray() {
-    if (freeStrays_.empty()) {
-      if (strays_.size() == strays_.capacity()) {
-        // Both, so that a removal needs no memory.
-        size_t const room = std::max<size_t>(16, 2 * strays_.size());
-        freeStrays_.reserve(room);
-        strays_.reserve(room);
-      }
-      strays_.emplace_back();
-      return static_cast<uint32_t>(strays_.size() - 1) + strayNumber;
-    }
-    uint32_t const number = freeStrays_.back();
-    freeStrays_.pop_back();
-    return number;
+    if (freeStray_ != noRow)
+      return std::exchange(freeStray_, static_cast<uint32_t>(entry(freeStray_).key[0]));
+    strays_.emplace_back();
+    return strays() - 1 + strayNumber;
   }
   void resize(uint32_t lineCount) {
     lines_.assign(uint64_t{lineCount} * Index::lineWords, 0);
     index_ = Index(lines_.data(), lineCount);
-    enter(homes_, 0);
-    enter(strays_, strayNumber);
+    visit([this](Entry& entry, uint32_t number) { index_.insert(Key(entry.key).hash, number); });
   }
-  void enter(std::vector<Entry> const& entries, uint32_t number) {
-    for (Entry const& entered : entries) {
-      if (entered.version != 0) {
-        Key const key(entered.key);
-        index_.insert(key.hash, number);
-      }
-      ++number;
+  /// Calls `act(entry, number)` for each key.
+  template <class Act>
+  void visit(Act&& act) {
+    for (uint32_t i = 0; i < homes() + strays(); ++i) {
+      uint32_t const number = i < homes() ? i : i - homes() + strayNumber;
+      if (entry(number).version != 0) act(entry(number), number);
     }
   }
 
   std::vector<Entry> homes_;
   std::vector<Entry> strays_;
-  std::vector<uint32_t> freeStrays_;
+  /// The first unused stray. Each has the number of the next one in its key.
+  uint32_t freeStray_ = noRow;
   size_t size_ = 0;
   std::vector<uint64_t> lines_;
   Index index_;
