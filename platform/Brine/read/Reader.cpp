@@ -50,9 +50,7 @@ void Reader::attach(Outlook& outlook) {
   // Between the opening and the watching of a name another file may take it.
   for (int attempt = 0; attempt < 8; ++attempt) {
     file = folder.openTable(false);
-    if (!file)
-      throw MountFailure(MountStatus::noTable,
-                         "no writer has made " + folder.path() + "/" + folder.tableFile());
+    if (!file) throw MountFailure(MountStatus::noTable, "no writer has made " + folder.tablePath());
     watch_.watchTable();
     if (folder.isTable(file.get())) break;
   }

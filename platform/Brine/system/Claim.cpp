@@ -36,7 +36,7 @@ struct flock wholeFile(short type) {
 }  // namespace
 
 Claim::Claim(Folder const& folder, std::unique_ptr<Segment>& segment)
-    : path_(folder.path() + "/" + folder.tableFile()), segment_(segment) {
+    : path_(folder.tablePath()), segment_(segment) {
   static bool const registered =
       ::pthread_atfork([] { claims().mutex.lock(); }, [] { claims().mutex.unlock(); }, &onForkChild) == 0;
   if (!registered) throw MountFailure(MountStatus::noResources, "fork handlers cannot be registered");

@@ -64,25 +64,19 @@ Folder::Folder(std::string const& path, std::string_view tableName, bool create)
     throw notPermitted("the directory " + path + " belongs to another user");
 }
 
-Fd Folder::openTable(bool writable) const { return openFile(tableFile_, writable ? O_RDWR : O_RDONLY, 0); }
+Fd Folder::openTable(bool writable) const { return openFile(tableFile_, writable ? O_RDWR : O_RDONLY); }
 
 Fd Folder::openLock() const {
-  // Made exclusively first, so that the mode is right from the start and a link planted under the name is not
-  // followed.
-  Fd fd = openFile(lockFile_, O_RDWR | O_CREAT | O_EXCL, 0600);
-  if (fd && sys.changeMode(fd.get(), 0600) != 0)
-    throw MountFailure::ofErrno(errno, "setting the mode of " + lockFile_);
-  if (!fd) fd = openFile(lockFile_, O_RDWR, 0);
+  Fd fd = makeFile(lockFile_, 0600);
+  if (!fd) fd = openFile(lockFile_, O_RDWR);
   if (!fd) throw MountFailure(MountStatus::busy, "the lock file " + lockFile_ + " comes and goes");
   return fd;
 }
 
 Fd Folder::openNew() const {
   removeNew();
-  Fd fd = openFile(newFile_, O_RDWR | O_CREAT | O_EXCL, 0640);
-  if (!fd) throw MountFailure(MountStatus::notPermitted, "the file " + newFile_ + " cannot be made");
-  if (sys.changeMode(fd.get(), 0640) != 0)
-    throw MountFailure::ofErrno(errno, "setting the mode of " + newFile_);
+  Fd fd = makeFile(newFile_, 0640);
+  if (!fd) throw notPermitted("the file " + newFile_ + " cannot be made");
   return fd;
 }
 
@@ -99,6 +93,15 @@ bool Folder::isLock(int fd) const { return isNamed(fd, lockFile_); }
 
 bool Folder::lockStatus(struct stat& out) const {
   return sys.statusAt(folder_.get(), lockFile_.c_str(), &out) == 0;
+}
+
+/// Made exclusively, so that the mode is right from the start and a link planted under the name is not followed;
+/// none where there is a file of the name.
+Fd Folder::makeFile(std::string const& name, mode_t mode) const {
+  Fd fd = openFile(name, O_RDWR | O_CREAT | O_EXCL, mode);
+  if (fd && sys.changeMode(fd.get(), mode) != 0)
+    throw MountFailure::ofErrno(errno, "setting the mode of " + name);
+  return fd;
 }
 
 Fd Folder::openFile(std::string const& name, int flags, mode_t mode) const {

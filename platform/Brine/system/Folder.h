@@ -25,8 +25,8 @@ class Folder {
   /// The name of a table's file, without its directory.
   static std::string tableFileOf(std::string_view tableName) { return encodeFileName(tableName) + ".table"; }
 
-  std::string const& path() const { return path_; }
-  std::string const& tableFile() const { return tableFile_; }
+  /// The path of the table's file.
+  std::string tablePath() const { return path_ + "/" + tableFile_; }
 
   /// The table for reading, or reading and writing; an empty `Fd` if there is none.
   Fd openTable(bool writable) const;
@@ -47,7 +47,8 @@ class Folder {
   void removeNew() const;
 
  private:
-  Fd openFile(std::string const& name, int flags, mode_t mode) const;
+  Fd openFile(std::string const& name, int flags, mode_t mode = 0) const;
+  Fd makeFile(std::string const& name, mode_t mode) const;
   void checkFile(int fd, std::string const& name) const;
   bool isNamed(int fd, std::string const& name) const;
 

@@ -23,8 +23,7 @@ constexpr uint64_t lookPeriod = 1'000'000'000;  // In nanoseconds.
 
 Watch::Watch(std::string const& path, std::string const& tableFile) : path_(path), tableFile_(tableFile) {
   watch_.reset(sys.watchOpen());
-  if (!watch_)
-    throw MountFailure(MountStatus::noResources, "no file watches left: " + std::string(strerror(errno)));
+  if (!watch_) throw MountFailure::ofErrno(errno, "no file watches left");
   timer_.reset(sys.timerOpen());
   if (!timer_) throw MountFailure::ofErrno(errno, "making a timer");
   poll_.reset(sys.pollOpen());
