@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Brine/Errors.h"
@@ -76,13 +77,13 @@ Claim::~Claim() {
   lock_.reset();
 }
 
-void Claim::tableIs(Fd table) {
+Fd Claim::tableIs(Fd table) {
   struct flock mark = wholeFile(F_WRLCK);
   marked_ = sys.lock(table.get(), F_OFD_SETLK, &mark) == 0;
   if (!marked_ && livenessOfMark(table.get()) == Liveness::alive)
     throw MountFailure(MountStatus::busy, "another process writes the table without its lock");
   std::lock_guard const guard(claims().mutex);
-  table_ = std::move(table);
+  return std::exchange(table_, std::move(table));
 }
 
 Liveness Claim::livenessOfMark(int table) {
@@ -90,11 +91,6 @@ Liveness Claim::livenessOfMark(int table) {
   struct flock mark = wholeFile(F_RDLCK);
   if (sys.lock(table, F_OFD_GETLK, &mark) != 0) return Liveness::unknown;
   return mark.l_type == F_WRLCK ? Liveness::alive : Liveness::ended;
-}
-
-Fd Claim::releaseTable() {
-  std::lock_guard const guard(claims().mutex);
-  return std::move(table_);
 }
 
 void Claim::onForkChild() {

@@ -51,8 +51,7 @@ bool Writer::open(RowShape const& shape, Folder const& folder, bool repair) {
 void Writer::make(RowShape const& shape, Folder const& folder, MountOptions const& options) {
   Fd file = folder.openNew();
   Segment::format(shape, file.get(), options.initialRows, options.ringEntries);
-  Fd const replaced = claim_.releaseTable();  // marked until the new one has its name
-  claim_.tableIs(std::move(file));
+  Fd const replaced = claim_.tableIs(std::move(file));  // Marked until the new one has its name.
   take(shape, false);
   recover(false);
   folder.publishNew();
