@@ -30,21 +30,19 @@ Reader::Outlook Reader::look(MountStatus status) {
 void Reader::takeEvents(Outlook& outlook) {
   WatchEvents const events = watch_.take();
   bool const mayBeReplaced = events.renamed || outlook.status == MountStatus::noResources;
-  if (!mounted_.segment || (mayBeReplaced && isReplaced())) {
-    attach(outlook);
-  } else {
-    followWriter(events, outlook);
-  }
+  bool const isOther = !mounted_.segment || (mayBeReplaced && isReplaced());
+  isOther ? attach() : followWriter(events, outlook);
+  outlook.mustCompareAll |= isOther;
   try {
     mounted_.segment->follow();
   } catch (CorruptionError const&) {
-    return;  // Who reads rows comes upon it.
+    // Who reads rows comes upon it.
   }
-  if (outlook.status == MountStatus::noResources)
+  if (isOther || outlook.status == MountStatus::noResources)
     judgeWriter(mounted_.writerLiveness() == Liveness::ended, outlook);
 }
 
-void Reader::attach(Outlook& outlook) {
+void Reader::attach() {
   Folder const folder(options_.directory, options_.name, false);
   Fd file;
   // Between the opening and the watching of a name another file may take it.
@@ -57,15 +55,12 @@ void Reader::attach(Outlook& outlook) {
   mounted_.segmentIs(std::make_unique<Segment>(shape_, file.get(), false), file.get());
   file_ = std::move(file);
   incarnation_ = loadAcquire(&mounted_.segment->header()->incarnation);
-  outlook.mustCompareAll = true;
-  judgeWriter(mounted_.writerLiveness() == Liveness::ended, outlook);
 }
 
 bool Reader::isReplaced() const {
   try {
     Folder const folder(options_.directory, options_.name, false);
-    Fd const file = folder.openTable(false);
-    return file && !folder.isTable(file_.get());
+    return folder.openTable(false) && !folder.isTable(file_.get());
   } catch (MountFailure const& failure) {
     if (failure.status() == MountStatus::noResources) throw;
     return false;

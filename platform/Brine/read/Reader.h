@@ -41,7 +41,7 @@ class Reader {
 
  private:
   void takeEvents(Outlook& outlook);
-  void attach(Outlook& outlook);
+  void attach();
   bool isReplaced() const;
   void followWriter(WatchEvents const& events, Outlook& outlook);
   void judgeWriter(bool hasEnded, Outlook& outlook) const;
