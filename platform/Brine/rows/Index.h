@@ -90,6 +90,11 @@ class Index {
     return findIn(homeLine(hash), hash, match);
   }
 
+  /// Writer: takes out all entries.
+  void clear() {
+    for (uint64_t i = 0; i < uint64_t{lineCount_} * lineWords; ++i) storeRelease(lines_ + i, uint64_t{0});
+  }
+
   /// Whether keys of that home line live behind it.
   bool reachesOn(uint32_t hash) const { return passedOf(line(homeLine(hash))) != 0; }
 

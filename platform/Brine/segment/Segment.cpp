@@ -306,24 +306,20 @@ void Segment::clearColumn(uint32_t from, uint32_t to) const {
   }
 }
 
+Geometry Segment::nextGeometry(unsigned level) const {
+  return {level, level == geometry_.level ? 1 - geometry_.half : 0, geometry_.epoch + 1};
+}
+
 Index Segment::spareIndex(unsigned level) {
   // Readers look only into the index that the geometry word names, and again at that word when they miss. Who
   // still stands in this one and misses what is cleared, release, sees that the word has named another since.
-  unsigned const half = level == geometry_.level ? 1 - geometry_.half : 0;
-  Index const index = indexAt(level, half);
-  uint64_t* const words =
-      static_cast<uint64_t*>(static_cast<void*>(extents_[level] + layout_.indexOffset(level, half)));
-  for (uint64_t i = 0; i < uint64_t{index.lineCount()} * Index::lineWords; ++i)
-    storeRelease(words + i, uint64_t{0});
+  Index index = indexAt(level, nextGeometry(level).half);
+  index.clear();
   return index;
 }
 
 void Segment::publishSpare(unsigned level) {
-  Geometry next = geometry_;
-  next.half = level == geometry_.level ? 1 - geometry_.half : 0;
-  next.level = level;
-  next.epoch = (geometry_.epoch + 1) & 0xFFFFFFU;
-  uint64_t const word = sealWord(seed_, geometryPlace, next.payload());
+  uint64_t const word = sealWord(seed_, geometryPlace, nextGeometry(level).payload());
   storeRelease(&header_->geometry, word);
   useGeometry(word);
 }

@@ -128,6 +128,7 @@ class Segment {
   bool useGeometry(uint64_t word);
   void checkHighWater(uint64_t word) const;
   Index indexAt(unsigned level, unsigned half) const;
+  Geometry nextGeometry(unsigned level) const;
 
   // What every operation reads, together.
   Header* header_ = nullptr;
