@@ -36,6 +36,6 @@ struct Brine::Codec<Bridging::BridgeId> {
     return Orb::hashMix(static_cast<std::uint32_t>(words[0]));
   }
   static std::uint32_t column(std::uint64_t const* words) {
-    return static_cast<std::uint32_t>(words[0] & 0xFFFFFF);
+    return Key(static_cast<std::uint32_t>(words[0])).number();
   }
 };

@@ -17,8 +17,7 @@ struct TableKind<Bridging::BridgeId> {
   static std::span<Field<BridgeId> const> fields();
   static BridgeId ofJson(nlohmann::json const& value) { return BridgeId(value.get<std::uint32_t>()); }
   static nlohmann::json json(BridgeId row) { return row.value(); }
-  /// Of whatever type it is, the low 24 bits.
-  static Vxlan::Vni vni(BridgeId row) { return Vxlan::Vni(row.value() & 0xFFFFFFU); }
+  static Vxlan::Vni vni(BridgeId row) { return Vxlan::Vni(row.number()); }
 };
 
 }  // namespace Agent

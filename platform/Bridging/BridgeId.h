@@ -38,14 +38,16 @@ class BridgeId {
 
   constexpr BridgeId() = default;
   explicit constexpr BridgeId(uint32_t value) : value_(value) {}
-  static constexpr BridgeId ofVni(Vxlan::Vni vni) { return BridgeId((vni.value() & 0xFFFFFF) | 0x02000000); }
+  static constexpr BridgeId ofVni(Vxlan::Vni vni) { return BridgeId(vni.value() | 0x02000000); }
 
   constexpr uint32_t value() const { return value_; }
   constexpr BrType brType() const { return BrTypeInstance(static_cast<uint8_t>(value_ >> 24)); }
+  /// The low 24 bits, whatever the type is.
+  constexpr uint32_t number() const { return value_ & 0xFFFFFF; }
   /// For bridges of type VNI only: asserts that.
   constexpr Vxlan::VniExt vni() const {
     ORB_ASSERT(brType() == brTypeVni());
-    return Vxlan::VniExt(value_ & 0xFFFFFF);
+    return Vxlan::VniExt(number());
   }
   constexpr uint32_t hash() const { return Orb::hashMix(value_); }
 

@@ -114,7 +114,7 @@ class EntityTable : public Orb::Entity {
     void onZeroReferences() override {
       Orb::Ptr<ZeroReferencesNotifiee> const self(this);
       // The reference goes with the control, here or wherever its last holder drops it; the framework then
-      // finishes the release of the table that it has begun.
+      // ends the table, as it has begun to.
       Orb::Ptr<CollectionControl> const control = table_->control_;
       if (control) control->entityIs(Orb::Ptr<Orb::Entity const>(table_));
       table_->control_ = nullptr;

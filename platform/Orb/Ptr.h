@@ -23,14 +23,14 @@ class Ptr {
   noexcept : object_(other.get()) { retain(); }
   template <class U>
   requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& other)
-  noexcept : object_(other.release()) {}
+  noexcept : object_(std::exchange(other.object_, nullptr)) {}
   ~Ptr() {
     if (object_) object_->deleteRef();
   }
 
   /// Lets the former object go before it returns, with the new one already in place.
   Ptr& operator=(Ptr other) noexcept {
-    T* const former = std::exchange(object_, other.release());
+    T* const former = std::exchange(object_, std::exchange(other.object_, nullptr));
     if (former) former->deleteRef();
     return *this;
   }
@@ -41,8 +41,6 @@ class Ptr {
     result.object_ = object;
     return result;
   }
-  /// Gives the reference up to the caller, without counting.
-  T* release() noexcept { return std::exchange(object_, nullptr); }
 
   T* get() const noexcept { return object_; }
   explicit operator bool() const noexcept { return object_ != nullptr; }
@@ -58,6 +56,9 @@ class Ptr {
   bool operator==(std::nullptr_t) const noexcept { return object_ == nullptr; }
 
  private:
+  template <class U>
+  friend class Ptr;
+
   void retain() const noexcept {
     if (object_) object_->newRef();
   }

@@ -25,10 +25,10 @@ using testing::UnorderedElementsAre;
 using TestSupport::Gobgpd;
 
 /// A speaker's adapter with what it told.
-class Site;
-std::set<Site*> sites;
+class SpeakerUser;
+std::set<SpeakerUser*> users;
 
-class Site {
+class SpeakerUser {
  public:
   static Speaker::Options optionsOf(std::string const& endpoint, std::uint32_t as,
                                     std::string const& routerId) {
@@ -40,19 +40,19 @@ class Site {
             .retryMin = 20ms,
             .retryMax = 200ms};
   }
-  Site(Agent::Loop& loop, Speaker::Options const& options)
+  SpeakerUser(Agent::Loop& loop, Speaker::Options const& options)
       : speaker(loop, options,
                 {[this](Agent::Event const& event) { take(event); },
                  [this](SourceState, std::string const& cause) {
                    if (!cause.empty()) lines.push_back(cause);
                  },
                  [this](std::string const& line) { lines.push_back(line); }}) {
-    sites.insert(this);
+    users.insert(this);
   }
-  ~Site() { sites.erase(this); }
-  Site(Agent::Loop& loop, Gobgpd const& gobgpd, std::string const& routerId)
-      : Site(loop, optionsOf(gobgpd.endpoint(), gobgpd.as(), routerId)) {}
-  Site(Agent::Loop& loop, Gobgpd const& gobgpd) : Site(loop, gobgpd, gobgpd.routerId()) {}
+  ~SpeakerUser() { users.erase(this); }
+  SpeakerUser(Agent::Loop& loop, Gobgpd const& gobgpd, std::string const& routerId)
+      : SpeakerUser(loop, optionsOf(gobgpd.endpoint(), gobgpd.as(), routerId)) {}
+  SpeakerUser(Agent::Loop& loop, Gobgpd const& gobgpd) : SpeakerUser(loop, gobgpd, gobgpd.routerId()) {}
 
   void host(unsigned vni, std::string const& mac, std::string const& vtep, unsigned seq = 0) {
     QorEvpn::Host row{QorEvpn::MacVniPair(Wirix::EthAddr(mac), Vxlan::Vni(vni))};
@@ -107,10 +107,10 @@ class SpeakerTest : public testing::Test {
 
   std::string context() const {
     std::string text;
-    for (Site* const site : sites) {
-      text += site->speaker.show().dump();
-      for (auto const& row : site->rows()) text += "\n  " + row;
-      for (auto const& line : site->lines) text += "\n  " + line;
+    for (SpeakerUser* const user : users) {
+      text += user->speaker.show().dump();
+      for (auto const& row : user->rows()) text += "\n  " + row;
+      for (auto const& line : user->lines) text += "\n  " + line;
       text += "\n";
     }
     return text;
@@ -143,7 +143,7 @@ std::string messageFrame(unsigned char stream, google::protobuf::MessageLite con
 
 TEST_F(SpeakerTest, CarriesRowsOfAllVnisToAnotherSiteAndTakesThemBack) {
   Gobgpd const west(1, {2}), east(2, {1});
-  Site here(loop, west), there(loop, east);
+  SpeakerUser here(loop, west), there(loop, east);
   here.speaker.beginSending();
   // RD and label alone would take the first two for one route.
   here.host(1, "02:00:00:00:00:01", "10.99.0.11");
@@ -172,15 +172,15 @@ TEST_F(SpeakerTest, CarriesRowsOfAllVnisToAnotherSiteAndTakesThemBack) {
 
 TEST_F(SpeakerTest, SendsDifferencesOnlyToASpeakerThatHasRoutesOfAnEarlierRun) {
   Gobgpd const west(1, {});
-  auto const tell = [](Site& site, unsigned hosts) {
-    for (unsigned i = 1; i <= hosts; ++i) site.host(70000 + i, "02:00:00:00:00:01", "10.99.0.11", i % 3);
-    site.speaker.floodIs({Vxlan::Vni(5000), Wirix::IpAddr("10.99.0.11")});
+  auto const tell = [](SpeakerUser& user, unsigned hosts) {
+    for (unsigned i = 1; i <= hosts; ++i) user.host(70000 + i, "02:00:00:00:00:01", "10.99.0.11", i % 3);
+    user.speaker.floodIs({Vxlan::Vni(5000), Wirix::IpAddr("10.99.0.11")});
   };
   std::string const foreign =
       "macadv 02:00:00:00:00:09 0.0.0.0 esi AS 65000 1 etag 0 label 5000 rt 65001:5000";
   EXPECT_EQ(west.command("global rib -a evpn add " + foreign + " encap vxlan rd 10.99.0.9:1"), 0);
   {
-    Site first(loop, west);
+    SpeakerUser first(loop, west);
     tell(first, 600);
     await([&] { return first.isSynced(); });
     EXPECT_EQ(first.sent(), 0U);  // not before it is whole
@@ -188,7 +188,7 @@ TEST_F(SpeakerTest, SendsDifferencesOnlyToASpeakerThatHasRoutesOfAnEarlierRun) {
     await([&] { return first.isQuiet(); });
     EXPECT_EQ(first.sent(), 601U);
   }
-  Site second(loop, west);
+  SpeakerUser second(loop, west);
   tell(second, 598);
   second.host(70001, "02:00:00:00:00:01", "10.99.0.12", 9);
   second.speaker.beginSending();
@@ -204,7 +204,7 @@ TEST_F(SpeakerTest, SendsDifferencesOnlyToASpeakerThatHasRoutesOfAnEarlierRun) {
 
 TEST_F(SpeakerTest, TakesOfSeveralRoutesTheHighestSequenceNumberThenTheLowestVtep) {
   Gobgpd const west(1, {2}), east(2, {1});
-  Site here(loop, west), left(loop, east, "10.99.0.2"), right(loop, east, "10.99.0.3");
+  SpeakerUser here(loop, west), left(loop, east, "10.99.0.2"), right(loop, east, "10.99.0.3");
   left.speaker.beginSending();
   right.speaker.beginSending();
   std::string const mac = "02:00:00:00:00:01";
@@ -239,8 +239,8 @@ TEST_F(SpeakerTest, TakesOfSeveralRoutesTheHighestSequenceNumberThenTheLowestVte
 TEST_F(SpeakerTest, TakesNothingBackWhenItsSpeakerIsKilledAndStartedAgain) {
   Gobgpd west(1, {2});
   Gobgpd const east(2, {1});
-  Site here(loop, west), there(loop, east);
-  for (Site* const site : {&here, &there}) site->speaker.beginSending();
+  SpeakerUser here(loop, west), there(loop, east);
+  for (SpeakerUser* const user : {&here, &there}) user->speaker.beginSending();
   here.host(1, "02:00:00:00:00:01", "10.99.0.11");
   there.host(1, "02:00:00:00:00:02", "10.99.0.21");
   await([&] { return here.learned.size() == 1 && there.learned.size() == 1; });
@@ -257,7 +257,7 @@ TEST_F(SpeakerTest, TakesNothingBackWhenItsSpeakerIsKilledAndStartedAgain) {
 TEST_F(SpeakerTest, ASpeakerThatRestartsGracefullyHasItsRoutesBeforeItsNeighbourDropsThem) {
   Gobgpd west(1, {2}, true);
   Gobgpd const east(2, {1}, true);
-  Site here(loop, west), there(loop, east);
+  SpeakerUser here(loop, west), there(loop, east);
   here.speaker.beginSending();
   for (unsigned i = 1; i <= 9; ++i) here.host(i, "02:00:00:00:00:01", "10.99.0.11", i % 2);
   here.speaker.floodIs({Vxlan::Vni(1), Wirix::IpAddr("10.99.0.11")});
@@ -306,17 +306,17 @@ TEST_F(SpeakerTest, NamesEndpointAndCauseOfEachFaultAndTriesAgain) {
       });
       server->isSlow = true;
     }
-    auto options = Site::optionsOf(endpoint, 65001, "10.99.0.1");
+    auto options = SpeakerUser::optionsOf(endpoint, 65001, "10.99.0.1");
     options.answer = each.cause.starts_with("no answer") ? 300ms : 60s;
     if (!each.listens) options.retryMin = 300ms, options.retryMax = 2s;
-    Site site(loop, options);
-    await([&] { return !site.lines.empty(); });
-    EXPECT_THAT(site.lines[0], StartsWith(endpoint + ": "));
-    EXPECT_THAT(site.lines[0], HasSubstr(each.cause));
-    EXPECT_THAT(std::string(site.speaker.show()["lastError"]), HasSubstr(each.cause));
+    SpeakerUser user(loop, options);
+    await([&] { return !user.lines.empty(); });
+    EXPECT_THAT(user.lines[0], StartsWith(endpoint + ": "));
+    EXPECT_THAT(user.lines[0], HasSubstr(each.cause));
+    EXPECT_THAT(std::string(user.speaker.show()["lastError"]), HasSubstr(each.cause));
     // It tries again, after pauses that grow.
-    await([&] { return each.listens ? site.lines.size() > 2 : site.lines.back().ends_with("again in 2 s"); });
-    EXPECT_EQ(site.speaker.state(), SourceState::connecting);
+    await([&] { return each.listens ? user.lines.size() > 2 : user.lines.back().ends_with("again in 2 s"); });
+    EXPECT_EQ(user.speaker.state(), SourceState::connecting);
   }
   for (char const* const endpoint : {"", "127.0.0.1", "127.0.0.1:0", "127.0.0.1:65536", "host:1", ":1"}) {
     EXPECT_THROW(Agent::HostPort{endpoint}, std::invalid_argument) << endpoint;
@@ -366,13 +366,13 @@ TEST_F(SpeakerTest, ARouteThatTheSpeakerRefusesHoldsUpNoOther) {
   };
   unsigned port = 0;
   TestSupport::FakeServer const server(loop, TestSupport::boundSocket(port), answer);
-  Site site(loop, Site::optionsOf("127.0.0.1:" + std::to_string(port), 65001, "10.99.0.1"));
-  for (int i = 1; i <= 9; ++i) site.host(5000, "02:00:00:00:00:0" + std::to_string(i), "10.99.0.11");
-  site.speaker.beginSending();
-  await([&] { return site.speaker.show()["refusedRoutes"] == 1 && site.speaker.show()["waiting"] == 0; });
+  SpeakerUser user(loop, SpeakerUser::optionsOf("127.0.0.1:" + std::to_string(port), 65001, "10.99.0.1"));
+  for (int i = 1; i <= 9; ++i) user.host(5000, "02:00:00:00:00:0" + std::to_string(i), "10.99.0.11");
+  user.speaker.beginSending();
+  await([&] { return user.speaker.show()["refusedRoutes"] == 1 && user.speaker.show()["waiting"] == 0; });
   EXPECT_THAT(taken, ElementsAre(1, 2, 3, 4, 6, 7, 8, 9));
   EXPECT_EQ(refusals, 2U);  // of the batch, of the route
-  EXPECT_THAT(site.lines, ElementsAre(HasSubstr("VNI 5000 MAC 02:00:00:00:00:05 is refused")));
+  EXPECT_THAT(user.lines, ElementsAre(HasSubstr("VNI 5000 MAC 02:00:00:00:00:05 is refused")));
 }
 
 }  // namespace

@@ -18,8 +18,8 @@ using Wirix::EthAddr;
 using Wirix::IpAddr;
 
 /// A controller, its sources, and one MAC address.
-struct Site {
-  Site() {
+struct OneMac {
+  OneMac() {
     for (Agent::SourceId const each : {feed, feed2}) controller->sourceIs(each, true);
     for (Agent::SourceId const each : {leaf1, leaf2}) {
       controller->sourceIs(each, false);
@@ -62,34 +62,34 @@ struct Site {
   Orb::Ptr<Agent::Controller> const controller = Agent::Controller::ControllerIs(evpn);
 };
 
-struct ControllerTest : testing::Test, Site {};
+struct ControllerTest : testing::Test, OneMac {};
 
 /// One line of the story: who tells what of the MAC.
-void act(Site& site, std::string const& line) {
+void act(OneMac& one, std::string const& line) {
   std::istringstream words(line);
   std::string who, what, vtep = "0.0.0.0";
   unsigned seq = 0;
   words >> who >> what >> vtep >> seq;
   IpAddr const addr(vtep);
   if (who == "evpn") {
-    what == "has" ? site.evpnIs(addr, seq) : static_cast<void>(site.evpn->vniStatusV2Del(site.vni));
+    what == "has" ? one.evpnIs(addr, seq) : static_cast<void>(one.evpn->vniStatusV2Del(one.vni));
   } else if (who == "earlier-run") {
-    if (what == "goes") site.controller->earlierDel();
-    if (what == "floods") site.controller->earlierIs(site.vni, addr);
-    if (what == "has") site.controller->earlierIs(site.vni, MacVtepV2(site.m, addr, Seqno32(seq)));
-    if (what == "serves") site.controller->earlierIs(site.vni);
+    if (what == "goes") one.controller->earlierDel();
+    if (what == "floods") one.controller->earlierIs(one.vni, addr);
+    if (what == "has") one.controller->earlierIs(one.vni, MacVtepV2(one.m, addr, Seqno32(seq)));
+    if (what == "serves") one.controller->earlierIs(one.vni);
   } else {
     Agent::SourceId const source = std::map<std::string, Agent::SourceId>{
-        {"feed", Site::feed},
-        {"feed2", Site::feed2},
-        {"leaf1", Site::leaf1},
-        {"leaf2", Site::leaf2}}.at(who);
-    if (what == "has") site.mac(source, addr, seq);
-    if (what == "lost") site.del(source);
-    if (what == "begins") site.controller->begin(source);
-    if (what == "whole") site.controller->whole(source);
-    if (what == "withdrawn") site.controller->withdraw(source);
-    if (what == "leaves") site.tell(source, Agent::Op::vniDel);
+        {"feed", OneMac::feed},
+        {"feed2", OneMac::feed2},
+        {"leaf1", OneMac::leaf1},
+        {"leaf2", OneMac::leaf2}}.at(who);
+    if (what == "has") one.mac(source, addr, seq);
+    if (what == "lost") one.del(source);
+    if (what == "begins") one.controller->begin(source);
+    if (what == "whole") one.controller->whole(source);
+    if (what == "withdrawn") one.controller->withdraw(source);
+    if (what == "leaves") one.tell(source, Agent::Op::vniDel);
   }
 }
 
@@ -119,18 +119,18 @@ TEST_F(ControllerTest, AVniTakesUpWhatEvpnHadLearnedAndGivesItUpWithTheStatus) {
 }
 
 // What becomes of the MAC's entry. A line says who tells what and, behind `->`, what is in force then. A
-// blank line stands before the next site.
+// blank line stands before the next controller.
 TEST(ControllerStory, IsToldInTheFileBesideThis) {
   std::string const expected = TestSupport::sourceText("tests/agent/ControllerTest.story");
   std::string story;
-  std::optional<Site> site(std::in_place);
+  std::optional<OneMac> one(std::in_place);
   std::istringstream lines(expected);
   for (std::string line; std::getline(lines, line); story += line + '\n') {
-    if (line.empty()) site.emplace();
+    if (line.empty()) one.emplace();
     if (line.empty() || line[0] == '#') continue;
     line.erase(std::min(line.size(), line.find(" ->")));
-    act(*site, line);
-    line += " -> " + site->entry();
+    act(*one, line);
+    line += " -> " + one->entry();
   }
   EXPECT_EQ(story, expected);
 }

@@ -65,13 +65,13 @@ Memory::Word& Memory::word(uint64_t offset, size_t size) {
   return words_.back();
 }
 
-void Memory::store(void const* address, size_t size, uint64_t value, bool releases, Site const& site) {
+void Memory::store(void const* address, size_t size, uint64_t value, bool releases, Access const& access) {
   if (!records_) return;
   auto const at = std::bit_cast<uintptr_t>(address);
   for (Piece const& piece : pieces_) {
     if (at < piece.begin || at >= piece.end) continue;
-    if (releases && ordered != nullptr) ordered->insert(site);
-    word(piece.offset + (at - piece.begin), size).stores.push_back({++now_, value, releases, site});
+    if (releases && ordered != nullptr) ordered->insert(access);
+    word(piece.offset + (at - piece.begin), size).stores.push_back({++now_, value, releases, access});
     return;
   }
 }
@@ -85,7 +85,7 @@ void Memory::beginReader(Time view) {
   for (Word& word : words_) word.seen = 0;
 }
 
-uint64_t Memory::loadWord(Word& word, bool acquires, Site const& site) {
+uint64_t Memory::loadWord(Word& word, bool acquires, Access const& access) {
   Time const oldest = std::max(view_, word.seen);
   auto const isLater = [](Time time, Store const& store) { return time < store.time; };
   auto const first = std::upper_bound(word.stores.begin(), word.stores.end(), oldest, isLater) - 1;
@@ -93,25 +93,27 @@ uint64_t Memory::loadWord(Word& word, bool acquires, Site const& site) {
   Store const& store = first[count == 1 ? 0 : choose(count)];
   word.seen = store.time;
   bool const synchronizes =
-      acquires && store.releases && site != weakened && (store.site != weakened || store.time == 0);
+      acquires && store.releases && access != weakened && (store.access != weakened || store.time == 0);
   if (synchronizes) viewIs(store.time);
   if (told != nullptr && count > 1) {
-    auto const place = [](Site const& at) { return std::string(at.file()) + ":" + std::to_string(at.line); };
-    tell(place(site) + " reads word " + std::to_string(word.offset) + " of " + std::to_string(store.time) +
+    auto const place = [](Access const& at) {
+      return std::string(at.file()) + ":" + std::to_string(at.line);
+    };
+    tell(place(access) + " reads word " + std::to_string(word.offset) + " of " + std::to_string(store.time) +
          " (possible: " + std::to_string(first->time) + " to " + std::to_string(word.stores.back().time) +
-         ")" + (store.time == 0 ? "" : ", stored in " + place(store.site)) +
+         ")" + (store.time == 0 ? "" : ", stored in " + place(store.access)) +
          (synchronizes ? "" : ", not synchronized"));
   }
   return store.value;
 }
 
-bool Memory::load(void const* address, size_t size, bool acquires, Site const& site, uint64_t& value) {
+bool Memory::load(void const* address, size_t size, bool acquires, Access const& access, uint64_t& value) {
   auto const at = std::bit_cast<uintptr_t>(address);
   if (at < reader_.begin || at >= reader_.end) return false;
   uint64_t const offset = at - reader_.begin;
-  if (acquires && ordered != nullptr) ordered->insert(site);
+  if (acquires && ordered != nullptr) ordered->insert(access);
   if (Word* const known = find(offset); known != nullptr && known->size == size) {
-    value = loadWord(*known, acquires, site);
+    value = loadWord(*known, acquires, access);
     return true;
   }
   value = initial(offset, size);
@@ -119,7 +121,7 @@ bool Memory::load(void const* address, size_t size, bool acquires, Site const& s
     Word* const part = find(offset + byte);
     if (part == nullptr) continue;
     unsigned const shift = static_cast<unsigned>(byte) * 8;
-    value = (value & ~(uint64_t{0xFF} << shift)) | loadWord(*part, acquires, site) << shift;
+    value = (value & ~(uint64_t{0xFF} << shift)) | loadWord(*part, acquires, access) << shift;
   }
   return true;
 }

@@ -12,16 +12,16 @@
 namespace Protocol {
 
 /// A place in the engine's source that reads or writes a shared word.
-struct Site {
+struct Access {
   std::string_view path;
   int line = 0;
 
   /// Without folders.
   std::string_view file() const { return path.substr(path.rfind('/') + 1); }
-  friend bool operator==(Site const& left, Site const& right) {
+  friend bool operator==(Access const& left, Access const& right) {
     return left.line == right.line && left.file() == right.file();
   }
-  friend bool operator<(Site const& left, Site const& right) {
+  friend bool operator<(Access const& left, Access const& right) {
     return left.line != right.line ? left.line < right.line : left.file() < right.file();
   }
 };
@@ -55,7 +55,7 @@ class Memory {
   void record(std::vector<uint8_t> bytes);
   /// Records no more. Returns whether all of `bytes`, the file as it is now, came about by recorded stores.
   bool stopRecording(std::vector<uint8_t> const& bytes);
-  void store(void const* address, size_t size, uint64_t value, bool releases, Site const& site);
+  void store(void const* address, size_t size, uint64_t value, bool releases, Access const& access);
   /// The writer's process stores, by a system call.
   void storeAt(uint64_t offset, uint64_t value);
   Time now() const { return now_; }
@@ -70,14 +70,14 @@ class Memory {
   /// Something else than a load makes visible to the reader what was stored until then.
   void viewIs(Time view) { view_ = std::max(view_, view); }
   /// Sets `value` if the address is in the table, else returns false.
-  bool load(void const* address, size_t size, bool acquires, Site const& site, uint64_t& value);
+  bool load(void const* address, size_t size, bool acquires, Access const& access, uint64_t& value);
 
   /// Chooses one of so many stores, from the oldest on, for a load to return. Called where there are several.
   std::function<unsigned(unsigned)> choose;
-  /// Accesses there are relaxed, whatever they say.
-  Site weakened;
-  /// If set, collects the sites that stored or loaded with an order.
-  std::set<Site>* ordered = nullptr;
+  /// This one is relaxed, whatever the source says.
+  Access weakened;
+  /// If set, collects the accesses that stored or loaded with an order.
+  std::set<Access>* ordered = nullptr;
   /// If set, collects in words what was loaded where there was a choice.
   std::vector<std::string>* told = nullptr;
   void tell(std::string const& what) const {
@@ -92,7 +92,7 @@ class Memory {
     Time time;
     uint64_t value;
     bool releases;
-    Site site;
+    Access access;
   };
   struct Word {
     uint64_t offset;
@@ -110,7 +110,7 @@ class Memory {
   /// The word that begins there, if it was ever stored.
   Word* find(uint64_t offset);
   Word& word(uint64_t offset, size_t size);
-  uint64_t loadWord(Word& word, bool acquires, Site const& site);
+  uint64_t loadWord(Word& word, bool acquires, Access const& access);
 
   std::vector<Piece> pieces_;
   Piece reader_{};

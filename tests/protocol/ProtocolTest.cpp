@@ -145,34 +145,34 @@ TEST_F(Exploration, ScenariosAreRight) {
 
 TEST_F(Exploration, EachOrderingIsNeededOrExcused) {
   std::vector<Place> const ordered = orderedPlaces();
-  std::map<Site, Place> places;
+  std::map<Access, Place> places;
   for (Place const& place : ordered) places[{place.file, place.line}] = place;
-  std::set<Site> noticed;
+  std::set<Access> noticed;
   for (Scenario const& scenario : scenarios) {
-    std::set<Site> stores;
+    std::set<Access> stores;
     memory.ordered = &stores;
     World const world(scenario.fillers, scenario.before, scenario.during);
     for (std::string const& script : scenario.scripts) {
-      std::set<Site> sites = stores;
-      memory.ordered = &sites;
+      std::set<Access> accesses = stores;
+      memory.ordered = &accesses;
       explore(world, script, 1000);
       memory.ordered = nullptr;
-      for (Site const& site : sites) {
-        auto const place = places.find(site);
-        ASSERT_NE(place, places.end()) << site.file() << ":" << site.line << " is not known";
-        if (noticed.contains(site)) continue;
-        memory.weakened = site;
+      for (Access const& access : accesses) {
+        auto const place = places.find(access);
+        ASSERT_NE(place, places.end()) << access.file() << ":" << access.line << " is not known";
+        if (noticed.contains(access)) continue;
+        memory.weakened = access;
         size_t const limit = isExcused(place->second) ? 1000 : 200000;
         Outcome const outcome = explore(world, script, limit);
         memory.weakened = {};
         executions_ += outcome.executions;
-        if (!outcome.fault.empty()) noticed.insert(site);
+        if (!outcome.fault.empty()) noticed.insert(access);
       }
     }
   }
   std::cout << noticed.size() << " orderings needed, " << places.size() - noticed.size() << " excused\n";
-  for (auto const& [site, place] : places) {
-    EXPECT_NE(noticed.contains(site), isExcused(place))
+  for (auto const& [access, place] : places) {
+    EXPECT_NE(noticed.contains(access), isExcused(place))
         << place.file << ":" << place.line << " " << place.text
         << (isExcused(place) ? " is excused, but needed" : " may be weaker, and nothing notices");
   }

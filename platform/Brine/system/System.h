@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <utility>
 
 namespace Brine {
 
@@ -58,20 +59,15 @@ class Fd {
  public:
   Fd() = default;
   explicit Fd(int fd) : fd_(fd) {}
-  Fd(Fd&& other) noexcept : fd_(other.release()) {}
+  Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
   Fd& operator=(Fd&& other) noexcept {
-    if (this != &other) reset(other.release());
+    reset(std::exchange(other.fd_, -1));
     return *this;
   }
   ~Fd() { reset(); }
 
   int get() const { return fd_; }
   explicit operator bool() const { return fd_ >= 0; }
-  int release() {
-    int const fd = fd_;
-    fd_ = -1;
-    return fd;
-  }
   void reset(int fd = -1);
 
  private:
