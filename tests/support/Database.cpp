@@ -13,29 +13,6 @@
 
 namespace TestSupport {
 
-namespace {
-
-constexpr char const* schema = "/usr/share/openvswitch/vtep.ovsschema";
-
-/// In single quotes, for a shell.
-std::string quoted(std::string const& text) {
-  std::string result = "'";
-  for (char const c : text) c == '\'' ? result += "'\\''" : result += c;
-  return result + '\'';
-}
-
-/// The server listens and answers before anybody else uses it.
-void awaitAnswer(std::string const& endpoint) {
-  std::string const command = "ovsdb-client list-dbs " + quoted(endpoint) + " >/dev/null 2>&1";
-  auto const deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(patienceMs);
-  while (std::system(command.c_str()) != 0) {
-    ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "ovsdb-server does not come up";
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-}
-
-}  // namespace
-
 std::string shell(std::string const& command) {
   FILE* const pipe = ::popen(command.c_str(), "r");
   std::string output;
@@ -45,8 +22,16 @@ std::string shell(std::string const& command) {
   return output;
 }
 
+void awaitAnswer(std::string const& command) {
+  auto const deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(patienceMs);
+  while (std::system((command + " >/dev/null 2>&1").c_str()) != 0) {
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline) << command;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
 Database::Database(std::vector<std::string> options) : options_(std::move(options)) {
-  shell("ovsdb-tool create " + folder() + "/vtep.db " + schema);
+  shell("ovsdb-tool create " + folder() + "/vtep.db /usr/share/openvswitch/vtep.ovsschema");
   start();
 }
 
@@ -60,7 +45,7 @@ void Database::start() {
   arguments.insert(arguments.end(), options_.begin(), options_.end());
   ::unlink((folder() + "/db.sock").c_str());
   server_ = std::make_unique<Child>([&](Child&) { execute(arguments, "/dev/null"); });
-  awaitAnswer(endpoint());
+  awaitAnswer("ovsdb-client list-dbs " + endpoint());
 }
 
 std::string Database::port() const {
@@ -73,11 +58,6 @@ std::string Database::port() const {
 
 std::string Database::vtep(std::string const& command) const {
   return shell("vtep-ctl --timeout=60 --db=" + endpoint() + ' ' + command);
-}
-
-std::string Database::transact(std::string const& operations) const {
-  return shell("ovsdb-client transact " + endpoint() + ' ' +
-               quoted("[\"hardware_vtep\"," + operations + ']'));
 }
 
 std::vector<std::string> Database::remoteMacs(std::string const& logicalSwitch) const {

@@ -12,6 +12,9 @@ namespace TestSupport {
 /// Runs a command of a shell; its standard output. A check fails where its exit status is not 0.
 std::string shell(std::string const& command);
 
+/// Runs a command that asks a server until it succeeds, which it does once the server listens and answers.
+void awaitAnswer(std::string const& command);
+
 /// A hardware_vtep database in a folder of its own, served by the packaged server.
 class Database {
  public:
@@ -28,8 +31,6 @@ class Database {
   pid_t pid() const { return server_->pid(); }
   /// A command of vtep-ctl; its output.
   std::string vtep(std::string const& command) const;
-  /// A transaction of operations, in JSON and separated by commas; its result.
-  std::string transact(std::string const& operations) const;
   /// The rows of a table of remote MACs, each "MAC LOGICAL-SWITCH VTEP...", in order.
   std::vector<std::string> remoteMacs(std::string const& logicalSwitch) const;
   std::size_t rows(std::string const& table) const;

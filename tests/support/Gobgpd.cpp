@@ -1,19 +1,14 @@
 #include "support/Gobgpd.h"
 
-#include <arpa/inet.h>
-#include <gtest/gtest.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
+#include <cstdlib>
 #include <fstream>
 #include <utility>
+
+#include "support/Database.h"
 
 namespace TestSupport {
 
 namespace {
-
-constexpr std::uint16_t apiPort = 50051;
 
 std::string neighbourText(unsigned self, unsigned other, bool isGraceful) {
   std::string text = "[[neighbors]]\n[neighbors.config]\nneighbor-address = \"" + ownLoopback(other) +
@@ -47,23 +42,13 @@ void Gobgpd::start() {
   // A speaker that starts anew does not say that it comes back.
   if (isGraceful_ && std::exchange(hasRun_, true)) command.push_back("-r");
   process_ = std::make_unique<Child>([&](Child&) { execute(command, folder_.path() + "/log"); });
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_port = htons(apiPort);
-  ::inet_pton(AF_INET, ownLoopback(number_).c_str(), &address.sin_addr);
-  for (int waited = 0; waited < patienceMs; waited += 10) {
-    int const probe = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    bool const answers = ::connect(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
-    ::close(probe);
-    if (answers) return;
-    ::usleep(10'000);
-  }
-  FAIL() << "gobgpd does not start";
+  awaitAnswer(client() + "global");
 }
 
+std::string Gobgpd::client() const { return "gobgp -u " + ownLoopback(number_) + " "; }
+
 int Gobgpd::command(std::string const& arguments) const {
-  std::string const text = "gobgp -u " + ownLoopback(number_) + " -p 50051 " + arguments + " >&2";
-  return std::system(text.c_str());
+  return std::system((client() + arguments + " >&2").c_str());
 }
 
 }  // namespace TestSupport

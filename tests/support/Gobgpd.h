@@ -33,6 +33,8 @@ class Gobgpd {
   int command(std::string const& arguments) const;
 
  private:
+  std::string client() const;
+
   unsigned number_;
   bool isGraceful_, hasRun_ = false;
   ScratchFolder folder_;
