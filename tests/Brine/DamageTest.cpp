@@ -101,8 +101,14 @@ TEST_F(DamageTest, AHeaderWordOfAnEarlierMomentHidesNoRow) {
       for (auto const& each : former) {
         editFile(folder_, each.first, 8, [&](std::string& bytes) { bytes = each.second; });
       }
+      // Where the file is longer by more than a growth, its length alone tells.
+      std::string first(8, '\0');
+      bool const isLonger = rows == 200 && former.contains(offsetof(Header, geometry));
+      auto const swapFirst = [&](std::string& version) { isLonger ? version.swap(first) : void(); };
+      editFile(folder_, testLayout.extentOffset(1), 8, swapFirst);
       EXPECT_EQ(writer_.mount(folder_.options(Mode::writer)), MountStatus::corrupt);
       EXPECT_EQ(std::filesystem::file_size(file), size) << "readers may have mapped it";
+      editFile(folder_, testLayout.extentOffset(1), 8, swapFirst);
       mount(true);
       EXPECT_EQ(rowsOf(writer_), written);
       expectSound(writer_);
@@ -110,19 +116,6 @@ TEST_F(DamageTest, AHeaderWordOfAnEarlierMomentHidesNoRow) {
       writer_.unmount();
     }
   }
-}
-
-TEST_F(DamageTest, AFileThatIsLongerByMoreThanAGrowthIsCorrupt) {
-  mount();
-  std::string former;
-  editFile(folder_, offsetof(Brine::Header, geometry), 8, [&](std::string& bytes) { former = bytes; });
-  fill(0, 200);
-  writer_.unmount();
-  editFile(folder_, offsetof(Brine::Header, geometry), 8, [&](std::string& bytes) { bytes = former; });
-  // The row that would tell as well.
-  editFile(folder_, testLayout.extentOffset(1), 8, [](std::string& version) { version.assign(8, 0); });
-  EXPECT_EQ(writer_.mount(folder_.options(Mode::writer)), MountStatus::corrupt);
-  EXPECT_EQ(writer_.mountDetail(), "the table's geometry is of an earlier moment");
 }
 
 TEST_F(DamageTest, ARepairMakesTheRingAnew) {
@@ -188,15 +181,6 @@ TEST_F(DamageTest, OfAnEarlierCopyThatIsPutBackEveryRowIsTold) {
   std::filesystem::rename(file + ".kept", file);
   mount();
   fill(0, 8);
-  expectFollowed();
-}
-
-TEST_F(DamageTest, AChangeIsToldWhereTheRingNamesAnotherKey) {
-  start(3);
-  write(1);
-  writer_.endTurn();
-  uint64_t const entry = writer_.statistics().changeSequence % 16 * testLayout.ringStride() * 8;
-  editFile(folder_, testLayout.ringOffset() + entry + 16, 1, [](std::string& key) { key[0] = 2; });
   expectFollowed();
 }
 

@@ -2,9 +2,7 @@
 
 #include <unistd.h>
 
-#include <cerrno>
 #include <compare>
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <map>
@@ -67,12 +65,10 @@ using Brine::Mode, Brine::MountStatus;
 using Table = Brine::Table<TestRow>;
 using Model = std::map<TestKey, TestRow>;
 
-/// A directory for tables, removed with its owner, or by a later test if its owner was killed.
+/// A directory for tables, removed with its owner.
 class TestFolder {
  public:
   TestFolder() {
-    [[maybe_unused]] static bool const swept = (removeOrphans(), true);
-    path_ = prefix + std::to_string(::getpid()) + "-XXXXXX";
     if (::mkdtemp(path_.data()) == nullptr) std::abort();
   }
   ~TestFolder() {
@@ -95,16 +91,5 @@ class TestFolder {
   }
 
  private:
-  static constexpr char prefix[] = "/dev/shm/brine-test-";
-  static void removeOrphans() {
-    for (auto const& entry : std::filesystem::directory_iterator("/dev/shm")) {
-      std::string const path = entry.path();
-      if (!path.starts_with(prefix)) continue;
-      pid_t const owner = std::atoi(path.c_str() + std::size(prefix) - 1);
-      std::error_code ignored;
-      if (::kill(owner, 0) != 0 && errno == ESRCH) std::filesystem::remove_all(path, ignored);
-    }
-  }
-
-  std::string path_;
+  std::string path_ = "/dev/shm/brine-test-XXXXXX";
 };

@@ -15,43 +15,34 @@ class NestedChanges : public TransmitFixture {
 
   // Any change of any input, also a stop and a start. May raise the re-instantiation error.
   void change() {
-    size_t const which = below(2);
-    switch (below(8)) {
-      case 0: return changeDir(*statuses[which]);
-      case 1: return changeEvpnDir(Vni(which + 5));
-      case 2:
-        if (below(8) == 0) root->cleanup();
-        return;
+    VniFdbStatusV2& own = *statuses[below(2)];
+    Vni const vni = own.vni();
+    Ptr<VniStatusV2> const theirs = evpn->vniStatusV2(vni);
+    switch (below(16)) {
+      case 0: return root->cleanup();
+      case 1:
+      case 2: return root->handleInitialized();
       case 3:
-        if (below(2) == 0) root->handleInitialized();
-        return;
-      default: break;
+      case 4: return dir->entityPtr(own.name()) ? void(dir->entryDel(own.name())) : dir->entryIs(&own);
+      case 5:
+      case 6: return theirs ? evpn->vniStatusV2Del(vni) : void(evpn->vniStatusV2Is(vni));
+      default: return below(2) && theirs ? changeTables(*theirs) : changeTables(own);
     }
-    if (below(2)) return changeTables(*statuses[which]);
-    if (Ptr<VniStatusV2> const theirs = evpn->vniStatusV2(Vni(which + 5))) changeTables(*theirs);
-  }
-  void changeDir(VniFdbStatusV2& status) const {
-    dir->entityPtr(status.name()) ? void(dir->entryDel(status.name())) : dir->entryIs(&status);
-  }
-  void changeEvpnDir(Vni vni) const {
-    evpn->vniStatusV2(vni) ? evpn->vniStatusV2Del(vni) : void(evpn->vniStatusV2Is(vni));
   }
   void changeTables(auto& status) {
-    switch (below(4)) {
-      case 0: return status.macVtepTableIs(entry(1 + below(3), 1 + below(2)));
-      case 1: return status.macVtepTableDel(mac(1 + below(3)));
-      case 2: return changeList(status);
-      default:
-        status.macVtepMultiPathTable().contains(bum) ? status.macVtepMultiPathTableDel(bum)
-                                                     : status.macVtepMultiPathTableIs({bum, {}});
-    }
-  }
-  void changeList(auto& status) {
     Ptr<MacVtepFloodListV2> const list = status.macVtepFloodListTable(bum);
-    if (!list) return status.macVtepFloodListTableIs(lists[below(3)]);
-    if (below(3) == 0) return status.macVtepFloodListTableDel(bum);
-    below(3) ? list->vtepIpFloodListIs(ip(1 + below(3)), below(4) != 0)
-             : list->vtepIpFloodListDel(ip(1 + below(3)));
+    switch (below(list ? 8 : 5)) {
+      case 0:
+      case 1: return status.macVtepTableIs(entry(1 + below(3), 1 + below(2)));
+      case 2: return status.macVtepTableDel(mac(1 + below(3)));
+      case 3:
+        return status.macVtepMultiPathTable().contains(bum) ? status.macVtepMultiPathTableDel(bum)
+                                                            : status.macVtepMultiPathTableIs({bum, {}});
+      case 4:
+        return list ? status.macVtepFloodListTableDel(bum) : status.macVtepFloodListTableIs(lists[below(3)]);
+      case 5: return list->vtepIpFloodListDel(ip(1 + below(3)));
+      default: return list->vtepIpFloodListIs(ip(1 + below(3)), below(4) != 0);
+    }
   }
 
   std::mt19937 random;

@@ -54,7 +54,7 @@ TEST_F(QorEvpnTxSmTest, ADamagedRowEndsItsWalkAndAnotherErrorTheHandler) {
   for (uint32_t m : {1u, 2u, 3u}) hostTable->hostIs(host(10, m, m)), floodTable->floodEntryIs(flood(10, m));
   make();
   damage(host(10, 2, 2)), damage(flood(10, 2));
-  for (uint32_t vnis : {1u, 2u, 0u}) {  // swept, or started where there are none
+  for (uint32_t vnis : {1u, 2u, 0u}) {  // as many are swept; where none is, one is started
     hostTable->hostIs(host(10, 1, 1)), floodTable->floodEntryIs(flood(10, 1));
     traced(), counts();
     if (vnis == 0) fdb10 = vniIs("10");

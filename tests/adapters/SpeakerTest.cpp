@@ -77,7 +77,7 @@ class SpeakerUser {
   std::map<std::string, std::string> learned;
   std::vector<std::string> lines;
   std::vector<bool> capabilities;
-  std::size_t removals = 0, told = 0;
+  std::size_t removals = 0;
   Speaker speaker;
 
  private:
@@ -88,7 +88,6 @@ class SpeakerUser {
     std::string const vni = Orb::toText(event.vni) + ' ';
     if (event.op == Op::capability) capabilities.push_back(event.value);
     if (event.op == Op::mac) {
-      ++told;
       EXPECT_EQ(event.preference, 16);
       learned[vni + Orb::toText(event.mac)] = ' ' + Orb::toText(event.vtep) + ' ' + Orb::toText(event.seq);
     }
@@ -234,23 +233,6 @@ TEST_F(SpeakerTest, TakesOfSeveralRoutesTheHighestSequenceNumberThenTheLowestVte
   EXPECT_THAT(here.lines, ElementsAre(HasSubstr(cause)));
   EXPECT_EQ(east.command("global rib -a evpn del macadv " + mac + " 192.168.0.1" + rest + "10.99.0.41"), 0);
   await([&] { return here.learned.empty(); });
-}
-
-TEST_F(SpeakerTest, TakesNothingBackWhenItsSpeakerIsKilledAndStartedAgain) {
-  Gobgpd west(1, {2});
-  Gobgpd const east(2, {1});
-  SpeakerUser here(loop, west), there(loop, east);
-  for (SpeakerUser* const user : {&here, &there}) user->speaker.beginSending();
-  here.host(1, "02:00:00:00:00:01", "10.99.0.11");
-  there.host(1, "02:00:00:00:00:02", "10.99.0.21");
-  await([&] { return here.learned.size() == 1 && there.learned.size() == 1; });
-  west.kill();
-  await([&] { return here.speaker.state() == SourceState::lost; });
-  west.start();
-  await([&] { return here.isQuiet() && there.learned.size() == 1 && !here.capabilities.empty(); });
-  EXPECT_EQ(here.removals, 0U);
-  EXPECT_EQ(here.told, 2U);  // again, before it was synced
-  EXPECT_THAT(here.capabilities, ElementsAre(true));
 }
 
 /// Its neighbour keeps what it had announced until it says that it has told all; by then it has.
