@@ -28,8 +28,8 @@ class BrineMap {
 
   bool initialized() const { return entity_ != nullptr; }
 
-  /// Binds the rows of `entity`, which outlives the binding, and switches notifying on. The hooks of `table()`
-  /// have been set.
+  /// Binds the rows of `entity`, which outlives the binding, and switches notifying on. The hooks of
+  /// `table()` have been set.
   void bind(Orb::Entity const& entity) {
     entity_ = &entity;
     notifyingIs(true);

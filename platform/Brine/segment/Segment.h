@@ -45,8 +45,8 @@ class Segment {
   Segment(Segment const&) = delete;
   Segment& operator=(Segment const&) = delete;
 
-  /// Makes `fd`, an empty file, an empty table, all space for it reserved; its first recovery makes the column.
-  /// Raises `MountFailure`.
+  /// Makes `fd`, an empty file, an empty table, all space for it reserved; its first recovery makes the
+  /// column. Raises `MountFailure`.
   static void format(RowShape const& shape, int fd, uint32_t initialRows, uint32_t ringEntries);
 
   RowShape const& shape() const { return shape_; }

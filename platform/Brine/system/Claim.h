@@ -39,8 +39,8 @@ class Claim {
   /// The path of the table's file, for messages.
   std::string const& path() const { return path_; }
   /// The table's descriptor, kept here so that a forked child can close it, and marked as long as it is open.
-  /// Returns the former one. Raises `MountFailure`, `busy` if the file bears another's mark, which happens where
-  /// the lock file was removed.
+  /// Returns the former one. Raises `MountFailure`, `busy` if the file bears another's mark, which happens
+  /// where the lock file was removed.
   Fd tableIs(Fd table);
   int table() const { return table_.get(); }
   /// False where somebody else's lock is in the way of the mark. Readers can put one there.

@@ -95,8 +95,8 @@ bool Folder::lockStatus(struct stat& out) const {
   return sys.statusAt(folder_.get(), lockFile_.c_str(), &out) == 0;
 }
 
-/// Made exclusively, so that the mode is right from the start and a link planted under the name is not followed;
-/// none where there is a file of the name.
+/// Made exclusively, so that the mode is right from the start and a link planted under the name is not
+/// followed; none where there is a file of the name.
 Fd Folder::makeFile(std::string const& name, mode_t mode) const {
   Fd fd = openFile(name, O_RDWR | O_CREAT | O_EXCL, mode);
   if (fd && sys.changeMode(fd.get(), mode) != 0)
