@@ -69,11 +69,13 @@ class LineWriter {
 
 void appendLine(std::string& out, std::string_view time, SourceId source, Event const& event) {
   if (std::string_view const members = event.written.members; !members.empty()) {
+    LineWriter tail;
+    tail.text(",\"source\":");
+    tail.number(source);
+    tail.text("}\n");
     out += '{';
     if (!time.empty()) out.append("\"t\":").append(time).append(",");
-    out.append(members).append(",\"source\":");
-    char digits[24];
-    out.append(digits, std::to_chars(digits, std::end(digits), source).ptr).append("}\n");
+    out.append(members).append(tail.written());
     return;
   }
   static Event const plain;

@@ -14,6 +14,7 @@ namespace {
 constexpr std::chrono::seconds againDelay{30};
 constexpr std::size_t flushBytes = std::size_t{1} << 20;
 constexpr std::size_t endBytes = std::size_t{1} << 16;
+constexpr std::size_t entryBytes = 128;  // of an entry's line in the state, about
 constexpr int openFlags = O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC;
 
 double unixTime() {
@@ -58,6 +59,13 @@ class Recorder::Tap : public SourceLedgers {
   std::size_t entries(SourceId source) const override { return ledgers_.entries(source); }
 
   void tellState(Tell const& tell) const override { ledgers_.tellState(tell); }
+
+  /// How many entries the state has, about.
+  std::size_t entries() const {
+    std::size_t count = 0;
+    for (SourceId source = 0; source < sources_.size(); ++source) count += ledgers_.entries(source);
+    return count;
+  }
 
   /// Records the state: what an earlier run left, and the entries since.
   void recordState(bool ofEarlierRun) const {
@@ -138,7 +146,9 @@ void Recorder::endTurn() {
   isTurnsFirst_ = true;
   if (pending_.empty()) return;
   flush();
-  if (fd_ && size_ >= rotateAt_) rotate();
+  if (!fd_ || size_ < rotateAt_) return;
+  rotateAt_ = stateEnd_ + entryBytes * tap_->entries();
+  if (size_ >= rotateAt_) rotate();
 }
 
 void Recorder::open() {
@@ -157,7 +167,8 @@ void Recorder::open() {
 void Recorder::continueFile() {
   struct stat status;
   checked(fstat(fd_.get(), &status), "stat");
-  size_ = S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
+  isRegular_ = S_ISREG(status.st_mode);
+  size_ = isRegular_ ? static_cast<std::uint64_t>(status.st_size) : 0;
   if (size_ == 0) return;
   auto const piece = [&](std::uint64_t at) {
     std::string text(endBytes, '\0');
@@ -188,7 +199,8 @@ void Recorder::beginFile() {
   for (bool const ofEarlierRun : {true, false}) tap_->recordState(ofEarlierRun);
   write(earlierRun, lineOf(side_, Op::stateEnd));
   flush();
-  rotateAt_ = std::max(options_.size, size_ + (size_ - before));
+  stateEnd_ = size_;
+  rotateAt_ = isRegular_ ? std::max(options_.size, size_ + (size_ - before)) : UINT64_MAX;
   if (fd_ && std::exchange(hasFailed_, false)) logs_.info("recording goes on: " + options_.file);
 }
 

@@ -9,7 +9,7 @@
 /// place in the order in which entries were heard.)
 ///
 ///   FILE      is written; a later run appends to it
-///   FILE.1    the file before, and so on; the oldest is removed
+///   FILE.1    the file before, and so on; the oldest is removed. A device keeps its name.
 ///
 /// A turn is written at its end, in one piece. A process that is killed loses at most one turn; the tables
 /// have the results of that turn, and the next run begins with the tables. An error of writing is logged and
@@ -28,7 +28,8 @@ class Recorder {
  public:
   struct Options {
     std::string file;
-    /// Bytes of a file; the file becomes larger if the state at its beginning takes more than half of them.
+    /// Bytes of a file. It becomes larger where the state, at its beginning or for the next file, would take
+    /// more than what happened between the two.
     std::uint64_t size = 64'000'000;
     unsigned files = 4;  ///< At least 1.
   };
@@ -70,9 +71,11 @@ class Recorder {
   Fd fd_;                       ///< Empty before begin() and after an error.
   std::string pending_;         ///< Not written yet.
   std::uint64_t size_ = 0;      ///< Of the file.
-  std::uint64_t rotateAt_ = 0;  ///< The size at which the next file begins.
+  std::uint64_t stateEnd_ = 0;  ///< The size of the file when this run had written its state.
+  std::uint64_t rotateAt_ = 0;  ///< The size at which the next file may begin.
   double lastTime_ = 0;         ///< Seconds.
   bool isTurnsFirst_ = true;    ///< The next line is the first one of its turn.
+  bool isRegular_ = false;      ///< The file is neither a device nor a pipe, which keep their names.
   bool hasFailed_ = false;      ///< An error has been logged.
 };
 

@@ -35,11 +35,9 @@ std::string shown(AgentSite const& site,
   return outputOf({"show", "-j", "--dir", site.dir}, what);
 }
 std::string replayed(Words const& files, Words const& more = {}) {
-  return outputOf({"replay", "-j"}, [&] {
-    Words words = files;
-    words.insert(words.end(), more.begin(), more.end());
-    return words;
-  }());
+  Words words = files;
+  words.insert(words.end(), more.begin(), more.end());
+  return outputOf({"replay", "-j"}, words);
 }
 Words filesOf(std::string const& recording) {
   Words files{recording};
@@ -138,15 +136,10 @@ TEST(RecordTest, ReplayEndsAsTheLiveRunDidThatWasKilledAgainAndAgain) {
   AgentSite site;
   std::string const feed = recordingPath("fabric-3vni.jsonl"), recording = site.folder.path() + "/agent.rec";
   Words const lines = linesOf(feed);
-  Words const command = {"agent", "--dir", site.dir, "--with-evpn", "--record", recording, "--feed"};
-  auto const with = [&](std::string const& file) {
-    Words words = command;
-    words.push_back(file);
-    return words;
-  };
+  Words command = {"agent", "--dir", site.dir, "--with-evpn", "--record", recording, "--feed", "-"};
   std::vector<std::pair<std::string, std::string>> looks;  // when, and what was seen
   for (int kill = 0; kill < 5; ++kill) {
-    Program agent(with("-"));
+    Program agent(command);
     std::size_t const count = 1 + random() % lines.size();
     agent.write(
         std::accumulate(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(count), std::string()));
@@ -161,7 +154,8 @@ TEST(RecordTest, ReplayEndsAsTheLiveRunDidThatWasKilledAgainAndAgain) {
     agent.signal(SIGKILL);
     agent.wait();
   }
-  Program const agent(with(feed));
+  command.back() = feed;
+  Program const agent(command);
   ASSERT_TRUE(site.settles(Agent::Expectation::ofFile(recordingPath("fabric-3vni.end.json"))))
       << agent.errors();
   std::string const end = shown(site);
@@ -280,7 +274,7 @@ TEST(RecordTest, WhyAnswersFromARecordingAsTheAgentDid) {
   EXPECT_EQ(before.status, 1) << before.out;
 }
 
-TEST(RecordTest, ADiskThatIsFullIsSaidAndStopsNothing) {
+TEST(RecordTest, ADiskThatIsFullIsSaidAndADeviceKeepsItsName) {
   AgentSite site;
   std::string const feed = recordingPath("fabric-3vni.jsonl");
   Program const agent({"agent", "--dir", site.dir, "--with-evpn", "--feed", feed, "--record", "/dev/full"});
@@ -295,6 +289,11 @@ TEST(RecordTest, ADiskThatIsFullIsSaidAndStopsNothing) {
   EXPECT_EQ(linesOf(copy), linesOf(feed));
   EXPECT_THAT(TestSupport::run({"replay", copy}).err,
               testing::HasSubstr(copy + ": this file is no recording"));
+  std::string const null = site.folder.path() + "/null";
+  std::filesystem::create_symlink("/dev/null", null);
+  outputOf({"agent", "--dir", site.dir + '3', "--feed", feed, "--exit-at-end"},
+           {"--record", null, "--record-size", "1KB"});
+  EXPECT_TRUE(std::filesystem::is_symlink(null) && filesOf(null).size() == 1);
 }
 
 }  // namespace
