@@ -1,4 +1,5 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 
 #include "agent/base/Ranges.h"
 #include "agent/base/ServiceManager.h"
@@ -9,6 +10,7 @@
 #include "agent/commands/MetricsOptions.h"
 #include "agent/commands/RecordOptions.h"
 #include "agent/evpn/EvpnSide.h"
+#include "agent/explain/Why.h"
 #include "agent/explain/WhyLearned.h"
 #include "agent/feed/Feeds.h"
 #include "agent/live/SpeakerSide.h"
@@ -167,6 +169,12 @@ class AgentProcess {
   /// The module's answers, completed by the other parts of this process.
   nlohmann::ordered_json why(std::string_view argument) const {
     auto answers = module_.why(argument);
+    if (Subject const subject = Subject::parse(argument); evpn_ && subject.mac && !subject.vni) {
+      for (auto const& vni : whyLearned(*evpn_, nullptr, argument)) {
+        if (std::ranges::none_of(answers, [&](auto const& each) { return each.at("vni") == vni; }))
+          answers.push_back(module_.why(std::string(argument) + ' ' + vni.dump()).at(0));
+      }
+    }
     for (auto& answer : answers) {
       bool const isHost = answer.contains("mac");
       std::string const subject = answer.at(isHost ? "mac" : "vtep");

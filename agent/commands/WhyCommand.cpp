@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <ctime>
+#include <iostream>
 #include <set>
 
 #include "Orb/Text.h"
@@ -76,9 +77,13 @@ class Answer {
     side("controller", "controller");
     sources(answer_);
     side("EVPN", "evpn");
-    Json const import = answer_.value("import", Json::object());
-    if (import.value("rule", "imported") != "imported") line("", import.at("text"));
     Json const evpnSide = answer_.value("evpnSide", Json::object());
+    Json const import = answer_.value("import", Json::object());
+    std::string const rule = import.value("rule", "imported");
+    // That EVPN has no row says something where nobody has one, or where its side has an entry all the same.
+    bool const isPlain =
+        rule == "not-learned" && answer_.contains("controller") && !evpnSide.value("sources", Json()).size();
+    if (rule != "imported" && !isPlain) line("", import.at("text"));
     sources(evpnSide);
     if (evpnSide.contains("error")) line("", evpnSide.at("error").get<std::string>());
     if (auto const& fields = answer_.at("differences"); !fields.empty()) {
@@ -142,14 +147,23 @@ void addEvpnSide(Json& answer, Site const& site, std::string const& subject) {
   }
 }
 
-/// Asks about each VNI of the EVPN side's rows with that MAC that is not answered yet: the agent does not
-/// read these rows while the integration is off.
+/// Asks about each VNI that is not answered yet and in which the EVPN side has such a row, which the agent
+/// does not read while the integration is off, or refused one.
 void addLearned(Json& answers, Site const& site, std::string const& subject) {
   std::set<std::uint32_t> unanswered;
-  auto const mac = Orb::parseWhole<Wirix::EthAddr>(subject);
-  SiteRows const learned = SiteView(site).learned();
-  for (QorEvpn::Host const& row : learned.of<QorEvpn::Host>())
-    if (row.key().macAddr() == mac) unanswered.insert(row.key().vni().value());
+  try {
+    unanswered = controlRequest(site, "why " + subject, ControlSide::evpn).get<std::set<std::uint32_t>>();
+  } catch (NotRunning const&) {
+    // Then nothing is refused.
+  } catch (std::runtime_error const& error) {
+    std::cerr << "qorevpn: " << error.what() << '\n';
+  }
+  if (controlRequest(site, "state").at("integration") == false) {
+    auto const mac = Orb::parseWhole<Wirix::EthAddr>(subject);
+    SiteRows const learned = SiteView(site).learned();
+    for (QorEvpn::Host const& row : learned.of<QorEvpn::Host>())
+      if (row.key().macAddr() == mac) unanswered.insert(row.key().vni().value());
+  }
   for (Json const& answer : answers) unanswered.erase(answer.at("vni").get<std::uint32_t>());
   for (std::uint32_t const vni : unanswered)
     answers.push_back(controlRequest(site, "why " + subject + ' ' + std::to_string(vni)).at(0));
@@ -164,8 +178,7 @@ int runWhy(WhyOptions const& options) {
   Json answers;
   if (options.recording.files.empty()) {
     answers = controlRequest(site, "why " + question);
-    if (!options.vni && controlRequest(site, "state").at("integration") == false)
-      addLearned(answers, site, subject);
+    if (!options.vni && subject.find(':') != std::string::npos) addLearned(answers, site, subject);
     for (Json& answer : answers) addEvpnSide(answer, site, subject);
   } else {
     isWhole = options.recording.run(replay.emplace(), [](double) { return true; });

@@ -115,7 +115,7 @@ Rule ruleOf(FloodFacts const& facts) {
   if (!facts.controller && facts.isInListOfOneMac) return Rule::notAllBum;
   if (!facts.controller) return refusal(facts).empty() ? Rule::notKnown : Rule::refused;
   if (!*facts.controller) return Rule::entryOff;
-  if (facts.isEvpns) return Rule::evpnSupplied;
+  if (facts.isEvpns) return facts.isOffHere ? Rule::evpnSwitchedOn : Rule::evpnSupplied;
   return facts.isEarlier ? Rule::held : Rule::exported;
 }
 
@@ -156,6 +156,7 @@ std::string_view toText(Rule rule) {
     case Rule::entryOff: return "entry-off";
     case Rule::frozen: return "frozen";
     case Rule::evpnNewer: return "evpn-newer";
+    case Rule::evpnSwitchedOn: return "evpn-switched-on";
     case Rule::evpnSupplied: return "evpn-supplied";
     case Rule::exported: return "exported";
   }
@@ -177,6 +178,8 @@ std::string_view reasonOf(Rule rule) {
     case Rule::frozen: return "the MAC moved too often, and is frozen: it is left to the other site";
     case Rule::evpnNewer:
       return "EVPN's entry has a higher sequence number than the sources', and nothing is echoed";
+    case Rule::evpnSwitchedOn:
+      return "EVPN's entry switches on the VTEP that the sources have off, and nothing is echoed";
     case Rule::evpnSupplied: return "EVPN supplied exactly this, and nothing is echoed";
     case Rule::exported: return "nothing keeps it out";
   }

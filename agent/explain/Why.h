@@ -20,20 +20,21 @@ namespace Agent {
 
 /// The rules, in the order in which they are tried: the first one that applies decides.
 enum class Rule {
-  databaseOff,    ///< The integration is off: the controller's database is not enabled.
-  notCapable,     ///< The integration is off: EVPN is not capable.
-  notServed,      ///< No source of the controller serves the VNI.
-  refused,        ///< The entry that a source told is invalid: a group MAC, VTEP 0.0.0.0.
-  notKnown,       ///< The controller has no entry of the MAC; or its flood list has no such VTEP.
-  multipathOnly,  ///< The MAC, or the VTEP, is in the multipath table only, which is not exported.
-  notAllBum,      ///< The VTEP is in the list of one MAC only; lists for all BUM traffic alone are exported.
-  defaultEntry,   ///< The entry equals the default one, which counts as absent.
-  entryOff,       ///< The flood list has the VTEP switched off.
-  frozen,         ///< The MAC is a duplicate and is frozen: the entry of the other site stays in force.
-  evpnNewer,      ///< EVPN's entry has a higher sequence number than the sources', and is not echoed.
-  evpnSupplied,   ///< EVPN supplied exactly this entry, or this VTEP; it is not echoed.
-  held,           ///< Exported as an earlier run left it, until the flags and every source's state are told.
-  exported        ///< No other rule applies.
+  databaseOff,     ///< The integration is off: the controller's database is not enabled.
+  notCapable,      ///< The integration is off: EVPN is not capable.
+  notServed,       ///< No source of the controller serves the VNI.
+  refused,         ///< The entry that a source told is invalid: a group MAC, VTEP 0.0.0.0.
+  notKnown,        ///< The controller has no entry of the MAC; or its flood list has no such VTEP.
+  multipathOnly,   ///< The MAC, or the VTEP, is in the multipath table only, which is not exported.
+  notAllBum,       ///< The VTEP is in the list of one MAC only; lists for all BUM traffic alone are exported.
+  defaultEntry,    ///< The entry equals the default one, which counts as absent.
+  entryOff,        ///< The flood list has the VTEP switched off.
+  frozen,          ///< The MAC is a duplicate and is frozen: the entry of the other site stays in force.
+  evpnNewer,       ///< EVPN's entry has a higher sequence number than the sources', and is not echoed.
+  evpnSwitchedOn,  ///< The sources have the VTEP off, EVPN has it on, which counts; it is not echoed.
+  evpnSupplied,    ///< EVPN supplied exactly this entry, or this VTEP; it is not echoed.
+  held,            ///< Exported as an earlier run left it, until the flags and every source's state are told.
+  exported         ///< No other rule applies.
 };
 
 /// The rule's name for programs: "evpn-supplied".
@@ -71,6 +72,7 @@ struct FloodFacts {
   bool isRow = false;              ///< In the exported table.
   bool isEarlier = false;          ///< In the controller's list only as an earlier run left it.
   bool isMultipath = false;        ///< In the controller's multipath entry for all BUM traffic.
+  bool isOffHere = false;          ///< The controller's sources have it switched off, without EVPN's entry.
 };
 
 /// The facts that follow from the inputs of the machines. Either status may be null. `state` is the site's.

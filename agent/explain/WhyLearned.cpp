@@ -1,5 +1,7 @@
 #include "agent/explain/WhyLearned.h"
 
+#include <set>
+
 #include "agent/explain/Why.h"
 
 namespace Agent {
@@ -8,7 +10,12 @@ using Json = nlohmann::ordered_json;
 
 Json whyLearned(EvpnSide const& side, SpeakerSide const* speaker, std::string_view argument) {
   Subject const subject = Subject::parse(argument);
-  if (!subject.vni) throw std::runtime_error("the EVPN side is asked about one VNI");
+  if (!subject.vni) {
+    std::set<std::uint32_t> vnis;
+    side.sources().forEachRefusal(
+        *subject.mac, [&](SourceId, Vxlan::Vni vni, std::string_view) { vnis.insert(vni.value()); });
+    return vnis;
+  }
   Json sources = Json::array();
   auto const add = [&](SourceId source, std::uint32_t since, Json entry) {
     Json& told = sources.emplace_back(Json{{"name", side.sources().name(source)}});

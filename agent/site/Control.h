@@ -3,7 +3,7 @@
 ///
 /// A client connects to the unix stream socket `Site::controlSocket()`, or `evpnControlSocket()` (mode 0600:
 /// the process's own user and root), writes one request line and reads one JSON document up to the end of the
-/// stream. The EVPN side answers `state`, and `why` about one VNI (agent/explain/WhyLearned.h).
+/// stream. The EVPN side answers `state` and `why` (agent/explain/WhyLearned.h).
 ///
 ///   request                answer
 ///   evpn-status            {"5000": {"floods": ["10.99.0.2"],

@@ -91,7 +91,7 @@ Json HostedModule::whyFlood(QorEvpn::VniVtepPair const& key) const {
                                 vniStatusDir_->vniStatusV2(key.vni()).get(), exportState());
   facts.isRow = exported_.flood->floodEntry(key) != QorEvpn::FloodEntry();
   Json told = Json::array(), ofOneMac;
-  bool isHeld = false, isTold = false;
+  bool isHeld = false, isTold = false, isOn = false;
   Wirix::EthAddr constexpr allBum = VxlanController::MacVtepFloodListV2::allBum;
   if (ServedVni const* const served = controller_->served(key.vni())) {
     for (auto const& list : served->vniFdbStatus()->macVtepFloodListTable()) {
@@ -100,6 +100,7 @@ Json HostedModule::whyFlood(QorEvpn::VniVtepPair const& key) const {
       served->forEachFloodClaim(mac, key.vtepAddr(), [&](SourceId source, FloodClaim const& claim) {
         Json& entry = told.emplace_back(Json{{"name", sources_.name(source)}});
         if (isForAll) (source == earlierRun ? isHeld : isTold) = true;
+        isOn = isOn || (isForAll && claim.on);
         if (!isForAll) entry["mac"] = Orb::toText(mac);
         entry["on"] = claim.on;
         if (source != earlierRun) entry["since"] = claim.since;
@@ -113,6 +114,7 @@ Json HostedModule::whyFlood(QorEvpn::VniVtepPair const& key) const {
     });
   }
   facts.isEarlier = isHeld && !isTold;
+  facts.isOffHere = isTold && !isOn;
 
   Json result{{"vni", key.vni().value()}, {"vtep", Orb::toText(key.vtepAddr())}};
   if (facts.controller) {

@@ -173,7 +173,7 @@ TEST(Why, ARunningAgentNamesTheRuleOfEachKey) {
     EXPECT_EQ(said["sources"][0]["vtep"], "10.0.0.1");
     EXPECT_EQ(said["evpnSide"]["sources"][0]["vtep"], "10.0.0.9");
     EXPECT_EQ(site.ask("why 02:00:00:00:00:01").size(), 2U) << "in every VNI";
-    EXPECT_EQ(site.ask("why 02:00:00:00:00:06").size(), 2U) << "also where it was refused";
+    EXPECT_EQ(site.ask("why 02:00:00:00:00:06").size(), 3U) << "also where either side refused it";
     auto const shows = [&](Words words, std::string const& text) {
       words.insert(words.end(), {"--dir", site.dir});
       EXPECT_THAT(TestSupport::run(words).out, testing::ContainsRegex(text));
@@ -184,7 +184,8 @@ TEST(Why, ARunningAgentNamesTheRuleOfEachKey) {
           "controller  mac 02:00:00:00:00:01  on true\n.*: mac 02:.*  on true  for ");
     shows({"why", "02:00:00:00:00:08", "8"}, "bridge id   not listed: a multipath entry or");
     shows({"why", "02:00:00:00:00:08", "9"}, "bridge id   not listed: the VNI has no entries");
-    shows({"why", "10.0.0.5", "1"}, "controller  multipath 10.0.0.5\n.*: multipath 10.0.0.5  for ");
+    shows({"why", "10.0.0.5", "1"},
+          "  multipath 10.0.0.5\n.*: multipath 10.0.0.5  for .*\n  EVPN  *-\n  exp");
     shows({"show", "agent"}, "duplicate: vni 1  mac 02:00:00:00:00:07  between 10.9.0.1 and 10.0.0.1\n");
   }
   auto const agent = start();

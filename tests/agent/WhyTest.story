@@ -10,9 +10,12 @@
 {"from":"controller","op":"flood","vni":1,"vtep":"10.0.0.2","on":false}
 {"from":"controller","op":"flood","vni":1,"vtep":"10.0.0.3","mac":"02:00:00:00:00:01"}
 {"from":"evpn","op":"flood","vni":1,"vtep":"10.0.0.9"}
+{"from":"controller","op":"flood","vni":1,"vtep":"10.0.0.8","on":false}
+{"from":"evpn","op":"flood","vni":1,"vtep":"10.0.0.8"}
 {"from":"evpn","op":"mac","vni":2,"mac":"02:00:00:00:00:01","vtep":"10.0.0.9"}
 {"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:06","vtep":"0.0.0.0"}
 {"from":"controller","op":"mac","vni":3,"mac":"02:00:00:00:00:06","vtep":"224.0.0.1"}
+{"from":"evpn","op":"mac","vni":4,"mac":"02:00:00:00:00:06","vtep":"0.0.0.0"}
 {"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:07","vtep":"10.0.0.1"}
 {"from":"evpn","op":"mac","vni":1,"mac":"02:00:00:00:00:07","vtep":"10.9.0.1","seq":1}
 {"from":"controller","op":"mac","vni":1,"mac":"02:00:00:00:00:07","vtep":"10.0.0.1","seq":2}
@@ -38,4 +41,5 @@
 ? 10.0.0.4 1                 not-known      not-learned
 ? 224.0.0.1 1                refused        not-learned
 ? 10.0.0.9 1                 evpn-supplied  imported
+? 10.0.0.8 1                 evpn-switched-on imported
 ? 10.0.0.1 2                 not-served     not-learned
