@@ -38,6 +38,7 @@ std::string timeText(std::uint64_t seconds) {
 
 constexpr std::array sourceFields = {
     figure<SourceFigure, &SourceFigure::name>("NAME", "name", false),
+    figure<SourceFigure, &SourceFigure::process>("PROCESS", "process", false),
     figure<SourceFigure, &SourceFigure::kind>("KIND", "kind", false),
     figure<SourceFigure, &SourceFigure::state>("STATE", "state", false),
     Field<SourceFigure>{"SINCE", "since", false,
@@ -183,7 +184,7 @@ nlohmann::ordered_json sourcesOf(Site const& site, std::string_view subject) {
     for (auto const& each : state.value("sources", nlohmann::ordered_json::array())) {
       std::string const kind = each.at("kind");
       if (subject == "sources" || (subject == "switches" && kind == "switch") || subject == kind)
-        result.push_back(each);
+        result.emplace_back(each)["process"] = side == ControlSide::evpn ? "evpn" : "agent";
     }
   };
   bool runsEvpn = true;
@@ -204,8 +205,8 @@ std::vector<SourceFigure> sourceFiguresOf(nlohmann::ordered_json const& sources)
   std::vector<SourceFigure> figures;
   using Counts = std::map<std::string, std::uint64_t>;
   for (auto const& each : sources) {
-    figures.push_back({each.at("name"), each.at("kind"), each.at("endpoint"), each.at("state"),
-                       each.at("since"), each.at("entries"), each.value("lastError", ""),
+    figures.push_back({each.at("name"), each.at("process"), each.at("kind"), each.at("endpoint"),
+                       each.at("state"), each.at("since"), each.at("entries"), each.value("lastError", ""),
                        each.value("refused", Counts()), each.value("givenUp", false),
                        each.value("leftOut", each.value("unusable", Counts()))});
   }

@@ -32,6 +32,7 @@ struct StateFigure {
 /// A source of events: a feed, a switch, a speaker.
 struct SourceFigure {
   std::string name;
+  std::string process;  ///< Who listens to it: "agent", "evpn".
   std::string kind;
   std::string endpoint;
   std::string state;
