@@ -11,8 +11,7 @@
 namespace Agent {
 namespace {
 
-using QorEvpn::FloodEntry, QorEvpn::Host;
-using TestSupport::Program, TestSupport::run;
+using QorEvpn::FloodEntry, QorEvpn::Host, TestSupport::Program, TestSupport::run;
 
 Bridging::BridgeId bridgeId(std::uint32_t vni) { return Bridging::BridgeId::ofVni(Vxlan::Vni(vni)); }
 
@@ -192,10 +191,7 @@ TEST_F(AuditSite, IsNotMisledByRowsThatChangeWhileItLooks) {
   std::jthread const busy([this](std::stop_token const& stop) {
     for (unsigned seq = 1; !stop.stop_requested(); ++seq) tell(1 + seq % 64, seq);
   });
-  for (int i = 0; i < 5; ++i) {
-    auto const outcome = audit({"--pause", "0"});
-    EXPECT_EQ(outcome.out, "Every row is as it should be.\n") << outcome.err;
-  }
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(audit({"--pause", "0"}).out, "Every row is as it should be.\n");
 }
 
 TEST(UnreachableTest, IsNamedByAuditsAndNotMistakenForRight) {
@@ -209,6 +205,10 @@ TEST(UnreachableTest, IsNamedByAuditsAndNotMistakenForRight) {
             "not looked at: speaker 127.0.0.1:1 (connecting)\nnot looked at: switch leaf1 (connecting)\n"
             "Every row that was looked at is as it should be.\n");
   EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_THAT(run({"audit", "-j", "--dir", site.dir}).out,
+              testing::HasSubstr(R"("notLookedAt":"switch leaf1","reason":"connecting")"));
+  EXPECT_THAT(run({"evpn", "--speaker", "127.0.0.1:1", "--as", "1", "--router-id", "0.0.0.0"}).err,
+              testing::HasSubstr("--router-id 0.0.0.0: it identifies no speaker"));
   EXPECT_THAT(run({"show", "agent", "--dir", site.dir}).out, testing::Not(testing::HasSubstr("feed")));
 }
 
