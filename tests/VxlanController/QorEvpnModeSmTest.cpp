@@ -8,27 +8,16 @@ namespace {
 using Controllerdb::Status;
 using QorEvpn::EvpnCapability;
 
-// One run of the rule as it is traced.
-Texts run(bool enabled, bool evpnEnabled) {
-  std::string const rule = "8 void QorEvpn::QorEvpnIntegrationModeSm::setQorEvpnIntegrationMode()";
-  std::string inputs;
-  Orb::appendTexts(inputs, "8 controllerdbStatus()->enabled() ", enabled, " evpnCapability()->evpnEnabled() ",
-                   evpnEnabled);
-  std::string const result = enabled && evpnEnabled ? "ON" : "OFF";
-  return {rule, inputs, "8 Turning qorEvpnIntegrationMode " + result, rule + " return "};
-}
-
 class QorEvpnModeSmTest : public testing::Test {
  protected:
   void make() { sm = QorEvpn::qorEvpnIntegrationModeSmFactory(status, capability, config); }
-  void inputs(bool enabled, bool evpnEnabled) {
-    status->enabledIs(enabled);
-    capability->evpnEnabledIs(evpnEnabled);
-  }
-  bool mode() const { return config->qorEvpnIntegrationMode(); }
-  void expectRun(bool enabled, bool evpnEnabled) {
-    EXPECT_EQ(mode(), enabled && evpnEnabled);
-    EXPECT_EQ(traces.take(), run(enabled, evpnEnabled));
+  // Adds to the story what is traced and what the flag is then; it was the opposite before.
+  void step(std::string const& disturbance, bool mode, std::function<void()> const& cause) {
+    config->qorEvpnIntegrationModeIs(!mode);
+    cause();
+    EXPECT_EQ(config->qorEvpnIntegrationMode(), mode) << disturbance;
+    Orb::appendTexts(story, "# ", disturbance, '\n');
+    for (std::string const& line : traces.take()) Orb::appendTexts(story, line, '\n');
   }
 
   TestSupport::TraceCapture traces{"QorEvpnModeSm", 1U << 8};
@@ -36,44 +25,36 @@ class QorEvpnModeSmTest : public testing::Test {
   Ptr<EvpnCapability> capability = makePtr<EvpnCapability>("capability");
   Ptr<QorEvpn::QorEvpnConfig> config = makePtr<QorEvpn::QorEvpnConfig>("config");
   Ptr<QorEvpn::QorEvpnIntegrationModeSm> sm;
+  std::string story;
 };
 
-TEST_F(QorEvpnModeSmTest, IsOnWhenBothInputsAreOn) {
-  std::string const pass = "8 void QorEvpn::QorEvpnIntegrationModeSm::handleInitialized()";
-  for (bool enabled : {false, true}) {
-    for (bool evpnEnabled : {false, true}) {
+TEST_F(QorEvpnModeSmTest, TellsTheStoryInTheFileBesideThis) {
+  for (bool const enabled : {false, true}) {
+    for (bool const evpnEnabled : {false, true}) {
       sm = nullptr;
-      inputs(enabled, evpnEnabled);
-      config->qorEvpnIntegrationModeIs(!(enabled && evpnEnabled));
-      make();
-      EXPECT_EQ(mode(), enabled && evpnEnabled);
-      std::string const rule = "setQorEvpnIntegrationMode", first = "handleInitialized";
-      EXPECT_EQ(traces.functions(), (Texts{first, rule, rule, rule, rule, first}));
-      Texts expected = run(enabled, evpnEnabled);
-      expected.insert(expected.begin(), pass);
-      expected.push_back(pass + " return ");
-      EXPECT_EQ(traces.take(), expected);
-
-      // Every change of an input writes the flag, also where the result stays as it is.
-      config->qorEvpnIntegrationModeIs(!(enabled && !evpnEnabled));
-      inputs(enabled, !evpnEnabled), expectRun(enabled, !evpnEnabled);
-      status->enabledIs(!enabled), expectRun(!enabled, !evpnEnabled);
+      status->enabledIs(enabled);
+      capability->evpnEnabledIs(evpnEnabled);
+      step("a machine is made", enabled && evpnEnabled, [&] {
+        make();
+        std::string const pass = "handleInitialized", rule = "setQorEvpnIntegrationMode";
+        EXPECT_EQ(traces.functions(), (Texts{pass, rule, rule, rule, rule, pass}));
+      });
+      step("EVPN changes", enabled && !evpnEnabled, [&] { capability->evpnEnabledIs(!evpnEnabled); });
+      step("the controller changes", !enabled && !evpnEnabled, [&] { status->enabledIs(!enabled); });
     }
   }
-}
-
-TEST_F(QorEvpnModeSmTest, AReplacedInputRunsTheRuleOnceUnlessTheReactorIsAZombie) {
-  inputs(true, true);
-  make();
+  auto const other = makePtr<Status>("other");
+  other->enabledIs(true);
+  capability->evpnEnabledIs(true);
   traces.take();
-  auto const on = makePtr<Status>("on");
-  on->enabledIs(true);
-  sm->orbControllerdbStatus()->notifierIs(on), expectRun(true, true);
-  status->enabledIs(false), on->enabledIs(false), expectRun(false, true);
-  sm->orbEvpnCapability()->notifierIs(makePtr<EvpnCapability>("off")), expectRun(false, false);
+  step("another status is taken", true, [&] { sm->orbControllerdbStatus()->notifierIs(other); });
+  step("it changes, the former one too", false, [&] { status->enabledIs(true), other->enabledIs(false); });
+  step("another capability is taken", false,
+       [&] { sm->orbEvpnCapability()->notifierIs(makePtr<EvpnCapability>("off")); });
   sm->orbControllerdbStatus()->orbDoZombieReactors(true);
   sm->orbControllerdbStatus()->notifierIs(status);
-  EXPECT_EQ(traces.take(), Texts());
+  EXPECT_EQ(traces.take(), Texts()) << "the reactor is a zombie";
+  EXPECT_EQ(story, TestSupport::sourceText("tests/VxlanController/QorEvpnModeSmTest.story"));
 }
 
 TEST_F(QorEvpnModeSmTest, WithoutACapabilityItIsOffAndLookingForOneEndsTheProcess) {
@@ -82,9 +63,7 @@ TEST_F(QorEvpnModeSmTest, WithoutACapabilityItIsOffAndLookingForOneEndsTheProces
       "null Orb::Ptr dereferenced: evpnCapability\\(\\), function .*QorEvpnModeSm.cpp:[0-9]+";
   {
     TestSupport::TraceCapture const others("QorEvpnModeSm", Trace::allLevels ^ 1U << 8);
-    config->qorEvpnIntegrationModeIs(true);
-    make();
-    EXPECT_FALSE(mode());
+    step("a machine is made", false, [&] { make(); });
     EXPECT_EQ(sm->evpnCapabilityDel(), nullptr);
     EXPECT_DEATH(status->enabledIs(true), null);
   }

@@ -9,10 +9,6 @@ using Ovsdb::Json;
 
 namespace {
 
-constexpr char const* logicalSwitch = "00000000-0000-0000-0000-000000000001";
-constexpr char const* locator = "00000000-0000-0000-0000-000000000002";
-constexpr char const* local = "00000000-0000-0000-0000-000000000003";
-
 /// The octets to answer a request with.
 using Script = std::function<std::string(Json const& request, int attempt)>;
 
@@ -46,20 +42,8 @@ Json schema() {
   return result;
 }
 
-Json uuid(char const* id) { return {"uuid", id}; }
-
-Json rows() {
-  Json const switchRow = {{"tunnel_key", 5000}, {"replication_mode", {"set", Json::array()}}};
-  Json const locatorRow = {{"encapsulation_type", "vxlan_over_ipv4"},
-                           {"dst_ip", "10.99.0.11"},
-                           {"tunnel_key", {"set", Json::array()}}};
-  Json const macRow = {
-      {"MAC", "02:00:00:00:00:0a"}, {"logical_switch", uuid(logicalSwitch)}, {"locator", uuid(locator)}};
-  return {{"Logical_Switch", {{logicalSwitch, {{"new", switchRow}}}}},
-          {"Ucast_Macs_Local", {{local, {{"new", macRow}}}}},
-          {"Physical_Locator", {{locator, {{"new", locatorRow}}}}},
-          {"Mcast_Macs_Local", Json::object()}};
-}
+/// What it answers to a request for its rows.
+Json rows() { return Json::parse(sourceText("tests/adapters/FaultTest.json")); }
 std::set<std::string> const entriesOfRows = {"vni 5000", "mac 5000 02:00:00:00:00:0a 10.99.0.11"};
 
 /// What a server answers with which nothing is wrong.
@@ -157,7 +141,8 @@ TEST(SwitchFaults, areNoneWhereAServerIsSlowAndAsksItself) {
   EXPECT_EQ(user.entries, entriesOfRows);
   server.say(Json({{"id", "x"}, {"method", "echo"}, {"params", {"a", 1}}}).dump());
   server.say(Json({{"id", "y"}, {"method", "steal"}, {"params", Json::array()}}).dump());
-  Json const gone = {{"Ucast_Macs_Local", {{local, {{"old", Json::object()}}}}}};
+  Json gone;
+  gone["Ucast_Macs_Local"]["00000000-0000-0000-0000-000000000003"]["old"] = Json::object();
   server.say(Json({{"id", nullptr}, {"method", "update"}, {"params", {"switch", gone}}}).dump());
   user.untilEntries({"vni 5000"});
   user.until([&] { return heard.size() == 4; });

@@ -6,7 +6,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <iterator>
 #include <random>
+#include <sstream>
 
 #include "protocol/Reader.h"
 #include "support/Scale.h"
@@ -21,32 +23,18 @@ struct Scenario {
   std::vector<std::string> scripts;
 };
 
-/// What two keys in few steps do not come to.
-std::vector<Scenario> const scenarios{
-    {0, "ab.", "c.", {"cc", "*c1", "c*"}},
-    {0, "ab.", "bb.", {"b", "*"}},
-    {0, "ab.", "B.", {"b2", "2b", "b*"}},
-    {0, "ab.", "Bd.", {"b", "d", "*d"}},
-    {0, "ab.", "Bc.", {"*1", "1*", "2b"}},
-    {0, "a.", "a.b.", {">", ">>", ">~>>", ">~>a"}},
-    {0, "a.", "a.A.", {">", ">>", ">~>>"}},
-    // A line of the index is full.
-    {0, "abcdefghijk.", "K.", {"k*", "kk"}},
-    {0, "abcdefghijk.", "lAKk.", {"a*", "k*"}},
-    // Growth, also by two levels.
-    {15, "a.", "b.", {"ab", "*", ">", ">~>>"}},
-    {15, "a.", "ba.", {"baa", "*1", ">b"}},
-    {15, "a.", "bcdefghijklmnopqr.", {"a", "r"}},
-    // Recovery, also where its index is the one that readers may still look into.
-    {0, "ab.", "b!c.", {"b>c", "bc"}},
-    {0, "ab.", "!!c.", {"ac", "a>"}},
-    // The ring comes round while its oldest entry is read; it has come round.
-    {0, "ab.", "baaaaaaaaaaaaaaa.a.", {">^~>"}},
-    {0, "ab.", "Baaaaaaaaaaaaaaa.a.", {">^~>"}},
-    {0, "ab.", "Baaaaaaaaaaaaaaaaa.c.", {">^~>"}},
-    // The turn's last change is the one with which the writer publishes in its midst.
-    {0, "ab.", "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaab.", {">~>"}},
-};
+/// What two keys in few steps do not come to, from the file beside this.
+std::vector<Scenario> const scenarios = [] {
+  std::vector<Scenario> all;
+  std::ifstream file(QOREVPN_SOURCE_DIR "/tests/protocol/ProtocolTest.scenarios");
+  for (std::string line; std::getline(file, line);) {
+    if (line.starts_with('#')) continue;
+    std::istringstream words(line);
+    words >> all.emplace_back().fillers >> all.back().before >> all.back().during;
+    all.back().scripts.assign(std::istream_iterator<std::string>(words), {});
+  }
+  return all;
+}();
 
 struct Place {
   std::string file;
