@@ -21,9 +21,11 @@ class Checker {
     if (!isSealed(segment_.seed(), geometryPlace, geometry_)) report("geometry seal", "the header");
     highWater_ = highWaterNow();
     passed_.resize(index_.lineCount());
-    for (uint32_t id = 0; id < segment_.capacity() && violations_.size() < maxViolations; ++id) checkRow(id);
-    // Where not all rows were looked at, the rest does not fit them.
-    if (tidy_ && violations_.size() < maxViolations) checkTidiness();
+    for (uint32_t id = 0; id < segment_.capacity(); ++id) checkRow(id);
+    if (tidy_) {
+      for (uint32_t number = 0; number < index_.lineCount(); ++number) checkLine(number);
+      checkProgress();
+    }
     return std::move(violations_);
   }
 
@@ -39,13 +41,6 @@ class Checker {
       report("high-water seal", "the header");
       return segment_.capacity();
     }
-  }
-
-  void checkTidiness() {
-    for (uint32_t number = 0; number < index_.lineCount() && violations_.size() < maxViolations; ++number) {
-      checkLine(number);
-    }
-    checkProgress();
   }
 
   void checkProgress() {
