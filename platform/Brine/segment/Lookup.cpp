@@ -4,10 +4,8 @@
 
 namespace Brine {
 
-void throwRowDamage(uint32_t id) { throw RowDamage("row " + std::to_string(id) + " is damaged"); }
-
-void throwImpossibleRow(uint32_t id) {
-  throw RowDamage("row " + std::to_string(id) + " holds values that no writer wrote");
+void throwRowDamage(uint32_t id, char const* what) {
+  throw RowDamage("row " + std::to_string(id) + " " + what);
 }
 
 }  // namespace Brine

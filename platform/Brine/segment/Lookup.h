@@ -20,13 +20,12 @@ struct FoundRow {
   uint64_t words[Codec<Row>::rowWords];
 };
 
-[[noreturn]] void throwRowDamage(uint32_t id);
-[[noreturn]] void throwImpossibleRow(uint32_t id);
+[[noreturn]] void throwRowDamage(uint32_t id, char const* what = "is damaged");
 
 template <TableRow Row>
 [[gnu::always_inline]] inline void decodeRow(uint64_t const* words, uint32_t id, Row& row) {
   if (!Codec<Row>::decode(words, row)) [[unlikely]]
-    throwImpossibleRow(id);
+    throwRowDamage(id, "holds values that no writer wrote");
 }
 
 /// `readRow()` of a row type.
