@@ -106,7 +106,7 @@ class HostTable : public Brine::EntityTable<Host> {
   Host host(MacVniPair const& key) const { return row(key); }
   /// Inserts or overwrites, also an equal row; notifies.
   void hostIs(Host const& host) { rowIs(host); }
-  /// The same for a row in place, whose key was looked up, walked or written last. Not null.
+  /// The same for a row in place; the quickest where its key was walked or written last. Not null.
   void hostCommit(Host const* host) { rowCommit(host); }
   /// Removes and returns the row; notifies. `Host()` and no notification where there is none.
   Host hostDel(MacVniPair const& key) { return rowDel(key); }

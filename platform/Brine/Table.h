@@ -46,8 +46,8 @@ class Table : public TableBase {
     return change("write", [&](TableWriter<Row>& rows) { return rows.write(row); });
   }
 
-  /// The same for a row in place: one whose key this object has just looked up, walked or written is
-  /// committed to its slot without being searched for. Null is not allowed.
+  /// The same for a row in place: one whose key this object has just walked or written is committed to its
+  /// slot without being searched for. Null is not allowed.
   void commit(Row const* row) {
     change("write", [&](TableWriter<Row>& rows) { return rows.commit(*row); });
   }
@@ -73,10 +73,7 @@ class Table : public TableBase {
   }
 
   /// The same into `row`, whose content is undefined if there is none.
-  bool find(Key const& key, Row& row) const {
-    if (!mounted_.segment) return false;
-    return writing_ ? writing_->find(key, row) : reading_.find(key, row);
-  }
+  bool find(Key const& key, Row& row) const { return mounted_.segment && reading_.find(key, row); }
 
   /// Hints that these keys will be looked up, written or removed next. Best with some tens of them.
   void stage(std::span<Key const> keys) const {
@@ -157,7 +154,7 @@ class Table : public TableBase {
 
   void handleUnmounted() override { writing_.reset(); }
 
-  // One of them is in use. What a reader told outlives its mount.
+  // A writer uses the reader's side for look-ups alone. What a reader told outlives its mount.
   mutable std::optional<TableWriter<Row>> writing_;
   mutable TableReader<Row> reading_{*this, onChanged, countAudience};
 };

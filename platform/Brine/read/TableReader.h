@@ -15,9 +15,9 @@
 
 namespace Brine {
 
-/// What a reader of rows of one type does: look-ups, and telling its owner of changes. From its shadow it
-/// knows what it told, and tells every difference from that and nothing else. What it told outlives the
-/// mount.
+/// What a reader of rows of one type does: look-ups, the writer's too, and telling its owner of changes. From
+/// its shadow it knows what it told, and tells every difference from that and nothing else. What it told
+/// outlives the mount.
 template <TableRow Row>
 class TableReader {
  public:

@@ -68,15 +68,6 @@ class TableWriter {
     return own.slot != nullptr;
   }
 
-  bool find(Key const& key, Row& row) {
-    Words const words(key);
-    FoundRow<Row> found;
-    if (!findRow(segment_, words, found)) return false;
-    decodeRow(found.words, found.id, row);
-    lastId_ = found.id;
-    return true;
-  }
-
   void stage(std::span<Key const> keys) {
     nextStaged_ = 0;
     stageKeys<Row>(segment_, keys, staged_, [this](uint32_t id) { prefetchForWriting(segment_.slot(id)); });
