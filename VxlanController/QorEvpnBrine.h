@@ -117,13 +117,13 @@ class HostTable : public Brine::EntityTable<Host> {
   /// row's VNI is tested, in a dense column.
   ///
   ///   for (auto walk = table->hostWalk(vni); Host const* row = walk.next();) ...
-  Brine::Cursor<Host> hostWalk() const { return walk(); }
-  Brine::Cursor<Host> hostWalk(Vxlan::Vni vni) const { return walk(vni.value()); }
-  Brine::Cursor<Host> hostWalkAfter(MacVniPair const& key) const { return walkAfter(key); }
+  Brine::Cursor<Host> hostWalk() const { return rows().walk(); }
+  Brine::Cursor<Host> hostWalk(Vxlan::Vni vni) const { return rows().walk(vni.value()); }
+  Brine::Cursor<Host> hostWalkAfter(MacVniPair const& key) const { return rows().walkAfter(key); }
   /// A copy of all rows, sorted by key. Raises `Brine::CorruptionError`.
-  std::vector<Host> hostSorted() const { return sorted(); }
+  std::vector<Host> hostSorted() const { return rows().sorted(); }
   /// Hints that these keys, some tens, are looked up, written or removed next.
-  void hostStage(std::span<MacVniPair const> keys) const { stage(keys); }
+  void hostStage(std::span<MacVniPair const> keys) const { rows().stage(keys); }
 
   /// The table's callbacks: a row was changed by its writer, the writer went quiet or busy, the mount status
   /// changed.
@@ -152,11 +152,13 @@ class FloodTable : public Brine::EntityTable<FloodEntry> {
   FloodEntry floodEntryDel(VniVtepPair const& key) { return rowDel(key); }
   void floodEntryDelAll() { rowDelAll(); }
 
-  Brine::Cursor<FloodEntry> floodEntryWalk() const { return walk(); }
-  Brine::Cursor<FloodEntry> floodEntryWalk(Vxlan::Vni vni) const { return walk(vni.value()); }
-  Brine::Cursor<FloodEntry> floodEntryWalkAfter(VniVtepPair const& key) const { return walkAfter(key); }
-  std::vector<FloodEntry> floodEntrySorted() const { return sorted(); }
-  void floodEntryStage(std::span<VniVtepPair const> keys) const { stage(keys); }
+  Brine::Cursor<FloodEntry> floodEntryWalk() const { return rows().walk(); }
+  Brine::Cursor<FloodEntry> floodEntryWalk(Vxlan::Vni vni) const { return rows().walk(vni.value()); }
+  Brine::Cursor<FloodEntry> floodEntryWalkAfter(VniVtepPair const& key) const {
+    return rows().walkAfter(key);
+  }
+  std::vector<FloodEntry> floodEntrySorted() const { return rows().sorted(); }
+  void floodEntryStage(std::span<VniVtepPair const> keys) const { rows().stage(keys); }
 
   void floodEntryNotify(VniVtepPair const& key) { rowNotify(key); }
   void floodEntryNotifyQuiesced(bool quiesced) { notifyQuiesced(quiesced); }

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -59,10 +58,10 @@ class EntityTable : public Orb::Entity {
     Orb::Ptr<EntityTable> const self(this);
     map_.unmount();
   }
-  MountStatus mountStatus() const { return map_.table().mountStatus(); }
-  std::string const& mountDetail() const { return map_.table().mountDetail(); }
+  MountStatus mountStatus() const { return rows().mountStatus(); }
+  std::string const& mountDetail() const { return rows().mountDetail(); }
   /// Reader: readable when `deliver()` has something to do. -1 for a writer.
-  int fd() const { return map_.table().fd(); }
+  int fd() const { return rows().fd(); }
   /// Reader: notifies of what changed since the last call, on this thread; with a `limit`, of a part of it
   /// (`Brine::Table::deliver`).
   DeliverResult deliver(uint64_t limit = UINT64_MAX) {
@@ -80,8 +79,8 @@ class EntityTable : public Orb::Entity {
     Orb::Ptr<EntityTable> const self(this);
     map_.table().recover();
   }
-  Statistics statistics() const { return map_.table().statistics(); }
-  std::vector<Violation> check() const { return map_.table().check(); }
+  Statistics statistics() const { return rows().statistics(); }
+  std::vector<Violation> check() const { return rows().check(); }
 
   /// Whether `deliver()` delivers; on from the start. What changes meanwhile is delivered later; until then
   /// `fd()` may stay readable, so do not poll it.
@@ -140,7 +139,7 @@ class EntityTable : public Orb::Entity {
     control_ = Orb::makePtr<CollectionControl>();
     control_->hasNotificationActiveIs(true);
     Table<Row>& table = map_.table();
-    table.onChanged = [this](Key const& key) { rowNotify(key, map_.table().told()); };
+    table.onChanged = [this](Key const& key) { rowNotify(key, rows().told()); };
     table.onQuiesced = [this](bool quiesced) { notifyQuiesced(quiesced); };
     table.onMountStatus = [this] { notifyMountStatus(); };
     table.onCorruption = [this](std::string const& message) { handleCorruption(message); };
@@ -160,7 +159,7 @@ class EntityTable : public Orb::Entity {
   Row row(Key const& key) const {
     Row found;
     try {
-      if (map_.table().find(key, found)) return found;
+      if (rows().find(key, found)) return found;
     } catch (CorruptionError const& error) {
       handleCorruption(error.what());
     }
@@ -204,7 +203,7 @@ class EntityTable : public Orb::Entity {
   void rowDelAll() {
     Orb::Ptr<EntityTable> const self(this);
     TableBase::Turn const turn(map_.table());
-    for (auto cursor = walk(); Row const* const row = cursor.next(map_.table().onCorruption);)
+    for (auto cursor = rows().walk(); Row const* const row = cursor.next(rows().onCorruption);)
       rowDel(Codec<Row>::key(*row));
   }
 
@@ -213,17 +212,14 @@ class EntityTable : public Orb::Entity {
     notifyCounter_.increment();
   }
 
-  Cursor<Row> walk() const { return map_.table().walk(); }
-  Cursor<Row> walk(uint32_t column) const { return map_.table().walk(column); }
-  Cursor<Row> walkAfter(Key const& key) const { return map_.table().walkAfter(key); }
-  std::vector<Row> sorted() const { return map_.table().sorted(); }
-  void stage(std::span<Key const> keys) const { map_.table().stage(keys); }
+  /// For what neither counts nor notifies.
+  Table<Row> const& rows() const { return map_.table(); }
 
   void notifyQuiesced(bool quiesced) {
     if (control_) control_->quiescedIs(quiesced);
   }
   void notifyMountStatus() {
-    if (control_) control_->mountStatusIs(map_.table().mountStatus());
+    if (control_) control_->mountStatusIs(rows().mountStatus());
   }
 
   Orb::Ptr<CollectionControl> const& control() const { return control_; }
@@ -236,8 +232,8 @@ class EntityTable : public Orb::Entity {
   /// For the generic interface: the keys of all rows, up to the first damaged one.
   Orb::Value keys() const {
     std::vector<Orb::Value> keys;
-    auto const& handle = map_.table().onCorruption;
-    for (auto cursor = map_.table().inspect(); Row const* const row = cursor.next(handle);)
+    auto const& handle = rows().onCorruption;
+    for (auto cursor = rows().inspect(); Row const* const row = cursor.next(handle);)
       keys.emplace_back(Codec<Row>::key(*row));
     return Orb::Value(keys);
   }
