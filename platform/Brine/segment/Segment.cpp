@@ -134,7 +134,6 @@ void Segment::attach(bool repair) {
   if (size() < layout_.fileBytes(0)) throw corrupt("the file is shorter than its table");
   header_ = static_cast<Header*>(static_cast<void*>(page));
   seed_ = identity.seed;
-  highWaterWord_ = sealWord(seed_, highWaterPlace, 0);
   generation_ = identity.generation;
   shift_ = static_cast<unsigned>(std::countr_zero(layout_.initialRows()));
   slotBytes_ = uintptr_t{layout_.rowStride()} * sizeof(uint64_t);
@@ -235,9 +234,11 @@ bool Segment::useGeometry(uint64_t word) {
   return true;
 }
 
-void Segment::checkHighWater(uint64_t word) const {
+uint32_t Segment::highWater() const {
+  uint64_t const word = loadAcquire(&header_->highWater);
   if (!isSealed(seed_, highWaterPlace, word)) throw CorruptionError("the table's high-water mark is damaged");
-  highWaterWord_ = word;
+  // May be of a level that is not followed yet.
+  return std::min(static_cast<uint32_t>(word), capacity_);
 }
 
 uint32_t Segment::trustedHighWater(bool repair) const {

@@ -66,12 +66,7 @@ class Segment {
   Geometry const& geometry() const { return geometry_; }
   uint32_t capacity() const { return capacity_; }
   /// Ids that ever held a row are below; at most `capacity()`. Raises `CorruptionError`.
-  uint32_t highWater() const {
-    uint64_t const word = loadAcquire(&header_->highWater);
-    if (word != highWaterWord_) checkHighWater(word);
-    // May be of a level that is not followed yet.
-    return std::min(static_cast<uint32_t>(word), capacity_);
-  }
+  uint32_t highWater() const;
 
   uint64_t* slot(uint32_t id) const {
     return std::bit_cast<uint64_t*>(slotBase_[extentOf(id)] + uintptr_t{id} * slotBytes_);
@@ -126,15 +121,12 @@ class Segment {
   std::byte* map(uint64_t offset, uint64_t size);
   void mapExtent(unsigned extent);
   bool useGeometry(uint64_t word);
-  void checkHighWater(uint64_t word) const;
   Index indexAt(unsigned level, unsigned half) const;
   Geometry nextGeometry(unsigned level) const;
 
   // What every operation reads, together.
   Header* header_ = nullptr;
   uint64_t geometryWord_ = 0;
-  /// The last one that was found sealed.
-  mutable uint64_t highWaterWord_ = 0;
   uint64_t seed_ = 0;
   Index index_;
   Ring ring_;
