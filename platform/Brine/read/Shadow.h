@@ -116,7 +116,8 @@ class Shadow {
     return version(id) != 0 && Key::equal(keyWords, homes_[id].key);
   }
   uint32_t search(Key const& key) {
-    return index_.find(key.hash, [&](uint32_t number) { return key.equals(entry(number).key); }).id;
+    return index_.find(key.hash, [&](uint32_t number) { return Key::equal(key.words, entry(number).key); })
+        .id;
   }
   void add(Key const& key, uint32_t id, uint64_t version, uint32_t audience) {
     if (size_ >= uint64_t{index_.lineCount()} * rowsPerLine) resize(index_.lineCount() * 2);

@@ -26,7 +26,6 @@ struct KeyWords {
     C::encodeKey(key, words);
     hash = C::hash(words);
   }
-  bool equals(uint64_t const* other) const { return equal(words, other); }
   static bool equal(uint64_t const* left, uint64_t const* right) {
     for (unsigned i = 0; i < C::keyWords; ++i) {
       if (left[i] != right[i]) return false;

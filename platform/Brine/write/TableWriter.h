@@ -106,7 +106,7 @@ class TableWriter {
   /// The key, as it was staged if it is the next one of those.
   [[gnu::always_inline]] Staged takeStaged(uint64_t const* words) {
     Staged const& next = staged_[nextStaged_];
-    if (!next.key.equals(words)) return {Words(words), noRow};
+    if (!Words::equal(next.key.words, words)) return {Words(words), noRow};
     nextStaged_ = (nextStaged_ + 1) % stageBatch;
     return next;
   }
