@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Brine/segment/Segment.h"
@@ -10,14 +11,10 @@ namespace Brine {
 
 /// What a pass over all rows found.
 struct Survey {
-  struct ColumnFix {
-    uint32_t id;
-    ColumnWord word;
-  };
-
-  std::vector<uint32_t> dropped;   ///< Damaged rows, and rows of a key that a later one is of too.
-  std::vector<uint32_t> free;      ///< Slots without a row.
-  std::vector<ColumnFix> columns;  ///< Where the column is wrong, and what is right.
+  std::vector<uint32_t> dropped;  ///< Damaged rows, and rows of a key that a later one is of too.
+  std::vector<uint32_t> free;     ///< Slots without a row.
+  /// The rows whose column word is wrong, and what is right.
+  std::vector<std::pair<uint32_t, ColumnWord>> columns;
   /// How many rows that live have each column word.
   std::vector<uint32_t> rowsByWord = std::vector<uint32_t>(columnWords);
   uint64_t rows = 0;
