@@ -40,12 +40,12 @@ struct Statistics {
   uint64_t changeSequence = 0;  ///< Number of the last published change.
   uint64_t changes = 0;         ///< How many were published since a writer mounted it last.
   uint64_t dropped = 0;         ///< Damaged rows that recoveries dropped.
+  uint64_t wakes = 0;           ///< Doorbells rung since the file was made.
   bool writerAlive = false;
   bool quiesced = false;
   // Of this table object:
   uint64_t delivered = 0;   ///< Changes told to the owner.
   uint64_t laps = 0;        ///< Deliveries that compared the whole table since the ring was of no use.
-  uint64_t wakes = 0;       ///< Writer: doorbells rung.
   uint64_t shadowKeys = 0;  ///< Reader: keys that the owner was told of.
 };
 

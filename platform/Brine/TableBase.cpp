@@ -124,7 +124,7 @@ Statistics TableBase::statistics() const {
       mountHead != 0 && mountHead <= result.changeSequence ? result.changeSequence - mountHead : 0;
   result.dropped = loadAcquire(&header->dropped);
   result.writerAlive = writer_ || mounted_.writerLiveness() != Liveness::ended;
-  result.wakes = writer_ ? writer_->wakes() : 0;
+  result.wakes = loadRelaxed(&header->doorbell);
   return result;
 }
 

@@ -196,7 +196,6 @@ bool Writer::endTurn() {
 }
 
 void Writer::wakeReaders() {
-  ++wakes_;
   uint64_t const value = loadRelaxed(&segment_->header()->doorbell) + 1;
   // Cannot fail for want of space, since it is reserved; a reader that was not woken is woken by the next
   // turn.

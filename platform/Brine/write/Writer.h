@@ -77,7 +77,6 @@ class Writer {
 
   bool isQuiet() const { return quiet_; }
   uint64_t rows() const { return rows_; }
-  uint64_t wakes() const { return wakes_; }
   /// The damage that growth came upon since the last call, in words; empty if none. Damaged rows stay where
   /// they are until a recovery drops them, but look-ups take them for absent.
   std::string takeDamage() { return std::exchange(damage_, {}); }
@@ -104,7 +103,6 @@ class Writer {
   uint64_t published_ = 0;
   uint64_t rows_ = 0;
   std::vector<uint32_t> rowsByWord_;
-  uint64_t wakes_ = 0;
   bool quiet_ = true;
   std::string damage_;
 };
