@@ -97,8 +97,7 @@ class Table : public TableBase {
   std::vector<Row> sorted() const {
     std::vector<Row> rows;
     for (auto cursor = inspect(); Row const* const row = cursor.next();) rows.push_back(*row);
-    std::sort(rows.begin(), rows.end(),
-              [](Row const& left, Row const& right) { return C::key(left) < C::key(right); });
+    std::ranges::sort(rows, std::less<>(), [](Row const& row) { return C::key(row); });
     return rows;
   }
 

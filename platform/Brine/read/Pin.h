@@ -33,7 +33,6 @@ class Pin {
     *link_ = next_;
     if (next_ != nullptr) next_->link_ = link_;
     link_ = nullptr;
-    next_ = nullptr;
   }
 
   Pin* next() const { return next_; }
