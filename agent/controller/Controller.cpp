@@ -210,6 +210,7 @@ void Controller::frozenIs(Vxlan::Vni vni, EthAddr mac, bool isFrozen) {
   } else {
     frozen_.erase({vni, mac});
   }
+  if (auto const* const served = served_.find(vni)) (*served)->handleMac(mac);
 }
 
 RemoteRows& Controller::remoteRows() { return *remotes_.emplace_back(std::make_unique<Remote>(*this)); }

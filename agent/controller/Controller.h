@@ -91,7 +91,7 @@ class Controller : public Orb::StateMachine<Controller> {
   bool isSettled() const { return isSettled_; }
 
   /// While a MAC is frozen, a switch that hears it does not get a higher number: the entry of the other site
-  /// stays in force.
+  /// stays in force, and has it also where the numbers are equal and its VTEP is lower.
   void frozenIs(Vxlan::Vni vni, Wirix::EthAddr mac, bool isFrozen);
   bool isFrozen(Vxlan::Vni vni, Wirix::EthAddr mac) const {
     return !frozen_.empty() && frozen_.contains({vni, mac});

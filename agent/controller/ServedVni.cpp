@@ -221,7 +221,17 @@ std::optional<ServedVni::Own> ServedVni::ownMac(EthAddr mac) {
   std::string_view why = isTie ? "lowest VTEP of equals" : "highest sequence number";
   if (isHeard && !best) why = claim->order != 0 ? "heard last" : "listed";
   if (source == earlierRun) why = "kept from an earlier run";
-  return Own{MacVtepV2(mac, claim->vtep, isHeard ? number->seq : claim->seq, claim->preference), source, why};
+  return Own{MacVtepV2(mac, claim->vtep, isHeard ? number->seq : claim->seq, claim->preference), source, why,
+             !isHeard};
+}
+
+/// Whether EVPN's entry counts before that of the sources: if its number is higher. A frozen MAC of a switch
+/// is left to the other site also where the numbers are equal, but by one of the sites only: the lowest VTEP
+/// has it.
+bool ServedVni::isEvpnsBefore(Own const& own, MacVtepV2 const& evpns) const {
+  if (evpns.seqNo() != own.entry.seqNo()) return evpns.seqNo() > own.entry.seqNo();
+  return !own.isNumbered && controller_.isFrozen(vniFdbStatus_->vni(), evpns.macAddr()) &&
+         evpns.vtepAddr() < own.entry.vtepAddr();
 }
 
 ServedVni::Verdict ServedVni::verdict(EthAddr mac) {
@@ -229,8 +239,9 @@ ServedVni::Verdict ServedVni::verdict(EthAddr mac) {
   MacVtepV2 const* const evpns = evpnsMac(mac);
   if (!own) return {std::nullopt, "nobody else has it"};
   if (!evpns) return {own->source, own->why};
-  if (evpns->seqNo() > own->entry.seqNo()) return {std::nullopt, "highest sequence number"};
   bool const isTie = evpns->seqNo() == own->entry.seqNo();
+  if (isEvpnsBefore(*own, *evpns))
+    return {std::nullopt, isTie ? "frozen, lowest VTEP of equals" : "highest sequence number"};
   return {own->source, isTie ? "before EVPN's of the same number" : "higher sequence number than EVPN's"};
 }
 
@@ -260,9 +271,10 @@ void ServedVni::forEachMultipathClaim(
 
 void ServedVni::mergeMac(EthAddr mac, bool isEvpns) {
   std::optional<MacVtepV2> winner;
-  if (auto const own = ownMac(mac)) winner = own->entry;
+  std::optional<Own> const own = ownMac(mac);
+  if (own) winner = own->entry;
   MacVtepV2 const* const evpns = evpnsMac(mac);
-  bool const evpnWins = evpns && (!winner || evpns->seqNo() > winner->seqNo());
+  bool const evpnWins = evpns && (!own || isEvpnsBefore(*own, *evpns));
   if (evpnWins) winner = *evpns;
   std::optional<MacVtepV2> former;
   if (MacVtepV2 const* const found = vniFdbStatus_->macVtepTable().find(mac)) former = *found;

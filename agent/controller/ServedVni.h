@@ -127,6 +127,7 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
     VxlanController::MacVtepV2 entry;
     SourceId source;
     std::string_view why;
+    bool isNumbered;  ///< By its source.
   };
 
   VniLedger& earlier();
@@ -135,6 +136,7 @@ class ServedVni : public Orb::StateMachine<ServedVni> {
   Found numberedClaim(Wirix::EthAddr mac) const;
   Found switchesClaim(Wirix::EthAddr mac, Number const* number) const;
   std::optional<Own> ownMac(Wirix::EthAddr mac);
+  bool isEvpnsBefore(Own const& own, VxlanController::MacVtepV2 const& evpns) const;
   void mergeMac(Wirix::EthAddr mac, bool isEvpns);
   void mergeFlood(Wirix::EthAddr mac, Wirix::IpAddr vtep);
   void mergeMultipath(Wirix::EthAddr mac);

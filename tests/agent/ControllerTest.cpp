@@ -13,9 +13,7 @@ namespace {
 
 using Orb::makePtr;
 using testing::ElementsAre, testing::IsEmpty;
-using VxlanController::MacVtepV2;
-using Wirix::EthAddr;
-using Wirix::IpAddr;
+using VxlanController::MacVtepV2, Wirix::EthAddr, Wirix::IpAddr;
 
 /// A controller, its sources, and one MAC address.
 struct OneMac {
@@ -73,6 +71,8 @@ void act(OneMac& one, std::string const& line) {
   IpAddr const addr(vtep);
   if (who == "evpn") {
     what == "has" ? one.evpnIs(addr, seq) : static_cast<void>(one.evpn->vniStatusV2Del(one.vni));
+  } else if (who == "mac") {
+    one.controller->frozenIs(one.vni, one.m, what == "freezes");
   } else if (who == "earlier-run") {
     if (what == "goes") one.controller->earlierDel();
     if (what == "floods") one.controller->earlierIs(one.vni, addr);

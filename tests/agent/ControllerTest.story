@@ -64,3 +64,16 @@ feed2 lost -> 10.0.0.2/4
 feed2 has 10.9.0.1 4 -> 10.9.0.1/4
 feed2 begins -> 10.9.0.1/4
 feed2 whole -> 10.0.0.1/3
+
+# A frozen MAC of a switch is left to the other site; of equals the lowest VTEP has it, at both sites.
+leaf1 has 10.0.0.5 -> 10.0.0.5/0
+leaf1 whole -> 10.0.0.5/0
+mac freezes -> 10.0.0.5/0
+evpn has 10.0.0.9 0 -> 10.0.0.5/0
+evpn has 10.0.0.1 0 -> 10.0.0.1/0
+leaf1 lost -> 10.0.0.1/0
+leaf1 has 10.0.0.5 -> 10.0.0.1/0
+mac thaws -> 10.0.0.5/0
+mac freezes -> 10.0.0.1/0
+# An entry that has a number of its own is not held back.
+feed has 10.0.0.5 0 -> 10.0.0.5/0
