@@ -51,13 +51,6 @@ TEST(Trace, TracesNest) {
     TRACE(handle, 1, "outer ", Nested(), " outer");
     EXPECT_EQ(capture.take(), (Lines{"2 inner " + std::string(100, 'x'), "1 outer nested outer"}));
   }
-  struct Failing : std::exception {};
-  Trace::Sink const former = Trace::sinkIs([](Trace::Record const&) { throw Failing(); });
-  auto const traceOnce = [] { TRACE(handle, 1, "lost"); };
-  EXPECT_THROW(traceOnce(), Failing);
-  Trace::sinkIs(former);
-  TRACE(handle, 1, "clean");
-  EXPECT_EQ(capture.take(), Lines{"1 clean"});
 }
 
 TEST(Trace, LevelsBelongToTheName) {

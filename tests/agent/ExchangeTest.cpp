@@ -42,15 +42,15 @@ class ExchangeTest : public testing::Test {
 TEST_F(ExchangeTest, SequenceNumbersDecideAndNothingReturns) {
   start();
   mount();
-  auto const first = host(5000, 1, 1, 4), newer = host(5000, 1, 2, 5), tied = host(5000, 1, 3, 5);
+  auto const first = host(5000, 1, 1, 4), lower = host(5000, 1, 2, 5), tied = host(5000, 1, 3, 5);
   sites_[0].write({first});
   expectLearned({{}, {first}, {first}});
-  sites_[1].write({newer});
-  expectLearned({{newer}, {}, {newer}});
-  // Of equals the lower VTEP address wins, and the loser learns the winner's.
   sites_[2].write({tied});
-  expectLearned({{newer}, {}, {newer}});
-  sites_[1].remove(newer);
+  expectLearned({{tied}, {tied}, {}});
+  // Of equals the lower VTEP address wins, and the loser learns the winner's.
+  sites_[1].write({lower});
+  expectLearned({{lower}, {}, {lower}});
+  sites_[1].remove(lower);
   expectLearned({{tied}, {tied}, {}});
   sites_[2].remove(tied);
   expectLearned({{}, {first}, {first}});
