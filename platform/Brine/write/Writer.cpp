@@ -75,13 +75,6 @@ uint64_t Writer::sequenceBehind(uint64_t last) const {
   return sequence + std::max<uint64_t>(ring_.entries(), publishStep);
 }
 
-/// Commits the row as dead, whatever its slot holds.
-void Writer::drop(uint32_t id) {
-  RowWriter row(segment_->slot(id), id, segment_->seed());
-  row.prepareRemoval(++sequence_);
-  row.commit();
-}
-
 std::vector<uint32_t> Writer::repairColumn() {
   std::vector<uint32_t> hidden;
   for (uint32_t id = 0; id < nextFresh_; ++id) {
@@ -112,7 +105,10 @@ void Writer::recover(bool repair) {
   storeRelease(&segment_->header()->writer, claim_.isMarked() ? markedWriter : unmarkedWriter);
   sequence_ = sequenceBehind(found.lastSequence);
   for (uint32_t const id : found.dropped) {
-    drop(id);
+    // Dead, whatever its slot holds.
+    RowWriter row(segment_->slot(id), id, segment_->seed());
+    row.prepareRemoval(++sequence_);
+    row.commit();
     found.free.push_back(id);
   }
   for (auto const& [id, word] : found.columns) segment_->column(id).wordIs(id, word);

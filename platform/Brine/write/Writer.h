@@ -86,7 +86,6 @@ class Writer {
   void make(RowShape const& shape, Folder const& folder, MountOptions const& options);
   void take(RowShape const& shape, bool repair);
   uint64_t sequenceBehind(uint64_t last) const;
-  void drop(uint32_t id);
   void grow();
   void publish();
   void endQuiet();
