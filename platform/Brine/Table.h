@@ -142,16 +142,14 @@ class Table : public TableBase {
     return {mounted_, first, column, writing_ ? nullptr : &reading_, writing_ ? &*writing_ : nullptr};
   }
 
-  void handleMounted() override {
+  void handleSegment() override {
     writing_.reset();
     if (writer_) {
       writing_.emplace(*writer_);
-    } else {
+    } else if (mounted_.segment) {
       reading_.begin();
     }
   }
-
-  void handleUnmounted() override { writing_.reset(); }
 
   // A writer uses the reader's side for look-ups alone. What a reader told outlives its mount.
   mutable std::optional<TableWriter<Row>> writing_;

@@ -26,7 +26,7 @@ MountStatus TableBase::begin(MountOptions const& options, std::span<std::byte co
       outlook = reader_->look(MountStatus::unmounted);
       reader_->kick();  // The first delivery has everything to tell.
     }
-    if (mounted_.segment) handleMounted();
+    if (mounted_.segment) handleSegment();
   } catch (MountFailure const& failure) {
     end();
     outlook = {failure.status(), failure.what()};
@@ -48,17 +48,17 @@ void TableBase::unmount() {
 }
 
 void TableBase::end() {
-  handleUnmounted();
   writer_.reset();
   reader_.reset();
   mounted_.letGo();
+  handleSegment();
 }
 
 bool TableBase::look() {
   if (!reader_) return mounted_.segment != nullptr;
   uint64_t const serial = mounted_.serial;
   Reader::Outlook outlook = reader_->look(status_);
-  if (serial != mounted_.serial) handleMounted();
+  if (serial != mounted_.serial) handleSegment();
   mustCompareAll_ |= outlook.mustCompareAll;
   bool const canBeTold = !outlook.isStuck;
   setStatus(outlook.status, std::move(outlook.detail));

@@ -103,9 +103,8 @@ class TableBase {
 
   explicit TableBase(RowShape const& shape) : shape_(shape) {}
 
-  /// A file was taken on, or the role ends.
-  virtual void handleMounted() = 0;
-  virtual void handleUnmounted() = 0;
+  /// A file was taken on, or let go with the role.
+  virtual void handleSegment() = 0;
 
   /// Raises `ReadOnlyError` "<what> to read-only Brine table" unless `isWritable()`.
   void requireWritable(char const* what) const {
