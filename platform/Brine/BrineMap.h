@@ -55,7 +55,6 @@ class BrineMap {
     if (options.name.empty()) options.name = placeOf(*entity_, parent_);
     return table_->mount(options);
   }
-  void unmount() { table_->unmount(); }
 
   DeliverResult deliver(uint64_t limit) { return notifying_ ? table_->deliver(limit) : DeliverResult{}; }
 

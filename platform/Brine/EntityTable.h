@@ -56,7 +56,7 @@ class EntityTable : public Orb::Entity {
   }
   void unmount() {
     Orb::Ptr<EntityTable> const self(this);
-    map_.unmount();
+    map_.table().unmount();
   }
   MountStatus mountStatus() const { return rows().mountStatus(); }
   std::string const& mountDetail() const { return rows().mountDetail(); }
@@ -132,10 +132,9 @@ class EntityTable : public Orb::Entity {
         isCounter_(this->name().text(), names.is),
         delCounter_(this->name().text(), names.del),
         notifyCounter_(this->name().text(), names.notify) {
-    auto zeroReferences = Orb::makePtr<ZeroReferencesNotifiee>(this);
-    zeroReferences->hasNotificationActiveIs(true);
-    notifieeList()->addFirst(*zeroReferences);
-    zeroReferences_ = std::move(zeroReferences);
+    zeroReferences_ = Orb::makePtr<ZeroReferencesNotifiee>(this);
+    zeroReferences_->hasNotificationActiveIs(true);
+    notifieeList()->addFirst(*zeroReferences_);
     control_ = Orb::makePtr<CollectionControl>();
     control_->hasNotificationActiveIs(true);
     Table<Row>& table = map_.table();
