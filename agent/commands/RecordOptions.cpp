@@ -7,8 +7,11 @@
 namespace Agent {
 
 void RecordOptions::addTo(CLI::App& command) {
-  CLI::Option* const record = command.add_option(
-      "--record", recorder.file, "Append every event that is taken in to this file, for `qorevpn replay`");
+  CLI::Option* const record =
+      command
+          .add_option("--record", recorder.file,
+                      "Append every event that is taken in to this file, for `qorevpn replay`")
+          ->type_name("FILE");
   command
       .add_option(
           "--record-size", recorder.size,
