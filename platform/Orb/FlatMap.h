@@ -109,6 +109,7 @@ class FlatMap {
   }
 
   void reserve(size_t entries) {
+    entries_.reserve(entries);
     if (entries * 4 > index_.size() * 3) rebuild(entries * 4 / 3 + 1);
   }
 
@@ -171,11 +172,9 @@ class FlatMap {
     index_[gap] = Slot{};
   }
 
-  /// Makes an index of so many slots, and room for as many entries as it admits.
   void rebuild(size_t atLeast) {
-    size_t slots = 4;
+    size_t slots = 8;
     while (slots < atLeast) slots *= 2;
-    entries_.reserve(slots / 4 * 3);
     std::vector<Slot> const old = std::exchange(index_, std::vector<Slot>(slots));
     for (Slot const& moved : old) {
       if (moved.id == none) continue;
