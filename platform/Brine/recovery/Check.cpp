@@ -21,17 +21,17 @@ class Checker {
     if (!isSealed(segment_.seed(), geometryPlace, geometry_)) report("geometry seal", "the header");
     highWater_ = highWaterNow();
     passed_.resize(index_.lineCount());
-    for (uint32_t id = 0; id < segment_.capacity(); ++id) checkRow(id);
-    if (tidy_) {
-      for (uint32_t number = 0; number < index_.lineCount(); ++number) checkLine(number);
-      checkProgress();
-    }
+    // Each row that the index lost is searched for in all of it, so the check of a great damage ends early.
+    for (uint32_t id = 0; id < segment_.capacity() && !isFull(); ++id) checkRow(id);
+    for (uint32_t number = 0; tidy_ && number < index_.lineCount() && !isFull(); ++number) checkLine(number);
+    if (tidy_ && !isFull()) checkProgress();
     return std::move(violations_);
   }
 
  private:
+  bool isFull() const { return violations_.size() >= maxViolations; }
   void report(char const* invariant, std::string detail) {
-    if (violations_.size() < maxViolations) violations_.push_back({invariant, std::move(detail)});
+    if (!isFull()) violations_.push_back({invariant, std::move(detail)});
   }
 
   uint32_t highWaterNow() {
