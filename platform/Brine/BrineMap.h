@@ -58,8 +58,8 @@ class BrineMap {
 
   DeliverResult deliver(uint64_t limit) { return notifying_ ? table_->deliver(limit) : DeliverResult{}; }
 
-  /// Ends mount and notifying, calls no hook, and lets the binding be bound again, with a new table. Raises
-  /// `StateError` before `bind()`.
+  /// Ends mount and notifying, calls no hook, and lets the binding be bound again, with a new table. Call it
+  /// from no hook, and with no cursor of the table open. Raises `StateError` before `bind()`.
   void cleanup() {
     if (!initialized()) throw StateError("trying to cleanup uninitialized brine.");
     table_.emplace();

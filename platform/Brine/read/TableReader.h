@@ -37,7 +37,7 @@ class TableReader {
   }
 
   bool find(Key const& key, Row& row) const {
-    if (pins_ != nullptr) {
+    if (pins_ != nullptr && !table_.writer_) {
       uint64_t pinned[keyWordCount];
       C::encodeKey(key, pinned);
       for (Pin<Row> const* pin = pins_; pin != nullptr; pin = pin->next()) {
