@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <filesystem>
 
 namespace Agent {
 
@@ -14,7 +15,7 @@ namespace {
 constexpr std::chrono::seconds againDelay{30};
 constexpr std::size_t flushBytes = std::size_t{1} << 20;
 constexpr std::size_t endBytes = std::size_t{1} << 16;
-constexpr std::size_t entryBytes = 128;  // of an entry's line in the state, about
+constexpr std::size_t lineBytes = 128;  // of a line in the state, about
 constexpr int openFlags = O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC;
 
 double unixTime() {
@@ -60,10 +61,10 @@ class Recorder::Tap : public SourceLedgers {
 
   void tellState(Tell const& tell) const override { ledgers_.tellState(tell); }
 
-  /// How many entries the state has, about.
-  std::size_t entries() const {
+  /// How many lines the state has, about.
+  std::size_t stateLines() const {
     std::size_t count = 0;
-    for (SourceId source = 0; source < sources_.size(); ++source) count += ledgers_.entries(source);
+    tellState([&](SourceId, Event const&) { ++count; });
     return count;
   }
 
@@ -119,6 +120,11 @@ void Recorder::tap(Sources& sources, SourceLedgers& ledgers) {
 }
 
 void Recorder::begin() {
+  // A link keeps its name, what it leads to is rotated.
+  if (std::error_code none; std::filesystem::is_symlink(options_.file, none)) {
+    auto const target = std::filesystem::canonical(options_.file, none);
+    if (!none) options_.file = target;
+  }
   try {
     open();
   } catch (std::system_error const& error) {
@@ -147,7 +153,7 @@ void Recorder::endTurn() {
   if (pending_.empty()) return;
   flush();
   if (!fd_ || size_ < rotateAt_) return;
-  rotateAt_ = stateEnd_ + entryBytes * tap_->entries();
+  rotateAt_ = stateEnd_ + lineBytes * tap_->stateLines();
   if (size_ >= rotateAt_) rotate();
 }
 
