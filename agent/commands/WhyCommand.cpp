@@ -6,6 +6,7 @@
 #include <set>
 
 #include "Orb/Text.h"
+#include "VxlanController/QorEvpnBrine.h"
 #include "Wirix/IpAddr.h"
 #include "agent/base/MacNotation.h"
 #include "agent/base/Ranges.h"
@@ -13,8 +14,8 @@
 #include "agent/commands/ReplayOptions.h"
 #include "agent/site/Control.h"
 #include "agent/site/Site.h"
+#include "agent/tables/Tables.h"
 #include "agent/views/Format.h"
-#include "agent/views/SiteView.h"
 
 namespace Agent {
 
@@ -160,9 +161,10 @@ void addLearned(Json& answers, Site const& site, std::string const& subject) {
   }
   if (controlRequest(site, "state").at("integration") == false) {
     auto const mac = Orb::parseWhole<Wirix::EthAddr>(subject);
-    SiteRows const learned = SiteView(site).learned();
-    for (QorEvpn::Host const& row : learned.of<QorEvpn::Host>())
-      if (row.key().macAddr() == mac) unanswered.insert(row.key().vni().value());
+    Brine::Table<QorEvpn::Host> table;
+    table.mount({.directory = site.learned(), .name = std::string(TableKind<QorEvpn::Host>::file)});
+    for (auto walk = table.walk(); QorEvpn::Host const* const row = walk.next();)
+      if (row->key().macAddr() == mac) unanswered.insert(row->key().vni().value());
   }
   for (Json const& answer : answers) unanswered.erase(answer.at("vni").get<std::uint32_t>());
   for (std::uint32_t const vni : unanswered)

@@ -100,7 +100,7 @@ Json HostedModule::whyFlood(QorEvpn::VniVtepPair const& key) const {
       served->forEachFloodClaim(mac, key.vtepAddr(), [&](SourceId source, FloodClaim const& claim) {
         Json& entry = told.emplace_back(Json{{"name", sources_.name(source)}});
         if (isForAll) (source == earlierRun ? isHeld : isTold) = true;
-        isOn = isOn || (isForAll && claim.on);
+        isOn = isOn || (isForAll && source != earlierRun && claim.on);
         if (!isForAll) entry["mac"] = Orb::toText(mac);
         entry["on"] = claim.on;
         if (source != earlierRun) entry["since"] = claim.since;
