@@ -279,8 +279,10 @@ void addAgentCommand(CLI::App& app, Run& run) {
   command->add_flag("--repair", options->repair, "Drop damaged rows of the tables instead of giving up");
   command->add_option("--trace", options->traces, "Trace HANDLE/LEVELS, such as QorEvpnModeSm/8")
       ->allow_extra_args(false);
-  command->add_option("--trace-file", options->traceFile,
-                      "Append traces to this file, not standard error; SIGHUP opens it again");
+  command
+      ->add_option("--trace-file", options->traceFile,
+                   "Append traces to this file, not standard error; SIGHUP opens it again")
+      ->type_name("FILE");
   command->footer(
       "Takes every `controller` event of its feeds, and `capability`. Runs until it is told to stop, and\n"
       "then leaves its rows for the next start, which withdraws none of them before each feed has told its\n"

@@ -5,7 +5,8 @@
 namespace Agent {
 
 void LogOptions::addTo(CLI::App& command) {
-  command.add_option("--log", file, "Append the log to this file, not standard error; SIGHUP opens it again");
+  command.add_option("--log", file, "Append the log to this file, not standard error; SIGHUP opens it again")
+      ->type_name("FILE");
 }
 
 void LogOptions::begin(Loop& loop, Loop::Handler alsoOpens) const {

@@ -86,6 +86,9 @@ int program(int argc, char** argv) {
   try {
     app.parse(argc, argv);
     if (!run) throw CLI::RequiredError("A command");
+  } catch (CLI::ConfigError const& error) {
+    std::cerr << "qorevpn: " << app.get_config_ptr()->as<std::string>() << ": " << error.what() << '\n';
+    return exitUsage;
   } catch (CLI::ParseError const& error) {
     if (app.exit(error) != 0) return exitUsage;
     return std::cout.flush() ? exitOk : exitFailed;

@@ -145,7 +145,8 @@ class Show {
     }
     list(subject, subject, SourceFigure::fields(), all);
     for (SourceFigure const& source : all) {
-      for (std::string const& line : source.notes()) out_.write("  ", source.name, ": ", line, "\n");
+      for (std::string const& line : source.notes())
+        out_.write("  ", source.name, " (", source.process, "): ", line, "\n");
     }
   }
 

@@ -17,8 +17,10 @@ class Recording::File {
       throw std::runtime_error(path_ + ": this file is no recording");
   }
 
-  /// When it was begun.
+  /// When it was begun. This and side() are for a file of which nothing was taken.
   std::pair<double, Seqno32> rank() const { return {event_->time.value_or(0), event_->seq}; }
+  Origin side() const { return event_->from; }
+  std::string const& path() const { return path_; }
   std::optional<Event> take() {
     std::optional<Event> event = std::move(event_);
     advance();
@@ -50,6 +52,11 @@ class Recording::File {
 
 Recording::Recording(std::vector<std::string> const& files) {
   for (std::string const& file : files) files_.push_back(std::make_unique<File>(file));
+  for (auto const& file : files_) {
+    if (file->side() != files_.front()->side())
+      throw std::runtime_error(file->path() + " and " + files_.front()->path() +
+                               ": one is an agent's recording, the other an EVPN side's; replay each alone");
+  }
   std::ranges::sort(files_, {}, [](auto const& file) { return file->rank(); });
 }
 

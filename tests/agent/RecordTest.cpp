@@ -217,6 +217,7 @@ TEST(RecordTest, EachSideHasItsOwnRecordingAndEachFileOfItBeginsWithWhatHolds) {
   EXPECT_EQ(replayed({recordings + "agent"}), agents) << "the last file alone";
   EXPECT_EQ(replayed(filesOf(recordings + "evpn")), evpns);
   EXPECT_EQ(TestSupport::run({"why", "02:b1:00:13:8a:01", "--replay", recordings + "evpn"}).status, 1);
+  EXPECT_EQ(TestSupport::run({"replay", recordings + "evpn", recordings + "agent"}).status, 1);
 }
 
 // Whether a VNI is listed depends on what came before where it has only entries that are not exported.

@@ -103,7 +103,8 @@ TEST(ServiceTest, AFileGivesEveryOptionTheEnvironmentTheSiteAndBashCompletesThem
   EXPECT_TRUE(std::filesystem::exists(at + "agent.trace"));
   Environment const where("QOREVPN_DIR", at + "site");
   EXPECT_THAT(run({"show", "hosts", "--learned"}).out, HasSubstr("02:00:00:00:00:01"));
-  EXPECT_EQ(run({"--config", at + "none", "show", "tables"}).status, 2);
+  std::ofstream(at + "wrong") << "[agent]\nnosuch = 1\n";
+  EXPECT_THAT(run({"--config", at + "wrong", "agent"}).err, HasSubstr(at + "wrong: "));
 }
 
 }  // namespace
