@@ -153,8 +153,9 @@ void Recorder::endTurn() {
   if (pending_.empty()) return;
   flush();
   if (!fd_ || size_ < rotateAt_) return;
-  rotateAt_ = stateEnd_ + lineBytes * tap_->stateLines();
-  if (size_ >= rotateAt_) rotate();
+  std::uint64_t const enough = stateEnd_ + lineBytes * tap_->stateLines();
+  if (size_ >= enough) return rotate();
+  rotateAt_ = std::max(enough, size_ + options_.size);  // to count seldom, which takes a turn its time
 }
 
 void Recorder::open() {
