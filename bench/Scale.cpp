@@ -50,11 +50,11 @@ QorEvpn::Host hostOf(uint32_t number, uint32_t vnis, uint32_t seqNo) {
 
 /// What a controller and EVPN know, the transmit machines, and the tables that they write. MAC addresses are
 /// dealt over the VNIs.
-class Site {
+class Machines {
  public:
   using Status = VxlanController::VniFdbStatusV2;
 
-  Site(std::string const& directory, uint32_t rows, uint32_t vnis)
+  Machines(std::string const& directory, uint32_t rows, uint32_t vnis)
       : rows_(rows),
         hosts_(QorEvpn::hostTableFactory(Orb::Name("host"))),
         floods_(QorEvpn::floodTableFactory(Orb::Name("flood"))) {
@@ -175,9 +175,9 @@ double privateBytes() {
   return 0;
 }
 
-/// A site that begins empty. It is killed at its end, in the middle of a turn.
+/// Machines of a site that begins empty. They are killed at their end, in the middle of a turn.
 void measureSite(std::string const& directory, uint32_t rows, uint32_t vnis) {
-  Site site(directory, rows, vnis);
+  Machines site(directory, rows, vnis);
   site.start();
   auto const longest = [&](std::string const& when) { tell("turn", when, site.longestTurn() * 1e3, "ms"); };
   double const before = privateBytes();
@@ -211,7 +211,7 @@ void measureSite(std::string const& directory, uint32_t rows, uint32_t vnis) {
 
 /// The same site again, whose rows are there.
 void measureRestart(std::string const& directory, uint32_t rows, uint32_t vnis) {
-  Site site(directory, rows, vnis);
+  Machines site(directory, rows, vnis);
   tell("start", "mount after a clean end", site.mountSeconds() * 1e3, "ms");
   site.learn();
   site.longestTurn();

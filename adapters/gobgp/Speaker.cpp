@@ -122,7 +122,7 @@ void Speaker::askBgp() {
       "GetBgp", apipb::Empty(),
       [this](apipb::GetBgpResponse const& answer) {
         if (answer.global().asn() == 0) return fail("the speaker runs no BGP yet");
-        former_.push_back(std::exchange(learned_, {}));
+        former_.push_back(std::exchange(learnedRoutes_, {}));
         rest_.start(0s);
         own_.forgetPresent();
         connected_ = lastRoute_ = Clock::now();
@@ -186,7 +186,7 @@ void Speaker::listPaths() {
 
 void Speaker::takePath(apipb::Path const& path, bool isGone) {
   lastRoute_ = Clock::now();
-  if (auto const cause = learned_.take(path, isGone)) {
+  if (auto const cause = learnedRoutes_.take(path, isGone)) {
     handlers_.report(options_.endpoint + ": a route " + *cause + " from " + path.neighbor_ip() +
                      " is left out, and further ones like it");
   }
@@ -194,7 +194,7 @@ void Speaker::takePath(apipb::Path const& path, bool isGone) {
 
 /// Tells differences, at most `drainLimit` a turn.
 void Speaker::drain() {
-  bool const isMore = learned_.drain(drainLimit, handlers_.event);
+  bool const isMore = learnedRoutes_.drain(drainLimit, handlers_.event);
   if (isMore && !rest_.isRunning()) rest_.start(0s);
   settleSessions();
 }
@@ -254,7 +254,7 @@ void Speaker::peersListed() {
 }
 
 void Speaker::settleSessions() {
-  if (state_ != SourceState::syncing || !isListed_ || !peersKnown_ || !learned_.isDrained()) return;
+  if (state_ != SourceState::syncing || !isListed_ || !peersKnown_ || !learnedRoutes_.isDrained()) return;
   auto const now = Clock::now();
   bool const isAwaited =
       std::any_of(sessions_.begin(), sessions_.end(), [](auto const& each) { return each.isAwaited; });
@@ -353,8 +353,8 @@ nlohmann::ordered_json Speaker::show() const {
           {"since", std::chrono::duration_cast<std::chrono::seconds>(since_.time_since_epoch()).count()},
           {"capability", capability_ == true},
           {"sessions", sessions},
-          {"learned", {{"hosts", learned_.hosts()}, {"floods", learned_.floods()}}},
-          {"unusable", learned_.unusable()},
+          {"learned", {{"hosts", learnedRoutes_.hosts()}, {"floods", learnedRoutes_.floods()}}},
+          {"unusable", learnedRoutes_.unusable()},
           {"as", options_.identity.as},
           {"routerId", Orb::toText(options_.identity.routerId)},
           {"announced", own_.wanted()},

@@ -124,7 +124,7 @@ class Speaker {
   std::chrono::system_clock::time_point since_ = std::chrono::system_clock::now();
   std::string lastError_;
 
-  LearnedRoutes learned_;
+  LearnedRoutes learnedRoutes_;
   std::deque<LearnedRoutes> former_;         ///< Routes of former connections, freed a part a turn.
   std::unordered_set<std::string> watched_;  ///< Routes that the watch told while they were listed.
   bool isWatching_ = false;
