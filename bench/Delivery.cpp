@@ -194,6 +194,7 @@ void run(Options const& options) {
                           {"spinning-readers", "Writer, four spinning readers", "times that without"}});
   for (char const* const row : {"delivery-1", "delivery-4"})
     report.goal(row, "Redis publish and subscribe", 12, 40);
+  report.goal("delivery-1", "Boost message queue", 1.8, 1.8);
   report.goal("delivery-4", "Boost message queue", 1.8, 4);
   report.goal("spinning-readers", "Brine", 1.3, 1.1);
   Delivery delivery(options, report);
